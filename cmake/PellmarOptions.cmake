@@ -1,0 +1,28 @@
+# Flags that every Objective-C and C++ file of the tree is compiled with, as the target `pellmar_flags`.
+# Where the system brings Cocoa itself this is all; elsewhere `platform/gnustep` adds its headers to it.
+
+option(PELLMAR_TESTS "Build the tests" ON)
+set(PELLMAR_SANITIZE "" CACHE STRING "Sanitizers to build with, as for -fsanitize= (empty: none)")
+
+# What leaves a binary says so itself; the platform layer, which stands for shared frameworks, does not.
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_OBJCXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_OBJC_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+
+add_library(pellmar_flags INTERFACE)
+target_compile_options(pellmar_flags INTERFACE
+  -Wall -Wextra -Werror -fblocks)
+
+if(PELLMAR_SANITIZE)
+  target_compile_options(pellmar_flags INTERFACE
+    -fsanitize=${PELLMAR_SANITIZE} -fno-sanitize-recover=undefined -fno-omit-frame-pointer -g
+    -shared-libsan)
+  target_link_options(pellmar_flags INTERFACE -fsanitize=${PELLMAR_SANITIZE} -shared-libsan)
+endif()
+
+if(APPLE)
+  target_compile_options(pellmar_flags INTERFACE
+    $<$<COMPILE_LANGUAGE:OBJC,OBJCXX>:-fno-objc-arc>)
+endif()
