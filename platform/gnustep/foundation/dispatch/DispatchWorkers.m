@@ -1,0 +1,121 @@
+// For the name of a thread.
+#define _GNU_SOURCE
+
+#include "DispatchWorkers.h"
+
+#import <Foundation/NSThread.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include "DispatchClock.h"
+#import "DispatchQueue.h"
+
+enum { kMostBounded = 64, kMostThreads = 512 };
+static const int64_t kIdleLife = 5 * (int64_t)NSEC_PER_SEC;
+
+// All of this is guarded by the lock. Nothing here has a destructor: workers may run while the
+// process exits.
+static pthread_mutex_t sLock = PTHREAD_MUTEX_INITIALIZER;
+static pthread_cond_t sCalled;
+static pthread_once_t sPrepared = PTHREAD_ONCE_INIT;
+static struct DispatchWorkList sBounded;
+static struct DispatchWorkList sUnbounded;
+static unsigned sRunningBounded;
+static unsigned sRunningUnbounded;
+static unsigned sThreads;
+static unsigned sIdle;   // Threads that wait and were not called.
+static unsigned sCalls;  // Calls that a waiting thread has still to answer.
+
+static void Prepare(void) { DispatchConditionInit(&sCalled); }
+
+/// Called with the lock held. Returns NULL where there is nothing this thread may do.
+static struct DispatchWork *Take(BOOL *bounded) {
+  struct DispatchWork *work = DispatchWorkTake(&sUnbounded);
+  *bounded = NO;
+  if (!work && sRunningBounded < kMostBounded) {
+    work = DispatchWorkTake(&sBounded);
+    *bounded = work != NULL;
+  }
+  return work;
+}
+
+/// Called with the lock held. Returns whether the thread was called before its time was over.
+static BOOL WaitForCall(void) {
+  ++sIdle;
+  dispatch_time_t end = dispatch_time(DISPATCH_TIME_NOW, kIdleLife);
+  BOOL inTime = YES;
+  while (!sCalls && inTime) inTime = DispatchConditionWait(&sCalled, &sLock, end);
+  if (sCalls) {
+    --sCalls;
+    return YES;
+  }
+  --sIdle;
+  return NO;
+}
+
+static void *Work(void *unused) {
+  (void)unused;
+  pthread_setname_np(pthread_self(), "dispatch-worker");
+  GSRegisterCurrentThread();
+  pthread_mutex_lock(&sLock);
+  do {
+    BOOL bounded;
+    struct DispatchWork *work;
+    while ((work = Take(&bounded))) {
+      unsigned *running = bounded ? &sRunningBounded : &sRunningUnbounded;
+      ++*running;
+      pthread_mutex_unlock(&sLock);
+      while (work) work = [work->queue run:work];
+      pthread_mutex_lock(&sLock);
+      --*running;
+    }
+  } while (WaitForCall());
+  --sThreads;
+  pthread_mutex_unlock(&sLock);
+  GSUnregisterCurrentThread();
+  return NULL;
+}
+
+/// Called with the lock held.
+static void StartThread(void) {
+  // Signals are for the threads of the program.
+  sigset_t blocked, former;
+  sigfillset(&blocked);
+  const int faults[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS, SIGPROF};
+  for (size_t i = 0; i < sizeof(faults) / sizeof(*faults); ++i) sigdelset(&blocked, faults[i]);
+  pthread_sigmask(SIG_SETMASK, &blocked, &former);
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  pthread_t thread;
+  if (pthread_create(&thread, &attributes, Work, NULL) == 0) {
+    ++sThreads;
+  } else if (!sThreads) {
+    fputs("dispatch: no worker thread can be started\n", stderr);
+    abort();
+  }
+  pthread_attr_destroy(&attributes);
+  pthread_sigmask(SIG_SETMASK, &former, NULL);
+}
+
+void DispatchToWorkers(struct DispatchWork *work, BOOL bounded) {
+  pthread_once(&sPrepared, Prepare);
+  pthread_mutex_lock(&sLock);
+  DispatchWorkAppend(bounded ? &sBounded : &sUnbounded, work);
+  // Where all bounded work is running that may, the next thread to end its own goes on with this.
+  if (!bounded || sRunningBounded < kMostBounded) {
+    // Threads that have only been started count with those that run bounded work.
+    BOOL mayStart =
+        sThreads < kMostThreads && (!bounded || sThreads - sRunningUnbounded < kMostBounded);
+    if (sIdle) {
+      --sIdle;
+      ++sCalls;
+      pthread_cond_signal(&sCalled);
+    } else if (mayStart) {
+      StartThread();
+    }
+  }
+  pthread_mutex_unlock(&sLock);
+}

@@ -1,0 +1,21 @@
+// The objects behind NSXPCConnection.
+
+#import <Foundation/Foundation.h>
+
+#include "connection_core.h"
+
+@interface PlatformXPCConnection : NSXPCConnection {
+ @public
+  std::shared_ptr<platform::xpc::ConnectionCore> *_core;
+
+ @private
+  std::shared_ptr<platform::xpc::OwnerLink> *_link;
+  long _references;
+  NSString *_serviceName;
+  NSXPCListenerEndpoint *_endpoint;
+}
+
+/// A connection that a listener has accepted.
+- (instancetype)initWithAcceptedSocket:(platform::xpc::Descriptor)socket;
+
+@end

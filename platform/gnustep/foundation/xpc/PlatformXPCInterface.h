@@ -1,0 +1,24 @@
+// The objects behind NSXPCInterface.
+
+#import <Foundation/Foundation.h>
+
+#include "protocol_methods.h"
+
+struct PlatformXPCInterfaceClasses;
+
+@interface PlatformXPCInterface : NSXPCInterface {
+  Protocol *_protocol;
+  const platform::xpc::ProtocolMethods *_methods;
+  struct PlatformXPCInterfaceClasses *_classes;
+}
+
+- (instancetype)initWithProtocol:(Protocol *)protocol;
+
+@property (readonly) const platform::xpc::ProtocolMethods *methods;
+
+/// The classes set for an argument of `method` or of its reply block, or nil where none were.
+- (NSSet *)classesForMethod:(const platform::xpc::Method *)method
+                   argument:(NSUInteger)index
+                    ofReply:(BOOL)ofReply;
+
+@end

@@ -1,0 +1,16 @@
+// The objects behind NSXPCListener.
+
+#import <Foundation/Foundation.h>
+
+#include "listener_core.h"
+
+@interface PlatformXPCListener : NSXPCListener {
+  std::shared_ptr<platform::xpc::ListenerCore> *_core;
+  std::shared_ptr<platform::xpc::OwnerLink> *_link;
+  long _references;
+}
+
+/// @param service  As `ListenerCore`'s.
+- (instancetype)initWithService:(const char *)service;
+
+@end

@@ -1,0 +1,75 @@
+#import "PlatformXPCListener.h"
+
+#import "PlatformXPCListenerEndpoint.h"
+
+using platform::xpc::ListenerCore;
+using platform::xpc::OwnerLink;
+
+@implementation PlatformXPCListener
+
+- (instancetype)initWithService:(const char *)service {
+  self = [super init];
+  if (self) {
+    _link = new std::shared_ptr<OwnerLink>(std::make_shared<OwnerLink>(self, &_references));
+    _core = new std::shared_ptr<ListenerCore>(std::make_shared<ListenerCore>(service, *_link));
+  }
+  return self;
+}
+
+/// A listener needs a name, or to be anonymous.
+- (instancetype)init {
+  [self release];
+  return nil;
+}
+
+- (instancetype)initWithMachServiceName:(NSString *)name {
+  // An empty name would make an anonymous listener.
+  return [self initWithService:[name length] ? [name UTF8String] : "."];
+}
+
+- (id)retain {
+  OwnerLink::Increment(&_references);
+  return self;
+}
+
+- (oneway void)release {
+  if (OwnerLink::Decrement(&_references)) [self dealloc];
+}
+
+- (NSUInteger)retainCount {
+  return static_cast<NSUInteger>(__atomic_load_n(&_references, __ATOMIC_RELAXED) + 1);
+}
+
+- (void)dealloc {
+  if (_link) (*_link)->Clear();
+  if (_core) (*_core)->Invalidate();
+  delete _core;
+  delete _link;
+  [super dealloc];
+}
+
+- (id<NSXPCListenerDelegate>)delegate {
+  return (*_core)->delegate();
+}
+
+- (void)setDelegate:(id<NSXPCListenerDelegate>)delegate {
+  (*_core)->SetDelegate(delegate);
+}
+
+- (NSXPCListenerEndpoint *)endpoint {
+  return [[[PlatformXPCListenerEndpoint alloc] initWithListener:*_core] autorelease];
+}
+
+- (void)resume {
+  (*_core)->Resume();
+}
+
+- (void)suspend {
+  (*_core)->Suspend();
+}
+
+- (void)invalidate {
+  (*_core)->Invalidate();
+}
+
+@end

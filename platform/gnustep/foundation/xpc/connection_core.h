@@ -1,0 +1,129 @@
+// What a connection is besides its object: the state, the outstanding requests and the handlers. It
+// outlives the object until everything outstanding has ended.
+
+#ifndef PLATFORM_XPC_CONNECTION_CORE_H
+#define PLATFORM_XPC_CONNECTION_CORE_H
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#import <Foundation/Foundation.h>
+
+#include "channel.h"
+#include "owner_link.h"
+#include "protocol_methods.h"
+#include "reply_block.h"
+#include "wire.h"
+
+@class PlatformXPCInterface;
+
+namespace platform::xpc {
+
+class ListenerCore;
+
+class ConnectionCore : public Channel::Client, public std::enable_shared_from_this<ConnectionCore> {
+ public:
+  /// Where the peer is: a name, a listener of this process, or a socket that was accepted.
+  struct Target {
+    std::string service;
+    std::weak_ptr<ListenerCore> listener;
+    Descriptor accepted;
+    enum { kService, kListener, kAccepted } kind;
+  };
+
+  ConnectionCore(Target target, std::shared_ptr<OwnerLink> owner);
+  ~ConnectionCore() override;
+
+  void Resume();
+  void Suspend();
+  void Invalidate();
+
+  /// Encodes the message and hands it to the channel. Raises NSInvalidArgumentException when an
+  /// argument cannot be encoded.
+  /// @param arguments  Point to the method's arguments.
+  /// @param errorHandler  A block on the heap, or nil.
+  void SendMessage(const Method &method, PlatformXPCInterface *interface, void *const *arguments,
+                   id errorHandler);
+
+  /// The objects a connection is set up with. `Get` returns them autoreleased; `Set` retains, and
+  /// after the invalidation ignores all but the remote interface.
+  enum Part {
+    kExportedInterface,
+    kExportedObject,
+    kRemoteInterface,
+    kInterruption,
+    kInvalidation,
+    kParts
+  };
+  id Get(Part part);
+  void Set(Part part, id object);
+
+  Channel::Peer peer();
+
+  /// The connection whose method or reply block runs on this thread, or nil.
+  static NSXPCConnection *Current();
+
+  void OnNews() override;
+
+ private:
+  enum class State { kFresh, kActive, kInterrupted, kInvalid };
+
+  /// A request without its answer. Owns what it refers to.
+  struct Request {
+    id block = nil;
+    const BlockType *type = nullptr;
+    PlatformXPCInterface *interface = nil;
+    const Method *method = nullptr;
+    id errorHandler = nil;
+    void Release();
+  };
+  using Requests = std::unordered_map<uint64_t, Request>;
+
+  void OpenChannel();
+  void Schedule();
+  void Drain();
+  bool NextFrame(const std::shared_ptr<Channel> &channel, Channel::End *end);
+  void HandleFrame(const std::shared_ptr<Channel> &channel);
+  const char *HandleMessage(const std::shared_ptr<Channel> &channel, const Frame &frame);
+  const char *HandleReply(const Frame &frame);
+  const char *DecodeArguments(const Frame &frame, const Signature &signature,
+                              PlatformXPCInterface *interface, const Method &method, bool ofReply,
+                              Slot *slots);
+  void HandleEnd(const std::shared_ptr<Channel> &channel, Channel::End end);
+  void End(State state, NSInteger code);
+  void FailRequests(Requests *requests, NSInteger code);
+  void FailLater(id errorHandler, NSInteger code);
+  void Enqueue(void (*work)(ConnectionCore *core));
+  NSString *ServiceName() const;
+
+  const std::shared_ptr<OwnerLink> owner_;
+  const dispatch_queue_t queue_;
+  std::atomic<uint64_t> lastRequest_{0};
+
+  std::mutex mutex_;
+  Target target_;
+  State state_ = State::kFresh;
+  unsigned suspensions_ = 1;
+  bool scheduled_ = false;
+  bool again_ = false;  ///< News came while the queue was at work, or was suspended.
+  bool overflowTold_ = false;
+  bool strangeReplyTold_ = false;
+  std::shared_ptr<Channel> channel_;
+  Channel::Peer peer_;
+  Requests requests_;
+  id parts_[kParts] = {};
+  id keptOwner_ = nil;  ///< An accepted connection lives as long as it is active.
+
+  // Of the queue alone.
+  std::vector<uint8_t> frames_;
+  size_t offset_ = 0;
+  Frame frame_;
+};
+
+}  // namespace platform::xpc
+
+#endif

@@ -1,0 +1,510 @@
+#include "connection_core.h"
+
+#include <objc/message.h>
+
+#include <algorithm>
+
+#import "PlatformXPCInterface.h"
+#include "listener_core.h"
+#include "object_coding.h"
+#include "scratch_writer.h"
+#include "xpc_error.h"
+
+namespace platform::xpc {
+
+namespace {
+
+thread_local NSXPCConnection *currentConnection = nil;
+
+/// Sets the current connection for as long as it lives.
+class CurrentConnection {
+ public:
+  explicit CurrentConnection(id connection) : before_(currentConnection) {
+    currentConnection = connection;
+  }
+  ~CurrentConnection() { currentConnection = before_; }
+
+ private:
+  NSXPCConnection *const before_;
+};
+
+struct LateFailure {
+  id errorHandler;
+  NSError *error;
+};
+
+void RunHandler(id handler) {
+  if (handler) ((void (^)(void))handler)();
+}
+
+void RunErrorHandler(id handler, NSError *error) {
+  if (handler) ((void (^)(NSError *))handler)(error);
+}
+
+}  // namespace
+
+void ConnectionCore::Request::Release() {
+  [block release];
+  [interface release];
+  [errorHandler release];
+}
+
+ConnectionCore::ConnectionCore(Target target, std::shared_ptr<OwnerLink> owner)
+    : owner_(std::move(owner)),
+      queue_(dispatch_queue_create("NSXPCConnection", DISPATCH_QUEUE_SERIAL)),
+      target_(std::move(target)) {}
+
+ConnectionCore::~ConnectionCore() {
+  if (channel_) channel_->Close();
+  for (id part : parts_) [part release];
+  dispatch_release(queue_);
+}
+
+NSXPCConnection *ConnectionCore::Current() { return currentConnection; }
+
+NSString *ConnectionCore::ServiceName() const {
+  if (target_.kind != Target::kService) return nil;
+  return [NSString stringWithUTF8String:target_.service.c_str()];
+}
+
+id ConnectionCore::Get(Part part) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return [[parts_[part] retain] autorelease];
+}
+
+void ConnectionCore::Set(Part part, id object) {
+  id old;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (state_ == State::kInvalid && part != kRemoteInterface) return;
+    old = parts_[part];
+    parts_[part] = [object retain];
+  }
+  [old release];
+}
+
+Channel::Peer ConnectionCore::peer() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (channel_ && channel_->peer().process) peer_ = channel_->peer();
+  return peer_;
+}
+
+/// Runs `work` on the queue, with the core kept alive.
+void ConnectionCore::Enqueue(void (*work)(ConnectionCore *core)) {
+  struct Call {
+    std::shared_ptr<ConnectionCore> core;
+    void (*work)(ConnectionCore *);
+  };
+  dispatch_async_f(queue_, new Call{shared_from_this(), work}, [](void *context) {
+    std::unique_ptr<Call> call(static_cast<Call *>(context));
+    @autoreleasepool {
+      call->work(call->core.get());
+    }
+  });
+}
+
+/// Call with the lock held.
+void ConnectionCore::Schedule() {
+  again_ = true;
+  if (scheduled_) return;
+  scheduled_ = true;
+  Enqueue([](ConnectionCore *core) { core->Drain(); });
+}
+
+void ConnectionCore::OnNews() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  Schedule();
+}
+
+/// Call with the lock held.
+void ConnectionCore::OpenChannel() {
+  if (!channel_) channel_ = std::make_shared<Channel>(weak_from_this());
+  bool opened = false;
+  switch (target_.kind) {
+    case Target::kService:
+      opened = channel_->Connect(target_.service);
+      break;
+    case Target::kListener: {
+      auto listener = target_.listener.lock();
+      opened = channel_->Adopt(listener ? listener->ConnectHere() : Descriptor());
+      break;
+    }
+    case Target::kAccepted:
+      opened = channel_->Adopt(std::move(target_.accepted));
+      break;
+  }
+  state_ = State::kActive;
+  if (!opened) Schedule();
+}
+
+void ConnectionCore::Resume() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (suspensions_ == 0 || --suspensions_ > 0 || state_ == State::kInvalid) return;
+  if (state_ == State::kFresh) {
+    if (target_.kind == Target::kAccepted) keptOwner_ = owner_->Retain();
+    OpenChannel();
+  }
+  if (again_) Schedule();
+}
+
+void ConnectionCore::Suspend() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  ++suspensions_;
+}
+
+void ConnectionCore::Invalidate() { End(State::kInvalid, NSXPCConnectionInvalid); }
+
+void ConnectionCore::SendMessage(const Method &method, PlatformXPCInterface *interface,
+                                 void *const *arguments, id errorHandler) {
+  Request request;
+  if (method.reply >= 0) {
+    request.block = *static_cast<id *>(arguments[method.reply]);
+    request.type = request.block ? FindTypeOfBlock(request.block) : nullptr;
+    if (!request.type) {
+      NSLog(@"XPC: %s is not sent: %s", method.name.c_str(),
+            request.block ? "its reply block has types that cannot be sent"
+                          : "it has no reply block");
+      FailLater(errorHandler, NSXPCConnectionReplyInvalid);
+      return;
+    }
+  }
+
+  uint64_t number = request.type ? ++lastRequest_ : 0;
+  ScratchWriter writer;
+  writer->Begin(FrameKind::kMessage);
+  writer->PutNumber(number);
+  writer->PutText(method.name);
+  if (request.type) writer->PutText(SignatureOf(request.type).text());
+  const auto &types = method.signature->arguments();
+  writer->PutNumber(types.size());
+  for (size_t i = 0; i < types.size(); ++i) EncodeArgument(writer.get(), types[i], arguments[i]);
+  if (!writer->Finish()) {
+    NSLog(@"XPC: %s is not sent: it is too large", method.name.c_str());
+    FailLater(errorHandler, NSXPCConnectionInvalid);
+    return;
+  }
+
+  NSInteger failure = 0;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (state_ == State::kInvalid) {
+      failure = NSXPCConnectionInvalid;
+    } else {
+      if (state_ == State::kInterrupted) {
+        OpenChannel();
+      } else if (!channel_) {
+        channel_ = std::make_shared<Channel>(weak_from_this());
+      }
+      Channel::Sent sent = channel_->Send(writer->data(), writer->size(), number != 0);
+      if (sent == Channel::Sent::kFull) {
+        failure = NSXPCConnectionInterrupted;
+        if (!overflowTold_) {
+          overflowTold_ = true;
+          NSLog(@"XPC: the peer takes nothing and too much waits for it; messages are dropped");
+        }
+      } else if (number) {
+        // With a channel that has just ended it fails together with all others.
+        request.block = [request.block copy];
+        request.interface = [interface retain];
+        request.method = &method;
+        request.errorHandler = [errorHandler retain];
+        requests_.emplace(number, request);
+      } else if (sent == Channel::Sent::kClosed) {
+        failure = channel_->end() == Channel::End::kUnreachable ? NSXPCConnectionInvalid
+                                                                : NSXPCConnectionInterrupted;
+      }
+    }
+  }
+  if (failure) FailLater(errorHandler, failure);
+}
+
+void ConnectionCore::FailLater(id errorHandler, NSInteger code) {
+  if (!errorHandler) return;
+  struct Call {
+    std::shared_ptr<ConnectionCore> core;
+    id errorHandler;
+    NSInteger code;
+  };
+  dispatch_async_f(
+      queue_, new Call{shared_from_this(), [errorHandler retain], code}, [](void *context) {
+        std::unique_ptr<Call> call(static_cast<Call *>(context));
+        @autoreleasepool {
+          RunErrorHandler(call->errorHandler, MakeError(call->code, call->core->ServiceName()));
+          [call->errorHandler release];
+        }
+      });
+}
+
+/// Queue.
+void ConnectionCore::Drain() {
+  unsigned handled = 0;
+  NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+  for (;;) {
+    std::shared_ptr<Channel> channel;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (suspensions_ || state_ == State::kInvalid || !channel_) {
+        scheduled_ = false;
+        break;
+      }
+      channel = channel_;
+      again_ = false;
+    }
+    Channel::End end;
+    if (NextFrame(channel, &end)) {
+      HandleFrame(channel);
+      if (++handled % 64 == 0) {
+        [pool release];
+        pool = [[NSAutoreleasePool alloc] init];
+      }
+      continue;
+    }
+    if (end != Channel::End::kNone) {
+      HandleEnd(channel, end);
+      continue;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!again_) {
+      scheduled_ = false;
+      break;
+    }
+  }
+  [pool release];
+}
+
+/// Makes `frames_` hold a frame at `offset_`. Returns false when there is none; `end` says whether
+/// there will be more.
+bool ConnectionCore::NextFrame(const std::shared_ptr<Channel> &channel, Channel::End *end) {
+  if (offset_ < frames_.size()) return true;
+  offset_ = 0;
+  // Asked first: what arrived before the end must not be overlooked.
+  *end = channel->end();
+  return channel->TakeFrames(&frames_);
+}
+
+void ConnectionCore::HandleFrame(const std::shared_ptr<Channel> &channel) {
+  const uint8_t *bytes = frames_.data() + offset_;
+  uint32_t length = 0;
+  FrameKind kind;
+  const char *problem = DecodeHeader(bytes, &length, &kind);
+  offset_ += kHeaderSize + length;
+  if (!problem) problem = DecodePayload(kind, bytes + kHeaderSize, length, &frame_);
+  if (!problem) {
+    problem = kind == FrameKind::kMessage ? HandleMessage(channel, frame_) : HandleReply(frame_);
+  }
+  if (problem) {
+    frames_.clear();
+    if (!channel->Break(problem)) NSLog(@"XPC: a connection has ended: %s", problem);
+    std::vector<uint8_t> dropped;
+    channel->TakeFrames(&dropped);
+  }
+}
+
+/// Fills `slots`; the objects in it are owned by the caller, on failure too.
+const char *ConnectionCore::DecodeArguments(const Frame &frame, const Signature &signature,
+                                            PlatformXPCInterface *interface, const Method &method,
+                                            bool ofReply, Slot *slots) {
+  const auto &types = signature.arguments();
+  for (size_t i = 0; i < types.size(); ++i) slots[i].asUnsigned = 0;
+  if (frame.argumentCount != types.size()) return "the number of arguments is wrong";
+  const Item *item = frame.items.data();
+  for (size_t i = 0; i < types.size(); ++i) {
+    if (types[i].kind == TypeKind::kBlock || item->tag == Tag::kBlock) {
+      if (types[i].kind != TypeKind::kBlock || item->tag != Tag::kBlock) {
+        return "a reply block is at a wrong place";
+      }
+      ++item;
+      continue;
+    }
+    NSSet *allowed = [interface classesForMethod:&method argument:i ofReply:ofReply];
+    const char *problem = DecodeArgument(&item, types[i], allowed, &slots[i]);
+    if (problem) return problem;
+  }
+  return nullptr;
+}
+
+namespace {
+
+void ReleaseArguments(const Signature &signature, Slot *slots) {
+  const auto &types = signature.arguments();
+  for (size_t i = 0; i < types.size(); ++i) {
+    if (types[i].kind == TypeKind::kObject || types[i].kind == TypeKind::kBlock) {
+      [static_cast<id>(slots[i].pointer) release];
+    }
+  }
+}
+
+}  // namespace
+
+const char *ConnectionCore::HandleMessage(const std::shared_ptr<Channel> &channel,
+                                          const Frame &frame) {
+  id owner = owner_->Retain();
+  if (!owner) return nullptr;
+  PlatformXPCInterface *interface;
+  id object;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    interface = [parts_[kExportedInterface] retain];
+    object = [parts_[kExportedObject] retain];
+  }
+
+  const char *problem = nullptr;
+  const Method *method = interface ? [interface methods]->Find(frame.selector) : nullptr;
+  const BlockType *type = nullptr;
+  if (!method || ![object respondsToSelector:method->selector]) {
+    problem = "a message has an unknown selector";
+  } else if ((method->reply >= 0) != (frame.request != 0)) {
+    problem = "a message has a reply block too many or too few";
+  } else if (method->reply >= 0) {
+    type = FindBlockType(frame.replySignature, true);
+    if (!type) problem = "a reply block has types that cannot be sent";
+  }
+
+  if (!problem) {
+    const Signature &signature = *method->signature;
+    Slot slots[kMaximumArguments];
+    @try {
+      problem = DecodeArguments(frame, signature, interface, *method, false, slots);
+      if (!problem && type) {
+        slots[method->reply].pointer = MakeReplyBlock(type, channel, frame.request, frame.selector);
+        if (!slots[method->reply].pointer) problem = "there is no memory for a reply block";
+      }
+      if (!problem) {
+        CurrentConnection current(owner);
+        SEL selector = method->selector;
+        void *arguments[2 + kMaximumArguments] = {&object, &selector};
+        for (size_t i = 0; i < signature.arguments().size(); ++i) arguments[2 + i] = &slots[i];
+        ffi_call(signature.cif(), reinterpret_cast<void (*)()>(objc_msg_lookup(object, selector)),
+                 nullptr, arguments);
+      }
+    } @catch (id exception) {
+      NSLog(@"XPC: %s raised %@", method->name.c_str(), exception);
+      problem = "a method raised an exception";
+    }
+    ReleaseArguments(signature, slots);
+  }
+  [object release];
+  [interface release];
+  [owner release];
+  return problem;
+}
+
+const char *ConnectionCore::HandleReply(const Frame &frame) {
+  Request request;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto found = requests_.find(frame.request);
+    if (found == requests_.end()) {
+      if (!strangeReplyTold_) NSLog(@"XPC: replies to no outstanding request are ignored");
+      strangeReplyTold_ = true;
+      return nullptr;
+    }
+    request = found->second;
+    requests_.erase(found);
+  }
+  id owner = owner_->Retain();
+  const Signature &signature = SignatureOf(request.type);
+  Slot slots[kMaximumArguments];
+  const char *problem = nullptr;
+  bool decoded = false;
+  @try {
+    problem = DecodeArguments(frame, signature, request.interface, *request.method, true, slots);
+    decoded = true;
+    CurrentConnection current(owner);
+    if (problem) {
+      RunErrorHandler(request.errorHandler, MakeError(NSXPCConnectionReplyInvalid, ServiceName()));
+    } else {
+      CallBlock(request.block, request.type, slots);
+    }
+  } @catch (id exception) {
+    NSLog(@"XPC: handling the reply to %s raised %@", request.method->name.c_str(), exception);
+  }
+  if (!decoded) {
+    problem = "an object cannot be made";
+    RunErrorHandler(request.errorHandler, MakeError(NSXPCConnectionReplyInvalid, ServiceName()));
+  }
+  ReleaseArguments(signature, slots);
+  request.Release();
+  [owner release];
+  return problem;
+}
+
+/// Queue.
+void ConnectionCore::HandleEnd(const std::shared_ptr<Channel> &channel, Channel::End end) {
+  std::string problem = channel->Problem();
+  bool unreachable = end == Channel::End::kUnreachable;
+  if (!problem.empty()) {
+    NSLog(@"XPC: %s%s", unreachable ? "" : "a connection ends: ", problem.c_str());
+  }
+  bool forGood = unreachable || target_.kind == Target::kAccepted;
+  NSInteger code = unreachable ? NSXPCConnectionInvalid : NSXPCConnectionInterrupted;
+  End(forGood ? State::kInvalid : State::kInterrupted, code);
+}
+
+/// Ends the channel, and with `state` kInvalid the connection; outstanding requests fail with
+/// `code`. Handlers run later on the queue.
+void ConnectionCore::End(State state, NSInteger code) {
+  struct Ended {
+    std::shared_ptr<ConnectionCore> core;
+    Requests requests;
+    NSInteger code;
+    id handler;
+    id given[kParts];
+    id owner;
+  };
+  std::shared_ptr<Channel> channel;
+  std::unique_ptr<Ended> ended(new Ended{});
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (state_ == State::kInvalid) return;
+    state_ = state;
+    channel = std::move(channel_);
+    channel_.reset();
+    if (channel && channel->peer().process) peer_ = channel->peer();
+    ended->requests = std::move(requests_);
+    requests_.clear();
+    ended->code = code;
+    if (state == State::kInvalid) {
+      // The interfaces stay: a proxy may be asked for at any time.
+      for (Part part : {kExportedObject, kInterruption, kInvalidation}) {
+        ended->given[part] = parts_[part];
+        parts_[part] = nil;
+      }
+      ended->handler = [ended->given[kInvalidation] retain];
+      ended->owner = keptOwner_;
+      keptOwner_ = nil;
+      target_.accepted.Reset();
+    } else {
+      ended->handler = [parts_[kInterruption] retain];
+    }
+  }
+  if (channel) channel->Close();
+  ended->core = shared_from_this();
+  dispatch_async_f(queue_, ended.release(), [](void *context) {
+    std::unique_ptr<Ended> ended(static_cast<Ended *>(context));
+    @autoreleasepool {
+      ended->core->FailRequests(&ended->requests, ended->code);
+      RunHandler(ended->handler);
+      [ended->handler release];
+      for (id part : ended->given) [part release];
+      [ended->owner release];
+    }
+  });
+}
+
+/// Queue.
+void ConnectionCore::FailRequests(Requests *requests, NSInteger code) {
+  // In the order in which they were sent.
+  std::vector<uint64_t> numbers;
+  for (auto &entry : *requests) numbers.push_back(entry.first);
+  std::sort(numbers.begin(), numbers.end());
+  NSError *error = MakeError(code, ServiceName());
+  for (uint64_t number : numbers) {
+    Request &request = (*requests)[number];
+    RunErrorHandler(request.errorHandler, error);
+    request.Release();
+  }
+  requests->clear();
+}
+
+}  // namespace platform::xpc

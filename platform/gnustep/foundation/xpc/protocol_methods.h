@@ -1,0 +1,55 @@
+// The methods that a protocol lets through, read once for each protocol.
+
+#ifndef PLATFORM_XPC_PROTOCOL_METHODS_H
+#define PLATFORM_XPC_PROTOCOL_METHODS_H
+
+#include <objc/runtime.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#import <Foundation/Foundation.h>
+
+#include "signature.h"
+
+namespace platform::xpc {
+
+struct Method {
+  SEL selector;
+  std::string name;
+  std::unique_ptr<Signature> signature;
+  /// Which argument is the reply block, or -1.
+  int reply = -1;
+};
+
+class ProtocolMethods {
+ public:
+  /// Returns the methods of `protocol` and of all that it adopts, without the protocol NSObject's,
+  /// which are no business of a peer. Lives for ever. Raises NSInvalidArgumentException when one
+  /// has types that cannot be sent.
+  static const ProtocolMethods *Of(Protocol *protocol);
+
+  const Method *Find(std::string_view selector) const;
+  const Method *Find(SEL selector) const { return Find(sel_getName(selector)); }
+
+  Protocol *protocol() const { return protocol_; }
+
+  /// The class of proxies whose methods are these.
+  Class proxyClass() const { return proxyClass_; }
+
+ private:
+  explicit ProtocolMethods(Protocol *protocol) : protocol_(protocol) {}
+  void AddProtocol(Protocol *protocol);
+  void AddMethod(const objc_method_description &description);
+  void MakeProxyClass();
+
+  Protocol *const protocol_;
+  std::unordered_map<std::string_view, std::unique_ptr<Method>> methods_;
+  Class proxyClass_ = Nil;
+};
+
+}  // namespace platform::xpc
+
+#endif

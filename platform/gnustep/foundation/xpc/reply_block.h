@@ -1,0 +1,40 @@
+// Reply blocks: reading and calling those of others, and making those that answer a peer.
+
+#ifndef PLATFORM_XPC_REPLY_BLOCK_H
+#define PLATFORM_XPC_REPLY_BLOCK_H
+
+#include <memory>
+#include <string_view>
+
+#import <Foundation/Foundation.h>
+
+#include "channel.h"
+#include "signature.h"
+
+namespace platform::xpc {
+
+class BlockType;
+
+/// Returns the type of blocks with this encoding, which lives for ever, or nullptr where it cannot
+/// be a reply block's: malformed, not returning void, taking a block.
+/// @param foreign  The encoding comes from a peer: the number of such that are kept is limited.
+const BlockType *FindBlockType(std::string_view encoding, bool foreign);
+
+/// Returns the type of `block`, or nullptr as above, or where the compiler left no encoding.
+const BlockType *FindTypeOfBlock(id block);
+
+const Signature &SignatureOf(const BlockType *type);
+
+/// Calls `block`. What it raises comes through.
+/// @param slots  As many as its signature has arguments.
+void CallBlock(id block, const BlockType *type, Slot *slots);
+
+/// Returns a new block, owned by the caller, that sends its arguments over `channel` as the reply
+/// to `request` when it is called. Only the first call does so. It may be called on any thread. One
+/// that is never called sends nothing.
+id MakeReplyBlock(const BlockType *type, std::shared_ptr<Channel> channel, uint64_t request,
+                  std::string_view selector);
+
+}  // namespace platform::xpc
+
+#endif
