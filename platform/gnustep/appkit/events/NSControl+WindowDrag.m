@@ -1,0 +1,37 @@
+// Where a press of the mouse takes hold of the window: GNUstep takes every view that is not opaque,
+// and with it every button, for a part of the background.
+
+#import <AppKit/AppKit.h>
+
+@interface NSControl (PlatformWindowDrag)
+@end
+
+@interface NSTextField (PlatformWindowDrag)
+@end
+
+@interface NSImageView (PlatformWindowDrag)
+@end
+
+@implementation NSControl (PlatformWindowDrag)
+
+- (BOOL)mouseDownCanMoveWindow {
+  return NO;
+}
+
+@end
+
+@implementation NSTextField (PlatformWindowDrag)
+
+- (BOOL)mouseDownCanMoveWindow {
+  return ![self isEditable] && ![self isSelectable];
+}
+
+@end
+
+@implementation NSImageView (PlatformWindowDrag)
+
+- (BOOL)mouseDownCanMoveWindow {
+  return ![self isEditable];
+}
+
+@end

@@ -1,0 +1,216 @@
+// GNUstep 0.32 brings a solver of its own, 0.29 none; Clp serves both and takes inequalities.
+
+#include "ConstraintSystem.h"
+
+#include <algorithm>
+#include <cmath>
+#include <coin/ClpSimplex.hpp>
+#include <coin/CoinError.hpp>
+#include <coin/CoinPackedMatrix.hpp>
+#include <functional>
+#include <map>
+#include <utility>
+
+namespace platform::layout {
+namespace {
+
+/// How far a solved priority may be left again by the lower ones: above Clp's own tolerance (1e-7),
+/// far below what a frame can show.
+constexpr double kLevelTolerance = 1e-6;
+
+/// Frames have a few dozen rows; a pivot count beyond this is a cycle, and the best so far is kept.
+constexpr int kMaximumPivots = 20000;
+
+using Constraint = ConstraintSystem::Constraint;
+
+struct Program {
+  std::vector<int> rows, columns;
+  std::vector<double> elements;
+  std::vector<double> columnLower, columnUpper, rowLower, rowUpper;
+
+  int addColumn(double lower, double upper) {
+    columnLower.push_back(std::isfinite(lower) ? lower : -COIN_DBL_MAX);
+    columnUpper.push_back(std::isfinite(upper) ? upper : COIN_DBL_MAX);
+    return static_cast<int>(columnLower.size()) - 1;
+  }
+
+  int addRow(const Constraint &constraint) {
+    const int row = static_cast<int>(rowLower.size());
+    for (const auto &term : constraint.terms) {
+      addElement(row, term.variable, term.coefficient);
+    }
+    rowLower.push_back(constraint.relation == Relation::LessOrEqual ? -COIN_DBL_MAX
+                                                                    : constraint.constant);
+    rowUpper.push_back(constraint.relation == Relation::GreaterOrEqual ? COIN_DBL_MAX
+                                                                       : constraint.constant);
+    return row;
+  }
+
+  void addElement(int row, int column, double value) {
+    rows.push_back(row);
+    columns.push_back(column);
+    elements.push_back(value);
+  }
+
+  void loadInto(ClpSimplex &model) const {
+    CoinPackedMatrix matrix(false, rows.data(), columns.data(), elements.data(),
+                            static_cast<CoinBigIndex>(elements.size()));
+    matrix.setDimensions(static_cast<int>(rowLower.size()), static_cast<int>(columnLower.size()));
+    model.setLogLevel(0);
+    model.setPerturbation(100);  // Off: an optimum must not depend on random shifts.
+    model.setMaximumIterations(kMaximumPivots);
+    model.loadProblem(matrix, columnLower.data(), columnUpper.data(), nullptr, rowLower.data(),
+                      rowUpper.data());
+  }
+};
+
+/// Slack columns of one priority, with their costs.
+using Level = std::vector<std::pair<int, double>>;
+
+bool isRequired(const Constraint &constraint) {
+  return constraint.priority >= ConstraintSystem::kRequired;
+}
+
+}  // namespace
+
+ConstraintSystem::Variable ConstraintSystem::addVariable(double lower, double upper) {
+  variables_.push_back({lower, upper});
+  return static_cast<Variable>(variables_.size()) - 1;
+}
+
+int ConstraintSystem::addConstraint(Constraint constraint) {
+  // Clp wants every element of its matrix once.
+  std::map<Variable, double> sums;
+  for (const Term &term : constraint.terms) {
+    sums[term.variable] += term.coefficient;
+  }
+  constraint.terms.clear();
+  for (const auto &[variable, coefficient] : sums) {
+    if (coefficient != 0) {
+      constraint.terms.push_back({variable, coefficient});
+    }
+  }
+  constraints_.push_back(std::move(constraint));
+  return static_cast<int>(constraints_.size()) - 1;
+}
+
+ConstraintSystem::Solution ConstraintSystem::solve() const {
+  Solution solution;
+  solution.values.assign(variables_.size(), 0);
+  for (size_t i = 0; i < variables_.size(); ++i) {
+    const Bounds &bounds = variables_[i];
+    solution.values[i] = std::isfinite(bounds.lower)   ? bounds.lower
+                         : std::isfinite(bounds.upper) ? std::min(bounds.upper, 0.0)
+                                                       : 0;
+  }
+
+  std::vector<int> required;
+  for (size_t i = 0; i < constraints_.size(); ++i) {
+    if (isRequired(constraints_[i])) {
+      required.push_back(static_cast<int>(i));
+    }
+  }
+
+  const auto load = [&](Program &program, const std::vector<int> &numbers) {
+    for (const Bounds &bounds : variables_) {
+      program.addColumn(bounds.lower, bounds.upper);
+    }
+    for (int number : numbers) {
+      program.addRow(constraints_[number]);
+    }
+  };
+  const auto feasible = [&](const std::vector<int> &numbers) {
+    Program program;
+    load(program, numbers);
+    ClpSimplex model;
+    program.loadInto(model);
+    model.primal();  // Clp's dual takes some systems of free variables for infeasible.
+    return !model.isProvenPrimalInfeasible();
+  };
+
+  try {
+    while (!feasible(required)) {
+      // What can go without making the rest feasible has no part in the conflict.
+      std::vector<int> members = required;
+      for (int number : required) {
+        std::vector<int> rest = members;
+        rest.erase(std::find(rest.begin(), rest.end(), number));
+        if (!feasible(rest)) {
+          members = std::move(rest);
+        }
+      }
+      if (members.empty()) {
+        break;  // The bounds of a variable contradict each other: nothing to give up.
+      }
+      int broken = members.back();
+      for (int number : members) {
+        if (!constraints_[number].rigid) {
+          broken = number;
+        }
+      }
+      if (constraints_[broken].rigid) {
+        broken = members.back();
+      }
+      required.erase(std::find(required.begin(), required.end(), broken));
+      solution.conflicts.push_back({broken, std::move(members)});
+    }
+
+    Program program;
+    load(program, required);
+    std::map<double, Level, std::greater<double>> levels;
+    for (const Constraint &constraint : constraints_) {
+      if (isRequired(constraint)) {
+        continue;
+      }
+      const int row = program.addRow(constraint);
+      Level &level = levels[constraint.priority];
+      if (constraint.relation != Relation::LessOrEqual) {
+        const int missing = program.addColumn(0, HUGE_VAL);
+        program.addElement(row, missing, 1);
+        level.emplace_back(missing, constraint.weight);
+      }
+      if (constraint.relation != Relation::GreaterOrEqual) {
+        const int excess = program.addColumn(0, HUGE_VAL);
+        program.addElement(row, excess, -1);
+        level.emplace_back(excess, constraint.weight);
+      }
+    }
+
+    ClpSimplex model;
+    program.loadInto(model);
+    model.primal();
+    const auto take = [&] {
+      const double *values = model.primalColumnSolution();
+      std::copy(values, values + variables_.size(), solution.values.begin());
+    };
+    if (model.isProvenOptimal()) {
+      take();
+    }
+    for (const auto &[priority, level] : levels) {
+      for (const auto &[column, cost] : level) {
+        model.setObjectiveCoefficient(column, cost);
+      }
+      model.primal();
+      if (!model.isProvenOptimal()) {
+        break;
+      }
+      take();
+      std::vector<int> columns;
+      std::vector<double> costs;
+      double violation = 0;
+      for (const auto &[column, cost] : level) {
+        columns.push_back(column);
+        costs.push_back(cost);
+        violation += cost * model.primalColumnSolution()[column];
+        model.setObjectiveCoefficient(column, 0);
+      }
+      model.addRow(static_cast<int>(columns.size()), columns.data(), costs.data(), -COIN_DBL_MAX,
+                   violation + kLevelTolerance);
+    }
+  } catch (const CoinError &) {
+    // Clp refuses some inputs (out of memory among them); what was found until then stands.
+  }
+  return solution;
+}
+
+}  // namespace platform::layout

@@ -1,0 +1,40 @@
+#ifndef PLATFORM_LAYOUT_LAYOUTENGINE_H
+#define PLATFORM_LAYOUT_LAYOUTENGINE_H
+
+#import <AppKit/AppKit.h>
+
+// Everything here is for the main thread.
+
+namespace platform::layout {
+
+/// The view whose size a layout takes as given: the content view of the view's window, or the
+/// topmost view where there is no window. Nil outside of content views, and for nil.
+NSView *rootOf(NSView *view);
+
+/// Asks for a pass before the next display. Nil is ignored.
+void invalidate(NSView *view);
+
+/// The same, where Auto Layout is in use in the view's hierarchy; otherwise nothing.
+void invalidateIfLaidOut(NSView *view);
+
+/// A pass, if one was asked for or a control's natural size has changed since the last one.
+void layOutIfNeeded(NSView *root);
+
+/// Sends updateConstraints where it is due.
+void updateConstraintsBelow(NSView *view);
+
+/// The smallest size of the alignment rectangle of a view that its constraints allow.
+NSSize fittingSizeOf(NSView *view);
+
+/// Gives a view's subviews the frames that the last pass found.
+void placeSubviewsOf(NSView *view);
+
+/// Takes a view and those below it out of the constraints that views above them hold.
+void detach(NSView *view);
+
+/// Whether a frame is being set by a pass.
+bool isPlacing();
+
+}  // namespace platform::layout
+
+#endif

@@ -1,0 +1,254 @@
+#import "LayoutEngine.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#import "LayoutModel.h"
+#import "LayoutState.h"
+#import "PlatformLayoutConstraint.h"
+
+namespace platform::layout {
+namespace {
+
+/// Layouts that change what they depend on end after so many passes.
+constexpr int kMaximumPasses = 4;
+
+bool placing = false;
+bool passing = false;
+
+/// Whole points, as on a display of one pixel a point. Anything but a difference of a thousandth is
+/// the solver's tolerance and must not decide a half.
+double wholePoints(double value) { return std::floor(std::round(value * 1000) / 1000 + 0.5); }
+
+void report(const LayoutModel &model, const ConstraintSystem::Solution &solution,
+            LayoutState &root) {
+  std::vector<const void *> reported;
+  for (const auto &conflict : solution.conflicts) {
+    const void *broken = model.identityOf(conflict.broken);
+    reported.push_back(broken);
+    if (std::find(root.reported.begin(), root.reported.end(), broken) != root.reported.end()) {
+      continue;  // Every display would say it again.
+    }
+    NSMutableString *members = [NSMutableString string];
+    for (int member : conflict.members) {
+      [members appendFormat:@"    \"%@\",\n", model.describe(member)];
+    }
+    NSLog(@"Unable to simultaneously satisfy constraints:\n(\n%@)\n\nWill attempt to recover by "
+          @"breaking constraint \n%@",
+          members, model.describe(conflict.broken));
+  }
+  root.reported = std::move(reported);
+}
+
+/// Finds all frames below a root and the root's own size where that is free.
+void findFrames(NSView *root, LayoutState &state) {
+  const bool sizeFree = [root window] == nil && !state.translatesMask;
+  const LayoutModel model(root, sizeFree);
+  const auto solution = model.solve();
+  report(model, solution, state);
+  for (const LayoutModel::Node &node : model.nodes()) {
+    const double left = solution.values[node.left];
+    const double top = solution.values[node.top];
+    const Edges edges = {wholePoints(left), wholePoints(top),
+                         wholePoints(left + solution.values[node.width]),
+                         wholePoints(top + solution.values[node.height])};
+    if (node.managed) {
+      node.state->edges = edges;
+      node.state->placed = true;
+      node.state->intrinsicSize = node.naturalSize;
+      node.state->intrinsicKnown = true;
+    } else if (node.parent < 0 && sizeFree) {
+      [root setFrameSize:[root frameForAlignmentRect:NSMakeRect(0, 0, edges.right - edges.left,
+                                                                edges.bottom - edges.top)]
+                             .size];
+    }
+  }
+}
+
+/// Sends layout from the top down, where a frame was found or the view asked for it.
+void placeBelow(NSView *view) {
+  NSArray *subviews = [NSArray arrayWithArray:[view subviews]];
+  LayoutState *state = existingState(view);
+  bool due = state != nullptr && state->needsLayout;
+  for (NSView *subview in subviews) {
+    const LayoutState *each = existingState(subview);
+    due = due || (each != nullptr && each->placed);
+  }
+  if (due) {
+    if (state != nullptr) {
+      state->needsLayout = false;
+    }
+    [view layout];
+  }
+  for (NSView *subview in subviews) {
+    placeBelow(subview);
+  }
+}
+
+/// Whether a control's contents have grown or shrunk: GNUstep's controls and cells have no single
+/// place that all changes of text, font and image go through, so they are asked.
+bool naturalSizesChanged(NSView *view) {
+  const LayoutState *state = existingState(view);
+  if (state != nullptr && state->intrinsicKnown && [view isKindOfClass:[NSControl class]] &&
+      !NSEqualSizes(state->intrinsicSize, [view intrinsicContentSize])) {
+    return true;
+  }
+  for (NSView *subview in [view subviews]) {
+    if (naturalSizesChanged(subview)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+NSView *rootOf(NSView *view) {
+  NSWindow *window = [view window];
+  NSView *content = [window contentView];
+  NSView *top = nil;
+  for (; view != nil; view = [view superview]) {
+    if (view == content) {
+      return view;
+    }
+    top = view;
+  }
+  return window == nil ? top : nil;
+}
+
+void invalidate(NSView *view) {
+  NSView *root = rootOf(view);
+  if (root == nil) {
+    return;
+  }
+  stateOf(root).dirty = true;
+  NSWindow *window = [root window];
+  if ([window isVisible]) {
+    [window setViewsNeedDisplay:YES];
+  }
+}
+
+void invalidateIfLaidOut(NSView *view) {
+  NSView *root = rootOf(view);
+  if (root != nil && existingState(root) != nullptr) {
+    invalidate(root);
+  }
+}
+
+void layOutIfNeeded(NSView *root) {
+  LayoutState *state = root == nil ? nullptr : existingState(root);
+  if (state == nullptr || passing) {
+    return;
+  }
+  if (!state->dirty && !naturalSizesChanged(root)) {
+    return;
+  }
+  passing = true;
+  [root retain];
+  @try {
+    int passes = 0;
+    do {
+      updateConstraintsBelow(root);
+      state->dirty = false;
+      placing = true;
+      findFrames(root, *state);
+      placeBelow(root);
+      placing = false;
+    } while (++passes < kMaximumPasses && state->dirty);
+  } @finally {
+    placing = false;
+    passing = false;
+    [root release];
+  }
+}
+
+void updateConstraintsBelow(NSView *view) {
+  for (NSView *subview in [NSArray arrayWithArray:[view subviews]]) {
+    updateConstraintsBelow(subview);
+  }
+  static const IMP inherited = [NSView instanceMethodForSelector:@selector(updateConstraints)];
+  LayoutState *state = existingState(view);
+  if (state == nullptr && [view methodForSelector:@selector(updateConstraints)] != inherited) {
+    state = &stateOf(view);
+  }
+  if (state != nullptr && state->needsUpdateConstraints) {
+    state->needsUpdateConstraints = false;
+    [view updateConstraints];
+  }
+}
+
+NSSize fittingSizeOf(NSView *view) {
+  updateConstraintsBelow(view);
+  const LayoutModel model(view, true);
+  const auto solution = model.solve();
+  const LayoutModel::Node &root = model.nodes().front();
+  const auto rounded = [](double value) { return std::ceil(std::round(value * 1000) / 1000); };
+  return NSMakeSize(rounded(solution.values[root.width]), rounded(solution.values[root.height]));
+}
+
+void placeSubviewsOf(NSView *view) {
+  NSView *root = rootOf(view);
+  if (root == nil) {
+    return;
+  }
+  double left = 0;
+  double top = 0;
+  for (NSView *each = view; each != root; each = [each superview]) {
+    const LocalFrame local = localFrameOf(each);
+    left += local.x;
+    top += local.y;
+  }
+  const NSRect bounds = [view bounds];
+  const bool flipped = [view isFlipped];
+  for (NSView *subview in [NSArray arrayWithArray:[view subviews]]) {
+    const LayoutState *state = existingState(subview);
+    if (state == nullptr || !state->placed) {
+      continue;
+    }
+    const Edges &edges = state->edges;
+    NSRect rect = NSMakeRect(NSMinX(bounds) + edges.left - left, 0, edges.right - edges.left,
+                             edges.bottom - edges.top);
+    rect.origin.y =
+        flipped ? NSMinY(bounds) + edges.top - top : NSMaxY(bounds) - (edges.bottom - top);
+    const NSRect frame = [subview frameForAlignmentRect:rect];
+    if (!NSEqualRects(frame, [subview frame])) {
+      // GNUstep's setFrame: leaves redrawing to the caller.
+      [view setNeedsDisplayInRect:[subview frame]];
+      [subview setFrame:frame];
+      [subview setNeedsDisplay:YES];
+    }
+  }
+}
+
+void detach(NSView *view) {
+  std::vector<NSView *> views = {view};
+  for (size_t i = 0; i < views.size(); ++i) {
+    for (NSView *subview in [views[i] subviews]) {
+      views.push_back(subview);
+    }
+  }
+  for (NSView *each : views) {
+    LayoutState *state = existingState(each);
+    if (state == nullptr) {
+      continue;
+    }
+    state->placed = false;
+    const std::vector<PlatformLayoutConstraint *> mentions = state->mentions;
+    for (PlatformLayoutConstraint *constraint : mentions) {
+      // The list is a copy, and removing may deallocate: look whether it is still mentioned.
+      if (std::find(state->mentions.begin(), state->mentions.end(), constraint) ==
+          state->mentions.end()) {
+        continue;
+      }
+      NSView *holder = [constraint holder];
+      if (holder != nil && ![holder isDescendantOf:view]) {
+        [holder removeConstraint:constraint];
+      }
+    }
+  }
+}
+
+bool isPlacing() { return placing; }
+
+}  // namespace platform::layout

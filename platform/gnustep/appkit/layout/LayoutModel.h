@@ -1,0 +1,100 @@
+#ifndef PLATFORM_LAYOUT_LAYOUTMODEL_H
+#define PLATFORM_LAYOUT_LAYOUTMODEL_H
+
+#import <AppKit/AppKit.h>
+
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "ConstraintSystem.h"
+#import "LayoutState.h"
+
+namespace platform::layout {
+
+/// The frame of a view seen from the top left corner of its superview's frame.
+struct LocalFrame {
+  double x, y, width, height;
+};
+
+LocalFrame localFrameOf(NSView *view);
+
+/// One hierarchy as a system of linear constraints. Variables are alignment rectangles, in points
+/// from the top left corner of the root. For the main thread, and not beyond one pass: views are
+/// not retained.
+class LayoutModel {
+ public:
+  using Variable = ConstraintSystem::Variable;
+
+  /// A view that takes part.
+  struct Node {
+    NSView *view;
+    LayoutState *state;  ///< Null: the view has no constraints and translates its mask.
+    int parent;          ///< Index; -1: the root, which is the first node.
+    bool managed;        ///< Constraints decide the frame.
+    NSEdgeInsets insets;
+    NSSize naturalSize;
+    Variable left, top, width, height;
+  };
+
+  /// The root has its present size, or the smallest that is possible.
+  LayoutModel(NSView *root, bool sizeFree);
+
+  const std::vector<Node> &nodes() const { return nodes_; }
+
+  ConstraintSystem::Solution solve() const { return system_.solve(); }
+
+  /// What identifies a constraint of the solution from one pass to the next.
+  const void *identityOf(int number) const;
+
+  /// A constraint of the solution, for the log.
+  NSString *describe(int number) const;
+
+ private:
+  using Terms = std::vector<ConstraintSystem::Term>;
+
+  /// Where a constraint of the system comes from: an NSLayoutConstraint, or a kind for a view.
+  struct Origin {
+    PlatformLayoutConstraint *constraint;
+    NSView *view;
+    const char *kind;
+  };
+
+  /// One direction of a view's alignment rectangle in its frame.
+  struct Extent {
+    Variable start, size;
+    double nearInset, farInset;
+  };
+
+  static Extent horizontal(const Node &node);
+  static Extent vertical(const Node &node);
+
+  void want(NSView *view);
+  void gather(NSView *view);
+  void collect(NSView *view, int parent);
+  void add(ConstraintSystem::Constraint constraint, const Origin &origin);
+  void addSoft(Variable variable, Relation relation, double constant, double priority,
+               double weight = 1);
+  void addMask(const Node &node);
+  void addMaskAlong(NSView *view, const Extent &own, const Extent &container, double containerSize,
+                    double position, double size, bool nearFlexible, bool sizeFlexible,
+                    bool farFlexible);
+  void addNaturalSize(Node &node);
+  void addNaturalSizeAlong(const Node &node, Variable variable, CGFloat size,
+                           NSLayoutConstraintOrientation orientation);
+  void addTieBreaks(const Node &node, size_t index);
+  static double addAttribute(Terms &terms, const Node &node, NSLayoutAttribute attribute,
+                             double factor, const Node &holder);
+  void addConstraint(PlatformLayoutConstraint *constraint, const Node &holder);
+
+  const bool sizeFree_;
+  ConstraintSystem system_;
+  std::vector<Node> nodes_;
+  std::vector<Origin> origins_;  // By number of the constraint.
+  std::unordered_map<const void *, int> indices_;
+  std::unordered_set<const void *> wanted_;
+};
+
+}  // namespace platform::layout
+
+#endif

@@ -1,0 +1,56 @@
+#ifndef PLATFORM_LAYOUT_LAYOUTSTATE_H
+#define PLATFORM_LAYOUT_LAYOUTSTATE_H
+
+#import <AppKit/AppKit.h>
+
+#include <vector>
+
+@class PlatformLayoutConstraint;
+
+namespace platform::layout {
+
+/// Edges in points, counted from the top left corner of the laid-out root, downwards.
+struct Edges {
+  double left = 0, top = 0, right = 0, bottom = 0;
+};
+
+/// What Auto Layout keeps about a view. GNUstep's NSView has no room for it and the runtime no
+/// associated objects, so it lies in a table beside; a hook on NSView's dealloc takes it out again.
+struct LayoutState {
+  explicit LayoutState(NSView *of);
+  ~LayoutState();
+  LayoutState(const LayoutState &) = delete;
+  LayoutState &operator=(const LayoutState &) = delete;
+
+  NSView *const view;  ///< Not retained.
+  bool translatesMask = true;
+  bool needsLayout = false;
+  bool needsUpdateConstraints = true;
+  bool dirty = false;  ///< Of a root: its frames are to be found anew.
+  bool intrinsicKnown = false;
+  bool placed = false;  ///< Whether `edges` hold.
+  NSSize intrinsicSize = NSZeroSize;
+  Edges edges;                    ///< Of the alignment rectangle, found by the last pass.
+  float hugging[2] = {0, 0};      ///< By orientation; 0: what the class has.
+  float compression[2] = {0, 0};  ///< Likewise.
+  CGFloat preferredMaxLayoutWidth = 0;
+  NSMutableArray *const constraints;                 ///< Held by the view. Owned.
+  std::vector<PlatformLayoutConstraint *> mentions;  ///< Of the view, wherever held. Not retained.
+  std::vector<const void *> reported;  ///< Of a root: given up and told about in the last pass.
+};
+
+/// Whether any view has a state: false until Auto Layout is used in this process.
+bool anyState();
+
+/// The state of a view, or null.
+LayoutState *existingState(NSView *view);
+
+/// The state of a view, made at the first call. Also installs the hooks at its very first call.
+LayoutState &stateOf(NSView *view);
+
+/// For the hook on dealloc, on any thread. Constraints that mention the view mention nil then.
+void forgetState(NSView *view);
+
+}  // namespace platform::layout
+
+#endif

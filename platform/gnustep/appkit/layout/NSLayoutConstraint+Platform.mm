@@ -1,0 +1,42 @@
+// Puts this platform's constraint in the place of GNUstep's, which never acts.
+
+#import <AppKit/AppKit.h>
+
+#import "PlatformLayoutConstraint.h"
+
+@implementation NSLayoutConstraint (Platform)
+
++ (instancetype)allocWithZone:(NSZone *)zone {
+  Class wanted = self == [NSLayoutConstraint class] ? [PlatformLayoutConstraint class] : self;
+  return NSAllocateObject(wanted, 0, zone);
+}
+
++ (instancetype)constraintWithItem:(id)firstItem
+                         attribute:(NSLayoutAttribute)firstAttribute
+                         relatedBy:(NSLayoutRelation)relation
+                            toItem:(id)secondItem
+                         attribute:(NSLayoutAttribute)secondAttribute
+                        multiplier:(CGFloat)multiplier
+                          constant:(CGFloat)constant {
+  return [[[PlatformLayoutConstraint alloc] initWithItem:firstItem
+                                               attribute:firstAttribute
+                                               relatedBy:relation
+                                                  toItem:secondItem
+                                               attribute:secondAttribute
+                                              multiplier:multiplier
+                                                constant:constant] autorelease];
+}
+
++ (void)activateConstraints:(NSArray *)constraints {
+  for (NSLayoutConstraint *constraint in constraints) {
+    [constraint setActive:YES];
+  }
+}
+
++ (void)deactivateConstraints:(NSArray *)constraints {
+  for (NSLayoutConstraint *constraint in constraints) {
+    [constraint setActive:NO];
+  }
+}
+
+@end

@@ -1,0 +1,71 @@
+#import <AppKit/AppKit.h>
+
+#include <cmath>
+
+#import "LayoutEngine.h"
+#import "LayoutState.h"
+
+using namespace platform::layout;
+
+namespace {
+
+/// What border and bezel take of a text field, on both sides together.
+NSSize surroundOf(NSTextField *field) {
+  const NSRect large = NSMakeRect(0, 0, 1000, 1000);
+  const NSRect inner = [[field cell] titleRectForBounds:large];
+  return NSMakeSize(large.size.width - inner.size.width, large.size.height - inner.size.height);
+}
+
+bool wraps(NSTextField *field) {
+  NSCell *cell = [field cell];
+  return ![cell usesSingleLineMode] && ([cell lineBreakMode] == NSLineBreakByWordWrapping ||
+                                        [cell lineBreakMode] == NSLineBreakByCharWrapping);
+}
+
+NSSize lineSizeOf(NSTextField *field) {
+  NSDictionary *attributes = [NSDictionary dictionaryWithObject:[field font]
+                                                         forKey:NSFontAttributeName];
+  return [@"A" sizeWithAttributes:attributes];
+}
+
+}  // namespace
+
+@implementation NSTextField (PlatformLayout)
+
+- (CGFloat)preferredMaxLayoutWidth {
+  const LayoutState *state = existingState(self);
+  return state == nullptr ? 0 : state->preferredMaxLayoutWidth;
+}
+
+- (void)setPreferredMaxLayoutWidth:(CGFloat)width {
+  stateOf(self).preferredMaxLayoutWidth = width;
+  invalidateIfLaidOut(self);
+}
+
+// GNUstep's cellSizeForBounds: does not wrap, so the text is measured as the cell will draw it.
+- (NSSize)intrinsicContentSize {
+  const NSSize surround = surroundOf(self);
+  NSAttributedString *text = [[self cell] attributedStringValue];
+  NSSize size = [text length] == 0 ? NSMakeSize(0, lineSizeOf(self).height) : [text size];
+  const CGFloat available = [self preferredMaxLayoutWidth] - surround.width;
+  if (available > 0 && size.width > available && wraps(self)) {
+    // The height only limits; it must not be 0, which would stand for no limit in width either.
+    size = [text boundingRectWithSize:NSMakeSize(available, 1e6)
+                              options:NSStringDrawingUsesLineFragmentOrigin]
+               .size;
+    size.width = std::fmin(size.width, available);
+  }
+  const CGFloat width =
+      [self isEditable] ? NSViewNoIntrinsicMetric : std::ceil(size.width + surround.width);
+  return NSMakeSize(width, std::ceil(size.height + surround.height));
+}
+
+- (CGFloat)baselineOffsetFromBottom {
+  return surroundOf(self).height / 2 - [[self font] descender];
+}
+
+- (CGFloat)firstBaselineOffsetFromTop {
+  return surroundOf(self).height / 2 + lineSizeOf(self).height + [[self font] descender];
+}
+
+@end

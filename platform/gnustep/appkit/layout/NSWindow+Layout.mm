@@ -1,0 +1,15 @@
+#import <AppKit/AppKit.h>
+
+#import "LayoutEngine.h"
+
+@implementation NSWindow (PlatformLayout)
+
+- (void)updateConstraintsIfNeeded {
+  platform::layout::updateConstraintsBelow([self contentView]);
+}
+
+- (void)layoutIfNeeded {
+  platform::layout::layOutIfNeeded([self contentView]);
+}
+
+@end

@@ -1,0 +1,11 @@
+#ifndef PLATFORM_LAYOUT_RELATION_H
+#define PLATFORM_LAYOUT_RELATION_H
+
+namespace platform::layout {
+
+/// How the left side of a constraint stands to its right side; the values are NSLayoutRelation's.
+enum class Relation { LessOrEqual = -1, Equal = 0, GreaterOrEqual = 1 };
+
+}  // namespace platform::layout
+
+#endif

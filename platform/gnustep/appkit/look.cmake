@@ -1,0 +1,34 @@
+# Layer-backed views, fonts, colors, appearances, controls and windows that look as on a Mac.
+find_package(X11 REQUIRED)
+target_sources(platform_appkit PRIVATE
+  look/AppKitVersion.m
+  look/AppearanceChange.m
+  look/AquaButton.m
+  look/AquaTheme.m
+  look/AttachedState.m
+  look/CALayer.m
+  look/CGColor.m
+  look/FocusVisibility.m
+  look/HalvedPixels.cpp
+  look/ImageInterpolation.m
+  look/LayerOfView.m
+  look/MethodReplacement.m
+  look/NSAppearance+Matching.m
+  look/NSApplication+Appearance.m
+  look/NSApplication+Look.m
+  look/NSColor+Spaces.m
+  look/NSColorSpace+Spaces.m
+  look/NSFont+SystemWeight.m
+  look/NSImageNames.mm
+  look/NSProcessInfo+OperatingSystemVersion.m
+  look/NSTextFieldCell+Border.m
+  look/NSView+Accessibility.m
+  look/NSView+Appearance.m
+  look/NSView+Layer.m
+  look/NSWindow+Appearance.m
+  look/NSWindow+Center.m
+  look/ObservedDealloc.m
+  look/RoundedOutline.cpp
+  look/SpaceColor.m
+  look/WindowOutline.mm)
+target_link_libraries(platform_appkit PRIVATE X11::X11 X11::Xext)

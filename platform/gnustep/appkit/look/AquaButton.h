@@ -1,0 +1,22 @@
+// Push buttons as a Mac draws them.
+
+#ifndef PLATFORM_APPKIT_LOOK_AQUABUTTON_H
+#define PLATFORM_APPKIT_LOOK_AQUABUTTON_H
+
+#import <AppKit/NSButtonCell.h>
+#import <GNUstepGUI/GSTheme.h>
+
+/// Whether this is a bordered button with the rounded bezel.
+BOOL PlatformIsPushButton(NSCell *cell);
+
+/// Whether this push button is the one that Return presses.
+BOOL PlatformIsDefaultButton(NSButtonCell *cell);
+
+/// Draws the bezel. The view has the focus.
+void PlatformDrawPushButton(NSRect frame, NSButtonCell *cell, NSView *view,
+                            GSThemeControlState state);
+
+/// Draws the ring of the control that has the keyboard focus, inside `frame`.
+void PlatformDrawFocusRing(NSRect frame, NSView *view);
+
+#endif
