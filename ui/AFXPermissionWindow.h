@@ -1,0 +1,19 @@
+#ifndef AFX_PERMISSION_WINDOW_H
+#define AFX_PERMISSION_WINDOW_H
+
+#import <AppKit/AppKit.h>
+
+NS_ASSUME_NONNULL_BEGIN
+
+/// A borderless window with round corners and a shadow that can be dragged by its background and
+/// takes the keyboard. Main thread only.
+@interface AFXPermissionWindow : NSWindow
+
+/// @param contentRect the window's frame, in screen points: a borderless window has no other.
+- (nullable instancetype)initWithContentRect:(NSRect)contentRect;
+
+@end
+
+NS_ASSUME_NONNULL_END
+
+#endif
