@@ -1,0 +1,180 @@
+//
+// The module's entry: its record, the function that fills the exports object, and the script
+// functions, each a thin layer over the public function of the same name.
+//
+// All of this runs on the script engine's thread, which is the application's main thread. No
+// exception of Objective-C or C++ may reach the engine, which cannot unwind through its frames:
+// every way into the library goes through `Guarded`.
+//
+
+#include <nan.h>
+#include <node.h>
+
+#import "client/Pellmar.h"
+
+namespace {
+
+using v8::Context;
+using v8::Function;
+using v8::FunctionCallbackInfo;
+using v8::FunctionTemplate;
+using v8::HandleScope;
+using v8::Isolate;
+using v8::Local;
+using v8::NewStringType;
+using v8::Object;
+using v8::String;
+using v8::Value;
+
+using Arguments = FunctionCallbackInfo<Value>;
+
+/// Runs `body`; an exception of the native side ends here.
+template <typename Body>
+void Guarded(Body body) {
+  @try {
+    @autoreleasepool {
+      body();
+    }
+  } @catch (...) {
+  }
+}
+
+void _PLShowReleaseNotesWindowIfNeeded(const Arguments &) {
+  Guarded([] { PLShowReleaseNotesWindowIfNeeded(); });
+}
+
+void _PLShowReleaseNotesWindow(const Arguments &) {
+  Guarded([] { PLShowReleaseNotesWindow(); });
+}
+
+void _PLCanShowReleaseNotesWindow(const Arguments &info) {
+  info.GetReturnValue().Set(PLCanShowReleaseNotesWindow() != NO);
+}
+
+void _PLReportUsageEvent(const Arguments &info) {
+  if (info.Length() < 1) {
+    Nan::ThrowTypeError("Wrong number of arguments. Should be at least 1 string arg.");
+    return;
+  }
+  // Utf8Value would swallow the exception of a conversion that fails.
+  Local<String> text;
+  if (!info[0]->ToString(info.GetIsolate()->GetCurrentContext()).ToLocal(&text)) {
+    return;
+  }
+  const String::Utf8Value name(info.GetIsolate(), text);
+  if (info.Length() >= 2) {
+    Nan::ThrowTypeError("Second argument is not supportted rignt now");
+    // The event is reported all the same.
+  }
+  Guarded([&name] {
+    NSString *event = *name ? [NSString stringWithUTF8String:*name] : nil;
+    PLReportUsageEvent(event ?: @"", nil);
+  });
+}
+
+void _PLGetLastUserEmailSharingResponse(const Arguments &info) {
+  PLEmailSharingAnswer answer = PLEmailSharingAnswerUnknown;
+  Guarded([&answer] { answer = PLGetLastUserEmailSharingResponse(); });
+  info.GetReturnValue().Set(Nan::New<v8::Int32>(static_cast<int32_t>(answer)));
+}
+
+/// The context that `function` was made in.
+Local<Context> ContextOf(Local<Function> function) {
+#if V8_MAJOR_VERSION >= 9
+  Local<Context> context;
+  return function->GetCreationContext().ToLocal(&context)
+             ? context
+             : Isolate::GetCurrent()->GetCurrentContext();
+#else
+  return function->CreationContext();
+#endif
+}
+
+/// Calls the script's callback once with `answer` and frees its holder.
+void Deliver(Nan::Callback *callback, PLEmailSharingAnswer answer) {
+  Isolate *isolate = Isolate::GetCurrent();
+  // The answer may come from the main run loop, where the engine has neither open.
+  HandleScope scope(isolate);
+  Local<Function> function = callback->GetFunction();
+  // Scripts may pass anything; what cannot be called is dropped.
+  if (!function.IsEmpty() && function->IsFunction()) {
+    Local<Context> context =
+        isolate->InContext() ? isolate->GetCurrentContext() : ContextOf(function);
+    Context::Scope contextScope(context);
+    Local<Value> arguments[] = {Nan::New<v8::Int32>(static_cast<int32_t>(answer))};
+    Nan::AsyncResource resource("nan:Callback:Call");
+    callback->Call(context->Global(), 1, arguments, &resource);
+  }
+  delete callback;
+}
+
+void _PLAskUserToShareEmail(const Arguments &info) {
+  PLEmailSharingCompletion completion = nil;
+  if (info.Length() >= 1) {
+    Nan::Callback *callback = new Nan::Callback(info[0].As<Function>());
+    completion = [[^(PLEmailSharingAnswer answer) {
+      Deliver(callback, answer);
+    } copy] autorelease];
+  }
+  BOOL isAsking = NO;
+  Guarded([completion, &isAsking] { isAsking = PLAskUserToShareEmail(completion); });
+  info.GetReturnValue().Set(isAsking != NO);
+}
+
+void _PLEnableDebugLogging(const Arguments &info) {
+  if (info.Length() < 1) {
+    Nan::ThrowTypeError("Wrong number of arguments. Should be 1.");
+    return;
+  }
+  if (!info[0]->IsBoolean()) {
+    Nan::ThrowTypeError("Wrong argument type. Should be Boolean.");
+    return;
+  }
+  const BOOL enable = info[0]->IsTrue() ? YES : NO;
+  Guarded([enable] { PLEnableDebugLogging(enable); });
+}
+
+const struct {
+  const char *name;
+  v8::FunctionCallback handler;
+} sFunctions[] = {
+    {"PLShowReleaseNotesWindowIfNeeded", _PLShowReleaseNotesWindowIfNeeded},
+    {"PLShowReleaseNotesWindow", _PLShowReleaseNotesWindow},
+    {"PLCanShowReleaseNotesWindow", _PLCanShowReleaseNotesWindow},
+    {"PLReportUsageEvent", _PLReportUsageEvent},
+    {"PLGetLastUserEmailSharingResponse", _PLGetLastUserEmailSharingResponse},
+    {"PLAskUserToShareEmail", _PLAskUserToShareEmail},
+    {"PLEnableDebugLogging", _PLEnableDebugLogging},
+};
+
+void Init(Local<Object> exports, Local<Value>, void *) {
+  Isolate *isolate = Isolate::GetCurrent();
+  Local<Context> context = isolate->GetCurrentContext();
+  for (const auto &function : sFunctions) {
+    Local<String> name =
+        String::NewFromUtf8(isolate, function.name, NewStringType::kNormal).ToLocalChecked();
+    Local<Function> value =
+        FunctionTemplate::New(isolate, function.handler)->GetFunction(context).ToLocalChecked();
+    exports->Set(context, name, value).FromMaybe(false);
+  }
+}
+
+#ifndef PELLMAR_MODULE_VERSION
+#define PELLMAR_MODULE_VERSION NODE_MODULE_VERSION
+#endif
+
+node::node_module sModule = {
+    PELLMAR_MODULE_VERSION,
+    0,
+    nullptr,
+    "../pellmar-lib-mapping",
+    Init,
+    nullptr,
+    "pellmar",
+    nullptr,
+    nullptr,
+};
+
+__attribute__((constructor)) void _register_pellmar() { node_module_register(&sModule); }
+
+}  // namespace

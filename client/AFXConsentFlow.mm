@@ -1,0 +1,93 @@
+#import "client/AFXConsentFlow.h"
+
+#import "client/AFXCustomerPersonals.h"
+#import "client/AFXServiceAccessor.h"
+#import "ui/AFXPermissionWindowController.h"
+
+static const int64_t sReplyTimeout = 2 * NSEC_PER_SEC;
+
+/// Set once the customer chose to be asked later, in the application's own defaults; never unset.
+static NSString *const sAskLaterDefaultsKey = @"ShouldAskForPermissionLater";
+
+static AFXCustomerPersonals sCustomerPersonals;
+
+AFXConsentChoice AFXGetPreviousCustomerChoice(void) {
+  sCustomerPersonals.setStatus(AFXConsentStatusUnknown);
+
+  dispatch_group_t group = dispatch_group_create();
+  dispatch_group_enter(group);
+  // The request holds a reference of its own, given up where the group is left. A group that is
+  // released while it is entered aborts the process: an agent that dies without a reply would do
+  // that through the blocks' references alone, so the group is kept for good then.
+  dispatch_retain(group);
+
+  [AFXServiceAccessor.sharedAccessor accessService:^(id<AFXProvisioningService> service) {
+    if (service == nil) {
+      dispatch_group_leave(group);
+      dispatch_release(group);
+      return;
+    }
+    [service fetchAskingPermissionStatus:^(BOOL shouldAsk, NSString *customerEmail) {
+      sCustomerPersonals.setStatus(AFXConsentStatusForReply(shouldAsk, [] {
+        return [NSUserDefaults.standardUserDefaults boolForKey:sAskLaterDefaultsKey] != NO;
+      }));
+      // A reply of the wrong kind is worth no more than none.
+      sCustomerPersonals.setEmail([customerEmail isKindOfClass:NSString.class] ? customerEmail
+                                                                               : nil);
+      dispatch_group_leave(group);
+      dispatch_release(group);
+    }];
+  }];
+
+  dispatch_group_wait(group, dispatch_time(DISPATCH_TIME_NOW, sReplyTimeout));
+  dispatch_release(group);
+  return sCustomerPersonals.status();
+}
+
+/// Puts the window's answer on record: a postponement in the defaults, the rest with the agent.
+static void AFXRecordAnswer(AFXConsentChoice answer, NSString *email) {
+  sCustomerPersonals.setEmail(email);
+  if (answer == AFXConsentChoiceAskLater) {
+    [NSUserDefaults.standardUserDefaults setBool:YES forKey:sAskLaterDefaultsKey];
+    return;
+  }
+  [AFXServiceAccessor.sharedAccessor accessService:^(id<AFXProvisioningService> service) {
+    [service updateAllowedCustomerEmail:sCustomerPersonals.email()
+                               callback:^(BOOL){
+                               }];
+  }];
+}
+
+BOOL AFXAskCustomerPermissions(void (^completion)(AFXConsentChoice)) {
+  const AFXConsentChoice status = AFXGetPreviousCustomerChoice();
+  if (status == AFXConsentStatusUnknown || status == AFXConsentStatusAnswered) {
+    if (completion) {
+      completion(status);
+    }
+    return NO;
+  }
+
+  dispatch_async(dispatch_get_main_queue(), ^{
+    static AFXPermissionWindowController *controller;
+
+    if (controller == nil) {
+      controller = [[AFXPermissionWindowController alloc]
+          initWithUserEmail:sCustomerPersonals.email()
+          completionHandler:^(AFXConsentChoice answer, NSString *email) {
+            AFXRecordAnswer(answer, email);
+            // The controller's own action is still on the stack.
+            [controller autorelease];
+            controller = nil;
+            if (completion) {
+              completion(AFXConsentStatusForWindowAnswer(answer));
+            }
+          }];
+    }
+    if (controller.isWindowLoaded && controller.window.isVisible) {
+      [controller.window makeKeyAndOrderFront:nil];
+    } else {
+      [controller showWindow:nil];
+    }
+  });
+  return YES;
+}

@@ -1,0 +1,158 @@
+#import "client/AFXServiceAccessor.h"
+
+#import "client/Pellmar.h"
+
+/// A call of the accessor that waits for the first check: takes the checked connection, or nil.
+typedef void (^AFXConnectionWaiter)(NSXPCConnection *connection);
+
+@implementation AFXServiceAccessor
+
++ (AFXServiceAccessor *)sharedAccessor {
+  static AFXServiceAccessor *sAccessor;
+  static dispatch_once_t sOnce;
+  dispatch_once(&sOnce, ^{
+    sAccessor = [[AFXServiceAccessor alloc] initAccessor];
+  });
+  return sAccessor;
+}
+
+- (instancetype)initAccessor {
+  self = [super init];
+  if (self) {
+    pthread_mutex_init(&_mutex, NULL);
+  }
+  return self;
+}
+
+- (void)dealloc {
+  [_connection invalidate];
+  [_connection release];
+  [_waiters release];
+  pthread_mutex_destroy(&_mutex);
+  [super dealloc];
+}
+
+#pragma mark - Requests
+
+- (void)accessService:(AFXServiceHandler)handler {
+  [self accessService:handler
+         errorHandler:^(NSError *){
+         }];
+}
+
+- (void)accessService:(AFXServiceHandler)handler errorHandler:(void (^)(NSError *))errorHandler {
+  AFXConnectionWaiter waiter = ^(NSXPCConnection *connection) {
+    handler([connection remoteObjectProxyWithErrorHandler:errorHandler]);
+  };
+
+  pthread_mutex_lock(&_mutex);
+  NSXPCConnection *connection = [[self openedConnection] retain];
+  const uint64_t generation = _generation;
+  const BOOL isChecked = _isChecked;
+  const BOOL startsCheck = !isChecked && _waiters == nil;
+  if (!isChecked) {
+    if (startsCheck) {
+      _waiters = [[NSMutableArray alloc] init];
+    }
+    AFXConnectionWaiter kept = [waiter copy];
+    [_waiters addObject:kept];
+    [kept release];
+  }
+  pthread_mutex_unlock(&_mutex);
+
+  if (isChecked) {
+    waiter(connection);
+  } else if (startsCheck) {
+    id<AFXProvisioningService> service =
+        [connection remoteObjectProxyWithErrorHandler:^(NSError *) {
+          [self dropConnectionOfGeneration:generation];
+        }];
+    [service checkConnectionWithCallback:^(BOOL isReady) {
+      if (isReady) {
+        [self admitWaitersOfGeneration:generation];
+      } else {
+        [self dropConnectionOfGeneration:generation];
+      }
+    }];
+  }
+  [connection release];
+}
+
+- (void)reportUsageEvent:(NSString *)event eventInfo:(NSDictionary *)eventInfo {
+  pthread_mutex_lock(&_mutex);
+  NSXPCConnection *connection = [[self openedConnection] retain];
+  pthread_mutex_unlock(&_mutex);
+
+  id<AFXProvisioningService> service = [connection remoteObjectProxy];
+  [service reportUsageEvent:event eventInfo:eventInfo];
+  [connection release];
+}
+
+#pragma mark - Connection
+
+/// The connection in use, opened if there is none. Call with the mutex held.
+- (NSXPCConnection *)openedConnection {
+  if (_connection == nil) {
+    const uint64_t generation = ++_generation;
+    _isChecked = NO;
+    _connection = [[NSXPCConnection alloc] initWithMachServiceName:AFXProvisioningServiceName
+                                                           options:0];
+    _connection.remoteObjectInterface =
+        [NSXPCInterface interfaceWithProtocol:@protocol(AFXProvisioningService)];
+    // After an interruption the connection could be used again, but then a message that was sent
+    // before the first check would not be told from one sent to the agent's successor.
+    _connection.interruptionHandler = ^{
+      [self dropConnectionOfGeneration:generation];
+    };
+    _connection.invalidationHandler = ^{
+      [self dropConnectionOfGeneration:generation];
+    };
+    [_connection resume];
+  }
+  return _connection;
+}
+
+/// Hands the connection to everyone who waits for it, now that the agent has answered on it.
+- (void)admitWaitersOfGeneration:(uint64_t)generation {
+  pthread_mutex_lock(&_mutex);
+  if (generation != _generation || _connection == nil) {
+    pthread_mutex_unlock(&_mutex);
+    return;
+  }
+  NSXPCConnection *connection = [_connection retain];
+  NSArray *waiters = _waiters;
+  _waiters = nil;
+  _isChecked = YES;
+  pthread_mutex_unlock(&_mutex);
+
+  for (AFXConnectionWaiter waiter in waiters) {
+    waiter(connection);
+  }
+  [waiters release];
+  [connection release];
+}
+
+/// Forgets the connection, so that the next request opens a new one, and hands nil to everyone who
+/// waits for it.
+- (void)dropConnectionOfGeneration:(uint64_t)generation {
+  pthread_mutex_lock(&_mutex);
+  if (generation != _generation || _connection == nil) {
+    pthread_mutex_unlock(&_mutex);
+    return;
+  }
+  NSXPCConnection *connection = _connection;
+  NSArray *waiters = _waiters;
+  _connection = nil;
+  _waiters = nil;
+  _isChecked = NO;
+  pthread_mutex_unlock(&_mutex);
+
+  for (AFXConnectionWaiter waiter in waiters) {
+    waiter(nil);
+  }
+  [waiters release];
+  [connection invalidate];
+  [connection release];
+}
+
+@end
