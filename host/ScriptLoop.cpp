@@ -1,0 +1,58 @@
+#include "ScriptLoop.h"
+
+#include <vector>
+
+namespace {
+
+/// Leaves every context that is entered, and enters them again at its end.
+class NoContext {
+ public:
+  explicit NoContext(v8::Isolate *isolate) : isolate_(isolate) {
+    v8::HandleScope scope(isolate_);
+    while (isolate_->InContext()) {
+      v8::Local<v8::Context> context = isolate_->GetEnteredOrMicrotaskContext();
+      left_.emplace_back(isolate_, context);
+      context->Exit();
+    }
+  }
+
+  ~NoContext() {
+    v8::HandleScope scope(isolate_);
+    for (auto context = left_.rbegin(); context != left_.rend(); ++context) {
+      context->Get(isolate_)->Enter();
+    }
+  }
+
+  NoContext(const NoContext &) = delete;
+  NoContext &operator=(const NoContext &) = delete;
+
+ private:
+  v8::Isolate *const isolate_;
+  std::vector<v8::Global<v8::Context>> left_;
+};
+
+}  // namespace
+
+ScriptLoop::ScriptLoop(v8::Isolate *isolate, uv_loop_t *loop, Turn turn)
+    : isolate_(isolate), loop_(loop), turn_(turn) {
+  uv_prepare_init(loop_, &before_poll_);
+  before_poll_.data = this;
+  uv_idle_init(loop_, &no_wait_);
+}
+
+void ScriptLoop::Start() {
+  uv_prepare_start(&before_poll_,
+                   [](uv_prepare_t *handle) { static_cast<ScriptLoop *>(handle->data)->Run(); });
+}
+
+void ScriptLoop::Run() {
+  // The idle handle makes libuv's own poll return at once. It must not count when the turn asks how
+  // long the scripts have nothing to do.
+  uv_idle_stop(&no_wait_);
+  {
+    NoContext no_context(isolate_);
+    v8::SealHandleScope no_handles(isolate_);
+    turn_(loop_);
+  }
+  uv_idle_start(&no_wait_, [](uv_idle_t *) {});
+}
