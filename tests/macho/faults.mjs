@@ -1,0 +1,168 @@
+// Changes one thing at a time in copies of the bundle named by PELLMAR_BUNDLE, and has check.mjs find each:
+//
+//   PELLMAR_BUNDLE=build/macos/pellmar.node node --test tests/macho/faults.mjs
+
+import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { after, test } from 'node:test';
+import { fileURLToPath } from 'node:url';
+
+import * as expected from './expected.mjs';
+import { joinSlices, missingTools, readSlice } from './macho.mjs';
+import { adoptedProtocolList, protocolMethodList } from './objc.mjs';
+import { moduleRecordAddresses } from './record.mjs';
+
+const bundle = process.env.PELLMAR_BUNDLE;
+const check = fileURLToPath(new URL('check.mjs', import.meta.url));
+const envelope = readFileSync(new URL('../../resources/envelope-dark.tiff', import.meta.url));
+
+function obstacle() {
+  if (!bundle) {
+    return 'PELLMAR_BUNDLE names no macOS bundle (scripts/macos-cross builds one)';
+  }
+  const missing = missingTools();
+  return missing.length > 0 ? `not installed: ${missing.join(', ')} (LLVM 19)` : false;
+}
+
+/** Overwrites the only place where a zero-terminated text stands. */
+function replaceText(slice, text, replacement) {
+  const bytes = Buffer.from(`\0${text}\0`);
+  const offset = slice.bytes.indexOf(bytes);
+  assert.notEqual(offset, -1, text);
+  assert.equal(slice.bytes.indexOf(bytes, offset + 1), -1, text);
+  slice.bytes.write(replacement, offset + 1);
+}
+
+function swap(slice, first, second, size) {
+  const [a, b] = [first, second].map((address) => slice.offset(address));
+  const held = Buffer.from(slice.bytes.subarray(a, a + size));
+  slice.bytes.copy(slice.bytes, a, b, b + size);
+  held.copy(slice.bytes, b);
+}
+
+/** What is changed, in both slices, and the test that must fail for each. */
+const faults = [
+  {
+    change: 'an exported symbol with another name',
+    apply: (slice) => replaceText(slice, '_PLReportUsageEvent', '_PLReportUsageEvenT'),
+    failing: 'exports the public interface alone',
+  },
+  {
+    change: 'an undefined symbol with another name',
+    apply: (slice) => replaceText(slice, '_getpid', '_getuid'),
+    failing: 'looks up the listed symbols alone',
+  },
+  {
+    change: 'two methods of a protocol in the other order',
+    apply: (slice) => {
+      const list = protocolMethodList(slice, 'AFXCustomerPermissionsService');
+      const size = slice.uint32(list) & 0xfffc;
+      swap(slice, list + 8, list + 8 + size, size);
+    },
+    failing: "declares the agent's protocols",
+  },
+  {
+    change: 'two adopted protocols in the other order',
+    apply: (slice) => {
+      const list = adoptedProtocolList(slice, 'AFXProvisioningService');
+      swap(slice, list + 8, list + 16, 8);
+    },
+    failing: "declares the agent's protocols",
+  },
+  {
+    change: 'the BOOL of the other slice in a reply block',
+    apply: (slice) => {
+      const { boolEncoding } = expected.slices[slice.architecture];
+      const other = boolEncoding === 'c' ? 'B' : 'c';
+      replaceText(slice, `v24@0:8@?<v@?${boolEncoding}>16`, `v24@0:8@?<v@?${other}>16`);
+    },
+    failing: "declares the agent's protocols",
+  },
+  {
+    change: 'a property that retains what it should copy',
+    apply: (slice) =>
+      replaceText(slice, 'T@"NSString",C,N,V_userEmail', 'T@"NSString",&,N,V_userEmail'),
+    failing: 'has the methods and properties of AFXPermissionWindowController',
+  },
+  {
+    change: 'a category method with another name',
+    apply: (slice) =>
+      replaceText(slice, 'addCenterXContraintForSubviews:', 'addCenterXConstraintForSubview:'),
+    failing: 'has its categories',
+  },
+  {
+    change: "another version in the module's record",
+    apply: (slice) => {
+      const [address] = moduleRecordAddresses(slice, expected.moduleRecord.name);
+      slice.bytes.writeInt32LE(expected.moduleRecord.version + 1, slice.offset(address));
+    },
+    failing: 'has the module record',
+  },
+  {
+    change: 'a constant with another value',
+    apply: (slice) => replaceText(slice, 'omit presentation', 'omit Presentation'),
+    failing: 'has its public constants with their values',
+  },
+  {
+    change: 'one byte of a picture',
+    apply: (slice) => {
+      const offset = slice.bytes.indexOf(envelope) + envelope.length / 2;
+      slice.bytes[offset] ^= 1;
+    },
+    failing: 'holds each picture once, in memory that cannot be written',
+  },
+  {
+    change: 'one byte of a message',
+    apply: (slice) =>
+      replaceText(
+        slice,
+        'Wrong number of arguments. Should be 1.',
+        'Wrong number of arguments. Should be 2.',
+      ),
+    failing: 'is signed, and unchanged since',
+  },
+];
+
+const reason = obstacle();
+const folder = mkdtempSync(join(tmpdir(), 'pellmar-macho-'));
+after(() => rmSync(folder, { recursive: true }));
+
+/** Exit code and output of the check of `file`. */
+function runCheck(file) {
+  // A test runner inside a test would report to the outer one.
+  const { NODE_TEST_CONTEXT, ...environment } = process.env;
+  return spawnSync(process.execPath, ['--test', '--test-reporter=tap', check], {
+    encoding: 'utf8',
+    env: { ...environment, PELLMAR_BUNDLE: file },
+  });
+}
+
+test('the check accepts the bundle as it is', { skip: reason }, () => {
+  const { status, stdout } = runCheck(bundle);
+  assert.equal(status, 0, stdout);
+});
+
+for (const { change, apply, failing } of faults) {
+  test(`the check finds ${change}`, { skip: reason }, () => {
+    const changed = join(folder, 'pellmar.node');
+    const parts = Object.keys(expected.slices).map((architecture) => {
+      const slice = readSlice(bundle, architecture, folder);
+      apply(slice);
+      writeFileSync(slice.path, slice.bytes);
+      return slice.path;
+    });
+    joinSlices(parts, changed);
+
+    const { status, stdout } = runCheck(changed);
+    assert.notEqual(status, 0);
+    const failures = stdout.match(/(?<=^ +not ok \d+ - ).*$/gm) ?? [];
+    assert.deepEqual(
+      failures.filter((name) => name === failing),
+      Object.keys(expected.slices).map(() => failing),
+      stdout,
+    );
+  });
+}

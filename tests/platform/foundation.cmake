@@ -1,0 +1,14 @@
+# Tests of the Linux platform layer's blocks, dispatch and notifications.
+foreach(name IN ITEMS blocks dispatch notifications)
+  add_executable(platform_${name}_test "${CMAKE_CURRENT_LIST_DIR}/${name}_test.mm")
+  target_link_libraries(platform_${name}_test PRIVATE
+    platform_foundation GTest::gtest GTest::gtest_main)
+  # CMake writes no run path into programs that it links as Objective-C++.
+  set_target_properties(platform_${name}_test PROPERTIES LINKER_LANGUAGE CXX)
+  add_test(NAME platform.${name} COMMAND platform_${name}_test)
+  set_tests_properties(platform.${name} PROPERTIES TIMEOUT 240)
+  if(PELLMAR_SANITIZE MATCHES address)
+    set_tests_properties(platform.${name} PROPERTIES ENVIRONMENT
+      "ASAN_OPTIONS=fast_unwind_on_malloc=0;LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_LIST_DIR}/xpc_leaks.supp:print_suppressions=0")
+  endif()
+endforeach()

@@ -1,0 +1,928 @@
+#import <AppKit/AppKit.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#import "LayoutState.h"
+
+namespace {
+
+NSDictionary *entry(NSString *name, id value) {
+  return [NSDictionary dictionaryWithObject:value forKey:name];
+}
+
+NSArray *visual(NSString *format, NSDictionary *views, NSDictionary *metrics = nil,
+                NSLayoutFormatOptions options = 0) {
+  return [NSLayoutConstraint constraintsWithVisualFormat:format
+                                                 options:options
+                                                 metrics:metrics
+                                                   views:views];
+}
+
+NSLayoutConstraint *relate(NSView *first, NSLayoutAttribute firstAttribute,
+                           NSLayoutRelation relation, NSView *second,
+                           NSLayoutAttribute secondAttribute, CGFloat multiplier = 1,
+                           CGFloat constant = 0) {
+  return [NSLayoutConstraint constraintWithItem:first
+                                      attribute:firstAttribute
+                                      relatedBy:relation
+                                         toItem:second
+                                      attribute:secondAttribute
+                                     multiplier:multiplier
+                                       constant:constant];
+}
+
+NSView *addedView(NSView *superview, Class type = [NSView class]) {
+  NSView *view = [[[type alloc] initWithFrame:NSZeroRect] autorelease];
+  [view setTranslatesAutoresizingMaskIntoConstraints:NO];
+  [superview addSubview:view];
+  return view;
+}
+
+NSTextField *addedLabel(NSView *superview, NSString *text, CGFloat size) {
+  NSTextField *field = static_cast<NSTextField *>(addedView(superview, [NSTextField class]));
+  [field setEditable:NO];
+  [field setBordered:NO];
+  [field setBezeled:NO];
+  [field setDrawsBackground:NO];
+  [[field cell] setLineBreakMode:NSLineBreakByWordWrapping];
+  [[field cell] setUsesSingleLineMode:NO];
+  [field setAlignment:NSCenterTextAlignment];
+  [field setFont:[NSFont systemFontOfSize:size]];
+  [field setStringValue:text];
+  [field sizeToFit];
+  return field;
+}
+
+NSButton *addedPushButton(NSView *superview, NSString *title) {
+  NSButton *button = static_cast<NSButton *>(addedView(superview, [NSButton class]));
+  [button setBezelStyle:NSRoundedBezelStyle];
+  [button setFont:[NSFont systemFontOfSize:13]];
+  [button setTitle:title];
+  return button;
+}
+
+/// The frame seen from the top left corner of an unflipped superview.
+NSRect fromTop(NSView *view) {
+  NSRect frame = [view frame];
+  frame.origin.y = NSHeight([[view superview] bounds]) - NSMaxY(frame);
+  return frame;
+}
+
+void expectFrame(NSView *view, CGFloat x, CGFloat top, CGFloat width, CGFloat height) {
+  const NSRect frame = fromTop(view);
+  EXPECT_EQ(NSMinX(frame), x);
+  EXPECT_EQ(NSMinY(frame), top);
+  EXPECT_EQ(NSWidth(frame), width);
+  EXPECT_EQ(NSHeight(frame), height);
+}
+
+std::string reasonOf(void (^block)(void), NSString *name) {
+  @try {
+    block();
+  } @catch (NSException *exception) {
+    EXPECT_TRUE([[exception name] isEqualToString:name]) << [[exception name] UTF8String];
+    return [[exception reason] UTF8String];
+  }
+  ADD_FAILURE() << "nothing was raised";
+  return {};
+}
+
+class Layout : public testing::Test {
+ protected:
+  void SetUp() override {
+    pool_ = [[NSAutoreleasePool alloc] init];
+    window_ = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, 556, 355)
+                                          styleMask:NSBorderlessWindowMask
+                                            backing:NSBackingStoreBuffered
+                                              defer:NO];
+    [window_ setReleasedWhenClosed:NO];
+    content_ = [window_ contentView];
+  }
+
+  void TearDown() override {
+    [window_ orderOut:nil];
+    [window_ release];
+    [pool_ release];
+  }
+
+  /// Lets the main loop turn until a condition holds, for at most five seconds.
+  static bool turnUntil(bool (^condition)(void)) {
+    NSDate *end = [NSDate dateWithTimeIntervalSinceNow:5];
+    while (!condition() && [end timeIntervalSinceNow] > 0) {
+      [[NSRunLoop currentRunLoop] runMode:NSDefaultRunLoopMode
+                               beforeDate:[NSDate dateWithTimeIntervalSinceNow:0.02]];
+    }
+    return condition();
+  }
+
+  void add(NSString *format, NSDictionary *views, NSDictionary *metrics = nil) {
+    [content_ addConstraints:visual(format, views, metrics)];
+  }
+
+  NSAutoreleasePool *pool_;
+  NSWindow *window_;
+  NSView *content_;
+};
+
+/// A consent question: pictures over texts, two buttons around a spacer, a footer.
+class Question : public Layout {
+ protected:
+  void build(NSString *description) {
+    envelope_ = [[[NSImageView alloc] initWithFrame:NSMakeRect(0, 0, 214, 149)] autorelease];
+    icon_ = [[[NSImageView alloc] initWithFrame:NSMakeRect(0, 0, 110, 110)] autorelease];
+    images_ = [[[NSView alloc] initWithFrame:NSMakeRect(0, 0, 232, 148)] autorelease];
+    for (NSImageView *view in [NSArray arrayWithObjects:envelope_, icon_, nil]) {
+      [view setTranslatesAutoresizingMaskIntoConstraints:NO];
+      [images_ addSubview:view];
+    }
+    NSDictionary *envelope = entry(@"envelope", envelope_);
+    NSDictionary *icon = entry(@"icon", icon_);
+    [images_ addConstraints:visual(@"H:[envelope(width)]|", envelope, entry(@"width", @214))];
+    [images_ addConstraints:visual(@"V:|[envelope(height)]", envelope, entry(@"height", @149))];
+    [images_ addConstraints:visual(@"H:|[icon(width)]", icon, entry(@"width", @110))];
+    [images_ addConstraints:visual(@"V:[icon(height)]|", icon, entry(@"height", @110))];
+    [images_ setTranslatesAutoresizingMaskIntoConstraints:NO];
+    [content_ addSubview:images_];
+
+    title_ = addedLabel(content_, @"Let’s stay in touch!", 32);
+    description_ = addedLabel(content_, description, 14);
+    info_ = addedLabel(content_, @"Your address will be shared with the developers.", 11);
+    invisible_ = static_cast<NSButton *>(addedView(content_, [NSButton class]));
+    close_ = [[[NSButton alloc] initWithFrame:NSMakeRect(0, 0, 12, 12)] autorelease];
+    [close_ setBordered:NO];
+    [close_ setImage:[[[NSImage alloc] initWithSize:NSMakeSize(12, 12)] autorelease]];
+    [close_ setTranslatesAutoresizingMaskIntoConstraints:NO];
+    [content_ addSubview:close_];
+    cancel_ = addedPushButton(content_, @"No, Thanks");
+    ok_ = addedPushButton(content_, @"Sure, I’m In");
+    spacer_ = addedView(content_);
+
+    add(@"H:|-(10.0)-[close(width)]", entry(@"close", close_), entry(@"width", @12));
+    add(@"V:|-(8.0)-[close(height)]", entry(@"close", close_), entry(@"height", @12));
+    add(@"H:|[close(0.0)]", entry(@"close", invisible_));
+    add(@"V:|[close(0.0)]", entry(@"close", invisible_));
+    add(@"H:[icon(width)]", entry(@"icon", images_), entry(@"width", @232));
+    NSArray *centred =
+        [NSArray arrayWithObjects:images_, title_, description_, info_, spacer_, nil];
+    for (NSView *view in centred) {
+      [content_ addConstraint:relate(view, NSLayoutAttributeCenterX, NSLayoutRelationEqual,
+                                     content_, NSLayoutAttributeCenterX)];
+    }
+    add(@"V:|-(35.0)-[icon(i_height)]-(13.0)-[title]-(6.0)-[description][buttons(64.0@251)]-(2.0)-"
+        @"[info]-(>=8.0)-|",
+        [NSDictionary dictionaryWithObjectsAndKeys:images_, @"icon", title_, @"title", description_,
+                                                   @"description", spacer_, @"buttons", info_,
+                                                   @"info", nil],
+        entry(@"i_height", @148));
+    add(@"H:|-(d)-[title]-(d)-|", entry(@"title", title_), entry(@"d", @8.0));
+    add(@"H:|-(d)-[text]-(d)-|", entry(@"text", description_), entry(@"d", @8.0));
+    add(@"H:|-(d)-[info]-(d)-|", entry(@"info", info_), entry(@"d", @8.0));
+    [description_ setPreferredMaxLayoutWidth:540];
+    add(@"H:|-(8.0)-[info]-(8.0)-|", entry(@"info", info_));
+    add(@"H:[cancel(>=110.0)]-(6.0)-[center(1.0)]-(6.0)-[ok(cancel)]",
+        [NSDictionary
+            dictionaryWithObjectsAndKeys:cancel_, @"cancel", spacer_, @"center", ok_, @"ok", nil]);
+    for (NSView *button in [NSArray arrayWithObjects:cancel_, ok_, nil]) {
+      [content_ addConstraint:relate(button, NSLayoutAttributeCenterY, NSLayoutRelationEqual,
+                                     spacer_, NSLayoutAttributeCenterY)];
+    }
+  }
+
+  static CGFloat lineHeight(NSTextField *field) {
+    return std::ceil([[[field cell] attributedStringValue] size].height);
+  }
+
+  NSImageView *envelope_, *icon_;
+  NSView *images_, *spacer_;
+  NSTextField *title_, *description_, *info_;
+  NSButton *invisible_, *close_, *cancel_, *ok_;
+};
+
+TEST_F(Question, StandsAsWorkedOutByHand) {
+  build(@"Somebody invites you to receive news.");
+  testing::internal::CaptureStderr();
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+
+  expectFrame(close_, 10, 8, 12, 12);
+  expectFrame(invisible_, 0, 0, 0, 0);
+  expectFrame(images_, 162, 35, 232, 148);  // (556 − 232) / 2
+  expectFrame(envelope_, 18, 0, 214, 149);  // Hangs one point out of the bottom.
+  expectFrame(icon_, 0, 38, 110, 110);
+
+  const CGFloat title = lineHeight(title_);
+  const CGFloat description = lineHeight(description_);
+  const CGFloat info = lineHeight(info_);
+  CGFloat top = 35 + 148 + 13;
+  expectFrame(title_, 8, top, 540, title);
+  top += title + 6;
+  expectFrame(description_, 8, top, 540, description);
+  top += description;
+  // A point wide and centred at 278: its edges lie at halves and are rounded up alike.
+  expectFrame(spacer_, 278, top, 1, 64);
+  const CGFloat middle = top + 32;
+  top += 64 + 2;
+  expectFrame(info_, 8, top, 540, info);
+  EXPECT_LE(top + info, 355 - 8);
+
+  const CGFloat width =
+      std::max({110.0, [cancel_ intrinsicContentSize].width, [ok_ intrinsicContentSize].width});
+  const CGFloat height = [ok_ intrinsicContentSize].height;
+  EXPECT_GE(height, 20);
+  EXPECT_LE(height, 22);
+  const CGFloat buttonTop = std::floor(middle - height / 2 + 0.5);
+  expectFrame(cancel_, 278 - 6 - width, buttonTop, width, height);
+  expectFrame(ok_, 279 + 6, buttonTop, width, height);
+}
+
+TEST_F(Question, AWrappedDescriptionSqueezesTheSpacer) {
+  NSMutableString *text = [NSMutableString string];
+  for (int i = 0; i < 40; ++i) {
+    [text appendString:@"A very long name of an application "];
+  }
+  build(text);
+  [window_ layoutIfNeeded];
+  const NSRect description = fromTop(description_);
+  EXPECT_EQ(NSMinX(description), 8);
+  EXPECT_EQ(NSWidth(description), 540);
+  EXPECT_GE(NSHeight(description), 3 * lineHeight(info_));
+  EXPECT_LT(NSHeight(fromTop(spacer_)), 64);
+  EXPECT_EQ(NSMinY(fromTop(spacer_)), NSMaxY(description));
+  EXPECT_EQ(NSMinY(fromTop(info_)), NSMaxY(fromTop(spacer_)) + 2);
+  EXPECT_EQ(NSMaxY(fromTop(info_)), 355 - 8);
+}
+
+TEST_F(Question, TheSpacerKeepsItsHeightAsLongAsThereIsRoom) {
+  build(@"short");
+  [window_ setContentSize:NSMakeSize(556, 600)];
+  [description_ setStringValue:@"one\ntwo\nthree\nfour\nfive"];
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(NSHeight([spacer_ frame]), 64);
+}
+
+TEST_F(Question, ButtonsStayEquallyWideWhateverTheirTitles) {
+  build(@"short");
+  [ok_ setTitle:@"A title that is a good deal longer than the other"];
+  [window_ layoutIfNeeded];
+  const CGFloat width = [ok_ intrinsicContentSize].width;
+  EXPECT_GT(width, 110);
+  EXPECT_EQ(NSWidth([ok_ frame]), width);
+  EXPECT_EQ(NSWidth([cancel_ frame]), width);
+}
+
+TEST_F(Question, IsLaidOutBeforeTheWindowIsOrderedIn) {
+  build(@"short");
+  [window_ orderFront:nil];
+  expectFrame(images_, 162, 35, 232, 148);
+}
+
+TEST_F(Question, AChangedTextIsLaidOutInTheNextTurnOfTheMainLoop) {
+  build(@"short");
+  [window_ orderFront:nil];
+  const CGFloat before = NSHeight([description_ frame]);
+  [description_ setStringValue:@"one\ntwo\nthree"];
+  EXPECT_EQ(NSHeight([description_ frame]), before);
+  EXPECT_TRUE(turnUntil(^bool {
+    return NSHeight([description_ frame]) > 2 * before;
+  }));
+}
+
+TEST_F(Question, AskingForTheFittingSizeDoesNotHideAChange) {
+  build(@"short");
+  [window_ layoutIfNeeded];
+  const CGFloat before = NSHeight([description_ frame]);
+  [description_ setStringValue:@"one\ntwo\nthree"];
+  EXPECT_GT([content_ fittingSize].height, 0);
+  [window_ layoutIfNeeded];
+  EXPECT_GT(NSHeight([description_ frame]), 2 * before);
+}
+
+TEST_F(Question, AChangedFontIsLaidOutInTheNextTurnOfTheMainLoop) {
+  build(@"short");
+  [window_ orderFront:nil];
+  const CGFloat before = NSHeight([title_ frame]);
+  [title_ setFont:[NSFont systemFontOfSize:12]];
+  EXPECT_TRUE(turnUntil(^bool {
+    return NSHeight([title_ frame]) < before;
+  }));
+}
+
+TEST_F(Question, FollowsTheSizeOfTheWindow) {
+  build(@"short");
+  [window_ orderFront:nil];
+  [window_ setContentSize:NSMakeSize(600, 400)];
+  EXPECT_TRUE(turnUntil(^bool {
+    return NSWidth([content_ frame]) == 600 && NSMinX([images_ frame]) == 184;
+  }));
+  expectFrame(title_, 8, 196, 584, lineHeight(title_));
+}
+
+TEST_F(Question, FramesAreTheSameEveryTime) {
+  build(@"short");
+  [window_ layoutIfNeeded];
+  NSMutableArray *first = [NSMutableArray array];
+  for (NSView *view in [content_ subviews]) {
+    [first addObject:NSStringFromRect([view frame])];
+  }
+  for (int i = 0; i < 5; ++i) {
+    [content_ setNeedsLayout:YES];
+    [window_ layoutIfNeeded];
+    NSUInteger index = 0;
+    for (NSView *view in [content_ subviews]) {
+      EXPECT_TRUE([NSStringFromRect([view frame]) isEqualToString:[first objectAtIndex:index++]]);
+    }
+  }
+}
+
+TEST_F(Layout, TheVisualFormatGivesApplesConstraints) {
+  NSView *a = addedView(content_);
+  NSView *b = addedView(content_);
+  NSDictionary *views = [NSDictionary dictionaryWithObjectsAndKeys:a, @"a", b, @"b", nil];
+  NSArray *made = visual(@"H:|-[a(>=m@20)]-[b(==a)]-(-4)-|", views, entry(@"m", @-3));
+  ASSERT_EQ([made count], 5u);
+  NSLayoutConstraint *leading = [made objectAtIndex:0];
+  EXPECT_EQ([leading firstItem], a);
+  EXPECT_EQ([leading firstAttribute], NSLayoutAttributeLeading);
+  EXPECT_EQ([leading secondItem], content_);
+  EXPECT_EQ([leading secondAttribute], NSLayoutAttributeLeading);
+  EXPECT_EQ([leading constant], 20);
+  EXPECT_EQ([leading priority], 1000);
+  NSLayoutConstraint *width = [made objectAtIndex:1];
+  EXPECT_EQ([width firstAttribute], NSLayoutAttributeWidth);
+  EXPECT_EQ([width relation], NSLayoutRelationGreaterThanOrEqual);
+  EXPECT_EQ([width secondItem], nil);
+  EXPECT_EQ([width constant], -3);
+  EXPECT_EQ([width priority], 20);
+  NSLayoutConstraint *gap = [made objectAtIndex:2];
+  EXPECT_EQ([gap firstItem], b);
+  EXPECT_EQ([gap secondItem], a);
+  EXPECT_EQ([gap secondAttribute], NSLayoutAttributeTrailing);
+  EXPECT_EQ([gap constant], 8);
+  NSLayoutConstraint *equal = [made objectAtIndex:3];
+  EXPECT_EQ([equal firstItem], b);
+  EXPECT_EQ([equal secondItem], a);
+  EXPECT_EQ([equal multiplier], 1);
+  NSLayoutConstraint *trailing = [made objectAtIndex:4];
+  EXPECT_EQ([trailing firstItem], content_);
+  EXPECT_EQ([trailing secondItem], b);
+  EXPECT_EQ([trailing constant], -4);
+}
+
+TEST_F(Layout, OptionsAlignNeighbours) {
+  NSView *a = addedView(content_);
+  NSView *b = addedView(content_);
+  NSDictionary *views = [NSDictionary dictionaryWithObjectsAndKeys:a, @"a", b, @"b", nil];
+  [content_
+      addConstraints:visual(@"H:|-5-[a(20)]-[b(30)]", views, nil, NSLayoutFormatAlignAllBottom)];
+  add(@"V:|-7-[a(40)]", views);
+  add(@"V:[b(10)]", views);
+  [window_ layoutIfNeeded];
+  expectFrame(a, 5, 7, 20, 40);
+  expectFrame(b, 33, 37, 30, 10);
+}
+
+TEST_F(Layout, OptionsTurnTheDirectionRound) {
+  NSView *a = addedView(content_);
+  NSView *b = addedView(content_);
+  NSDictionary *views = [NSDictionary dictionaryWithObjectsAndKeys:a, @"a", b, @"b", nil];
+  [content_ addConstraints:visual(@"H:|-5-[a(20)]-(>=9)-[b(30)]", views, nil,
+                                  NSLayoutFormatDirectionRightToLeft)];
+  add(@"V:|[a(1)]", views);
+  add(@"V:|[b(1)]", views);
+  [content_ addConstraint:relate(b, NSLayoutAttributeRight, NSLayoutRelationEqual, content_,
+                                 NSLayoutAttributeRight, 1, -40)];
+  [window_ layoutIfNeeded];
+  expectFrame(a, 531, 0, 20, 1);
+  expectFrame(b, 486, 0, 30, 1);
+}
+
+TEST_F(Layout, BadFormatsRaise) {
+  NSView *a = addedView(content_);
+  NSView *alone = [[[NSView alloc] initWithFrame:NSZeroRect] autorelease];
+  NSDictionary *views = entry(@"a", a);
+  const auto reason = [&](NSString *format, NSDictionary *named,
+                          NSLayoutFormatOptions options = 0) {
+    return reasonOf(
+        ^{
+          visual(format, named, nil, options);
+        },
+        NSInvalidArgumentException);
+  };
+  EXPECT_EQ(reason(@"H:|-[", views),
+            "Unable to parse constraint format: \nExpected the name of a view \nH:|-[ \n     ^");
+  EXPECT_EQ(reason(@"H:[b]", views),
+            "Unable to parse constraint format: \nb is not a key in the views dictionary. \n"
+            "H:[b] \n   ^");
+  EXPECT_NE(reason(@"[a(w)]", views).find("w is not a key in the metrics or the views"),
+            std::string::npos);
+  EXPECT_NE(reason(@"[a]-w-|", views).find("w is not a key in the metrics"), std::string::npos);
+  EXPECT_NE(reason(@"[a(4@1001)]", views).find("Priorities"), std::string::npos);
+  EXPECT_NE(reason(@"|[a]", entry(@"a", alone)).find("doesn't have a superview"),
+            std::string::npos);
+  EXPECT_NE(reason(@"H:[a]", views, NSLayoutFormatAlignAllLeft).find("Options mask"),
+            std::string::npos);
+  EXPECT_NE(reason(nil, views).find("nil"), std::string::npos);
+}
+
+TEST_F(Layout, IllFormedConstraintsRaise) {
+  NSView *a = addedView(content_);
+  const auto raises = [](void (^block)(void)) {
+    EXPECT_FALSE(reasonOf(block, NSInvalidArgumentException).empty());
+  };
+  raises(^{
+    relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, content_, NSLayoutAttributeTop);
+  });
+  raises(^{
+    relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, nil, NSLayoutAttributeNotAnAttribute);
+  });
+  raises(^{
+    relate(a, NSLayoutAttributeNotAnAttribute, NSLayoutRelationEqual, content_,
+           NSLayoutAttributeTop);
+  });
+  raises(^{
+    relate(nil, NSLayoutAttributeWidth, NSLayoutRelationEqual, nil,
+           NSLayoutAttributeNotAnAttribute);
+  });
+  raises(^{
+    relate(a, NSLayoutAttributeWidth, NSLayoutRelationEqual, nil, NSLayoutAttributeNotAnAttribute,
+           1, NAN);
+  });
+  raises(^{
+    [relate(a, NSLayoutAttributeWidth, NSLayoutRelationEqual, nil, NSLayoutAttributeNotAnAttribute)
+        setPriority:0];
+  });
+}
+
+TEST_F(Layout, ActivatingAddsToTheNearestCommonAncestor) {
+  NSView *box = addedView(content_);
+  NSView *a = addedView(box);
+  NSView *b = addedView(box);
+  NSLayoutConstraint *gap =
+      relate(b, NSLayoutAttributeLeft, NSLayoutRelationEqual, a, NSLayoutAttributeRight);
+  NSLayoutConstraint *width = relate(a, NSLayoutAttributeWidth, NSLayoutRelationEqual, nil,
+                                     NSLayoutAttributeNotAnAttribute, 1, 5);
+  NSLayoutConstraint *outer =
+      relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, content_, NSLayoutAttributeLeft);
+  EXPECT_FALSE([gap isActive]);
+  [NSLayoutConstraint activateConstraints:[NSArray arrayWithObjects:gap, width, outer, nil]];
+  EXPECT_TRUE([gap isActive]);
+  EXPECT_EQ([[box constraints] objectAtIndex:0], gap);
+  EXPECT_EQ([[a constraints] objectAtIndex:0], width);
+  EXPECT_EQ([[content_ constraints] objectAtIndex:0], outer);
+  [NSLayoutConstraint deactivateConstraints:[NSArray arrayWithObjects:gap, width, nil]];
+  EXPECT_FALSE([gap isActive]);
+  EXPECT_EQ([[box constraints] count], 0u);
+
+  NSView *stranger = [[[NSView alloc] initWithFrame:NSZeroRect] autorelease];
+  NSLayoutConstraint *impossible =
+      relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, stranger, NSLayoutAttributeLeft);
+  EXPECT_NE(reasonOf(
+                ^{
+                  [impossible setActive:YES];
+                },
+                NSGenericException)
+                .find("no common ancestor"),
+            std::string::npos);
+  EXPECT_NE(reasonOf(
+                ^{
+                  [content_ addConstraint:impossible];
+                },
+                NSGenericException)
+                .find("Unable to install constraint"),
+            std::string::npos);
+}
+
+TEST_F(Layout, EqualConstraintsAreNotOne) {
+  NSView *a = addedView(content_);
+  add(@"H:|[a(5)]", entry(@"a", a));
+  add(@"H:|[a(5)]", entry(@"a", a));
+  EXPECT_EQ([[content_ constraints] count], 4u);
+  NSLayoutConstraint *first = [[content_ constraints] objectAtIndex:0];
+  [content_ addConstraint:first];
+  EXPECT_EQ([[content_ constraints] count], 4u);
+  [content_ removeConstraint:first];
+  EXPECT_EQ([[content_ constraints] count], 3u);
+}
+
+TEST_F(Layout, AFlippedSuperviewCountsFromItsTopToo) {
+  NSTableView *table = static_cast<NSTableView *>(addedView(content_, [NSTableView class]));
+  ASSERT_TRUE([table isFlipped]);
+  NSView *inner = addedView(table);
+  add(@"H:|-10-[table(100)]", entry(@"table", table));
+  add(@"V:|-20-[table(80)]", entry(@"table", table));
+  [table addConstraints:visual(@"H:|-3-[inner(4)]", entry(@"inner", inner))];
+  [table addConstraints:visual(@"V:|-5-[inner(6)]", entry(@"inner", inner))];
+  [window_ layoutIfNeeded];
+  expectFrame(table, 10, 20, 100, 80);
+  EXPECT_TRUE(NSEqualRects([inner frame], NSMakeRect(3, 5, 4, 6)));
+}
+
+TEST_F(Layout, TheFrameOfATranslatingViewStands) {
+  NSView *fixed = [[[NSView alloc] initWithFrame:NSMakeRect(50, 60, 70, 80)] autorelease];
+  [content_ addSubview:fixed];
+  NSView *a = addedView(content_);
+  [content_ addConstraints:visual(@"H:[fixed]-4-[a(fixed)]",
+                                  [NSDictionary
+                                      dictionaryWithObjectsAndKeys:fixed, @"fixed", a, @"a", nil],
+                                  nil, NSLayoutFormatAlignAllTop)];
+  add(@"V:[a(9)]", entry(@"a", a));
+  [window_ layoutIfNeeded];
+  EXPECT_TRUE(NSEqualRects([fixed frame], NSMakeRect(50, 60, 70, 80)));
+  expectFrame(a, 124, 215, 70, 9);  // 355 − 60 − 80
+  [fixed setFrameOrigin:NSMakePoint(10, 60)];
+  [window_ layoutIfNeeded];
+  expectFrame(a, 84, 215, 70, 9);
+}
+
+TEST_F(Layout, TheMaskOfATranslatingViewFollowsALaidOutSuperview) {
+  NSView *box = addedView(content_);
+  [box setFrame:NSMakeRect(0, 0, 100, 100)];
+  NSView *inner = [[[NSView alloc] initWithFrame:NSMakeRect(10, 20, 80, 70)] autorelease];
+  [inner setAutoresizingMask:NSViewWidthSizable | NSViewMinYMargin];
+  [box addSubview:inner];
+  NSView *a = addedView(box);
+  [box addConstraints:visual(@"H:[a(inner)]|",
+                             [NSDictionary
+                                 dictionaryWithObjectsAndKeys:a, @"a", inner, @"inner", nil])];
+  [box addConstraints:visual(@"V:|[a(5)]", entry(@"a", a))];
+  add(@"H:|[box(300)]", entry(@"box", box));
+  add(@"V:|[box(200)]", entry(@"box", box));
+  [window_ layoutIfNeeded];
+  expectFrame(inner, 10, 10, 280, 70);
+  expectFrame(a, 20, 0, 280, 5);
+}
+
+TEST_F(Layout, AViewThatIsLaidOutIsNotAutoresizedToo) {
+  NSView *a = addedView(content_);
+  [a setAutoresizingMask:NSViewWidthSizable | NSViewHeightSizable];
+  add(@"H:|-10-[a(20)]", entry(@"a", a));
+  add(@"V:|-10-[a(20)]", entry(@"a", a));
+  [window_ layoutIfNeeded];
+  [content_ setFrameSize:NSMakeSize(700, 500)];
+  EXPECT_EQ(NSWidth([a frame]), 20);
+  [window_ layoutIfNeeded];
+  expectFrame(a, 10, 10, 20, 20);
+}
+
+TEST_F(Layout, MultipliersCountFromTheHolder) {
+  NSView *a = addedView(content_);
+  [content_ addConstraint:relate(a, NSLayoutAttributeWidth, NSLayoutRelationEqual, content_,
+                                 NSLayoutAttributeWidth, 0.25, 1)];
+  [content_ addConstraint:relate(a, NSLayoutAttributeRight, NSLayoutRelationEqual, content_,
+                                 NSLayoutAttributeCenterX, 1.5, 0)];
+  add(@"V:|[a(5)]", entry(@"a", a));
+  [window_ layoutIfNeeded];
+  expectFrame(a, 277, 0, 140, 5);  // 556 / 4 + 1, right edge at 417
+}
+
+TEST_F(Layout, HuggingDecidesWhichNeighbourGrows) {
+  NSTextField *a = addedLabel(content_, @"one", 12);
+  NSTextField *b = addedLabel(content_, @"two", 12);
+  NSDictionary *views = [NSDictionary dictionaryWithObjectsAndKeys:a, @"a", b, @"b", nil];
+  add(@"H:|[a][b]|", views);
+  add(@"V:|[a]", views);
+  add(@"V:|[b]", views);
+  [a setContentHuggingPriority:251 forOrientation:NSLayoutConstraintOrientationHorizontal];
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(NSWidth([a frame]), [a intrinsicContentSize].width);
+  EXPECT_EQ(NSMaxX([b frame]), 556);
+  [b setContentHuggingPriority:252 forOrientation:NSLayoutConstraintOrientationHorizontal];
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(NSWidth([b frame]), [b intrinsicContentSize].width);
+}
+
+TEST_F(Layout, CompressionResistanceDecidesWhichNeighbourShrinks) {
+  NSTextField *a = addedLabel(content_, @"something rather long", 12);
+  NSTextField *b = addedLabel(content_, @"something rather long", 12);
+  NSDictionary *views = [NSDictionary dictionaryWithObjectsAndKeys:a, @"a", b, @"b", nil];
+  const CGFloat natural = [a intrinsicContentSize].width;
+  NSDictionary *room = entry(@"room", [NSNumber numberWithDouble:natural + 20]);
+  NSView *box = addedView(content_);
+  add(@"H:|[box(room)]", entry(@"box", box), room);
+  add(@"V:|[box(50)]", entry(@"box", box));
+  [box addSubview:a];
+  [box addSubview:b];
+  [box addConstraints:visual(@"H:|[a][b]|", views)];
+  [a setContentCompressionResistancePriority:749
+                              forOrientation:NSLayoutConstraintOrientationHorizontal];
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(NSWidth([a frame]), 20);
+  EXPECT_EQ(NSWidth([b frame]), natural);
+}
+
+TEST_F(Layout, WhatNothingDecidesIsSmallAndInTheCorner) {
+  NSView *a = addedView(content_);
+  [a setFrame:NSMakeRect(30, 40, 50, 60)];
+  [content_ setNeedsLayout:YES];
+  [window_ layoutIfNeeded];
+  expectFrame(a, 0, 0, 0, 0);
+}
+
+TEST_F(Layout, PrioritiesAndConstantsMayChange) {
+  NSView *a = addedView(content_);
+  add(@"V:|[a(5)]", entry(@"a", a));
+  add(@"H:|[a]", entry(@"a", a));
+  NSLayoutConstraint *small = [visual(@"[a(10@300)]", entry(@"a", a)) objectAtIndex:0];
+  NSLayoutConstraint *large = [visual(@"[a(90@301)]", entry(@"a", a)) objectAtIndex:0];
+  [content_ addConstraint:small];
+  [content_ addConstraint:large];
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(NSWidth([a frame]), 90);
+  [small setPriority:302];
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(NSWidth([a frame]), 10);
+  [small setConstant:12];
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(NSWidth([a frame]), 12);
+  [small setActive:NO];
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(NSWidth([a frame]), 90);
+}
+
+TEST_F(Layout, AContradictionIsToldOnceAndOneConstraintGivenUp) {
+  NSView *a = addedView(content_);
+  add(@"H:|-3-[a(10)]", entry(@"a", a));
+  add(@"V:|[a(5)]", entry(@"a", a));
+  NSLayoutConstraint *wide = [visual(@"[a(>=90)]", entry(@"a", a)) objectAtIndex:0];
+  [wide setIdentifier:@"too wide"];
+  [content_ addConstraint:wide];
+  testing::internal::CaptureStderr();
+  [window_ layoutIfNeeded];
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("Unable to simultaneously satisfy constraints"), std::string::npos) << log;
+  EXPECT_NE(log.find("'too wide' H:[NSView:0x"), std::string::npos) << log;
+  EXPECT_NE(log.find("(>=90)]"), std::string::npos) << log;
+  EXPECT_NE(log.find("(10)]"), std::string::npos) << log;
+  EXPECT_EQ(log.find("-(3)-"), std::string::npos) << log;
+  EXPECT_NE(log.find("breaking constraint \n<NSLayoutConstraint:0x"), std::string::npos) << log;
+  expectFrame(a, 3, 0, 10, 5);
+  [content_ setNeedsLayout:YES];
+  testing::internal::CaptureStderr();
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  expectFrame(a, 3, 0, 10, 5);
+}
+
+TEST_F(Layout, DescriptionsReadLikeTheVisualFormat) {
+  NSView *a = addedView(content_);
+  NSView *b = addedView(content_);
+  NSDictionary *views = [NSDictionary dictionaryWithObjectsAndKeys:a, @"a", b, @"b", nil];
+  NSArray *made = visual(@"V:|-(>=8)-[a(b)]-6-[b(4@20)]|", views);
+  const auto has = [&](NSUInteger index, NSString *part) {
+    NSString *text = [[made objectAtIndex:index] description];
+    EXPECT_NE([text rangeOfString:part].location, static_cast<NSUInteger>(NSNotFound))
+        << [text UTF8String];
+  };
+  NSString *nameA = [NSString stringWithFormat:@"NSView:%p", a];
+  NSString *nameB = [NSString stringWithFormat:@"NSView:%p", b];
+  has(0, [NSString stringWithFormat:@"V:|-(>=8)-[%@]", nameA]);
+  has(1, [NSString stringWithFormat:@"%@.height == %@.height", nameA, nameB]);
+  has(2, [NSString stringWithFormat:@"V:[%@]-(6)-[%@]", nameA, nameB]);
+  has(3, [NSString stringWithFormat:@"V:[%@(4)] @20", nameB]);
+  has(4, [NSString stringWithFormat:@"V:[%@]|", nameB]);
+  has(4, @"(inactive)");
+}
+
+TEST_F(Layout, AViewThatLeavesTakesItsConstraintsAway) {
+  NSView *box = addedView(content_);
+  NSView *a = addedView(box);
+  add(@"H:|[box(40)]", entry(@"box", box));
+  [content_ addConstraint:relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, content_,
+                                 NSLayoutAttributeLeft)];
+  [box addConstraints:visual(@"H:[a(7)]|", entry(@"a", a))];
+  add(@"V:[other(4)]", entry(@"other", addedView(content_)));
+  EXPECT_EQ([[content_ constraints] count], 4u);
+  [[box retain] autorelease];
+  [box removeFromSuperview];
+  // What mentions the box or a view in it is gone above it; what it holds itself stays.
+  EXPECT_EQ([[content_ constraints] count], 1u);
+  EXPECT_EQ([[box constraints] count], 2u);
+}
+
+TEST_F(Layout, StateAndConstraintsGoWithTheirViews) {
+  NSLayoutConstraint *kept = nil;
+  const void *address = nullptr;
+  {
+    NSAutoreleasePool *inner = [[NSAutoreleasePool alloc] init];
+    NSView *a = addedView(content_);
+    address = a;
+    add(@"H:|[a(10)]", entry(@"a", a));
+    kept = [[[content_ constraints] objectAtIndex:0] retain];
+    EXPECT_NE(platform::layout::existingState(a), nullptr);
+    [window_ layoutIfNeeded];
+    [a removeFromSuperview];
+    [inner release];
+  }
+  EXPECT_EQ(platform::layout::existingState(static_cast<NSView *>(const_cast<void *>(address))),
+            nullptr);
+  EXPECT_FALSE([kept isActive]);
+  EXPECT_EQ([kept firstItem], nil);
+  EXPECT_EQ([kept secondItem], content_);
+  EXPECT_NE([[kept description] length], 0u);
+  [kept release];
+}
+
+TEST_F(Layout, AWholeWindowGoesWithoutTraces) {
+  NSLayoutConstraint *kept = nil;
+  {
+    NSAutoreleasePool *inner = [[NSAutoreleasePool alloc] init];
+    NSWindow *window = [[NSWindow alloc] initWithContentRect:NSMakeRect(0, 0, 100, 100)
+                                                   styleMask:NSBorderlessWindowMask
+                                                     backing:NSBackingStoreBuffered
+                                                       defer:NO];
+    [window setReleasedWhenClosed:NO];
+    NSView *a = addedView([window contentView]);
+    kept = [[visual(@"H:|[a]", entry(@"a", a)) objectAtIndex:0] retain];
+    [[window contentView] addConstraint:kept];
+    [window orderFront:nil];
+    [window orderOut:nil];
+    [window release];
+    [inner release];
+  }
+  EXPECT_TRUE(turnUntil(^bool {
+    return [kept firstItem] == nil;
+  }));
+  EXPECT_FALSE([kept isActive]);
+  [kept release];
+}
+
+TEST_F(Layout, ViewsBuiltOutsideAWindowAreLaidOutInIt) {
+  NSView *box = [[[NSView alloc] initWithFrame:NSMakeRect(0, 0, 10, 10)] autorelease];
+  NSView *a = addedView(box);
+  [box addConstraints:visual(@"H:|-2-[a]-2-|", entry(@"a", a))];
+  [box addConstraints:visual(@"V:|-2-[a(3)]", entry(@"a", a))];
+  [box layoutSubtreeIfNeeded];
+  expectFrame(a, 2, 2, 6, 3);
+  [window_ setContentView:box];
+  [window_ layoutIfNeeded];
+  expectFrame(a, 2, 2, 552, 3);
+}
+
+TEST_F(Layout, FittingSizeIsTheSmallestThatConstraintsAllow) {
+  NSView *box = [[[NSView alloc] initWithFrame:NSMakeRect(0, 0, 500, 500)] autorelease];
+  NSView *a = addedView(box);
+  [box addConstraints:visual(@"H:|-[a(>=30)]-(>=4)-|", entry(@"a", a))];
+  [box addConstraints:visual(@"V:|-[a(7)]-|", entry(@"a", a))];
+  EXPECT_TRUE(NSEqualSizes([box fittingSize], NSMakeSize(54, 47)));
+  EXPECT_TRUE(NSEqualSizes([box frame].size, NSMakeSize(500, 500)));
+  NSButton *button = addedPushButton(content_, @"Title");
+  EXPECT_TRUE(NSEqualSizes([button fittingSize], [button intrinsicContentSize]));
+}
+
+TEST_F(Layout, TextFieldsKnowTheirNaturalSize) {
+  NSTextField *field = addedLabel(content_, @"some words that take a line", 13);
+  const NSSize line = [field intrinsicContentSize];
+  EXPECT_GT(line.width, 100);
+  EXPECT_GE(line.height, 13);
+  EXPECT_EQ(line.width, std::floor(line.width));
+  [field setPreferredMaxLayoutWidth:line.width];
+  EXPECT_TRUE(NSEqualSizes([field intrinsicContentSize], line));
+  [field setPreferredMaxLayoutWidth:line.width / 2 + 20];
+  const NSSize wrapped = [field intrinsicContentSize];
+  EXPECT_LE(wrapped.width, std::ceil(line.width / 2 + 20));
+  EXPECT_NEAR(wrapped.height, 2 * line.height, 2);
+  [[field cell] setUsesSingleLineMode:YES];
+  EXPECT_TRUE(NSEqualSizes([field intrinsicContentSize], line));
+  [field setStringValue:@""];
+  EXPECT_EQ([field intrinsicContentSize].width, 0);
+  EXPECT_EQ([field intrinsicContentSize].height, line.height);
+  [field setEditable:YES];
+  EXPECT_EQ([field intrinsicContentSize].width, NSViewNoIntrinsicMetric);
+}
+
+TEST_F(Layout, ButtonsAndImageViewsKnowTheirNaturalSize) {
+  NSButton *button = addedPushButton(content_, @"Button");
+  const CGFloat title = std::ceil([[button attributedTitle] size].width);
+  EXPECT_TRUE(NSEqualSizes([button intrinsicContentSize], NSMakeSize(title + 28, 21)));
+  NSImage *image = [[[NSImage alloc] initWithSize:NSMakeSize(12, 14)] autorelease];
+  NSButton *mark = static_cast<NSButton *>(addedView(content_, [NSButton class]));
+  [mark setBordered:NO];
+  [mark setImage:image];
+  EXPECT_TRUE(NSEqualSizes([mark intrinsicContentSize], NSMakeSize(12, 14)));
+  NSImageView *picture = static_cast<NSImageView *>(addedView(content_, [NSImageView class]));
+  EXPECT_EQ([picture intrinsicContentSize].width, NSViewNoIntrinsicMetric);
+  [picture setImage:image];
+  EXPECT_TRUE(NSEqualSizes([picture intrinsicContentSize], NSMakeSize(12, 14)));
+  EXPECT_EQ([content_ intrinsicContentSize].height, NSViewNoInstrinsicMetric);
+}
+
+TEST_F(Layout, BaselinesAlign) {
+  NSTextField *small = addedLabel(content_, @"small", 10);
+  NSTextField *large = addedLabel(content_, @"large", 30);
+  NSDictionary *views =
+      [NSDictionary dictionaryWithObjectsAndKeys:small, @"small", large, @"large", nil];
+  add(@"V:|[large]", views);
+  [content_
+      addConstraints:visual(@"H:|[small][large]", views, nil, NSLayoutFormatAlignAllLastBaseline)];
+  [window_ layoutIfNeeded];
+  const CGFloat smallBase = NSMinY([small frame]) + [small baselineOffsetFromBottom];
+  const CGFloat largeBase = NSMinY([large frame]) + [large baselineOffsetFromBottom];
+  EXPECT_NEAR(smallBase, largeBase, 1);
+  EXPECT_GT(NSMinY([small frame]), NSMinY([large frame]));
+}
+
+TEST_F(Layout, DefaultPrioritiesAreApples) {
+  NSView *plain = addedView(content_);
+  NSButton *button = addedPushButton(content_, @"");
+  const auto horizontal = NSLayoutConstraintOrientationHorizontal;
+  const auto vertical = NSLayoutConstraintOrientationVertical;
+  EXPECT_EQ([plain contentHuggingPriorityForOrientation:vertical], 250);
+  EXPECT_EQ([plain contentCompressionResistancePriorityForOrientation:vertical], 750);
+  EXPECT_EQ([button contentHuggingPriorityForOrientation:horizontal], 250);
+  EXPECT_EQ([button contentHuggingPriorityForOrientation:vertical], 750);
+  EXPECT_TRUE([[[[NSView alloc] init] autorelease] translatesAutoresizingMaskIntoConstraints]);
+}
+
+TEST_F(Layout, AWindowWithoutConstraintsIsLeftAlone) {
+  NSView *a = [[[NSView alloc] initWithFrame:NSMakeRect(10.5, 20.25, 30, 40)] autorelease];
+  [a setAutoresizingMask:NSViewWidthSizable];
+  [content_ addSubview:a];
+  [window_ layoutIfNeeded];
+  [window_ orderFront:nil];
+  EXPECT_TRUE(NSEqualRects([a frame], NSMakeRect(10.5, 20.25, 30, 40)));
+  EXPECT_EQ(platform::layout::existingState(a), nullptr);
+  EXPECT_EQ(platform::layout::existingState(content_), nullptr);
+  EXPECT_EQ([[content_ constraints] count], 0u);
+  EXPECT_FALSE([content_ needsLayout]);
+}
+
+}  // namespace
+
+/// Counts what Auto Layout sends, and sets a subview's frame by hand.
+@interface LayoutTestView : NSView {
+ @public
+  int updates;
+  int layouts;
+}
+@end
+
+@implementation LayoutTestView
+
+- (void)updateConstraints {
+  ++updates;
+  [super updateConstraints];
+}
+
+- (void)layout {
+  ++layouts;
+  [super layout];
+  for (NSView *subview in [self subviews]) {
+    [subview setFrame:NSMakeRect(0, 0, 1, 2)];
+  }
+}
+
+- (NSEdgeInsets)alignmentRectInsets {
+  return NSEdgeInsetsMake(4, 1, 3, 2);
+}
+
+- (NSSize)intrinsicContentSize {
+  return NSMakeSize(50, 60);
+}
+
+@end
+
+namespace {
+
+TEST_F(Layout, SubclassesTakePart) {
+  LayoutTestView *view = static_cast<LayoutTestView *>(addedView(content_, [LayoutTestView class]));
+  NSView *inner = [[[NSView alloc] initWithFrame:NSZeroRect] autorelease];
+  [view addSubview:inner];
+  add(@"H:|-10-[view]", entry(@"view", view));
+  add(@"V:|-10-[view]", entry(@"view", view));
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(view->updates, 1);
+  EXPECT_EQ(view->layouts, 1);
+  EXPECT_TRUE(NSEqualRects([inner frame], NSMakeRect(0, 0, 1, 2)));
+  // Constraints place the alignment rectangle; the frame lies around it.
+  expectFrame(view, 9, 6, 53, 67);
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(view->layouts, 1);
+  [view setNeedsLayout:YES];
+  EXPECT_TRUE([view needsLayout]);
+  [view setNeedsUpdateConstraints:YES];
+  [window_ layoutIfNeeded];
+  EXPECT_FALSE([view needsLayout]);
+  EXPECT_EQ(view->updates, 2);
+  EXPECT_EQ(view->layouts, 2);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  testing::InitGoogleTest(&argc, argv);
+  if (getenv("DISPLAY") == nullptr) {
+    fprintf(stderr, "layout_test cannot run: it opens windows, and DISPLAY names no X display\n");
+    return 1;
+  }
+  NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+  [NSApplication sharedApplication];
+  [NSApp finishLaunching];
+  const int result = RUN_ALL_TESTS();
+  [pool release];
+  return result;
+}

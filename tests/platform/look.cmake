@@ -1,0 +1,28 @@
+# Tests of how the Linux platform layer looks. look_test opens windows and reads the screen; where picom
+# is installed it starts it for one test.
+find_package(X11 REQUIRED)
+find_package(TIFF REQUIRED)
+set(look_sources "${CMAKE_CURRENT_LIST_DIR}/../../platform/gnustep/appkit/look")
+
+pellmar_add_gtest(look_pixels_test
+  SOURCES
+    "${CMAKE_CURRENT_LIST_DIR}/look_outline_test.cpp"
+    "${CMAKE_CURRENT_LIST_DIR}/look_pixels_test.cpp"
+    "${look_sources}/HalvedPixels.cpp"
+    "${look_sources}/RoundedOutline.cpp"
+  LIBRARIES pellmar_flags)
+target_include_directories(look_pixels_test PRIVATE "${look_sources}")
+
+pellmar_add_gtest(look_test DISPLAY
+  SOURCES
+    "${CMAKE_CURRENT_LIST_DIR}/look_accessibility_test.mm"
+    "${CMAKE_CURRENT_LIST_DIR}/look_appearance_test.mm"
+    "${CMAKE_CURRENT_LIST_DIR}/look_color_test.mm"
+    "${CMAKE_CURRENT_LIST_DIR}/look_control_test.mm"
+    "${CMAKE_CURRENT_LIST_DIR}/look_font_test.mm"
+    "${CMAKE_CURRENT_LIST_DIR}/look_image_test.mm"
+    "${CMAKE_CURRENT_LIST_DIR}/look_layer_test.mm"
+    "${CMAKE_CURRENT_LIST_DIR}/look_support.mm"
+    "${CMAKE_CURRENT_LIST_DIR}/look_version_test.mm"
+    "${CMAKE_CURRENT_LIST_DIR}/look_window_test.mm"
+  LIBRARIES platform_appkit X11::X11 X11::Xext TIFF::TIFF)

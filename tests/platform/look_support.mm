@@ -1,0 +1,121 @@
+#include "look_support.h"
+
+#include <AppKit/PlatformVersions.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+namespace {
+
+class ApplicationEnvironment : public testing::Environment {
+ public:
+  void SetUp() override {
+    pool_ = [[NSAutoreleasePool alloc] init];
+    [NSApplication sharedApplication];
+    [NSApp finishLaunching];
+  }
+  void TearDown() override { [pool_ release]; }
+
+ private:
+  NSAutoreleasePool *pool_ = nil;
+};
+
+const auto *const sEnvironment = testing::AddGlobalTestEnvironment(new ApplicationEnvironment());
+
+Display *SharedDisplay() {
+  static Display *display = XOpenDisplay(nullptr);
+  return display;
+}
+
+}  // namespace
+
+namespace look {
+
+void LookTest::SetUp() { pool_ = [[NSAutoreleasePool alloc] init]; }
+
+void LookTest::TearDown() {
+  [NSApp setAppearance:nil];
+  [pool_ release];
+}
+
+bool PumpUntil(const std::function<bool()> &condition, double seconds) {
+  NSDate *end = [NSDate dateWithTimeIntervalSinceNow:seconds];
+  while (!condition()) {
+    if ([end timeIntervalSinceNow] < 0) return false;
+    NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+    NSEvent *event = [NSApp nextEventMatchingMask:NSAnyEventMask
+                                        untilDate:[NSDate dateWithTimeIntervalSinceNow:0.02]
+                                           inMode:NSDefaultRunLoopMode
+                                          dequeue:YES];
+    if (event) [NSApp sendEvent:event];
+    [NSApp updateWindows];
+    [pool release];
+  }
+  return true;
+}
+
+Pixel ScreenPixel(int x, int y) {
+  Display *display = SharedDisplay();
+  XImage *image = XGetImage(display, DefaultRootWindow(display), x, y, 1, 1, AllPlanes, ZPixmap);
+  if (!image) return {-1, -1, -1};
+  unsigned long value = XGetPixel(image, 0, 0);
+  XDestroyImage(image);
+  return {(int)(value >> 16 & 255), (int)(value >> 8 & 255), (int)(value & 255)};
+}
+
+Pixel WindowPixel(NSWindow *window, int x, int y) {
+  NSRect frame = [window frame];
+  CGFloat screen = NSHeight([[NSScreen mainScreen] frame]);
+  return ScreenPixel((int)NSMinX(frame) + x, (int)(screen - NSMaxY(frame)) + y);
+}
+
+bool Near(Pixel pixel, int red, int green, int blue, int tolerance) {
+  return std::abs(pixel.red - red) <= tolerance && std::abs(pixel.green - green) <= tolerance &&
+         std::abs(pixel.blue - blue) <= tolerance;
+}
+
+int RunAgain(const std::string &variable, const std::string &filter) {
+  char path[4096];
+  ssize_t length = readlink("/proc/self/exe", path, sizeof(path) - 1);
+  if (length < 0) return -1;
+  path[length] = 0;
+  std::string command =
+      variable + " '" + path + "' --gtest_brief=1 --gtest_filter='" + filter + "'";
+  int status = std::system(command.c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace look
+
+@implementation LookWindow
+
++ (LookWindow *)windowWithSize:(NSSize)size white:(CGFloat)white {
+  NSRect rect = {{0, 0}, size};
+  LookWindow *window = [[[LookWindow alloc] initWithContentRect:rect
+                                                      styleMask:NSWindowStyleMaskBorderless
+                                                        backing:NSBackingStoreRetained
+                                                          defer:NO] autorelease];
+  [window setReleasedWhenClosed:NO];
+  [window setOpaque:NO];
+  [window setBackgroundColor:[NSColor clearColor]];
+  NSView *content = [[[NSView alloc] initWithFrame:rect] autorelease];
+  [content setWantsLayer:YES];
+  [[content layer] setBackgroundColor:[[NSColor colorWithRed:white green:white blue:white
+                                                       alpha:1] CGColor]];
+  [[content layer] setCornerRadius:20];
+  [window setContentView:content];
+  return window;
+}
+
+- (BOOL)canBecomeKeyWindow {
+  return YES;
+}
+
+- (BOOL)canBecomeMainWindow {
+  return YES;
+}
+
+@end

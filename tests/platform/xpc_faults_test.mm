@@ -1,0 +1,690 @@
+// Connections whose other end fails: a process of its own, or a bare socket that says what it
+// likes.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "wire.h"
+#include "xpc_test_client.h"
+#import "xpc_test_server.h"
+
+using namespace xpc_test;
+using platform::xpc::FrameKind;
+using platform::xpc::kHeaderSize;
+using platform::xpc::Tag;
+using platform::xpc::Writer;
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+const char kName[] = "com.example.faults";
+NSString *const kService = @"com.example.faults";
+
+/// In milliseconds; what a call may take while other programs have the processors.
+constexpr double kLongestCall = 250;
+
+class XPCFaults : public ::testing::Test {
+ protected:
+  void SetUp() override { pool_ = [[NSAutoreleasePool alloc] init]; }
+  void TearDown() override { [pool_ release]; }
+
+  /// Waits for what must not happen.
+  static void ExpectNothing(Counter *counter, unsigned before) {
+    EXPECT_FALSE(counter->Wait(before + 1, std::chrono::milliseconds(150)));
+  }
+
+  ServiceDirectory directory_;
+  NSAutoreleasePool *pool_;
+};
+
+Bytes Finished(Writer *writer) {
+  EXPECT_TRUE(writer->Finish());
+  return Bytes(writer->data(), writer->data() + writer->size());
+}
+
+/// A message without arguments, or with `arguments` of which there are `count`.
+Bytes MessageFrame(const char *selector, uint64_t request, const char *signature, unsigned count,
+                   const Bytes &arguments) {
+  Writer writer;
+  writer.Begin(FrameKind::kMessage);
+  writer.PutNumber(request);
+  writer.PutText(selector);
+  if (request) writer.PutText(signature);
+  writer.PutNumber(count);
+  writer.PutBytes(arguments.data(), arguments.size());
+  return Finished(&writer);
+}
+
+/// The reply to `request` with one argument.
+Bytes ReplyFrame(uint64_t request, const Bytes &argument) {
+  Writer writer;
+  writer.Begin(FrameKind::kReply);
+  writer.PutNumber(request);
+  writer.PutNumber(1);
+  writer.PutBytes(argument.data(), argument.size());
+  return Finished(&writer);
+}
+
+Bytes Joined(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const Bytes &part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+/// Frames that are none, for either end.
+std::vector<std::pair<const char *, Bytes>> BadFrames() {
+  Bytes good = ReplyFrame(1, {0x00});
+  Bytes wrongMagic = good, wrongVersion = good, wrongKind = good, tooLong = good, tooShort = good;
+  wrongMagic[4] = 'Q';
+  wrongVersion[6] = 9;
+  wrongKind[7] = 3;
+  tooLong[3] = 0x7f;
+  tooShort[0] -= 1;
+  Bytes random(5000);
+  uint32_t state = 12345;
+  for (auto &byte : random) {
+    state = state * 1664525 + 1013904223;
+    byte = static_cast<uint8_t>(state >> 24);
+  }
+  return {{"random bytes", random},
+          {"a text line", Bytes{'G', 'E', 'T', ' ', '/', '\r', '\n', '\r', '\n'}},
+          {"wrong magic", wrongMagic},
+          {"wrong version", wrongVersion},
+          {"wrong kind", wrongKind},
+          {"a length beyond the limit", tooLong},
+          {"a length that is too short", Joined({tooShort, good})},
+          {"an empty payload", Bytes{0, 0, 0, 0, 'P', 'X', 1, 2}},
+          {"invalid UTF-8", ReplyFrame(1, {0x20, 2, 0xc3, 0x28})},
+          {"an unknown tag", ReplyFrame(1, {0x7f})},
+          {"a text longer than the frame", ReplyFrame(1, {0x20, 100, 'x'})}};
+}
+
+}  // namespace
+
+TEST_F(XPCFaults, AServiceThatNeverAcceptsKeepsNobodyWaiting) {
+  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 0);
+  ASSERT_TRUE(listener.isOpen());
+  // More than its queue takes: the others connect once there is room.
+  std::vector<std::unique_ptr<Client>> clients;
+  Outcome outcome;
+  auto start = Clock::now();
+  for (int i = 0; i < 5; ++i) {
+    clients.emplace_back(new Client(kService));
+    [clients.back()->Proxy(&outcome) echo:nil reply:outcome.onObject()];
+  }
+  EXPECT_LT(MillisecondsSince(start), 500);
+  ExpectNothing(&outcome.ended, 0);
+  for (int i = 0; i < 5; ++i) {
+    RawSocket accepted = listener.Accept();
+    ASSERT_TRUE(accepted.isOpen()) << i;
+    EXPECT_FALSE(accepted.ReadFrame().empty()) << i;
+    ASSERT_TRUE(accepted.Write(ReplyFrame(1, {0x25})));
+    ASSERT_TRUE(outcome.ended.Wait(static_cast<unsigned>(i) + 1)) << i;
+  }
+  EXPECT_EQ(outcome.replies, 5u);
+}
+
+TEST_F(XPCFaults, InvalidatingWhileTheQueueIsFullEndsAll) {
+  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 0);
+  Outcome outcome;
+  for (int i = 0; i < 5; ++i) {
+    Client client(kService);
+    [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
+  }
+  ASSERT_TRUE(outcome.ended.Wait(5));
+  EXPECT_EQ(outcome.errors, 5u);
+  EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
+}
+
+TEST_F(XPCFaults, AListenerThatGoesWhileOthersWaitForItInvalidatesThem) {
+  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 0);
+  std::vector<std::unique_ptr<Client>> clients;
+  Outcome outcome;
+  for (int i = 0; i < 5; ++i) {
+    clients.emplace_back(new Client(kService));
+    [clients.back()->Proxy(&outcome) echo:nil reply:outcome.onObject()];
+  }
+  listener.Close();
+  ASSERT_TRUE(outcome.ended.Wait(5));
+  EXPECT_EQ(outcome.errors, 5u);
+  unsigned ended = 0;
+  for (auto &client : clients) ended += client->interrupted.count() + client->invalidated.count();
+  EXPECT_GE(ended, 1u);
+}
+
+TEST_F(XPCFaults, APeerThatHangsAndIsKilledFailsEveryRequestOnce) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Client client(kService);
+  Outcome outcome;
+  for (int i = 0; i < 100; ++i) [client.Proxy(&outcome) hangWithReply:outcome.onFlag()];
+  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
+  EXPECT_EQ(outcome.ended.count(), 0u);
+  peer.Signal(SIGKILL);
+  ASSERT_TRUE(outcome.ended.Wait(100));
+  EXPECT_TRUE(client.interrupted.Wait());
+  EXPECT_EQ(outcome.errors, 100u);
+  EXPECT_EQ(outcome.replies, 0u);
+  EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
+  EXPECT_EQ(client.invalidated.count(), 0u);
+}
+
+TEST_F(XPCFaults, AfterAnInterruptionTheNextMessageReachesASuccessor) {
+  Client *client;
+  Outcome outcome;
+  {
+    Peer peer;
+    ASSERT_TRUE(peer.Serve(kName));
+    client = new Client(kService);
+    EXPECT_TRUE([client->Echo(@"x") isEqual:@"x"]);
+  }
+  EXPECT_TRUE(client->interrupted.Wait());
+  {
+    Peer successor;
+    ASSERT_TRUE(successor.Serve(kName));
+    EXPECT_TRUE([client->Echo(@"y") isEqual:@"y"]);
+    EXPECT_EQ([client->connection() processIdentifier], successor.process());
+  }
+  EXPECT_TRUE(client->interrupted.Wait(2));
+  [client->Proxy(&outcome) echo:nil reply:outcome.onObject()];
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
+  EXPECT_TRUE(client->invalidated.Wait());
+  delete client;
+}
+
+TEST_F(XPCFaults, APeerThatDiesMidRequestInterrupts) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Client client(kService);
+  Outcome outcome;
+  [client.Proxy(&outcome) dieWithReply:outcome.onFlag()];
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_TRUE(client.interrupted.Wait());
+  EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
+  EXPECT_EQ(outcome.replies, 0u);
+}
+
+TEST_F(XPCFaults, AReplyGivenJustBeforeDeathArrives) {
+  for (int i = 0; i < 10; ++i) {
+    Peer peer;
+    ASSERT_TRUE(peer.Serve(kName));
+    Client client(kService);
+    Outcome outcome;
+    [client.Proxy(&outcome) answerAndDieWithReply:outcome.onFlag()];
+    ASSERT_TRUE(outcome.ended.Wait());
+    EXPECT_TRUE(client.interrupted.Wait());
+    EXPECT_EQ(outcome.replies, 1u);
+    EXPECT_EQ(outcome.errors, 0u);
+  }
+}
+
+TEST_F(XPCFaults, APeerThatGoesBeforeReadingInterrupts) {
+  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+  Client client(kService);
+  Outcome outcome;
+  [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
+  listener.Accept().Close();
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_TRUE(client.interrupted.Wait());
+  EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
+}
+
+TEST_F(XPCFaults, ARequestOfAPeerThatWasStoppedIsAnsweredWhenItGoesOn) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Client client(kService);
+  client.Echo(nil);
+  peer.Signal(SIGSTOP);
+  Outcome outcome;
+  [client.Proxy(&outcome) echo:@"x" reply:outcome.onObject()];
+  ExpectNothing(&outcome.ended, 0);
+  peer.Signal(SIGCONT);
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_EQ(outcome.replies, 1u);
+}
+
+TEST_F(XPCFaults, AFullSocketNeverHoldsTheCallerUpAndLosesNothing) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Client client(kService);
+  client.Echo(nil);
+  peer.Signal(SIGSTOP);
+  // Many times what a socket takes.
+  constexpr unsigned kCount = 20000;
+  NSDictionary *info = [NSDictionary dictionaryWithObject:[@"" stringByPaddingToLength:200
+                                                                            withString:@"i"
+                                                                       startingAtIndex:0]
+                                                   forKey:@"filler"];
+  double longest = 0;
+  rusage before, after;
+  getrusage(RUSAGE_THREAD, &before);
+  for (unsigned i = 0; i < kCount; ++i) {
+    NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+    NSString *name = [NSString stringWithFormat:@"%u", i];
+    id<XPCTestEvents> proxy = client.Proxy();
+    auto start = Clock::now();
+    [proxy reportEvent:name info:info];
+    longest = std::max(longest, MillisecondsSince(start));
+    [pool release];
+  }
+  getrusage(RUSAGE_THREAD, &after);
+  // Waiting gives the processor up of one's own accord; being pushed aside by others does not
+  // count.
+  long waits = after.ru_nvcsw - before.ru_nvcsw;
+  std::printf("with the socket full: longest call %.3f ms, %ld waits\n", longest, waits);
+  EXPECT_LT(longest, kLongestCall);
+  EXPECT_LT(waits, 100) << "a lock may be taken at the moment, the peer's socket must not count";
+  peer.Signal(SIGCONT);
+
+  Outcome stored;
+  Outcome &outcome = stored;
+  [client.Proxy(&outcome) eventsWithReply:^(NSArray *names) {
+    bool inOrder = [names count] == kCount;
+    for (unsigned i = 0; inOrder && i < kCount; ++i) {
+      inOrder = [[names objectAtIndex:i] intValue] == static_cast<int>(i);
+    }
+    outcome.Reply(inOrder);
+  }];
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_TRUE(outcome.flag);
+}
+
+TEST_F(XPCFaults, BeyondTheLimitOfWaitingBytesMessagesFailAtOnce) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Client client(kService);
+  client.Echo(nil);
+  peer.Signal(SIGSTOP);
+  NSData *large = [NSMutableData dataWithLength:8 << 20];
+  Outcome outcome;
+  unsigned sent = 0;
+  while (outcome.ended.count() == 0 && sent < 12) {
+    [client.Proxy(&outcome) echo:large reply:outcome.onObject()];
+    ++sent;
+    outcome.ended.Wait(1, std::chrono::milliseconds(50));
+  }
+  EXPECT_EQ(outcome.errors, 1u);
+  EXPECT_GE(sent, 8u);
+  EXPECT_LT(sent, 12u);
+  EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
+  unsigned failed = outcome.errors;
+  peer.Signal(SIGCONT);
+  ASSERT_TRUE(outcome.ended.Wait(sent));
+  EXPECT_EQ(outcome.replies, sent - failed) << "what had been taken";
+  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
+}
+
+TEST_F(XPCFaults, ASecondReplyIsIgnored) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Client client(kService);
+  Outcome outcome;
+  [client.Proxy(&outcome) twiceWithReply:outcome.onFlag()];
+  ASSERT_TRUE(outcome.ended.Wait());
+  client.Echo(nil);
+  EXPECT_EQ(outcome.replies, 1u);
+  EXPECT_EQ(outcome.errors, 0u);
+  EXPECT_TRUE(outcome.flag) << "the first one counts";
+}
+
+TEST_F(XPCFaults, ASecondReplyOnTheWireIsIgnored) {
+  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+  Client client(kService);
+  Outcome outcome;
+  [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
+  RawSocket peer = listener.Accept();
+  ASSERT_FALSE(peer.ReadFrame().empty());
+  ASSERT_TRUE(
+      peer.Write(Joined({ReplyFrame(1, {0x25}), ReplyFrame(1, {0x25}), ReplyFrame(77, {0x25})})));
+  ASSERT_TRUE(outcome.ended.Wait());
+  [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
+  ASSERT_FALSE(peer.ReadFrame().empty());
+  ASSERT_TRUE(peer.Write(ReplyFrame(2, {0x25})));
+  ASSERT_TRUE(outcome.ended.Wait(2));
+  EXPECT_EQ(outcome.replies, 2u);
+  EXPECT_EQ(client.interrupted.count(), 0u);
+}
+
+TEST_F(XPCFaults, ADroppedReplySendsNothingAndEndsWithTheConnection) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Outcome outcome;
+  {
+    Client client(kService);
+    [client.Proxy(&outcome) dropWithReply:outcome.onFlag()];
+    client.Echo(nil);
+    EXPECT_EQ(outcome.ended.count(), 0u);
+  }
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
+}
+
+TEST_F(XPCFaults, ALateReplyToAnInvalidatedConnectionIsLost) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Outcome outcome;
+  {
+    Client client(kService);
+    [client.Proxy(&outcome) after:50 reply:outcome.onFlag()];
+    client.Echo(nil);
+  }
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
+  Client other(kService);
+  Outcome later;
+  [other.Proxy(&later) after:100 reply:later.onFlag()];
+  ASSERT_TRUE(later.ended.Wait());
+  EXPECT_EQ(outcome.ended.count(), 1u);
+}
+
+TEST_F(XPCFaults, AReplyThatCannotBeSentEndsTheConnection) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Client client(kService);
+  Outcome outcome;
+  [client.Proxy(&outcome) strangeWithReply:outcome.onObject()];
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
+  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]) << "the process went on";
+}
+
+TEST_F(XPCFaults, AnUnknownSelectorEndsThatConnectionOnly) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Client client(kService), other(kService);
+  other.Echo(nil);
+  Outcome outcome;
+  [client.Proxy(&outcome) unheardOfWithReply:outcome.onFlag()];
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
+  EXPECT_TRUE([other.Echo(@"x") isEqual:@"x"]);
+  EXPECT_EQ(other.interrupted.count(), 0u);
+}
+
+TEST_F(XPCFaults, AnExceptionEndsThatConnectionOnly) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Client client(kService), other(kService);
+  other.Echo(nil);
+  Outcome outcome;
+  [client.Proxy(&outcome) raiseWithReply:outcome.onFlag()];
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
+  EXPECT_TRUE([other.Echo(@"x") isEqual:@"x"]);
+  EXPECT_EQ(other.interrupted.count(), 0u);
+}
+
+TEST_F(XPCFaults, AReplyBlockThatRaisesHarmsNothing) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Client client(kService);
+  Outcome outcome;
+  [client.Proxy(&outcome) echo:nil
+                         reply:^(id) {
+                           [NSException raise:@"TestException" format:@"on purpose"];
+                         }];
+  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
+  EXPECT_EQ(outcome.errors, 0u);
+}
+
+TEST_F(XPCFaults, BadFramesFromTheServiceInterruptTheClient) {
+  for (const auto &[what, bytes] : BadFrames()) {
+    RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+    {
+      Client client(kService);
+      Outcome outcome;
+      [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
+      RawSocket peer = listener.Accept();
+      ASSERT_FALSE(peer.ReadFrame().empty()) << what;
+      ASSERT_TRUE(peer.Write(bytes)) << what;
+      EXPECT_TRUE(outcome.ended.Wait()) << what;
+      EXPECT_TRUE(client.interrupted.Wait()) << what;
+      EXPECT_TRUE(peer.WaitForEnd()) << what;
+      EXPECT_EQ(outcome.errors, 1u) << what;
+      EXPECT_EQ(outcome.replies, 0u) << what;
+    }
+    listener.Close();
+    unlink(directory_.Socket(kName).c_str());
+  }
+}
+
+TEST_F(XPCFaults, ACutOffFrameFromTheServiceInterruptsTheClient) {
+  Bytes whole = ReplyFrame(1, {0x20, 3, 'a', 'b', 'c'});
+  for (size_t length = 1; length < whole.size(); ++length) {
+    RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+    {
+      Client client(kService);
+      Outcome outcome;
+      [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
+      RawSocket peer = listener.Accept();
+      ASSERT_FALSE(peer.ReadFrame().empty());
+      ASSERT_TRUE(peer.Write(whole.data(), length));
+      peer.Close();
+      EXPECT_TRUE(outcome.ended.Wait()) << length;
+      EXPECT_TRUE(client.interrupted.Wait()) << length;
+      EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted) << length;
+    }
+    listener.Close();
+    unlink(directory_.Socket(kName).c_str());
+  }
+}
+
+TEST_F(XPCFaults, AFrameInSmallPiecesIsPutTogether) {
+  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+  Client client(kService);
+  Outcome outcome;
+  [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
+  RawSocket peer = listener.Accept();
+  ASSERT_FALSE(peer.ReadFrame().empty());
+  for (uint8_t byte : ReplyFrame(1, {0x20, 3, 'a', 'b', 'c'})) {
+    ASSERT_TRUE(peer.Write(&byte, 1));
+    std::this_thread::yield();
+  }
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_EQ(outcome.replies, 1u);
+}
+
+TEST_F(XPCFaults, FramesBeforeABadOneStillCount) {
+  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+  Client client(kService);
+  Outcome first, second;
+  [client.Proxy(&first) echo:nil reply:first.onObject()];
+  [client.Proxy(&second) echo:nil reply:second.onObject()];
+  RawSocket peer = listener.Accept();
+  ASSERT_FALSE(peer.ReadFrame().empty());
+  ASSERT_TRUE(peer.Write(Joined({ReplyFrame(1, {0x25}), Bytes(20, 0xff)})));
+  ASSERT_TRUE(first.ended.Wait());
+  ASSERT_TRUE(second.ended.Wait());
+  EXPECT_EQ(first.replies, 1u);
+  EXPECT_EQ(second.errors, 1u);
+}
+
+TEST_F(XPCFaults, AReplyOfTheWrongKindIsAnInvalidReply) {
+  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+  struct Case {
+    const char *what;
+    Bytes argument;
+  };
+  for (const Case &one :
+       {Case{"an object for a scalar", {0x20, 1, 'x'}}, Case{"nil for a scalar", {0x00}},
+        Case{"too large a number", {0x11, 0xff, 0x7f}},
+        Case{"a floating number for BOOL", {0x12, 0, 0, 0, 0, 0, 0, 0, 0}},
+        Case{"a block", {0x01}}}) {
+    Client client(kService);
+    Outcome outcome;
+    [client.Proxy(&outcome) hangWithReply:outcome.onFlag()];
+    RawSocket peer = listener.Accept();
+    ASSERT_FALSE(peer.ReadFrame().empty()) << one.what;
+    ASSERT_TRUE(peer.Write(ReplyFrame(1, one.argument)));
+    EXPECT_TRUE(outcome.ended.Wait()) << one.what;
+    EXPECT_TRUE(client.interrupted.Wait()) << one.what;
+    EXPECT_EQ(outcome.code, NSXPCConnectionReplyInvalid) << one.what;
+    EXPECT_EQ(outcome.replies, 0u) << one.what;
+  }
+}
+
+TEST_F(XPCFaults, BadFramesFromAClientEndItsConnectionOnly) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Client good(kService);
+  good.Echo(nil);
+  auto bad = BadFrames();
+  bad.emplace_back("a selector of NSObject", MessageFrame("release", 0, "", 0, {}));
+  bad.emplace_back("another of NSObject", MessageFrame("dealloc", 0, "", 0, {}));
+  bad.emplace_back("an unknown selector", MessageFrame("nothing:", 0, "", 1, {0x00}));
+  bad.emplace_back("too few arguments", MessageFrame("reportEvent:info:", 0, "", 1, {0x00}));
+  bad.emplace_back("too many arguments",
+                   MessageFrame("reportEvent:info:", 0, "", 3, {0x00, 0x00, 0x00}));
+  bad.emplace_back("a scalar for an object",
+                   MessageFrame("reportEvent:info:", 0, "", 2, {0x11, 1, 0x00}));
+  bad.emplace_back("a block for an object",
+                   MessageFrame("reportEvent:info:", 0, "", 2, {0x01, 0x00}));
+  bad.emplace_back("a reply nobody has room for",
+                   MessageFrame("reportEvent:info:", 1, "v@?", 2, {0x00, 0x00}));
+  bad.emplace_back("no reply block", MessageFrame("echo:reply:", 0, "", 2, {0x00, 0x01}));
+  bad.emplace_back("nil for the reply block",
+                   MessageFrame("echo:reply:", 1, "v@?@", 2, {0x00, 0x00}));
+  bad.emplace_back("a reply block that returns something",
+                   MessageFrame("echo:reply:", 1, "i@?@", 2, {0x00, 0x01}));
+  bad.emplace_back("a reply block with a structure",
+                   MessageFrame("echo:reply:", 1, "v@?{a=ii}", 2, {0x00, 0x01}));
+  for (const auto &[what, bytes] : bad) {
+    RawSocket client = RawSocket::Connect(directory_.Socket(kName));
+    ASSERT_TRUE(client.isOpen()) << what;
+    client.Write(bytes);
+    EXPECT_TRUE(client.WaitForEnd()) << what;
+  }
+  for (const auto &[what, bytes] : bad) {
+    RawSocket client = RawSocket::Connect(directory_.Socket(kName));
+    client.Write(bytes.data(), bytes.size() - 1);
+  }
+  EXPECT_TRUE([good.Echo(@"x") isEqual:@"x"]);
+  EXPECT_EQ(good.interrupted.count(), 0u);
+  EXPECT_EQ([good.connection() processIdentifier], peer.process());
+}
+
+TEST_F(XPCFaults, AClientThatDiesWithRequestsOutstandingHarmsNothing) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  for (int i = 0; i < 20; ++i) {
+    RawSocket client = RawSocket::Connect(directory_.Socket(kName));
+    Bytes request = MessageFrame("after:reply:", 1, "v@?C", 2, {0x11, 20, 0x01});
+    for (int k = 0; k < 20; ++k) ASSERT_TRUE(client.Write(request));
+  }
+  Client good(kService);
+  Outcome outcome;
+  [good.Proxy(&outcome) after:100 reply:outcome.onFlag()];
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_EQ(outcome.replies, 1u);
+}
+
+TEST_F(XPCFaults, AClientThatReadsNothingDoesNotHoldUpOthers) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  RawSocket lazy = RawSocket::Connect(directory_.Socket(kName));
+  Bytes request = MessageFrame("textOfLength:reply:", 1, "v@?@", 2, {0x11, 0xc0, 0x84, 0x3d, 0x01});
+  for (int i = 0; i < 10; ++i) ASSERT_TRUE(lazy.Write(request));
+  Client good(kService);
+  EXPECT_TRUE([good.Echo(@"x") isEqual:@"x"]);
+  Bytes reply = lazy.ReadFrame();
+  EXPECT_GT(reply.size(), 1000000u);
+}
+
+TEST_F(XPCFaults, AReplyOf64MiBArrivesAndALargerOneEndsTheConnection) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Client client(kService);
+  Outcome stored;
+  Outcome &outcome = stored;
+  NSUInteger most = NSUInteger{64} << 20;
+  [client.Proxy(&outcome) textOfLength:most
+                                 reply:^(NSString *text) {
+                                   outcome.Reply([text length] == most);
+                                 }];
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_EQ(outcome.errors, 0u);
+  EXPECT_TRUE(outcome.flag);
+  [client.Proxy(&outcome) textOfLength:most + 5000 reply:outcome.onObject()];
+  ASSERT_TRUE(outcome.ended.Wait(2));
+  EXPECT_EQ(outcome.errors, 1u);
+  EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
+  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
+}
+
+TEST_F(XPCFaults, AMessageThatIsTooLargeFailsAndHarmsNothing) {
+  Peer peer;
+  ASSERT_TRUE(peer.Serve(kName));
+  Client client(kService);
+  Outcome outcome;
+  [client.Proxy(&outcome) echo:[NSMutableData dataWithLength:(64 << 20) + 8192]
+                         reply:outcome.onObject()];
+  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_EQ(outcome.errors, 1u);
+  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
+}
+
+TEST_F(XPCFaults, EventsJustBeforeANormalExitArrive) {
+  XPCTestServer *server = [[[XPCTestServer alloc] init] autorelease];
+  NSXPCListener *listener = [[[NSXPCListener alloc] initWithMachServiceName:kService] autorelease];
+  listener.delegate = server;
+  [listener resume];
+  for (unsigned count : {1u, 10u, 5000u}) {
+    NSUInteger before = [[server events] count];
+    Peer client;
+    ASSERT_TRUE(client.Start({"report", kName, std::to_string(count)}));
+    EXPECT_EQ(client.WaitForExit(), 0);
+    auto end = Clock::now() + kPatience;
+    while ([[server events] count] < before + count && Clock::now() < end) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    NSArray *events = [server events];
+    ASSERT_EQ([events count], before + count);
+    for (unsigned i = 0; i < count; ++i) {
+      ASSERT_EQ([[events objectAtIndex:before + i] intValue], static_cast<int>(i));
+    }
+  }
+  [listener invalidate];
+}
+
+TEST_F(XPCFaults, AStoppedServiceHoldsAnExitUpForAMomentAtMost) {
+  Peer service;
+  ASSERT_TRUE(service.Serve(kName));
+  service.Signal(SIGSTOP);
+  Peer client;
+  auto start = Clock::now();
+  ASSERT_TRUE(client.Start({"report", kName, "20000"}));
+  EXPECT_EQ(client.WaitForExit(), 0);
+  double spent = MillisecondsSince(start);
+  std::printf("process with 20000 unsent events: %.0f ms\n", spent);
+  EXPECT_LT(spent, 5000);
+}
+
+TEST_F(XPCFaults, TwoProcessesCannotServeOneName) {
+  Peer first, second;
+  ASSERT_TRUE(first.Serve(kName));
+  ASSERT_TRUE(second.Serve(kName));
+  Client client(kService);
+  client.Echo(nil);
+  EXPECT_EQ([client.connection() processIdentifier], first.process());
+  second.Signal(SIGKILL);
+  second.WaitForExit();
+  EXPECT_TRUE([Client(kService).Echo(@"x") isEqual:@"x"]);
+}
+
+TEST_F(XPCFaults, ADeadProcessLeavesTheNameFree) {
+  {
+    Peer first;
+    ASSERT_TRUE(first.Serve(kName));
+  }
+  EXPECT_EQ(access(directory_.Socket(kName).c_str(), F_OK), 0);
+  Peer second;
+  ASSERT_TRUE(second.Serve(kName));
+  Client client(kService);
+  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
+}

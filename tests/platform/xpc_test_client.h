@@ -1,0 +1,108 @@
+// A client connection, and what its requests came to.
+
+#ifndef XPC_TEST_CLIENT_H
+#define XPC_TEST_CLIENT_H
+
+#include <atomic>
+#include <memory>
+
+#import "xpc_test_protocol.h"
+#include "xpc_test_support.h"
+
+namespace xpc_test {
+
+/// What one request came to. Must outlive the request, as must a `Client` its connection's
+/// handlers.
+struct Outcome {
+  Counter ended;
+  std::atomic<unsigned> replies{0};
+  std::atomic<unsigned> errors{0};
+  std::atomic<long> code{0};
+  std::atomic<bool> flag{false};
+
+  void Reply(BOOL value) {
+    flag = value;
+    ++replies;
+    ended.Add();
+  }
+  void Fail(NSError *error) {
+    code = [[error domain] isEqual:NSCocoaErrorDomain] ? static_cast<long>([error code]) : -1;
+    ++errors;
+    ended.Add();
+  }
+  void (^onError())(NSError *) {
+    return [[^(NSError *error) {
+      this->Fail(error);
+    } copy] autorelease];
+  }
+  void (^onFlag())(BOOL) {
+    return [[^(BOOL value) {
+      this->Reply(value);
+    } copy] autorelease];
+  }
+  void (^onObject())(id) {
+    return [[^(id object) {
+      this->Reply(object != nil);
+    } copy] autorelease];
+  }
+};
+
+class Client {
+ public:
+  /// A connection to `service` that has been resumed.
+  explicit Client(NSString *service)
+      : Client([[[NSXPCConnection alloc] initWithMachServiceName:service options:0] autorelease]) {}
+
+  explicit Client(NSXPCConnection *fresh) : connection_([fresh retain]) {
+    fresh.remoteObjectInterface =
+        [NSXPCInterface interfaceWithProtocol:@protocol(XPCTestFutureService)];
+    fresh.interruptionHandler = ^{
+      interrupted.Add();
+    };
+    fresh.invalidationHandler = ^{
+      invalidated.Add();
+    };
+    [fresh resume];
+  }
+
+  /// Waits until the handlers can run no more.
+  ~Client() {
+    [connection_ invalidate];
+    [connection_ release];
+    invalidated.Wait();
+  }
+
+  NSXPCConnection *connection() { return connection_; }
+  id<XPCTestFutureService> Proxy(Outcome *outcome) {
+    return [connection_ remoteObjectProxyWithErrorHandler:outcome->onError()];
+  }
+  id<XPCTestFutureService> Proxy() { return [connection_ remoteObjectProxy]; }
+
+  /// Sends `object` and returns what comes back, or an error.
+  id Echo(id object) {
+    __block id result = nil;
+    Counter done;
+    Counter *ended = &done;
+    id<XPCTestService> proxy = [connection_ remoteObjectProxyWithErrorHandler:^(NSError *error) {
+      result = [error retain];
+      ended->Add();
+    }];
+    [proxy echo:object
+          reply:^(id answer) {
+            result = [answer retain];
+            ended->Add();
+          }];
+    if (!done.Wait()) abort();
+    return [result autorelease];
+  }
+
+  Counter interrupted;
+  Counter invalidated;
+
+ private:
+  NSXPCConnection *connection_;
+};
+
+}  // namespace xpc_test
+
+#endif

@@ -1,0 +1,99 @@
+// Peers, sockets and waiting for the connection tests.
+
+#ifndef XPC_TEST_SUPPORT_H
+#define XPC_TEST_SUPPORT_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace xpc_test {
+
+using Clock = std::chrono::steady_clock;
+
+/// How long a test waits for what must happen, on a machine that has other work too.
+constexpr std::chrono::milliseconds kPatience(20000);
+
+double MillisecondsSince(Clock::time_point start);
+
+/// Counts events on any thread; another waits for them.
+class Counter {
+ public:
+  void Add();
+  /// Returns whether the count reached `count` in time.
+  bool Wait(unsigned count = 1, std::chrono::milliseconds limit = kPatience);
+  unsigned count();
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  unsigned count_ = 0;
+};
+
+/// A service directory of its own for as long as it lives, and the environment set to it.
+class ServiceDirectory {
+ public:
+  ServiceDirectory();
+  ~ServiceDirectory();
+  const std::string &path() const { return path_; }
+  std::string Socket(const std::string &name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+/// The process `xpc_peer`. Ended with the object.
+class Peer {
+ public:
+  Peer() = default;
+  ~Peer();
+  /// Returns once the peer serves `name`.
+  bool Serve(const std::string &name);
+  bool Start(const std::vector<std::string> &arguments);
+  void Signal(int signal);
+  /// Returns the exit status, or -1 when it was a signal or did not end in time.
+  int WaitForExit();
+  pid_t process() const { return process_; }
+
+ private:
+  pid_t process_ = -1;
+  int output_ = -1;
+};
+
+/// A bare socket, either end.
+class RawSocket {
+ public:
+  explicit RawSocket(int fd = -1) : fd_(fd) {}
+  ~RawSocket() { Close(); }
+  RawSocket(RawSocket &&other) : fd_(other.fd_) { other.fd_ = -1; }
+  RawSocket &operator=(RawSocket &&other);
+
+  static RawSocket Listen(const std::string &path, int backlog);
+  static RawSocket Connect(const std::string &path);
+
+  RawSocket Accept();
+  bool Write(const void *bytes, size_t length);
+  bool Write(const std::vector<uint8_t> &bytes) { return Write(bytes.data(), bytes.size()); }
+  /// Reads one frame, header included; empty at the end or when nothing comes in time.
+  std::vector<uint8_t> ReadFrame();
+  /// Returns whether the peer closes in time; what it sends before is thrown away.
+  bool WaitForEnd();
+  void Close();
+  bool isOpen() const { return fd_ >= 0; }
+  int fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+/// The number of open descriptors of this process.
+unsigned OpenDescriptors();
+
+}  // namespace xpc_test
+
+#endif

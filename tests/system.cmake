@@ -1,0 +1,6 @@
+pellmar_add_node_test(tree system/tree.test.mjs)
+pellmar_add_node_test(dev_agent system/dev_agent.test.mjs)
+pellmar_add_node_test(binding system/binding.test.mjs)
+pellmar_add_node_test(host system/host.test.mjs)
+pellmar_add_node_test(consent system/consent.test.mjs)
+pellmar_add_node_test(macho macho/check.mjs)

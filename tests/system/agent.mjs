@@ -1,0 +1,115 @@
+// Starts the development agent as a process of its own and hears what it prints.
+
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import fs from 'node:fs';
+import os from 'node:os';
+import path from 'node:path';
+import { createInterface } from 'node:readline';
+import { fileURLToPath } from 'node:url';
+
+const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..');
+
+export const buildFolder = path.resolve(
+  process.env.PELLMAR_BUILD_DIR ?? path.join(root, 'build/Release')
+);
+export const agentPath = path.join(buildFolder, 'pellmar-dev-agent');
+
+/**
+ * Makes folders of a test's own for the service's socket and for the user's defaults, and the
+ * environment that points there. They are removed when the test context `t` ends.
+ */
+export function makeSession(t) {
+  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'pellmar-'));
+  const home = path.join(folder, 'home');
+  const defaultsFolder = path.join(home, 'GNUstep/Defaults');
+  const serviceFolder = path.join(folder, 'services');
+  fs.mkdirSync(home);
+  fs.mkdirSync(serviceFolder, { mode: 0o700 });
+  t?.after(() => fs.rmSync(folder, { recursive: true, force: true }));
+  return {
+    folder,
+    defaultsFolder,
+    env: {
+      HOME: home,
+      GNUSTEP_CONFIG_FILE: toolkitConfiguration(folder, defaultsFolder),
+      PELLMAR_SERVICE_DIR: serviceFolder,
+    },
+  };
+}
+
+/** GNUstep finds the user's home by the user's name, so another place for defaults takes a file. */
+function toolkitConfiguration(folder, defaultsFolder) {
+  const file = path.join(folder, 'GNUstep.conf');
+  const system = fs.readFileSync('/etc/GNUstep/GNUstep.conf', 'utf8');
+  fs.writeFileSync(file, `${system}\nGNUSTEP_USER_DEFAULTS_DIR=${defaultsFolder}\n`);
+  return file;
+}
+
+export class Agent {
+  #lines = [];
+  #waiters = [];
+
+  constructor(process) {
+    this.process = process;
+    createInterface({ input: process.stdout }).on('line', (line) => {
+      this.#lines.push(JSON.parse(line));
+      for (const waiter of [...this.#waiters]) waiter();
+    });
+  }
+
+  /** Starts `pellmar-dev-agent serve` and waits until it listens. */
+  static async start(t, session, ...options) {
+    const child = spawn(agentPath, ['serve', ...options], {
+      env: { ...process.env, ...session.env },
+      stdio: ['ignore', 'pipe', 'inherit'],
+    });
+    const agent = new Agent(child);
+    t?.after(() => agent.stop());
+    await agent.#until((lines) => lines.some((line) => line.event === 'listening'), 10_000);
+    return agent;
+  }
+
+  get requests() {
+    return this.#lines.filter((line) => line.event === 'request');
+  }
+
+  /** The requests of one method so far. */
+  requestsOf(method) {
+    return this.requests.filter((request) => request.method === method);
+  }
+
+  /** Waits until the method was requested `count` times. */
+  async waitFor(method, count = 1, milliseconds = 10_000) {
+    await this.#until(() => this.requestsOf(method).length >= count, milliseconds);
+    return this.requestsOf(method);
+  }
+
+  #until(condition, milliseconds) {
+    return new Promise((resolve, reject) => {
+      const finish = (settle, value) => {
+        clearTimeout(timer);
+        this.#waiters = this.#waiters.filter((waiter) => waiter !== check);
+        settle(value);
+      };
+      const timer = setTimeout(
+        () => finish(reject, new Error(`agent: waited in vain; heard ${JSON.stringify(this.#lines)}`)),
+        milliseconds
+      );
+      const check = () => condition(this.#lines) && finish(resolve);
+      this.#waiters.push(check);
+      check();
+    });
+  }
+
+  /** Ends the agent, stopped or not, and waits for its end. */
+  async stop(signal = 'SIGTERM') {
+    if (this.process.exitCode === null && this.process.signalCode === null) {
+      const end = once(this.process, 'exit');
+      this.process.kill('SIGCONT');
+      this.process.kill(signal);
+      await end;
+    }
+    return this.process.exitCode;
+  }
+}

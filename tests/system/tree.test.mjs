@@ -1,0 +1,60 @@
+// What the sources themselves must keep to.
+
+import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
+import fs from 'node:fs';
+import path from 'node:path';
+import { test } from 'node:test';
+import { fileURLToPath } from 'node:url';
+
+const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..');
+
+/** The files that git knows or would take, below the given folders. */
+function files(...folders) {
+  return execFileSync('git', ['ls-files', '-z', '-co', '--exclude-standard', '--', ...folders],
+    { cwd: root, encoding: 'utf8' }).split('\0').filter(Boolean)
+    .filter((file) => fs.existsSync(path.join(root, file)));
+}
+
+const isSource = (file) => /\.(h|c|m|mm|cpp)$/.test(file);
+const read = (file) => fs.readFileSync(path.join(root, file), 'utf8');
+const includesOf = (file) =>
+  [...read(file).matchAll(/^#\s*(?:import|include)\s*[<"]([^>"]+)[>"]/gm)].map((match) => match[1]);
+
+test('every source is formatted', () => {
+  const sources = files('.').filter(isSource);
+  assert.ok(sources.length > 40);
+  execFileSync('clang-format-19', ['--dry-run', '--Werror', ...sources],
+    { cwd: root, stdio: ['ignore', 'pipe', 'inherit'] });
+});
+
+test('the product has no condition on a platform and no name of the Linux toolkit', () => {
+  for (const file of files('binding', 'client', 'ui', 'resources').filter(isSource)) {
+    const text = read(file);
+    assert.doesNotMatch(text, /gnustep/i, file);
+    assert.doesNotMatch(text, /^#\s*(if|ifdef|ifndef|elif).*(__APPLE__|__linux__|TARGET_OS)/m, file);
+  }
+});
+
+test('each layer uses only what it may', () => {
+  const rules = [
+    { folder: 'ui/extensions', may: [/^AppKit\//, /^ui\/extensions\//, /^c\w+$/, /^array$/] },
+    { folder: 'ui', may: [/^AppKit\//, /^ui\//, /^resources\//, /^c\w+$/, /^array$/] },
+    {
+      folder: 'client',
+      may: [/^Foundation\//, /^client\//, /^(pthread|unistd)\.h$/, /^c\w+$/, /^atomic$/],
+      also: { 'client/AFXConsentFlow.mm': [/^ui\//], 'client/AFXConsentStatus.h': [/^ui\/AFXConsentChoice\.h$/] },
+    },
+    { folder: 'binding', may: [/^client\/Pellmar\.h$/, /^nan\.h$/, /^node\.h$/] },
+    { folder: 'resources', may: [/^resources\//, /^c\w+$/], except: /^resources\/tools\// },
+  ];
+  for (const { folder, may, also = {}, except } of rules) {
+    for (const file of files(folder).filter(isSource)) {
+      if (except?.test(file)) continue;
+      for (const include of includesOf(file)) {
+        assert.ok([...may, ...(also[file] ?? [])].some((pattern) => pattern.test(include)),
+          `${file} may not use ${include}`);
+      }
+    }
+  }
+});

@@ -1,0 +1,341 @@
+//
+// The consent window from the inside: its frames, texts and answers. Keys and clicks of a real
+// display are tested from the outside, with the whole application.
+//
+
+#import <AppKit/AppKit.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#import "ui/AFXPermissionWindow.h"
+#import "ui/AFXPermissionWindowController.h"
+
+/// A controller of an application with a name of the test's choice.
+@interface NamedPermissionWindowController : AFXPermissionWindowController
+@end
+
+static NSString *sAppName;
+
+@interface AFXPermissionWindowController (Private)
+- (NSString *)_appName;
+@end
+
+@implementation NamedPermissionWindowController
+- (NSString *)_appName {
+  return sAppName;
+}
+@end
+
+namespace {
+
+struct Answer {
+  AFXConsentChoice choice;
+  NSString *email;
+};
+
+class PermissionWindow : public testing::Test {
+ protected:
+  void SetUp() override {
+    pool_ = [[NSAutoreleasePool alloc] init];
+    sAppName = @"Editor";
+  }
+
+  void TearDown() override {
+    [controller_.window orderOut:nil];
+    [controller_ release];
+    [pool_ release];
+  }
+
+  /// Makes the controller and brings its window up, laid out.
+  AFXPermissionWindowController *open(NSString *email = @"jane@example.com") {
+    std::vector<Answer> *answers = &answers_;
+    controller_ = [[NamedPermissionWindowController alloc]
+        initWithUserEmail:email
+        completionHandler:^(AFXConsentChoice choice, NSString *address) {
+          answers->push_back({choice, [[address copy] autorelease]});
+        }];
+    [controller_ showWindow:nil];
+    [controller_.window.contentView layoutSubtreeIfNeeded];
+    return controller_;
+  }
+
+  /// The view's frame in the window's coordinates.
+  static NSRect frameOf(NSView *view) { return [view convertRect:view.bounds toView:nil]; }
+
+  /// The subview of the content view that is neither a control nor the images' container: 1 point
+  /// wide.
+  NSView *spacer() const {
+    for (NSView *view in [controller_.window.contentView subviews]) {
+      if (![view isKindOfClass:NSControl.class] && view.subviews.count == 0) {
+        return view;
+      }
+    }
+    return nil;
+  }
+
+  NSButton *commandWButton() const {
+    for (NSView *view in [controller_.window.contentView subviews]) {
+      if ([view isKindOfClass:NSButton.class] &&
+          [[(NSButton *)view keyEquivalent] isEqualToString:@"w"]) {
+        return (NSButton *)view;
+      }
+    }
+    return nil;
+  }
+
+  AFXPermissionWindowController *controller_ = nil;
+  std::vector<Answer> answers_;
+
+ private:
+  NSAutoreleasePool *pool_ = nil;
+};
+
+void expectFrame(NSRect frame, CGFloat x, CGFloat y, CGFloat width, CGFloat height) {
+  EXPECT_EQ(NSMinX(frame), x);
+  EXPECT_EQ(NSMinY(frame), y);
+  EXPECT_EQ(NSWidth(frame), width);
+  EXPECT_EQ(NSHeight(frame), height);
+}
+
+}  // namespace
+
+#pragma mark - Window
+
+TEST_F(PermissionWindow, IsBorderlessAndCanStillBecomeKeyAndMain) {
+  NSWindow *window = open().window;
+  EXPECT_TRUE([window isKindOfClass:AFXPermissionWindow.class]);
+  EXPECT_EQ(window.styleMask, NSWindowStyleMaskBorderless);
+  EXPECT_TRUE(window.canBecomeKeyWindow);
+  EXPECT_TRUE(window.canBecomeMainWindow);
+  EXPECT_TRUE([window isMovableByWindowBackground]);
+  EXPECT_TRUE(window.hasShadow);
+  EXPECT_FALSE([window isOpaque]);
+  EXPECT_EQ(window.level, NSNormalWindowLevel);
+  EXPECT_EQ([window.contentView layer].cornerRadius, 5.0);
+}
+
+TEST_F(PermissionWindow, IsFiveHundredFiftySixByThreeHundredFiftyFivePoints) {
+  NSWindow *window = open().window;
+  EXPECT_EQ(NSWidth(window.frame), 556.0);
+  EXPECT_EQ(NSHeight(window.frame), 355.0);
+  expectFrame(frameOf(window.contentView), 0, 0, 556, 355);
+}
+
+TEST_F(PermissionWindow, StandsInTheMiddleOfTheScreen) {
+  NSWindow *window = open().window;
+  const NSRect screen = window.screen.visibleFrame;
+  EXPECT_NEAR(NSMidX(window.frame), NSMidX(screen), 1.0);
+  EXPECT_GE(NSMidY(window.frame), NSMidY(screen) - 1.0);
+}
+
+#pragma mark - Layout
+// Worked out by hand from the window's 556 × 355 points; y counts upwards.
+
+TEST_F(PermissionWindow, HangsTheImagesThirtyFivePointsFromTheTopInTheMiddle) {
+  open();
+  expectFrame(frameOf(controller_.iconView.superview), 162, 172, 232, 148);
+}
+
+TEST_F(PermissionWindow, HangsTheEnvelopeFromTheContainersTopRightCorner) {
+  open();
+  // One point taller than its container, over whose bottom edge it stands.
+  expectFrame(frameOf(controller_.envelopeView), 180, 171, 214, 149);
+}
+
+TEST_F(PermissionWindow, StandsTheIconInTheContainersBottomLeftCornerOverTheEnvelope) {
+  open();
+  expectFrame(frameOf(controller_.iconView), 162, 172, 110, 110);
+  NSArray *images = controller_.iconView.superview.subviews;
+  EXPECT_LT([images indexOfObject:controller_.envelopeView],
+            [images indexOfObject:controller_.iconView]);
+}
+
+TEST_F(PermissionWindow, HasTheCloseMarkInTheTopLeftCorner) {
+  open();
+  expectFrame(frameOf(controller_.closeButton), 10, 335, 12, 12);
+}
+
+TEST_F(PermissionWindow, GivesTheCommandWButtonNoSize) {
+  open();
+  NSButton *button = commandWButton();
+  ASSERT_NE(button, nil);
+  expectFrame(frameOf(button), 0, 355, 0, 0);
+  EXPECT_TRUE(button.refusesFirstResponder);
+  EXPECT_EQ(button.keyEquivalentModifierMask, 1048576u);
+}
+
+TEST_F(PermissionWindow, StacksTheTextsBelowTheImages) {
+  open();
+  const NSRect title = frameOf(controller_.titleField);
+  const NSRect description = frameOf(controller_.descriptionField);
+  const NSRect buttons = frameOf(spacer());
+  const NSRect info = frameOf(controller_.informativeField);
+  EXPECT_EQ(NSMaxY(title), 172.0 - 13.0);
+  EXPECT_EQ(NSMaxY(description), NSMinY(title) - 6.0);
+  EXPECT_EQ(NSMaxY(buttons), NSMinY(description));
+  EXPECT_EQ(NSHeight(buttons), 64.0);
+  EXPECT_EQ(NSMaxY(info), NSMinY(buttons) - 2.0);
+  EXPECT_GE(NSMinY(info), 8.0);
+  for (const NSRect &text : {title, description, info}) {
+    EXPECT_EQ(NSMinX(text), 8.0);
+    EXPECT_EQ(NSWidth(text), 540.0);
+    EXPECT_GT(NSHeight(text), 0.0);
+  }
+}
+
+TEST_F(PermissionWindow, PutsEquallyWideButtonsSixPointsToEitherSideOfTheMiddle) {
+  open();
+  const NSRect middle = frameOf(spacer());
+  const NSRect cancel = frameOf(controller_.cancelButton);
+  const NSRect ok = frameOf(controller_.okButton);
+  EXPECT_EQ(NSWidth(middle), 1.0);
+  EXPECT_NEAR(NSMidX(middle), 278.0, 0.5);
+  EXPECT_EQ(NSMaxX(cancel), NSMinX(middle) - 6.0);
+  EXPECT_EQ(NSMinX(ok), NSMaxX(middle) + 6.0);
+  EXPECT_EQ(NSWidth(cancel), NSWidth(ok));
+  EXPECT_GE(NSWidth(cancel), 110.0);
+  EXPECT_NEAR(NSMidY(cancel), NSMidY(middle), 0.5);
+  EXPECT_EQ(NSMinY(cancel), NSMinY(ok));
+}
+
+TEST_F(PermissionWindow, KeepsTheButtonsEquallyWideForAnyTitle) {
+  open();
+  controller_.okButton.title = @"Ja, ich möchte gern auf dem Laufenden bleiben";
+  [controller_.window.contentView layoutSubtreeIfNeeded];
+  const CGFloat width = NSWidth(controller_.okButton.frame);
+  EXPECT_GT(width, 200.0);
+  EXPECT_EQ(NSWidth(controller_.cancelButton.frame), width);
+
+  controller_.okButton.title = @"Ja";
+  [controller_.window.contentView layoutSubtreeIfNeeded];
+  EXPECT_EQ(NSWidth(controller_.okButton.frame), 110.0);
+  EXPECT_EQ(NSWidth(controller_.cancelButton.frame), 110.0);
+}
+
+TEST_F(PermissionWindow, WrapsALongDescriptionAndTakesTheRoomFromTheRowOfButtons) {
+  open();
+  const CGFloat oneLine = NSHeight(frameOf(controller_.descriptionField));
+  [controller_.window orderOut:nil];
+  [controller_ release];
+
+  sAppName = @"The Extraordinarily Long-Winded and Thoroughly Comprehensive Document Editor of "
+             @"the Year";
+  open();
+  const NSRect description = frameOf(controller_.descriptionField);
+  const NSRect buttons = frameOf(spacer());
+  const NSRect info = frameOf(controller_.informativeField);
+  EXPECT_EQ(NSWidth(description), 540.0);
+  EXPECT_GE(NSHeight(description), 2.0 * oneLine - 4.0);
+  EXPECT_LT(NSHeight(buttons), 64.0);
+  EXPECT_GT(NSHeight(buttons), 30.0);
+  EXPECT_EQ(NSMaxY(info), NSMinY(buttons) - 2.0);
+  EXPECT_GE(NSMinY(info), 8.0);
+  EXPECT_EQ(NSHeight(controller_.window.frame), 355.0);
+}
+
+#pragma mark - Contents
+
+TEST_F(PermissionWindow, FillsTheTextsWithTheApplicationsNameAndTheAddress) {
+  open();
+  EXPECT_STREQ(controller_.titleField.stringValue.UTF8String, "Let’s stay in touch!");
+  EXPECT_STREQ(controller_.descriptionField.stringValue.UTF8String,
+               "Editor invites you to receive its newsletters and offers.");
+  EXPECT_STREQ(controller_.informativeField.stringValue.UTF8String,
+               "Pellmar will share your jane@example.com email with the developers of Editor.");
+  EXPECT_STREQ(controller_.cancelButton.title.UTF8String, "No, Thanks");
+  EXPECT_STREQ(controller_.okButton.title.UTF8String, "Sure, I’m In");
+}
+
+TEST_F(PermissionWindow, LeavesAnUnknownAddressEmpty) {
+  open(nil);
+  EXPECT_STREQ(controller_.informativeField.stringValue.UTF8String,
+               "Pellmar will share your  email with the developers of Editor.");
+}
+
+TEST_F(PermissionWindow, LeavesTheNameOfANamelessApplicationEmpty) {
+  sAppName = nil;
+  open();
+  EXPECT_STREQ(controller_.descriptionField.stringValue.UTF8String,
+               " invites you to receive its newsletters and offers.");
+}
+
+TEST_F(PermissionWindow, ShowsAnAddressWithPerCentSignsAsItIs) {
+  open(@"100%@%s%n@example.com");
+  EXPECT_STREQ(controller_.informativeField.stringValue.UTF8String,
+               "Pellmar will share your 100%@%s%n@example.com email with the developers of "
+               "Editor.");
+}
+
+TEST_F(PermissionWindow, GoesRoundTheButtonsWithTheTabKey) {
+  open();
+  EXPECT_EQ(controller_.window.initialFirstResponder, controller_.okButton);
+  EXPECT_EQ(controller_.okButton.nextKeyView, controller_.closeButton);
+  EXPECT_EQ(controller_.closeButton.nextKeyView, controller_.cancelButton);
+  EXPECT_EQ(controller_.cancelButton.nextKeyView, controller_.okButton);
+}
+
+TEST_F(PermissionWindow, GivesTheKeysToTheirButtons) {
+  open();
+  EXPECT_STREQ(controller_.closeButton.keyEquivalent.UTF8String, "\x1b");
+  EXPECT_STREQ(controller_.okButton.keyEquivalent.UTF8String, "\r");
+  EXPECT_STREQ(controller_.cancelButton.keyEquivalent.UTF8String, "");
+}
+
+#pragma mark - Answers
+
+TEST_F(PermissionWindow, HandsBackTheAddressOnlyWhenItIsAllowed) {
+  open();
+  [controller_.okButton performClick:nil];
+  [controller_ showWindow:nil];
+  [controller_.cancelButton performClick:nil];
+  [controller_ showWindow:nil];
+  [controller_.closeButton performClick:nil];
+  ASSERT_EQ(answers_.size(), 3u);
+  EXPECT_EQ(answers_[0].choice, AFXConsentChoiceAllowed);
+  EXPECT_STREQ(answers_[0].email.UTF8String, "jane@example.com");
+  EXPECT_EQ(answers_[1].choice, AFXConsentChoiceDeclined);
+  EXPECT_EQ(answers_[1].email, nil);
+  EXPECT_EQ(answers_[2].choice, AFXConsentChoiceAskLater);
+  EXPECT_EQ(answers_[2].email, nil);
+}
+
+TEST_F(PermissionWindow, IsHiddenByAnAnswerAndCanBeShownAgain) {
+  open();
+  EXPECT_TRUE(controller_.window.isVisible);
+  [controller_ forbidEmailSharing:nil];
+  EXPECT_FALSE(controller_.window.isVisible);
+  [controller_.window setFrameOrigin:NSMakePoint(1, 1)];
+  [controller_ showWindow:nil];
+  EXPECT_TRUE(controller_.window.isVisible);
+  EXPECT_NEAR(NSMidX(controller_.window.frame), NSMidX(controller_.window.screen.visibleFrame),
+              1.0);
+  [controller_ forbidEmailSharing:nil];
+  EXPECT_EQ(answers_.size(), 2u);
+}
+
+TEST_F(PermissionWindow, DropsTheAnswerWithoutACompletion) {
+  open();
+  controller_.completion = nil;
+  [controller_ allowEmailSharing:nil];
+  EXPECT_FALSE(controller_.window.isVisible);
+  EXPECT_TRUE(answers_.empty());
+}
+
+TEST_F(PermissionWindow, AllowsWithoutAnAddress) {
+  open(nil);
+  [controller_ allowEmailSharing:nil];
+  ASSERT_EQ(answers_.size(), 1u);
+  EXPECT_EQ(answers_[0].choice, AFXConsentChoiceAllowed);
+  EXPECT_EQ(answers_[0].email, nil);
+}
+
+TEST_F(PermissionWindow, KeepsTheAddressAsItWasGiven) {
+  NSMutableString *email = [NSMutableString stringWithString:@"a@example.com"];
+  open(email);
+  [email setString:@"b@example.com"];
+  [controller_ allowEmailSharing:nil];
+  ASSERT_EQ(answers_.size(), 1u);
+  EXPECT_STREQ(answers_[0].email.UTF8String, "a@example.com");
+}
