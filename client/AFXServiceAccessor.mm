@@ -83,8 +83,13 @@ typedef void (^AFXConnectionWaiter)(NSXPCConnection *connection);
   NSXPCConnection *connection = [[self openedConnection] retain];
   pthread_mutex_unlock(&_mutex);
 
-  id<AFXProvisioningService> service = [connection remoteObjectProxy];
-  [service reportUsageEvent:event eventInfo:eventInfo];
+  @try {
+    id<AFXProvisioningService> service = [connection remoteObjectProxy];
+    [service reportUsageEvent:event eventInfo:eventInfo];
+  } @catch (NSException *) {
+    // The connection raises for what cannot be sent, such as an application's own objects in the
+    // information. Such an event is dropped.
+  }
   [connection release];
 }
 

@@ -13,6 +13,19 @@ static NSError *AFXConnectionError(NSInteger code, NSString *description) {
                          userInfo:@{NSLocalizedDescriptionKey : description}];
 }
 
+/// Hands on what the agent replied, once it is what was agreed.
+static void AFXFinishWithReply(PLAuthorizationCodeCompletion finish, NSString *code,
+                               NSError *error) {
+  if ([error isKindOfClass:NSError.class]) {
+    finish(nil, error);
+  } else if ([code isKindOfClass:NSString.class]) {
+    finish(code, nil);
+  } else {
+    finish(nil, AFXConnectionError(NSXPCConnectionReplyInvalid,
+                                   @"The Pellmar agent’s reply could not be understood."));
+  }
+}
+
 void PLRequestAuthorizationCode(NSString *clientID, NSArray<NSString *> *scopes,
                                 PLAuthorizationCodeCompletion completion) {
   PLAuthorizationCodeCompletion finish = ^(NSString *code, NSError *error) {
@@ -27,20 +40,17 @@ void PLRequestAuthorizationCode(NSString *clientID, NSArray<NSString *> *scopes,
                                          @"The Pellmar agent could not be reached."));
           return;
         }
-        [service provideAuthCodeWithClientID:clientID
-                                       scope:scopes
-                                    callback:^(NSString *code, NSError *error) {
-                                      if ([error isKindOfClass:NSError.class]) {
-                                        finish(nil, error);
-                                      } else if ([code isKindOfClass:NSString.class]) {
-                                        finish(code, nil);
-                                      } else {
-                                        finish(nil, AFXConnectionError(
-                                                        NSXPCConnectionReplyInvalid,
-                                                        @"The Pellmar agent’s reply could not be "
-                                                        @"understood."));
-                                      }
-                                    }];
+        @try {
+          [service provideAuthCodeWithClientID:clientID
+                                         scope:scopes
+                                      callback:^(NSString *code, NSError *error) {
+                                        AFXFinishWithReply(finish, code, error);
+                                      }];
+        } @catch (NSException *) {
+          // The connection raises for what cannot be sent.
+          finish(nil, AFXConnectionError(NSXPCConnectionInvalid,
+                                         @"The request could not be sent to the Pellmar agent."));
+        }
       }
       errorHandler:^(NSError *error) {
         finish(nil, error);

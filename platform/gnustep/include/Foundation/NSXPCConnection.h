@@ -5,8 +5,10 @@
 #ifndef PLATFORM_FOUNDATION_NSXPCCONNECTION_H
 #define PLATFORM_FOUNDATION_NSXPCCONNECTION_H
 
+#import <Foundation/FoundationErrors.h>
 #import <Foundation/NSError.h>
 #import <Foundation/NSObject.h>
+#import <GNUstepBase/GSConfig.h>
 #include <sys/types.h>
 
 @class NSSet, NSString;
@@ -14,6 +16,8 @@
 
 #pragma clang assume_nonnull begin
 
+// base 1.31 has them.
+#if GNUSTEP_BASE_MAJOR_VERSION == 1 && GNUSTEP_BASE_MINOR_VERSION < 31
 /// Codes in NSCocoaErrorDomain.
 enum {
   /// The peer went or broke the connection, which a further message opens again.
@@ -23,6 +27,7 @@ enum {
   /// The reply does not fit the reply block.
   NSXPCConnectionReplyInvalid = 4101,
 };
+#endif
 
 typedef NSUInteger NSXPCConnectionOptions;
 enum {
