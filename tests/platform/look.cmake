@@ -22,7 +22,9 @@ pellmar_add_gtest(look_test DISPLAY
     "${CMAKE_CURRENT_LIST_DIR}/look_font_test.mm"
     "${CMAKE_CURRENT_LIST_DIR}/look_image_test.mm"
     "${CMAKE_CURRENT_LIST_DIR}/look_layer_test.mm"
+    "${CMAKE_CURRENT_LIST_DIR}/look_replacement_test.mm"
     "${CMAKE_CURRENT_LIST_DIR}/look_support.mm"
     "${CMAKE_CURRENT_LIST_DIR}/look_version_test.mm"
     "${CMAKE_CURRENT_LIST_DIR}/look_window_test.mm"
   LIBRARIES platform_appkit X11::X11 X11::Xext TIFF::TIFF)
+target_include_directories(look_test PRIVATE "${look_sources}")

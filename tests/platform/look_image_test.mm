@@ -129,3 +129,33 @@ TEST_F(LookImage, ApplicationHasAnIconByName) {
   EXPECT_GT([icon size].width, 0);
   EXPECT_EQ([NSImage imageNamed:@"NoSuchImage"], nil);
 }
+
+// Columns of one pixel, black and white: drawn from single pixels it would be stripes, or one
+// color.
+TEST_F(LookImageOnScreen, LargeApplicationIconIsScaledSmoothly) {
+  NSBitmapImageRep *rep = [[[NSBitmapImageRep alloc] initWithBitmapDataPlanes:nullptr
+                                                                   pixelsWide:512
+                                                                   pixelsHigh:512
+                                                                bitsPerSample:8
+                                                              samplesPerPixel:4
+                                                                     hasAlpha:YES
+                                                                     isPlanar:NO
+                                                               colorSpaceName:NSDeviceRGBColorSpace
+                                                                  bytesPerRow:0
+                                                                 bitsPerPixel:0] autorelease];
+  unsigned char *data = [rep bitmapData];
+  for (int i = 0; i < 512 * 512; i++) {
+    data[i * 4] = data[i * 4 + 1] = data[i * 4 + 2] = i % 2 ? 255 : 0;
+    data[i * 4 + 3] = 255;
+  }
+  NSImage *icon = [[[NSImage alloc] initWithSize:NSMakeSize(512, 512)] autorelease];
+  [icon addRepresentation:rep];
+  NSImage *before = [NSImage imageNamed:NSImageNameApplicationIcon];
+  [before setName:nil];
+  [icon setName:NSImageNameApplicationIcon];
+  Show([NSImage imageNamed:NSImageNameApplicationIcon], NSMakeRect(50, 30, 110, 110));
+  [icon setName:nil];
+  [before setName:NSImageNameApplicationIcon];
+  ASSERT_TRUE(IsAt(105, 75, 128, 128, 128));
+  for (int x = 60; x < 150; x++) EXPECT_TRUE(Near(WindowPixel(window_, x, 75), 128, 128, 128)) << x;
+}

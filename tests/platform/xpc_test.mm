@@ -131,6 +131,7 @@ TEST_F(XPC, ErrorsKeepWhatCanBeSent) {
   }];
   ASSERT_TRUE(outcome.ended.Wait());
   ASSERT_EQ(outcome.replies, 1u);
+  client.PassQueue();
   EXPECT_TRUE([[error domain] isEqual:@"TestDomain"]);
   EXPECT_EQ([error code], -7);
   EXPECT_TRUE([[error localizedDescription] isEqual:@"no such thing"]);

@@ -1,7 +1,14 @@
-# An add-on with a window and probes for the tests of the desktop host.
+# What the tests of the desktop host need besides: an add-on with a window and probes, and the
+# settings portal of a desktop.
 
 find_package(NodeHeaders REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(DBUS REQUIRED IMPORTED_TARGET dbus-1)
 
 add_library(test_window MODULE "${CMAKE_CURRENT_LIST_DIR}/test_window.mm")
 set_target_properties(test_window PROPERTIES PREFIX "" SUFFIX ".node")
 target_link_libraries(test_window PRIVATE platform_appkit node_headers)
+
+add_executable(settings_portal "${CMAKE_CURRENT_LIST_DIR}/settings_portal.c")
+target_compile_options(settings_portal PRIVATE -Wall -Wextra -Werror)
+target_link_libraries(settings_portal PRIVATE PkgConfig::DBUS)

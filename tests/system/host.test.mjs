@@ -1,8 +1,10 @@
 // The desktop host: a script and AppKit's event loop in one thread, and real keys and clicks.
 
 import assert from 'node:assert/strict';
-import { spawnSync } from 'node:child_process';
+import { spawn, spawnSync } from 'node:child_process';
+import { once } from 'node:events';
 import path from 'node:path';
+import { createInterface } from 'node:readline';
 import { after, before, describe, test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
@@ -378,6 +380,100 @@ describe('the application bundle', () => {
       .ended;
     assert.deepEqual([status, stderr],
       [2, "Pellmar Demo: PELLMAR_APPEARANCE is 'blue' and can only be light or dark\n"]);
+  });
+});
+
+describe('on a desktop the application', () => {
+  let display;
+  before(async () => (display = await startDisplay({ windowManager: false })));
+  after(() => display.stop());
+
+  /** Starts a program of the desktop's and waits for the first line that it prints. */
+  async function startProgram(t, command, args, env = {}) {
+    const child = spawn(command, args, {
+      stdio: ['pipe', 'pipe', 'ignore'], env: { ...process.env, ...env },
+    });
+    t.after(() => child.kill());
+    const [line] = await Promise.race([
+      once(createInterface({ input: child.stdout }), 'line'),
+      once(child, 'exit').then(([status]) => {
+        throw new Error(`${command} ended with ${status}`);
+      }),
+    ]);
+    return { child, line };
+  }
+
+  async function startDesktop(t, scheme) {
+    const { line: DBUS_SESSION_BUS_ADDRESS, child: bus } = await startProgram(
+      t, 'dbus-daemon', ['--session', '--nofork', '--print-address']);
+    const { child: portal } = await startProgram(t, path.join(buildFolder, 'tests/settings_portal'),
+      [], { DBUS_SESSION_BUS_ADDRESS });
+    const ask = (number) => portal.stdin.write(`${number}\n`);
+    ask(scheme);
+    return { env: { DBUS_SESSION_BUS_ADDRESS }, ask, bus };
+  }
+
+  const light = 'NSAppearanceNameAqua';
+  const dark = 'NSAppearanceNameDarkAqua';
+  /** Prints the application's appearance at first and whenever it has changed. */
+  const watch = `
+    let last;
+    (function look() {
+      const now = probe.appearance();
+      if (now !== last) print(last = now);
+      setTimeout(look, 5);
+    })();`;
+
+  test('looks as the desktop asks and goes with it', async (t) => {
+    const { env, ask } = await startDesktop(t, 1);
+    const running = host(t, display, watch, { env });
+    if ((await running.next()) === light) assert.equal(await running.next(), dark);
+    for (const [number, appearance] of [[0, light], [1, dark], [2, light]]) {
+      ask(number);
+      assert.equal(await running.next(), appearance);
+    }
+  });
+
+  test('keeps the look that it was told, whatever the desktop asks', async (t) => {
+    const { env, ask } = await startDesktop(t, 1);
+    const running = host(t, display, `app.setAppearance('light'); ${watch}
+      process.on('SIGUSR2', () => print('still'));`, { env });
+    assert.equal(await running.next(), light);
+    ask(1);
+    ask(0);
+    ask(1);
+    await new Promise((done) => setTimeout(done, 300));
+    running.process.kill('SIGUSR2');
+    assert.equal(await running.next(), 'still');
+  });
+
+  test('outlives the session bus and uses no processor time for it', async (t) => {
+    const { env, bus } = await startDesktop(t, 1);
+    const running = host(t, display, `${watch}
+      process.on('SIGUSR2', () => {
+        const before = process.cpuUsage();
+        setTimeout(() => {
+          const { user, system } = process.cpuUsage(before);
+          print((user + system) / 1000);
+        }, 500);
+      });`, { env });
+    if ((await running.next()) === light) assert.equal(await running.next(), dark);
+    bus.kill();
+    await once(bus, 'exit');
+    running.process.kill('SIGUSR2');
+    const milliseconds = await running.next();
+    assert.ok(milliseconds < 150, `${milliseconds} ms in 500 ms`);
+  });
+
+  test('looks light without a portal and without a bus, and says nothing', async (t) => {
+    const { line } = await startProgram(
+      t, 'dbus-daemon', ['--session', '--nofork', '--print-address']);
+    for (const DBUS_SESSION_BUS_ADDRESS of [line, 'unix:path=/nowhere', '']) {
+      const { stdout, stderr } = await host(t, display, `
+        setTimeout(() => { print(probe.appearance()); app.quit(); }, 200);`,
+        { env: { DBUS_SESSION_BUS_ADDRESS } }).ended;
+      assert.deepEqual([JSON.parse(stdout), stderr], [light, '']);
+    }
   });
 });
 

@@ -1,12 +1,14 @@
 // GNUstep prepares the mouse while it reads the first click, and asks the notification daemon for
-// it. While it waits for the answer it reads on: a quick release is taken for older than its press,
-// and the click is lost. So the mouse is prepared before there is a window to click.
+// changed settings then, which it may have to start. While it waits for the answer it reads on: a
+// quick release is taken for older than its press, and the click is lost. So the mouse is prepared
+// before there is a window to click, and without the daemon: settings hold from the start of the
+// application.
 
 #import <AppKit/AppKit.h>
 #import <GNUstepGUI/GSDisplayServer.h>
 
 @interface GSDisplayServer (PlatformFirstClick)
-- (void)initializeMouse;
+- (void)mouseOptionsChanged:(NSNotification *)notification;
 @end
 
 @interface PlatformFirstClick : NSObject
@@ -23,11 +25,8 @@
 
 + (void)applicationWillFinishLaunching:(NSNotification *)notification {
   GSDisplayServer *server = GSCurrentServer();
-  if (![server respondsToSelector:@selector(initializeMouse)]) return;
-  @try {
-    [server initializeMouse];
-  } @catch (NSException *exception) {
-    // No daemon: the mouse works, and only does not hear of changed settings.
+  if ([server respondsToSelector:@selector(mouseOptionsChanged:)]) {
+    [server mouseOptionsChanged:nil];
   }
 }
 

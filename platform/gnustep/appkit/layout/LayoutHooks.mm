@@ -1,10 +1,10 @@
 #import "LayoutHooks.h"
 
 #import <AppKit/AppKit.h>
-#include <objc/runtime.h>
 
 #include <mutex>
 
+#import "../look/MethodReplacement.h"
 #import "LayoutEngine.h"
 #import "LayoutState.h"
 
@@ -140,10 +140,8 @@ void displayWindowIfNeeded(id self, SEL selector) {
 
 template <typename Function>
 void replace(Class target, SEL selector, Function replacement, Function *former) {
-  Method method = class_getInstanceMethod(target, selector);
-  // By way of void *: an IMP is declared with other arguments than any method has.
-  *former = reinterpret_cast<Function>(reinterpret_cast<void *>(method_getImplementation(method)));
-  method_setImplementation(method, reinterpret_cast<IMP>(reinterpret_cast<void *>(replacement)));
+  *former = reinterpret_cast<Function>(
+      PlatformReplaceMethod(target, selector, reinterpret_cast<PlatformFunction>(replacement)));
 }
 
 }  // namespace
