@@ -1,7 +1,7 @@
 // What the sources themselves must keep to.
 
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
+import { execFileSync, spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
@@ -24,8 +24,10 @@ const includesOf = (file) =>
 test('every source is formatted', () => {
   const sources = files('.').filter(isSource);
   assert.ok(sources.length > 40);
-  execFileSync('clang-format-19', ['--dry-run', '--Werror', ...sources],
-    { cwd: root, stdio: ['ignore', 'pipe', 'inherit'] });
+  const { status, stderr } = spawnSync('clang-format-19', ['--dry-run', '--Werror', ...sources],
+    { cwd: root, encoding: 'utf8' });
+  assert.deepEqual(stderr.split('\n').filter((line) => line.includes('error:')), []);
+  assert.equal(status, 0);
 });
 
 test('the product has no condition on a platform and no name of the Linux toolkit', () => {

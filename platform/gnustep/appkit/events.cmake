@@ -9,4 +9,5 @@ set_source_files_properties(${events_categories} PROPERTIES
 target_sources(platform_appkit PRIVATE ${events_categories}
   events/FirstClick.m
   events/KeyboardFocus.m
-  events/NSControl+WindowDrag.m)
+  events/NSControl+WindowDrag.m
+  events/PendingEvents.m)
