@@ -16,10 +16,15 @@ target_compile_options(pellmar_flags INTERFACE
   -Wall -Wextra -Werror -fblocks)
 
 if(PELLMAR_SANITIZE)
+  # The runtime is shared, since node itself is not built with it, and lies in the compiler's folder.
+  execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.asan-x86_64.so
+    OUTPUT_VARIABLE sanitizer_runtime OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  cmake_path(GET sanitizer_runtime PARENT_PATH sanitizer_folder)
   target_compile_options(pellmar_flags INTERFACE
     -fsanitize=${PELLMAR_SANITIZE} -fno-sanitize-recover=undefined -fno-omit-frame-pointer -g
     -shared-libsan)
-  target_link_options(pellmar_flags INTERFACE -fsanitize=${PELLMAR_SANITIZE} -shared-libsan)
+  target_link_options(pellmar_flags INTERFACE -fsanitize=${PELLMAR_SANITIZE} -shared-libsan
+    "LINKER:-rpath,${sanitizer_folder}")
 endif()
 
 if(APPLE)

@@ -1,0 +1,70 @@
+// Events of the X server that are read just when the run loop is about to wait. GNUstep hands them
+// out, but its run loop then waits on although something has happened, until the next event: the
+// end of a click was heard only when the mouse moved again. So the loop gets a descriptor that is
+// readable then.
+
+#import <AppKit/AppKit.h>
+#import <GNUstepGUI/GSDisplayServer.h>
+#include <X11/Xlib.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#import "../look/MethodReplacement.h"
+
+@interface GSDisplayServer (PlatformPendingEvents)
+- (BOOL)runLoopShouldBlock:(BOOL *)trigger;
+@end
+
+@interface PlatformPendingEvents : NSObject <RunLoopEvents>
+@end
+
+typedef BOOL (*ShouldBlockMethod)(GSDisplayServer *, SEL, BOOL *);
+
+static ShouldBlockMethod sShouldBlock;
+static int sDescriptor = -1;
+
+/// The run loop asks this before each wait.
+static BOOL ShouldBlock(GSDisplayServer *server, SEL selector, BOOL *trigger) {
+  if (XPending([server serverDevice]) > 0) {
+    uint64_t one = 1;
+    (void)!write(sDescriptor, &one, sizeof(one));
+  }
+  return sShouldBlock(server, selector, trigger);
+}
+
+@implementation PlatformPendingEvents
+
++ (void)load {
+  [[NSNotificationCenter defaultCenter] addObserver:self
+                                           selector:@selector(applicationWillFinishLaunching:)
+                                               name:NSApplicationWillFinishLaunchingNotification
+                                             object:nil];
+}
+
++ (void)applicationWillFinishLaunching:(NSNotification *)notification {
+  GSDisplayServer *server = GSCurrentServer();
+  if (sDescriptor >= 0 || ![server respondsToSelector:@selector(runLoopShouldBlock:)]) return;
+  sDescriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (sDescriptor < 0) return;
+  NSString *const modes[] = {NSDefaultRunLoopMode, NSModalPanelRunLoopMode,
+                             NSEventTrackingRunLoopMode};
+  id watcher = [[PlatformPendingEvents alloc] init];
+  for (size_t i = 0; i < sizeof(modes) / sizeof(modes[0]); i++) {
+    [[NSRunLoop currentRunLoop] addEvent:(void *)(intptr_t)sDescriptor
+                                    type:ET_RDESC
+                                 watcher:watcher
+                                 forMode:modes[i]];
+  }
+  sShouldBlock = (ShouldBlockMethod)PlatformReplaceMethod(
+      [server class], @selector(runLoopShouldBlock:), (PlatformFunction)ShouldBlock);
+}
+
+- (void)receivedEvent:(void *)data
+                 type:(RunLoopEventType)type
+                extra:(void *)extra
+              forMode:(NSString *)mode {
+  uint64_t count;
+  (void)!read(sDescriptor, &count, sizeof(count));
+}
+
+@end
