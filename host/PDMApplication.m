@@ -30,6 +30,25 @@
 
 @end
 
+/// The part of `run` that comes before its loop, which is replaced here. An application that does
+/// not run counts as closing, and its windows stay key when they are hidden.
+@interface NSApplication (PDMRunning)
+- (void)pdm_startRunning;
+@end
+
+@implementation NSApplication (PDMRunning)
+
+- (void)pdm_startRunning {
+  _app_is_running = YES;
+  _app_is_launched = YES;
+  [self finishLaunching];
+  [[NSNotificationCenter defaultCenter]
+      postNotificationName:NSApplicationDidFinishLaunchingNotification
+                    object:self];
+}
+
+@end
+
 static PDMDescriptorWatcher *sDescriptorWatcher;
 static PDMColorScheme *sColorScheme;
 
@@ -84,7 +103,7 @@ static NSDate *LimitDate(uv_loop_t *loop) {
   [NSTask class];
   [NSApp setDelegate:[[PDMApplicationDelegate alloc] init]];
   @try {
-    [NSApp finishLaunching];
+    [NSApp pdm_startRunning];
   } @catch (NSException *exception) {
     [self report:exception];
   }

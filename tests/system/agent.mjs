@@ -34,6 +34,9 @@ export function makeSession(t) {
       HOME: home,
       GNUSTEP_CONFIG_FILE: toolkitConfiguration(folder, defaultsFolder),
       PELLMAR_SERVICE_DIR: serviceFolder,
+      // The notification daemon is found by a file in the temporary folder: this gives the session
+      // one of its own.
+      TEMP: folder,
     },
   };
 }

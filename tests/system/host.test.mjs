@@ -281,7 +281,10 @@ for (const windowManager of [true, false]) {
 
     test('goes from the screen and comes back, and leaves no window of X behind', async (t) => {
       const { running } = await showWindow(t, `
-        process.on('SIGURG', () => (probe.isKey() ? probe.hide() : probe.showAgain()));
+        process.on('SIGURG', () => {
+          probe.isKey() ? probe.hide() : probe.showAgain();
+          print(probe.isKey());
+        });
         process.on('SIGWINCH', () => { probe.close(); print('closed'); });`);
       const exist = () => display.windows(application, { visible: false });
       const visible = () => display.windows(application);
@@ -289,10 +292,12 @@ for (const windowManager of [true, false]) {
       assert.equal((await visible()).length, 1);
 
       running.process.kill('SIGURG');
+      assert.equal(await running.next(), false);
       await until(async () => (await visible()).length === 0, 'the window is hidden');
       assert.deepEqual(await exist(), whole);
 
       running.process.kill('SIGURG');
+      assert.equal(await running.next(), true);
       await display.focused(application);
       await display.xdotool('key', 'Escape');
       assert.equal(await running.next(), 'later');

@@ -2,7 +2,8 @@
 set(events_categories
   events/NSButton+KeyEquivalent.m
   events/NSWindow+BackgroundDrag.m
-  events/NSWindow+KeyDown.m)
+  events/NSWindow+KeyDown.m
+  events/NSWindow+OrderOut.m)
 # Overriding what GNUstep's classes have is their purpose.
 set_source_files_properties(${events_categories} PROPERTIES
   COMPILE_OPTIONS -Wno-objc-protocol-method-implementation)

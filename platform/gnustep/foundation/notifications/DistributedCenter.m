@@ -226,9 +226,15 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
   pthread_mutex_lock(&_lock);
   _stopping = YES;
   [self wake];
-  dispatch_time_t end = dispatch_time(DISPATCH_TIME_NOW, kExitPatience);
-  BOOL inTime = YES;
-  while (!_hasStopped && inTime) inTime = DispatchConditionWait(&_stopped, &_lock, end);
+  // The patience is for a daemon that does nothing: what has been posted is handed over as long as
+  // one takes it.
+  uint64_t sent;
+  do {
+    sent = _sent;
+    dispatch_time_t end = dispatch_time(DISPATCH_TIME_NOW, kExitPatience);
+    BOOL inTime = YES;
+    while (!_hasStopped && inTime) inTime = DispatchConditionWait(&_stopped, &_lock, end);
+  } while (!_hasStopped && _sent != sent);
   pthread_mutex_unlock(&_lock);
 }
 
@@ -349,6 +355,9 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
             deliverImmediately:post->_deliverImmediately]) {
       return NO;
     }
+    pthread_mutex_lock(&_lock);
+    ++_sent;
+    pthread_mutex_unlock(&_lock);
   }
   return YES;
 }
