@@ -18,7 +18,7 @@ const isHeadless = process.env.PELLMAR_DEMO_HEADLESS === '1';
 const temporary = fs.mkdtempSync(path.join(os.tmpdir(), 'pellmar-demo-'));
 const env = { ...process.env, PELLMAR_SERVICE_DIR: path.join(temporary, 'services') };
 fs.mkdirSync(env.PELLMAR_SERVICE_DIR, { mode: 0o700 });
-if (isHeadless) env.HOME = temporary;
+if (isHeadless) env.HOME = env.TEMP = temporary;
 
 function tell(who, text) {
   console.log(`${who.padEnd(7)}| ${text}`);
@@ -50,6 +50,19 @@ function screenshot(name) {
   tell('window', `picture: ${path.relative(root, file)}`);
 }
 
+const debugMessage = 'a debug message of the agent';
+
+/** Sends one to the application's log. The notification daemon may only just have been started. */
+async function sendDebugMessage() {
+  for (let i = 0; i < 50 && !log.some((line) => line.endsWith(debugMessage)); ++i) {
+    if (i % 10 === 0) {
+      execFileSync(path.join(build, 'pellmar-dev-agent'),
+        ['log', '--pid', String(app.pid), '--app-name', 'pellmar-dev-agent', debugMessage], { env });
+    }
+    await wait(100);
+  }
+}
+
 async function answerByItself() {
   execFileSync('xdotool', ['search', '--sync', '--onlyvisible', '--classname', 'Pellmar Demo']);
   // Drawn and settled: the last thing before a person would look.
@@ -68,13 +81,19 @@ const agentLines = listen('agent', agent.stdout, ({ event, method, arguments: ar
 await agentLines.until(({ event }) => event === 'listening');
 
 const app = spawn(path.join(root, 'scripts/host'), [path.join(root, 'host/demo/question.js')],
-  { env: { ...env, PELLMAR_BUILD_DIR: build }, stdio: ['ignore', 'pipe', 'inherit'] });
+  { env: { ...env, PELLMAR_BUILD_DIR: build }, stdio: ['ignore', 'pipe', 'pipe'] });
+const log = [];
+createInterface({ input: app.stderr }).on('line', (line) => {
+  log.push(line);
+  tell('log', line);
+});
 const appLines = listen('app', app.stdout, ({ event, detail }) =>
   detail === undefined ? event : `${event}: ${JSON.stringify(detail)}`);
 const appEnd = once(app, 'close');
-appLines.until(({ event, detail }) => event === 'asking' && detail).then(() => {
+appLines.until(({ event, detail }) => event === 'asking' && detail).then(async () => {
   tell('window', isHeadless ? 'is up' : 'is up and waits for you');
-  return isHeadless ? answerByItself() : undefined;
+  await sendDebugMessage();
+  if (isHeadless) await answerByItself();
 });
 
 const [status, signal] = await appEnd;
@@ -90,6 +109,7 @@ const problems = [
   [requestsOf('reportUsageEvent:eventInfo:').length !== 1, 'the agent did not get the event'],
   [requestsOf('showReleaseNotesForAppWithCallback:').length !== 1,
     'the agent was not asked for the release notes'],
+  [!log.some((line) => line.endsWith(debugMessage)), 'the debug message is not in the log'],
   [answer !== 1 && answer !== 2, 'the application got no answer'],
   [(answer === 1) !== (requestsOf('updateAllowedCustomerEmail:callback:').length === 1),
     'the agent and the application do not agree on the answer'],

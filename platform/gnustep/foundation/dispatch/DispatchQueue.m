@@ -7,6 +7,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "../threads/FoundationReady.h"
 #include "DispatchCallout.h"
 #include "DispatchTrap.h"
 #include "DispatchWorkers.h"
@@ -186,6 +187,7 @@ dispatch_queue_attr_t _dispatch_queue_attr_concurrent(void) {
 }
 
 dispatch_queue_t dispatch_queue_create(const char *label, dispatch_queue_attr_t attribute) {
+  PlatformMakeFoundationReady();
   return [[OS_dispatch_queue alloc] initWithLabel:label serial:attribute == nil];
 }
 

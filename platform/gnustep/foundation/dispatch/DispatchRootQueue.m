@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 
+#include "../threads/FoundationReady.h"
 #include "DispatchWorkers.h"
 
 /// A global queue: it starts everything at once.
@@ -36,6 +37,7 @@
 @end
 
 dispatch_queue_t dispatch_get_global_queue(intptr_t identifier, uintptr_t flags) {
+  PlatformMakeFoundationReady();
   enum { kBackground, kUtility, kDefault, kUserInitiated, kUserInteractive, kCount };
   static const char *const labels[kCount] = {
       "com.apple.root.background-qos",       "com.apple.root.utility-qos",

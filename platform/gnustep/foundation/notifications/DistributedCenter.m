@@ -130,6 +130,8 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
 }
 
 - (void)removeObserver:(const void *)observer name:(NSString *)name object:(NSString *)object {
+  // An exit handler has no pool around it.
+  NSAutoreleasePool *pool = [NSAutoreleasePool new];
   pthread_mutex_lock(&_lock);
   for (NSNumber *number in [_wanted allKeys]) {
     DistributedObserver *known = [_wanted objectForKey:number];
@@ -141,6 +143,7 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
     [self wake];
   }
   pthread_mutex_unlock(&_lock);
+  [pool release];
 }
 
 - (void)postName:(NSString *)name

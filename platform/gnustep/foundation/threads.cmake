@@ -1,0 +1,1 @@
+target_sources(platform_foundation PRIVATE threads/FoundationReady.m)
