@@ -11,3 +11,8 @@ foreach(test colors fonts layout_helpers permission_window)
     SOURCES unit/${test}_test.mm unit/application_environment.mm
     LIBRARIES pellmar_ui)
 endforeach()
+
+pellmar_add_gtest(client_test
+  SOURCES unit/client_test.mm unit/agent_process.cpp LIBRARIES pellmar_client pellmar_ui)
+target_compile_definitions(client_test PRIVATE PELLMAR_DEV_AGENT="${CMAKE_BINARY_DIR}/pellmar-dev-agent")
+add_dependencies(client_test pellmar-dev-agent)
