@@ -53,7 +53,8 @@ async function host(t, session, { env = {} } = {}) {
       input: require('fs').createReadStream(${JSON.stringify(pipe)}) });
     lines.on('line', (line) => { const value = eval(line); print(['told', value ?? null]); });
     print('ready');`, { display, env: { ...session.env, ...env } });
-  const input = fs.createWriteStream(pipe);
+  // For reading too: opening a pipe that nobody reads would wait for good.
+  const input = fs.createWriteStream(pipe, { flags: 'r+' });
   t.after(() => input.destroy());
   assert.equal(await app.next(), 'ready');
   app.tell = async (code) => {
