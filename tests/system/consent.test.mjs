@@ -64,9 +64,11 @@ async function windowIsGone() {
 
 /** The postponement in the application's own defaults, as the files on disk have it. */
 function isPostponed({ defaultsFolder }) {
-  const file = path.join(defaultsFolder, `${application}.plist`);
-  return fs.existsSync(file) &&
-    /ShouldAskForPermissionLater/.test(fs.readFileSync(file, 'utf8'));
+  // Named after the application or after its identifier, as the toolkit's version has it.
+  return fs.existsSync(defaultsFolder) &&
+    fs.readdirSync(defaultsFolder).filter((file) => file.endsWith('.plist')).some((file) =>
+      /ShouldAskForPermissionLater/.test(
+        fs.readFileSync(path.join(defaultsFolder, file), 'utf8')));
 }
 
 describe('the customer', () => {
