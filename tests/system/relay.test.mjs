@@ -184,11 +184,15 @@ test('a burst of 10,000 messages is logged in order and each once, and the scrip
 });
 
 /** Runs a script in plain node with the center's calls counted; returns the calls as letters. */
-async function counted(session, text, expectStatus = 0) {
+function counted(session, text, expectStatus = 0) {
+  return countedRun(session, process.execPath,
+    ['-e', `const pellmar = require(${JSON.stringify(modulePath)}); ${text}`], expectStatus);
+}
+
+async function countedRun(session, program, args, expectStatus = 0) {
   const file = path.join(session.folder, `calls-${Math.random()}`);
   fs.writeFileSync(file, '');
-  const child = spawn(process.execPath,
-    ['-e', `const pellmar = require(${JSON.stringify(modulePath)}); ${text}`],
+  const child = spawn(program, args,
     { env: { ...process.env, ...session.env, LD_PRELOAD: counter, CENTER_COUNTER_FILE: file },
       stdio: 'ignore' });
   const [status, signal] = await once(child, 'exit');
@@ -217,6 +221,17 @@ test('the center is called only where something changes', { skip }, async (t) =>
   assert.equal(await calls(false, false, true), 'ar');
   assert.equal(await calls(true, true, false), 'ar');
   assert.equal(await calls(true, false, false, true, false), 'arar');
+});
+
+test('any value but zero turns on, and only the lowest bit tells whether it turns off', { skip }, async (t) => {
+  const session = makeSession(t);
+  const calls = (...values) =>
+    countedRun(session, path.join(buildFolder, 'relay_bits'), values.map(String));
+  assert.equal(await calls(2), 'ar');
+  assert.equal(await calls(1, 3, 255), 'ar');
+  assert.equal(await calls(1, 2), 'ar');
+  assert.equal(await calls(1, 2, 2), 'arar');
+  assert.equal(await calls(0), '');
 });
 
 /** A folder for PATH with what the host's start and the toolkit need, and no daemon to start. */
