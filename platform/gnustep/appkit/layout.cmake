@@ -22,4 +22,4 @@ target_sources(platform_appkit PRIVATE
   layout/LayoutState.mm
   layout/PlatformLayoutConstraint.mm
   layout/VisualFormat.cpp)
-target_include_directories(platform_appkit PUBLIC "${CMAKE_CURRENT_LIST_DIR}/layout")
+target_include_directories(platform_appkit PRIVATE "${CMAKE_CURRENT_LIST_DIR}/layout")
