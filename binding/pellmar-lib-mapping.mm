@@ -112,12 +112,14 @@ void _PLAskUserToShareEmail(const Arguments &info) {
   PLEmailSharingCompletion completion = nil;
   if (info.Length() >= 1) {
     Nan::Callback *callback = new Nan::Callback(info[0].As<Function>());
-    completion = [[^(PLEmailSharingAnswer answer) {
+    // Released by hand: outside of `Guarded` there need not be a pool.
+    completion = [^(PLEmailSharingAnswer answer) {
       Deliver(callback, answer);
-    } copy] autorelease];
+    } copy];
   }
   BOOL isAsking = NO;
   Guarded([completion, &isAsking] { isAsking = PLAskUserToShareEmail(completion); });
+  [completion release];
   info.GetReturnValue().Set(isAsking != NO);
 }
 
