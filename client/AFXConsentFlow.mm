@@ -1,6 +1,7 @@
 #import "client/AFXConsentFlow.h"
 
 #import "client/AFXCustomerPersonals.h"
+#import "client/AFXPatientAccess.h"
 #import "client/AFXServiceAccessor.h"
 #import "ui/AFXPermissionWindowController.h"
 
@@ -9,7 +10,17 @@ static const int64_t sReplyTimeout = 2 * NSEC_PER_SEC;
 /// Set once the customer chose to be asked later, in the application's own defaults; never unset.
 static NSString *const sAskLaterDefaultsKey = @"ShouldAskForPermissionLater";
 
+/// In UTF-16 units; many times what an address can have. To lay out megabytes would stall the
+/// window.
+static const NSUInteger sLongestEmail = 4096;
+
 static AFXCustomerPersonals sCustomerPersonals;
+
+/// What the agent replied, if it can be an address: a reply of the wrong kind is worth no more than
+/// none.
+static NSString *AFXEmailOfReply(NSString *reply) {
+  return [reply isKindOfClass:NSString.class] && reply.length <= sLongestEmail ? reply : nil;
+}
 
 AFXConsentChoice AFXGetPreviousCustomerChoice(void) {
   sCustomerPersonals.setStatus(AFXConsentStatusUnknown);
@@ -31,9 +42,7 @@ AFXConsentChoice AFXGetPreviousCustomerChoice(void) {
       sCustomerPersonals.setStatus(AFXConsentStatusForReply(shouldAsk, [] {
         return [NSUserDefaults.standardUserDefaults boolForKey:sAskLaterDefaultsKey] != NO;
       }));
-      // A reply of the wrong kind is worth no more than none.
-      sCustomerPersonals.setEmail([customerEmail isKindOfClass:NSString.class] ? customerEmail
-                                                                               : nil);
+      sCustomerPersonals.setEmail(AFXEmailOfReply(customerEmail));
       dispatch_group_leave(group);
       dispatch_release(group);
     }];
@@ -51,11 +60,15 @@ static void AFXRecordAnswer(AFXConsentChoice answer, NSString *email) {
     [NSUserDefaults.standardUserDefaults setBool:YES forKey:sAskLaterDefaultsKey];
     return;
   }
-  [AFXServiceAccessor.sharedAccessor accessService:^(id<AFXProvisioningService> service) {
-    [service updateAllowedCustomerEmail:sCustomerPersonals.email()
+  // The address as it is now. When the agent is back, the reply to another question may have put
+  // the customer's address in the place of a refusal.
+  NSString *allowedEmail = sCustomerPersonals.email();
+  // Sent once at the most: the answer to an agent that dies over it is not sent to its successor.
+  AFXAccessServicePatiently(^(id<AFXProvisioningService> service) {
+    [service updateAllowedCustomerEmail:allowedEmail
                                callback:^(BOOL){
                                }];
-  }];
+  });
 }
 
 BOOL AFXAskCustomerPermissions(void (^completion)(AFXConsentChoice)) {
