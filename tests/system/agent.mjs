@@ -26,7 +26,11 @@ export function makeSession(t) {
   const serviceFolder = path.join(folder, 'services');
   fs.mkdirSync(home);
   fs.mkdirSync(serviceFolder, { mode: 0o700 });
-  t?.after(() => fs.rmSync(folder, { recursive: true, force: true }));
+  t?.after(() => {
+    endNotificationDaemons(folder);
+    // A daemon may still be putting its own file away.
+    fs.rmSync(folder, { recursive: true, force: true, maxRetries: 10, retryDelay: 50 });
+  });
   return {
     folder,
     defaultsFolder,
@@ -39,6 +43,20 @@ export function makeSession(t) {
       TEMP: folder,
     },
   };
+}
+
+/** Ends the session's notification daemons, which would outlive their clients by far. */
+function endNotificationDaemons(folder) {
+  for (const process of fs.readdirSync('/proc').filter((name) => /^\d+$/.test(name))) {
+    try {
+      if (fs.readFileSync(`/proc/${process}/comm`, 'utf8') === 'gdnc\n' &&
+          fs.readFileSync(`/proc/${process}/environ`, 'utf8').split('\0').includes(`TEMP=${folder}`)) {
+        globalThis.process.kill(Number(process));
+      }
+    } catch {
+      // It has ended meanwhile, or is another user's.
+    }
+  }
 }
 
 /** GNUstep finds the user's home by the user's name, so another place for defaults takes a file. */
@@ -62,10 +80,15 @@ export class Agent {
   }
 
   /** Starts `pellmar-dev-agent serve` and waits until it listens. */
-  static async start(t, session, ...options) {
-    const child = spawn(agentPath, ['serve', ...options], {
+  static start(t, session, ...options) {
+    return Agent.startProgram(t, session, agentPath, ['serve', ...options]);
+  }
+
+  /** The same with another program that says what the agent says. */
+  static async startProgram(t, session, program, args, stderr = 'inherit') {
+    const child = spawn(program, args, {
       env: { ...process.env, ...session.env },
-      stdio: ['ignore', 'pipe', 'inherit'],
+      stdio: ['ignore', 'pipe', stderr],
     });
     const agent = new Agent(child);
     t?.after(() => agent.stop());

@@ -193,8 +193,9 @@ function parsed(line) {
  * went, and `next()` gives the lines that the script prints.
  *
  * `display`: one of `startDisplay`; without it the host has none. `env`: what to set besides.
+ * `stdin`: what standard input is, as for `spawn`.
  */
-export function runHost(file, { display, env = {}, args = [] } = {}) {
+export function runHost(file, { display, env = {}, args = [], stdin = 'ignore' } = {}) {
   const environment = {
     ...process.env, PELLMAR_BUILD_DIR: buildFolder, LC_ALL: 'C.UTF-8', ...display?.env, ...env,
   };
@@ -203,7 +204,7 @@ export function runHost(file, { display, env = {}, args = [] } = {}) {
   if (!('DBUS_SESSION_BUS_ADDRESS' in env)) delete environment.DBUS_SESSION_BUS_ADDRESS;
   if (!('PELLMAR_APPEARANCE' in env)) delete environment.PELLMAR_APPEARANCE;
   return new Host(
-    spawn(hostCommand, [file, ...args], { env: environment, stdio: ['ignore', 'pipe', 'pipe'] })
+    spawn(hostCommand, [file, ...args], { env: environment, stdio: [stdin, 'pipe', 'pipe'] })
   );
 }
 
