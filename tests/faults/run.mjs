@@ -1,0 +1,90 @@
+// Runs the table of faults and prints it: run.mjs [PATTERN], where PATTERN picks rows by their first
+// two columns. Ends with 1 if a row is not held.
+
+import { startDisplay } from '../system/display.mjs';
+import { sanitizerEnvironment } from '../system/sanitizer.mjs';
+import { Row } from './row.mjs';
+import { table } from './table.mjs';
+
+/** Rows with windows have a display each; the others mostly wait. */
+const displayCount = 2;
+const plainCount = 6;
+const rowLimit = 60_000;
+/** What the sanitizers cost at the most. */
+const slowness = 'LD_PRELOAD' in sanitizerEnvironment() ? 3 : 1;
+
+const pattern = new RegExp(process.argv[2] ?? '', 'i');
+const rows = table.filter(({ fault, call }) => pattern.test(`${fault} ${call}`));
+if (rows.length === 0) {
+  console.error(`faults: no row has ${pattern}`);
+  process.exit(2);
+}
+
+async function run(definition, display) {
+  const row = new Row(definition, display);
+  const result = { seen: '', ms: NaN, problems: [] };
+  try {
+    await Promise.race([
+      (async () => {
+        const { value, ms } = await row.run(row);
+        Object.assign(result, { seen: value, ms });
+        result.problems = row.ends
+          ? row.neverWrong(row.running)
+          : await row.leftNothing();
+      })(),
+      new Promise((_, reject) => {
+        const timer = setTimeout(() => reject(new Error('the row hangs')), rowLimit);
+        timer.unref();
+      }),
+    ]);
+  } catch (error) {
+    result.problems.push(error.message.split('\n')[0]);
+  }
+  await row.cleanUp().catch((error) => result.problems.push(error.message));
+  const [earliest, latest] = row.within;
+  if (result.seen !== row.expected) result.problems.unshift(`not ${row.expected}`);
+  else if (result.ms < earliest) result.problems.push('too early');
+  else if (result.ms > latest * slowness) result.problems.push('too late');
+  return result;
+}
+
+const results = new Map();
+
+async function work(waiting, display) {
+  for (let row; (row = waiting.shift()); ) results.set(row, await run(row, display));
+}
+
+const start = performance.now();
+const withWindow = rows.filter((row) => row.caller === 'window');
+const alone = rows.filter((row) => row.alone);
+const plain = rows.filter((row) => !row.alone && row.caller !== 'window');
+// The longest first, so that the last ones end together.
+plain.sort((a, b) => b.within[1] - a.within[1]);
+
+await Promise.all([
+  ...Array.from({ length: plainCount }, () => work(plain)),
+  ...Array.from({ length: Math.min(displayCount, withWindow.length) }, async () => {
+    const display = await startDisplay();
+    await work(withWindow, display).finally(() => display.stop());
+  }),
+]);
+await work(alone);
+
+const lines = [['fault', 'call', 'expected', 'seen', 'ms', ''], ...rows.map((row) => {
+  const { seen, ms, problems } = results.get(row);
+  const [earliest, latest] = row.within;
+  const time = earliest ? `${earliest}–${latest} ms` : `≤ ${latest} ms`;
+  return [row.fault, row.call, `${row.expected} (${time})`, seen || '–',
+    Number.isNaN(ms) ? '–' : ms.toFixed(0), problems.length ? `NOT HELD: ${problems.join('; ')}` : ''];
+})];
+const widths = lines[0].map((_, column) => Math.max(...lines.map((line) => line[column].length)));
+for (const line of lines) {
+  console.log(line.map((cell, column) =>
+    column === 4 ? cell.padStart(widths[column]) : cell.padEnd(widths[column])).join('  ').trimEnd());
+}
+console.log('\nstatus(): PLGetLastUserEmailSharingResponse; ask(): PLAskUserToShareEmail; ' +
+  'a code: PLRequestAuthorizationCode');
+const held = rows.filter((row) => results.get(row).problems.length === 0).length;
+console.log(`${held} of ${rows.length} rows held, ` +
+  `${((performance.now() - start) / 1000).toFixed(1)} s`);
+process.exitCode = held === rows.length ? 0 : 1;

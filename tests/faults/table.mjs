@@ -1,0 +1,703 @@
+// The table: each row is a fault, a call, what its caller must get, and within what time.
+//
+//   fault, call       the first two columns
+//   expected, within  what the call gives, and the milliseconds that it may take: [least, most]
+//   agent | peer      what serves: the development agent's options, or a fault of fault_peer.cpp and
+//                     the request that meets it; without either there is no agent
+//   caller            'node' (where it is missing), 'native' or 'window'
+//   script            what the caller is told, where `call` is only its description
+//   run               what to do, where it is more than the call; gives { value, ms }
+//   never             what standard error must not have
+//   ends              the row itself ends the caller
+//   alone             takes all processors
+
+import fs from 'node:fs';
+import path from 'node:path';
+import { setTimeout as delay } from 'node:timers/promises';
+
+import { until } from '../system/display.mjs';
+import { modulePath } from './callers.mjs';
+import { application, decline } from './row.mjs';
+
+const check = 'checkConnectionWithCallback:';
+const fetch = 'fetchAskingPermissionStatus:';
+const update = 'updateAllowedCustomerEmail:callback:';
+const notes = 'showReleaseNotesForAppWithCallback:';
+const code = 'provideAuthCodeWithClientID:scope:callback:';
+
+const atOnce = [0, 500];
+/** Of what nobody waits for: other processes take part in it, on a machine that has other work too. */
+const soon = [0, 2000];
+/** Of a call that waits for a reply and gets none. */
+const twoSeconds = [1900, 2600];
+const atMostTwoSeconds = [0, 2600];
+const calm = ['--should-ask', 'no'];
+
+/** A row whose call is a line of script, or of the native caller, and nothing else. */
+function call(row) {
+  return {
+    ...row,
+    async run(running) {
+      const caller = await running.startCaller();
+      await running.startServer();
+      return caller.tell(row.script ?? row.call);
+    },
+  };
+}
+
+/** A row with requests of the native caller, of which something comes while the agent runs. */
+function native(row) {
+  return {
+    within: soon,
+    ...row,
+    caller: 'native',
+    async run(running) {
+      const caller = await running.startCaller();
+      await running.startServer();
+      await caller.tell(row.script);
+      return caller.tell('outcome 10000');
+    },
+  };
+}
+
+/** The same with one authorization code. */
+function oneCode(row) {
+  return native({ ...row, call: 'request a code', script: 'codes 1 1' });
+}
+
+/** A row with one authorization code that stays unanswered until its agent goes. */
+function patientCode(row, error) {
+  return {
+    ...row,
+    call: 'request a code',
+    expected: `1 unanswered; once the agent is gone 1 × error ${error}`,
+    within: [300, 2000],
+    caller: 'native',
+    async run(running) {
+      const caller = await running.startCaller();
+      const server = await running.startServer();
+      await caller.tell('codes 1 1');
+      const before = await caller.tell('outcome 300');
+      await server.stop('SIGKILL');
+      const after = await caller.tell('outcome 10000');
+      return { value: `${before.value}; once the agent is gone ${after.value}`, ms: after.ms };
+    },
+  };
+}
+
+/** A question whose window is answered with `key` while no agent runs; `afterwards` tells the rest. */
+function answered(row, key, afterwards) {
+  return {
+    ...row,
+    caller: 'window',
+    async run(running) {
+      const { agent, caller } = await running.startWindow();
+      const succeed = await running.prepareSuccessor();
+      await agent.stop('SIGKILL');
+      const start = performance.now();
+      await running.press(key);
+      const { answer } = await caller.event('answer');
+      const succeedAfter = async (milliseconds) => {
+        await delay(start + milliseconds - performance.now());
+        return succeed();
+      };
+      return afterwards(running, { caller, start, value: `callback(${answer})`, succeedAfter });
+    },
+  };
+}
+
+/** A window row that ends its process. */
+function ending(row, end) {
+  return {
+    ...row,
+    caller: 'window',
+    ends: true,
+    within: [0, 3000],
+    async run(running) {
+      const { caller } = await running.startWindow();
+      const start = performance.now();
+      end(caller);
+      const { status, signal } = await caller.end();
+      const ms = performance.now() - start;
+      await running.windowIsGone();
+      return { value: `the process ends with ${signal ?? status}`, ms };
+    },
+  };
+}
+
+const absent = [
+  call({ fault: 'agent absent', call: 'status()', expected: '0', within: atOnce }),
+  call({ fault: 'agent absent', call: 'ask()', expected: 'false, callback(0)', within: atOnce }),
+  call({
+    fault: 'agent absent', call: 'the other functions', within: atOnce,
+    expected: 'returned undefined, undefined, undefined, true',
+    script: `thrown(() => [pellmar.PLReportUsageEvent('e'), pellmar.PLShowReleaseNotesWindow(), ` +
+      `pellmar.PLShowReleaseNotesWindowIfNeeded(), pellmar.PLCanShowReleaseNotesWindow()]` +
+      `.map(String).join(', '))`,
+  }),
+  oneCode({ fault: 'agent absent', expected: '1 × error 4099', within: atOnce }),
+  {
+    fault: 'agent dead, its socket left behind', call: 'status()', expected: '0', within: atOnce,
+    async run(row) {
+      const caller = await row.startCaller();
+      await (await row.startAgent()).stop('SIGKILL');
+      return caller.tell('status()');
+    },
+  },
+  {
+    fault: 'service directory open to others', call: 'status()', expected: '0', within: atOnce,
+    async run(row) {
+      const caller = await row.startCaller();
+      await row.startAgent(...calm);
+      fs.chmodSync(row.session.env.PELLMAR_SERVICE_DIR, 0o755);
+      return caller.tell('status()');
+    },
+  },
+];
+
+const silent = [
+  call({
+    fault: 'name served, never accepted', peer: ['never-accepts'],
+    call: 'status()', expected: '0', within: twoSeconds,
+  }),
+  call({
+    fault: 'name served, its queue full', peer: ['queue-full'],
+    call: 'ask()', expected: 'false, callback(0)', within: twoSeconds,
+  }),
+  patientCode({ fault: 'name served, never accepted', peer: ['never-accepts'] }, 4099),
+  call({
+    fault: 'accepts and hangs', agent: ['--hang', check],
+    call: 'status()', expected: '0', within: twoSeconds,
+  }),
+  call({
+    fault: 'not ready', peer: ['not-ready', check],
+    call: 'status()', expected: '0', within: atOnce,
+  }),
+  oneCode({ fault: 'not ready', peer: ['not-ready', check], expected: '1 × error 4099' }),
+  call({
+    fault: 'hangs over the request', agent: ['--hang', fetch],
+    call: 'ask()', expected: 'false, callback(0)', within: twoSeconds,
+  }),
+  patientCode({ fault: 'hangs over the request', agent: ['--hang', code] }, 4097),
+  ...[[1000, '1', [900, 1900]], [3000, '0', twoSeconds]].map(([pause, expected, within]) => ({
+    fault: `stopped, continued after ${pause / 1000} s`, call: 'status(), status()', within,
+    expected: `${expected}, then 1`,
+    async run(row) {
+      const caller = await row.startCaller();
+      const agent = await row.startAgent(...calm);
+      agent.process.kill('SIGSTOP');
+      const asking = caller.tell('status()');
+      await delay(pause);
+      agent.process.kill('SIGCONT');
+      const { value, ms } = await asking;
+      return { value: `${value}, then ${(await caller.tell('status()')).value}`, ms };
+    },
+  })),
+  {
+    fault: 'stopped', call: '5,000 usage events', expected: 'none waits, all arrive in order',
+    within: [0, 2000],
+    async run(row) {
+      const caller = await row.startCaller();
+      const agent = await row.startAgent(...calm);
+      agent.process.kill('SIGSTOP');
+      const { ms } = await caller.tell(
+        `for (let i = 0; i < 5000; ++i) pellmar.PLReportUsageEvent(i + ' '.repeat(200))`);
+      agent.process.kill('SIGCONT');
+      const events = await agent.waitFor('reportUsageEvent:eventInfo:', 5000);
+      const isOrdered = events.every(({ arguments: [name] }, i) => Number(name) === i);
+      return { value: isOrdered ? 'none waits, all arrive in order' : 'out of order', ms };
+    },
+  },
+];
+
+const dying = [
+  call({
+    fault: 'dies before reading', peer: ['goes-at-once'],
+    call: 'status()', expected: '0', within: atOnce,
+  }),
+  oneCode({ fault: 'dies before reading', peer: ['goes-at-once'], expected: '1 × error 4099' }),
+  call({
+    fault: 'dies over the first check', agent: ['--die-on', check],
+    call: 'ask()', expected: 'false, callback(0)', within: atOnce,
+  }),
+  call({
+    fault: 'dies mid-request', agent: ['--die-on', fetch],
+    call: 'status()', expected: '0', within: atMostTwoSeconds,
+  }),
+  oneCode({ fault: 'dies mid-request', agent: ['--die-on', code], expected: '1 × error 4097' }),
+  {
+    fault: 'dies after the reply', call: 'status(), status()', expected: '1, then 0', within: atOnce,
+    async run(row) {
+      const caller = await row.startCaller();
+      const peer = await row.startPeer('replies-and-dies', fetch);
+      const { value, ms } = await caller.tell('status()');
+      await until(() => peer.process.exitCode !== null, 'the peer has died');
+      return { value: `${value}, then ${(await caller.tell('status()')).value}`, ms };
+    },
+  },
+  oneCode({ fault: 'dies after the reply', peer: ['replies-and-dies'], expected: '1 × code' }),
+  {
+    fault: 'replaced between two calls', call: 'status(), status()', within: atOnce,
+    expected: '1, then 1 of the successor',
+    async run(row) {
+      const caller = await row.startCaller();
+      const agent = await row.startAgent(...calm);
+      const first = await caller.tell('status()');
+      await agent.stop('SIGKILL');
+      const successor = await row.startAgent(...calm);
+      const { value, ms } = await caller.tell('status()');
+      const [request] = await successor.waitFor(fetch);
+      return { value: `${first.value}, then ${value}${request && ' of the successor'}`, ms };
+    },
+  },
+];
+
+const replacements = [
+  {
+    fault: 'hangs over the first check, killed, a successor in place', within: soon,
+    call: 'request a code, and another inside the completion', caller: 'native',
+    expected: '1 × code, 1 × error 4099',
+    async run(row) {
+      const caller = await row.startCaller();
+      const agent = await row.startAgent('--hang', check);
+      const succeed = await row.prepareSuccessor();
+      await caller.tell('persist');
+      await agent.waitFor(check);
+      succeed();
+      const start = performance.now();
+      await agent.stop('SIGKILL');
+      const { value } = await caller.tell('outcome 10000');
+      return { value, ms: performance.now() - start };
+    },
+  },
+];
+
+const replies = [
+  call({
+    fault: 'reply late (2.5 s)', peer: ['late', fetch],
+    call: 'ask()', expected: 'false, callback(0)', within: twoSeconds,
+  }),
+  {
+    fault: 'reply late (2.5 s)', call: 'status(), and once it is there status()', within: twoSeconds,
+    expected: '0, then 1',
+    async run(row) {
+      const caller = await row.startCaller();
+      const peer = await row.startPeer('late', fetch);
+      const { value, ms } = await caller.tell('status()');
+      await peer.stop('SIGKILL');
+      await row.startAgent(...calm);
+      return { value: `${value}, then ${(await caller.tell('status()')).value}`, ms };
+    },
+  },
+  call({
+    fault: 'reply twice', agent: [...calm, '--twice', fetch], never: /no outstanding request/,
+    call: 'ask()', expected: 'false, callback(1)', within: atOnce,
+  }),
+  call({
+    fault: 'reply twice on the wire', peer: ['twice'],
+    call: 'ask()', expected: 'false, callback(1)', within: atOnce,
+  }),
+  oneCode({
+    fault: 'reply twice', agent: ['--twice', code], never: /no outstanding request/,
+    expected: '1 × code',
+  }),
+  oneCode({ fault: 'reply twice on the wire', peer: ['twice'], expected: '1 × code' }),
+  oneCode({ fault: 'reply to no request first', peer: ['unasked-first'], expected: '1 × code' }),
+  call({
+    fault: 'reply never', peer: ['hangs', fetch],
+    call: 'ask()', expected: 'false, callback(0)', within: twoSeconds,
+  }),
+  patientCode({ fault: 'reply never', peer: ['hangs', code] }, 4097),
+  call({
+    fault: 'reply dropped', agent: ['--drop', fetch],
+    call: 'status()', expected: '0', within: twoSeconds,
+  }),
+  patientCode({ fault: 'reply dropped', agent: ['--drop', code] }, 4097),
+  call({
+    fault: 'reply byte by byte', peer: ['slow', fetch],
+    call: 'status()', expected: '1', within: [50, 1500],
+  }),
+];
+
+/** Faults of a reply's content and frame, with what the two kinds of calls make of each. */
+const contents = [
+  ['reply nil', 'nil', '1', '4101'],
+  ['reply of a wrong class', 'wrong-class', '1', '4101'],
+  ['reply of a wrong scalar', 'wrong-scalar', '0', '4101'],
+  ['reply with an argument too few', 'too-few', '0', '4101'],
+  ['reply with an argument too many', 'too-many', '0', '4101'],
+  ['reply nested too deeply', 'too-deep', '0', '4097'],
+  ['invalid UTF-8', 'invalid-utf8', '0', '4097'],
+  ['truncated frame', 'cut-off', '0', '4097'],
+  ['length prefix too short', 'length-too-short', '0', '4097'],
+  ['length prefix beyond the limit', 'length-beyond-limit', '0', '4097'],
+  ['random bytes', 'random-bytes', '0', '4097'],
+  ['unknown selector, sent to the caller', 'unknown-selector', '0', '4097'],
+  ['unknown selector, refused by the agent', 'hangs-up', '0', '4097'],
+].flatMap(([fault, peer, status, error]) => [
+  call({
+    fault, peer: [peer, fetch], call: 'status()', expected: status,
+    within: status === '0' ? atMostTwoSeconds : atOnce,
+  }),
+  oneCode({ fault, peer: [peer, code], expected: `1 × error ${error}` }),
+]);
+
+const malformed = [
+  ...contents,
+  call({
+    fault: 'length prefix too long', peer: ['length-too-long', fetch],
+    call: 'status()', expected: '0', within: twoSeconds,
+  }),
+  patientCode({ fault: 'length prefix too long', peer: ['length-too-long', code] }, 4097),
+  oneCode({
+    fault: 'wrong element classes in a collection', peer: ['wrong-elements', code],
+    expected: '1 × error 7',
+  }),
+  {
+    fault: 'release notes: error of a wrong class', call: 'PLShowReleaseNotesWindowIfNeeded() twice',
+    expected: 'asked twice', within: soon,
+    async run(row) {
+      const caller = await row.startCaller();
+      const agent = await row.startAgent(...calm, '--wrong-type', notes);
+      // The answer to a later request tells that the earlier ones have been dealt with.
+      const ask = 'pellmar.PLShowReleaseNotesWindowIfNeeded(); status()';
+      const first = await caller.tell(ask);
+      const second = await caller.tell(ask);
+      const count = agent.requestsOf(notes).length;
+      return { value: count === 2 ? 'asked twice' : `asked ${count}×`, ms: first.ms + second.ms };
+    },
+  },
+  call({
+    fault: 'reply of 64 MiB', peer: ['64-MiB', fetch], alone: true,
+    call: 'status()', expected: '1', within: [0, 2000],
+  }),
+  oneCode({
+    fault: 'reply of 64 MiB', peer: ['64-MiB', code], alone: true,
+    expected: '1 × code', within: [0, 3000],
+  }),
+  call({
+    fault: 'random bytes for the first check', peer: ['random-bytes', check],
+    call: 'ask()', expected: 'false, callback(0)', within: atOnce,
+  }),
+  oneCode({
+    fault: 'truncated frame for the first check', peer: ['cut-off', check],
+    expected: '1 × error 4099', within: atOnce,
+  }),
+  call({
+    fault: 'wrong scalar for the first check', peer: ['wrong-scalar', check],
+    call: 'status()', expected: '0', within: atOnce,
+  }),
+];
+
+/** 10,000 requests of eight threads. */
+function manyCodes(row, while_ = async () => {}) {
+  return {
+    ...row,
+    call: '10,000 codes from 8 threads',
+    caller: 'native',
+    alone: true,
+    async run(running) {
+      const caller = await running.startCaller();
+      const server = await running.startServer();
+      const [, outcome] = await Promise.all([
+        caller.tell('codes 10000 8'), caller.tell('outcome 30000'), while_(server)]);
+      return running.summary ? { ...outcome, value: running.summary(outcome.value) } : outcome;
+    },
+  };
+}
+
+const crowds = [
+  manyCodes({
+    fault: 'none but the crowd', agent: [], expected: '10000 × code', within: [0, 10_000],
+  }),
+  manyCodes({ fault: 'agent absent', expected: '10000 × error 4099', within: [0, 10_000] }),
+  manyCodes({
+    fault: 'agent killed meanwhile', agent: [], expected: 'each answered once', within: [0, 10_000],
+    summary(value) {
+      const parts = value.split(', ').map((part) => /^(\d+) × (code|error \d+)$/.exec(part));
+      const isWhole = parts.every(Boolean) &&
+        parts.reduce((sum, [, number]) => sum + Number(number), 0) === 10_000;
+      return isWhole ? 'each answered once' : value;
+    },
+  }, async (agent) => {
+    await agent.waitFor(code);
+    await agent.stop('SIGKILL');
+  }),
+  {
+    fault: '64 hung requests', call: 'readFiles(200), twice', expected: '400 files read',
+    within: [0, 1500],
+    async run(row) {
+      const caller = await row.startCaller();
+      const agent = await row.startAgent(...calm, '--hang', notes);
+      const { threads } = caller;
+      await caller.tell('for (let i = 0; i < 64; ++i) pellmar.PLShowReleaseNotesWindow()');
+      await agent.waitFor(notes);
+      const { value, ms } = await caller.tell('readFiles(200)');
+      const more = caller.threads - threads;
+      if (more > 4) return { value: `${more} threads more`, ms };
+      return { value: `${value} files read`, ms };
+    },
+  },
+];
+
+const unsendable = native({
+  fault: 'objects that cannot be sent', agent: [], script: 'unsendable',
+  call: 'report an event, request a code', expected: '1 × error 4099',
+});
+
+const scripts = [
+  unsendable,
+  call({
+    fault: 'callback throws', agent: calm, expected: 'threw mine', within: atOnce,
+    call: `thrown(() => ask(() => { throw new Error('mine'); }))`,
+  }),
+  call({
+    fault: 'callback asks again', agent: calm, expected: 'false, callback(1)', within: atOnce,
+    call: 'ask(() => ask(() => ask()))',
+  }),
+  call({
+    fault: 'callback asks again without an agent', expected: 'false, callback(0)', within: atOnce,
+    call: 'ask(() => ask(() => ask()))',
+  }),
+  {
+    fault: 'callback turns logging on and off', call: 'ask(() => { … })', within: atOnce,
+    expected: 'false, callback(1)',
+    async run(row) {
+      const caller = await row.startCaller();
+      const logging = [true, false, true, true, false, false]
+        .map((value) => `pellmar.PLEnableDebugLogging(${value});`).join(' ');
+      await row.startAgent(...calm);
+      // The connection to the notification daemon stays for the process's life.
+      await caller.tell(logging);
+      await row.settled();
+      row.countAgain();
+      return caller.tell(`ask(() => { ${logging} })`);
+    },
+  },
+  {
+    fault: 'two copies of the module in a process', call: 'status(), ask() of both', within: atOnce,
+    expected: '1, 1, false, callback(1), false, callback(1)',
+    async run(row) {
+      const copy = path.join(row.session.folder, 'copy.node');
+      fs.copyFileSync(modulePath, copy);
+      const caller = await row.startCaller();
+      await caller.tell(`globalThis.other = require(${JSON.stringify(copy)}); status(other)`);
+      row.countAgain();
+      await row.startAgent(...calm);
+      return caller.tell(`[status(), status(other), ask(), ask(undefined, other)].join(', ')`);
+    },
+  },
+  {
+    fault: 'a worker thread requires it', call: 'new Worker(…), then status()', within: [0, 3000],
+    expected: 'ERR_DLOPEN_FAILED: Module did not self-register; then 1',
+    async run(row) {
+      const caller = await row.startCaller();
+      await row.startAgent(...calm);
+      const { value, ms } = await caller.tell('requireInWorker()');
+      const message = value.replace(/: '.*$/s, '');
+      return { value: `${message}; then ${(await caller.tell('status()')).value}`, ms };
+    },
+  },
+];
+
+const windows = [
+  {
+    fault: 'e-mail of a wrong class', call: 'ask(), Return', within: soon,
+    expected: 'callback(1), agent told [null]',
+    async run(row) {
+      const { agent, caller } = await row.startWindow({ agent: ['--wrong-type', fetch] });
+      return answerAndTell(row, agent, caller);
+    },
+  },
+  {
+    fault: 'e-mail nil', call: 'ask(), Return', within: soon,
+    expected: 'callback(1), agent told [null]',
+    async run(row) {
+      const { agent, caller } = await row.startWindow({ agent: ['--no-email'] });
+      return answerAndTell(row, agent, caller);
+    },
+  },
+  {
+    fault: 'e-mail of 8 MiB', call: 'ask(), Return', within: soon,
+    expected: 'callback(1)',
+    async run(row) {
+      const { caller } = await row.startWindow({ peer: ['asks-with-8-MiB', fetch] });
+      return answer(row, caller);
+    },
+  },
+  {
+    fault: 'agent replies twice', call: 'ask(), Return', within: soon,
+    expected: 'callback(1), agent told ["customer@example.com"]',
+    async run(row) {
+      const { agent, caller } = await row.startWindow({
+        agent: ['--twice', fetch, '--twice', update],
+      });
+      return answerAndTell(row, agent, caller);
+    },
+  },
+  {
+    fault: 'callback throws', call: 'ask(), Return', within: soon,
+    expected: 'callback(1), uncaughtException mine, then 0',
+    async run(row) {
+      const { agent, caller } = await row.startWindow({
+        ask: `process.on('uncaughtException', ({ message }) => print({ event: 'uncaught', message }));
+          ask(() => { throw new Error('mine'); })`.replace(/\n\s*/, ' '),
+      });
+      const { value, ms } = await answer(row, caller);
+      const { message } = await caller.event('uncaught');
+      await agent.stop('SIGKILL');
+      const after = await caller.tell('status()');
+      return { value: `${value}, uncaughtException ${message}, then ${after.value}`, ms };
+    },
+  },
+  {
+    fault: 'callback asks again', call: 'ask(), Return, Escape', within: soon,
+    expected: 'callback(1), callback(2)',
+    async run(row) {
+      const { caller } = await row.startWindow({ ask: 'ask(() => ask())' });
+      const first = await answer(row, caller);
+      await row.display.focused(application);
+      const second = await answer(row, caller, 'Escape');
+      return { value: `${first.value}, ${second.value}`, ms: Math.max(first.ms, second.ms) };
+    },
+  },
+  {
+    fault: 'callback turns logging on and off', call: 'ask(), Return', within: soon,
+    expected: 'callback(1)',
+    async run(row) {
+      const { caller } = await row.startWindow({
+        ask: 'ask(() => { for (const on of [true, false, true, false]) ' +
+          'pellmar.PLEnableDebugLogging(on); })',
+      });
+      return answer(row, caller);
+    },
+  },
+  answered({
+    fault: 'agent dies while the window is open', call: 'Return', within: soon,
+    expected: 'callback(1), other calls know at once',
+  }, 'Return', async (row, { caller, start, value }) => {
+    const ms = performance.now() - start;
+    const other = await caller.tell('status()');
+    return {
+      value: `${value}, ${other.value === '0' && other.ms < 500
+        ? 'other calls know at once' : `status() ${other.value} after ${other.ms} ms`}`,
+      ms,
+    };
+  }),
+  ending({ fault: 'window open', call: 'process.exit(3)', expected: 'the process ends with 3' },
+    (caller) => caller.input.write('process.exit(3)\n')),
+  ending({ fault: 'window open', call: 'app.quit()', expected: 'the process ends with 0' },
+    (caller) => caller.input.write('app.quit()\n')),
+  ending({ fault: 'window open', call: 'uncaught exception', expected: 'the process ends with 1' },
+    (caller) => {
+      caller.alsoExpected = [/./];
+      caller.input.write(`setImmediate(() => { throw new Error('nobody catches this'); })\n`);
+    }),
+  ending({ fault: 'window open', call: 'SIGTERM', expected: 'the process ends with SIGTERM' },
+    (caller) => caller.process.kill('SIGTERM')),
+  {
+    fault: 'two copies, both ask', call: 'ask(), ask() of the copy, Return, Return',
+    expected: 'callback(1), callback(1), agent told twice', within: soon,
+    async run(row) {
+      const copy = path.join(row.session.folder, 'copy.node');
+      fs.copyFileSync(modulePath, copy);
+      const { agent, caller } = await row.startWindow();
+      await caller.tell(`globalThis.other = require(${JSON.stringify(copy)})`);
+      await row.shownBy(caller, 'ask(undefined, other)');
+      await until(async () => (await row.display.windows(application)).length === 2,
+        'both windows are up');
+      const first = await answer(row, caller);
+      await row.display.focused(application);
+      const second = await answer(row, caller);
+      const updates = await agent.waitFor(update, 2);
+      return {
+        value: `${first.value}, ${second.value}, agent told ${updates.length === 2 ? 'twice' : '?'}`,
+        ms: Math.max(first.ms, second.ms),
+      };
+    },
+  },
+  {
+    fault: 'defaults unwritable', call: 'ask(), Escape', expected: 'callback(2), and asks again',
+    within: soon,
+    async run(row) {
+      row.makeUnwritableDefaults();
+      const { caller } = await row.startWindow();
+      const { value, ms } = await answer(row, caller, 'Escape');
+      await row.windowIsGone();
+      await row.shownBy(caller);
+      await answer(row, caller);
+      return { value: `${value}, and asks again`, ms };
+    },
+  },
+];
+
+/** Presses the key that answers and returns what the callback got, and how long that took. */
+async function answer(row, caller, key = 'Return') {
+  const start = performance.now();
+  await row.press(key);
+  const { answer: given } = await caller.event('answer');
+  return { value: `callback(${given})`, ms: performance.now() - start };
+}
+
+async function answerAndTell(row, agent, caller) {
+  const { value, ms } = await answer(row, caller);
+  await agent.waitFor(update);
+  await row.windowIsGone();
+  return { value: `${value}, agent told ${JSON.stringify(row.told)}`, ms };
+}
+
+/** How long one waits for a report that must not come, or not again. */
+const surplus = 400;
+
+const restarts = [
+  answered({
+    fault: 'agent restarts, back after 0.5 s', call: 'Return', within: [400, 1800],
+    expected: 'callback(1), told ["customer@example.com"]',
+  }, 'Return', async (row, { start, value, succeedAfter }) => {
+    const successor = await succeedAfter(500);
+    await successor.waitFor(update);
+    const ms = performance.now() - start;
+    await delay(surplus);
+    return { value: `${value}, told ${JSON.stringify(row.told)}`, ms };
+  }),
+  answered({
+    fault: 'agent restarts, back after 0.9 s; status() all the time', call: decline,
+    within: [800, 2000], expected: 'callback(1), told [null]',
+  }, decline, async (row, { caller, start, value, succeedAfter }) => {
+    // A reply that brings the address must not turn the refusal into a consent.
+    await caller.tell('setInterval(status, 10).unref(); 0');
+    const successor = await succeedAfter(900);
+    await successor.waitFor(update);
+    const ms = performance.now() - start;
+    await delay(surplus);
+    return { value: `${value}, told ${JSON.stringify(row.told)}`, ms };
+  }),
+  answered({
+    fault: 'agent gone for good (back after 3 s)', call: 'Return', within: [0, 4500],
+    expected: 'callback(1), told []',
+  }, 'Return', async (row, { caller, start, value, succeedAfter }) => {
+    const successor = await succeedAfter(3000);
+    await caller.tell('status()');
+    await successor.waitFor(fetch);
+    const ms = performance.now() - start;
+    await delay(surplus);
+    return { value: `${value}, told ${JSON.stringify(row.told)}`, ms };
+  }),
+  {
+    fault: 'agent dies over the answer, a successor comes', call: 'Return', within: soon,
+    expected: 'callback(1), told ["customer@example.com"]', caller: 'window',
+    async run(row) {
+      const { agent, caller } = await row.startWindow({ agent: ['--die-on', update] });
+      const { value, ms } = await answer(row, caller);
+      await until(() => agent.process.exitCode !== null, 'the agent has died');
+      await row.startAgent();
+      await delay(2000);
+      return { value: `${value}, told ${JSON.stringify(row.told)}`, ms };
+    },
+  },
+];
+
+export const table = [
+  ...absent, ...silent, ...dying, ...replacements, ...replies, ...malformed, ...crowds, ...scripts,
+  ...[...windows, ...restarts].map((row) => ({ caller: 'window', ...row })),
+];
