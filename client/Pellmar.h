@@ -74,7 +74,8 @@ PL_EXPORT id __PLV;
 /// description: `NSXPCConnectionInvalid` (4099) when the agent is not there,
 /// `NSXPCConnectionInterrupted` (4097) when it went away before it answered,
 /// `NSXPCConnectionReplyInvalid` (4101) when its reply was not of the agreed kind. An agent that
-/// neither answers nor ends keeps the completion waiting, since it may be asking the customer.
+/// neither answers nor ends keeps the completion waiting, since it may be asking the customer. What
+/// is in the user info of the agent's own error is not checked.
 ///
 /// @param clientID the identifier under which the application is registered.
 /// @param scopes scope strings such as `PLVendorAuthScopeApplicationAccess`.
