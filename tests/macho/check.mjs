@@ -75,6 +75,7 @@ function checkSlice(architecture, folder) {
     test('has the load commands of a plain bundle', () => {
       const names = slice.commands.map(({ name }) => name);
       assert.deepEqual(names.filter((name) => !expected.loadCommands.has(name)), []);
+      assert.deepEqual(expected.neededCommands.filter((name) => !names.includes(name)), []);
     });
 
     test('loads the libraries that its symbols come from, and no other', () => {
@@ -110,6 +111,15 @@ function checkSlice(architecture, folder) {
       assert.deepEqual(sorted(slice.exportedToLoader()), sorted(names));
     });
 
+    test('is stripped of its own symbols', () => {
+      assert.deepEqual(slice.local, []);
+    });
+
+    test('holds no path of a source file', () => {
+      const text = slice.bytes.toString('latin1');
+      assert.deepEqual(text.match(/\/[\w .+/-]+\.(h|hpp|c|cc|cpp|m|mm|o|a)(?=\0)/g), null);
+    });
+
     test('looks up the listed symbols alone', () => {
       const listed = readSymbolList(architecture);
       const looked = slice.undefined.map(
@@ -124,6 +134,7 @@ function checkSlice(architecture, folder) {
         const address = slice.addresses.get(`_${name}`);
         assert.notEqual(address, undefined, name);
         assert.equal(slice.constantString(slice.pointer(address)), value, name);
+        assert.equal(slice.sectionAt(address).name, '__const', name);
       }
     });
 
@@ -213,6 +224,8 @@ function checkSlice(architecture, folder) {
     test('has its categories', () => {
       const describeCategory = (category, instanceMethods, classMethods) => ({
         name: `${category.class}(${category.name})`,
+        adopts: category.adopts ?? [],
+        properties: category.properties ?? [],
         instanceMethods: sorted(instanceMethods),
         classMethods: sorted(classMethods),
       });

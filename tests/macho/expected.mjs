@@ -37,6 +37,9 @@ export const loadCommands = new Set([
   'LC_CODE_SIGNATURE',
 ]);
 
+/** Load commands without which a Mac refuses the file or cannot tell its crash reports. */
+export const neededCommands = ['LC_UUID', 'LC_CODE_SIGNATURE'];
+
 export const functions = [
   'PLAskUserToShareEmail',
   'PLCanShowReleaseNotesWindow',

@@ -43,12 +43,40 @@ function swap(slice, first, second, size) {
   held.copy(slice.bytes, b);
 }
 
+/** Where the entry of the exported symbol `name` stands in the symbol table. */
+function symbolEntry(slice, name) {
+  const [table, count, strings] = ['symoff', 'nsyms', 'stroff'].map((field) =>
+    Number(slice.commandFields(['LC_SYMTAB'], field)[0]),
+  );
+  for (let entry = table; entry < table + count * 16; entry += 16) {
+    const start = strings + slice.bytes.readUInt32LE(entry);
+    if (slice.bytes.toString('utf8', start, slice.bytes.indexOf(0, start)) === name) {
+      return entry;
+    }
+  }
+  return assert.fail(name);
+}
+
 /** What is changed, in both slices, and the test that must fail for each. */
 const faults = [
   {
     change: 'an exported symbol with another name',
     apply: (slice) => replaceText(slice, '_PLReportUsageEvent', '_PLReportUsageEvenT'),
     failing: 'exports the public interface alone',
+  },
+  {
+    change: 'a symbol of its own that was not stripped',
+    apply: (slice) => {
+      // The lowest bit of the type says that the symbol is external.
+      slice.bytes[symbolEntry(slice, '_PLReportUsageEvent') + 4] &= ~1;
+    },
+    failing: 'is stripped of its own symbols',
+  },
+  {
+    change: 'the path of a source file',
+    apply: (slice) =>
+      slice.bytes.write('\0/home/jane/pellmar/ui/window.mm\0', slice.bytes.indexOf(envelope) + 4000),
+    failing: 'holds no path of a source file',
   },
   {
     change: 'an undefined symbol with another name',
@@ -104,6 +132,20 @@ const faults = [
   {
     change: 'a constant with another value',
     apply: (slice) => replaceText(slice, 'omit presentation', 'omit Presentation'),
+    failing: 'has its public constants with their values',
+  },
+  {
+    change: 'constants outside of the section of constants',
+    apply: (slice) => {
+      const constant = slice.addresses.get('_AFXProvisioningServiceName');
+      const { name, segment } = slice.sectionAt(constant);
+      const header = Buffer.alloc(32);
+      header.write(name);
+      header.write(segment, 16);
+      const offset = slice.bytes.indexOf(header);
+      assert.notEqual(offset, -1);
+      slice.bytes.write('__other', offset);
+    },
     failing: 'has its public constants with their values',
   },
   {

@@ -98,13 +98,17 @@ export class Slice {
 
   #readSymbols() {
     this.exported = [];
+    this.local = [];
     this.undefined = [];
     this.addresses = new Map();
-    for (const line of run('llvm-nm', '-m', this.path).split('\n')) {
+    // With -a those of debugging, too.
+    for (const line of run('llvm-nm', '-a', '-m', this.path).split('\n')) {
       const defined = line.match(/^([0-9a-f]+) \((.*?)\) (.*?)external (\S+)$/);
       if (defined && !/private|non-/.test(defined[3])) {
         this.exported.push(defined[4]);
         this.addresses.set(defined[4], Number(`0x${defined[1]}`));
+      } else if (/^[0-9a-f]/.test(line)) {
+        this.local.push(line);
       }
       const missing = line.match(/^ +\(undefined\) (weak )?external (\S+) \((.*)\)$/);
       if (missing) {
@@ -164,6 +168,12 @@ export class Slice {
   /** Section by name, in whichever segment the linker put it. */
   section(name) {
     return this.sections.find((section) => section.name === name);
+  }
+
+  sectionAt(address) {
+    return this.sections.find(
+      (section) => address >= section.address && address < section.address + section.size,
+    );
   }
 
   segmentAt(address) {

@@ -106,6 +106,10 @@ function readCategory(slice, address) {
     class: className(slice, address + 8),
     instanceMethods: readMethods(slice, slice.pointer(address + 16)),
     classMethods: readMethods(slice, slice.pointer(address + 24)),
+    adopts: readProtocolList(slice, slice.pointer(address + 32)).map((protocol) =>
+      protocolName(slice, protocol),
+    ),
+    properties: readProperties(slice, slice.pointer(address + 40)),
   };
 }
 

@@ -2,12 +2,6 @@
 
 const RECORD_SIZE = 64;
 
-function sectionAt(slice, address) {
-  return slice.sections.find(
-    (section) => address >= section.address && address < section.address + section.size,
-  );
-}
-
 /** What the loader leaves in a pointer field: a text, the name of a section, or null. */
 function describePointer(slice, address) {
   if (slice.bound.has(address)) {
@@ -17,7 +11,7 @@ function describePointer(slice, address) {
   if (target === 0) {
     return null;
   }
-  const section = sectionAt(slice, target)?.name;
+  const section = slice.sectionAt(target)?.name;
   return section === '__cstring' ? slice.string(target) : section;
 }
 
