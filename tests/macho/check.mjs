@@ -253,7 +253,7 @@ function checkSlice(architecture, folder) {
       for (const name of expected.pictures) {
         const picture = readFileSync(join(pictureFolder, name));
         const offset = slice.bytes.indexOf(picture);
-        assert.notEqual(offset, -1, `${name} is not there`);
+        assert.notEqual(offset, -1, `${name} is not there, or not as it is in resources/`);
         assert.equal(slice.bytes.indexOf(picture, offset + 1), -1, `${name} is there twice`);
         const section = slice.sections.find(
           (candidate) =>

@@ -12,7 +12,12 @@ import { fileURLToPath } from 'node:url';
 
 import * as expected from './expected.mjs';
 import { joinSlices, missingTools, readSlice } from './macho.mjs';
-import { adoptedProtocolList, protocolMethodList } from './objc.mjs';
+import {
+  adoptedProtocolList,
+  categoryPropertyField,
+  classPropertyList,
+  protocolMethodList,
+} from './objc.mjs';
 import { moduleRecordAddresses } from './record.mjs';
 
 const bundle = process.env.PELLMAR_BUNDLE;
@@ -36,6 +41,10 @@ function replaceText(slice, text, replacement) {
   slice.bytes.write(replacement, offset + 1);
 }
 
+function writePointer(slice, address, target) {
+  slice.bytes.writeBigUInt64LE(BigInt(target), slice.offset(address));
+}
+
 function swap(slice, first, second, size) {
   const [a, b] = [first, second].map((address) => slice.offset(address));
   const held = Buffer.from(slice.bytes.subarray(a, a + size));
@@ -43,7 +52,7 @@ function swap(slice, first, second, size) {
   held.copy(slice.bytes, b);
 }
 
-/** Where the entry of the exported symbol `name` stands in the symbol table. */
+/** Where the entry of the symbol `name` stands in the symbol table. */
 function symbolEntry(slice, name) {
   const [table, count, strings] = ['symoff', 'nsyms', 'stroff'].map((field) =>
     Number(slice.commandFields(['LC_SYMTAB'], field)[0]),
@@ -84,6 +93,14 @@ const faults = [
     failing: 'looks up the listed symbols alone',
   },
   {
+    change: 'a weak import that is a strong one, or the reverse',
+    apply: (slice) => {
+      const weakReference = 0x40;
+      slice.bytes[symbolEntry(slice, '_NSFontWeightBold') + 6] ^= weakReference;
+    },
+    failing: 'looks up the listed symbols alone',
+  },
+  {
     change: 'two methods of a protocol in the other order',
     apply: (slice) => {
       const list = protocolMethodList(slice, 'AFXCustomerPermissionsService');
@@ -120,6 +137,29 @@ const faults = [
     apply: (slice) =>
       replaceText(slice, 'addCenterXContraintForSubviews:', 'addCenterXConstraintForSubview:'),
     failing: 'has its categories',
+  },
+  {
+    change: 'a category with properties',
+    apply: (slice) =>
+      writePointer(
+        slice,
+        categoryPropertyField(slice, 'NSView', 'AFXEnxtensions'),
+        classPropertyList(slice, 'AFXPermissionWindowController'),
+      ),
+    failing: 'has its categories',
+  },
+  {
+    change: 'a class method by the name of +load',
+    apply: (slice) => replaceText(slice, 'kv_colorWithDeviceRGBHex:', 'load\0'),
+    failing: 'has no +load',
+  },
+  {
+    change: 'an initializer run twice and another not at all',
+    apply: (slice) => {
+      const { address } = slice.section('__mod_init_func');
+      writePointer(slice, address, slice.pointer(address + 8));
+    },
+    failing: 'runs nothing but its registrations when it is mapped',
   },
   {
     change: "another version in the module's record",

@@ -140,3 +140,20 @@ export function protocolMethodList(slice, name) {
 export function adoptedProtocolList(slice, name) {
   return slice.pointer(findProtocol(slice, name) + 16);
 }
+
+/** Where a category refers to its properties. */
+export function categoryPropertyField(slice, className, categoryName) {
+  const category = slice.pointerList('__objc_catlist').find((address) => {
+    const { class: extended, name } = readCategory(slice, address);
+    return extended === className && name === categoryName;
+  });
+  return category + 40;
+}
+
+/** Where the list of a class's properties begins. */
+export function classPropertyList(slice, name) {
+  const address = slice
+    .pointerList('__objc_classlist')
+    .find((candidate) => readClass(slice, candidate).name === name);
+  return slice.pointer(classData(slice, address) + 64);
+}
