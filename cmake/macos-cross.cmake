@@ -28,12 +28,13 @@ foreach(language C CXX OBJC OBJCXX)
   if(language MATCHES "CXX")
     set(CMAKE_${language}_COMPILER "${PELLMAR_CLANGXX}")
     # clang would take the headers beside its own binary before those of the sysroot.
-    set(CMAKE_${language}_FLAGS_INIT "-nostdinc++ -isystem ${PELLMAR_LIBCXX_HEADERS} ")
+    set(CMAKE_${language}_FLAGS_INIT
+      "-nostdinc++ -isystem ${PELLMAR_LIBCXX_HEADERS} -Werror=unguarded-availability")
   else()
     set(CMAKE_${language}_COMPILER "${PELLMAR_CLANG}")
+    set(CMAKE_${language}_FLAGS_INIT "-Werror=unguarded-availability")
   endif()
   set(CMAKE_${language}_COMPILER_TARGET "${PELLMAR_SLICE}-apple-macosx")
-  string(APPEND CMAKE_${language}_FLAGS_INIT "-Werror=unguarded-availability")
 endforeach()
 
 set(CMAKE_AR llvm-ar-19)

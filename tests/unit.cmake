@@ -6,13 +6,26 @@ pellmar_add_gtest(dev_agent_options_test
   SOURCES unit/dev_agent_options_test.cpp
   LIBRARIES pellmar_dev_agent_options)
 
+# The Linux layer passes for any macOS; on a Mac the tests bring their own header and code for that.
+if(APPLE)
+  add_library(platform_versions OBJECT
+    unit/macos/AppKitVersion.c unit/macos/PlatformVersions.mm)
+  target_include_directories(platform_versions PUBLIC "${CMAKE_CURRENT_LIST_DIR}/unit/macos")
+  target_link_libraries(platform_versions PRIVATE pellmar_flags)
+  set(versions platform_versions)
+  set(agent_process unit/macos/agent_process.mm)
+else()
+  set(versions "")
+  set(agent_process unit/agent_process.cpp)
+endif()
+
 foreach(test colors fonts layout_helpers permission_window)
   pellmar_add_gtest(${test}_test DISPLAY
     SOURCES unit/${test}_test.mm unit/application_environment.mm
-    LIBRARIES pellmar_ui)
+    LIBRARIES pellmar_ui ${versions})
 endforeach()
 
 pellmar_add_gtest(client_test
-  SOURCES unit/client_test.mm unit/agent_process.cpp LIBRARIES pellmar_client pellmar_ui)
+  SOURCES unit/client_test.mm ${agent_process} LIBRARIES pellmar_client pellmar_ui)
 target_compile_definitions(client_test PRIVATE PELLMAR_DEV_AGENT="${CMAKE_BINARY_DIR}/pellmar-dev-agent")
 add_dependencies(client_test pellmar-dev-agent)

@@ -26,7 +26,7 @@ class AgentProcess {
 
  private:
   std::string folder_;
-  pid_t pid_ = -1;
+  [[maybe_unused]] pid_t pid_ = -1;  // on a Mac launchd has it
   int output_ = -1;
 };
 
