@@ -1,0 +1,67 @@
+// What the documents say, held against the tree.
+
+import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
+import fs from 'node:fs';
+import path from 'node:path';
+import { test } from 'node:test';
+import { fileURLToPath } from 'node:url';
+
+const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..');
+const read = (file) => fs.readFileSync(path.join(root, file), 'utf8');
+const integrating = 'docs/integrating.md';
+
+/** The fenced blocks of a document that are in `language`. */
+function blocks(file, language) {
+  return [...read(file).matchAll(/^```(\w*)\n(.*?)^```$/gms)]
+    .filter(([, found]) => found === language)
+    .map(([, , text]) => text);
+}
+
+/** The pairs of a .strings table. */
+function table(text) {
+  return new Map([...text.matchAll(/^"(.*)" = "(.*)";$/gm)].map(([, key, value]) => [key, value]));
+}
+
+const placeholders = (text) => text.match(/%(\d\$)?@/g)?.length ?? 0;
+
+test('the native example is the one that is compiled', () => {
+  const shown = blocks(integrating, 'objc');
+  assert.deepEqual(shown, [read('docs/examples/ReportsAndCodes.m')]);
+});
+
+test('the translation has the keys that the window looks up, and their placeholders', () => {
+  const window = read('ui/AFXPermissionWindowController.mm');
+  const [shown] = blocks(integrating, '').map(table).filter(({ size }) => size > 0);
+  assert.equal(shown.size, 5);
+  for (const [key, value] of shown) {
+    assert.ok(window.replace(/"\s*@?"/g, '').includes(key), key);
+    assert.equal(placeholders(value), placeholders(key), key);
+  }
+  assert.deepEqual(shown, table(read('host/German.lproj/Pellmar.strings')));
+});
+
+test('the names that the document gives are those of the code', () => {
+  const text = read(integrating);
+  assert.ok(read('client/AFXConstants.mm').includes('com.pellmar.ProvisioningService'));
+  assert.ok(text.includes('<string>com.pellmar.ProvisioningService</string>'));
+  assert.ok(read('client/AFXConsentFlow.mm').includes('@"ShouldAskForPermissionLater"'));
+  assert.ok(text.includes('`ShouldAskForPermissionLater`'));
+  const declared = new Set(read('client/Pellmar.h').match(/\bPL[A-Z]\w+(?=\()/g));
+  for (const name of text.match(/\bPL[A-Z]\w+(?=[`(])/g)) {
+    assert.ok(declared.has(name), name);
+  }
+});
+
+test('links within the tree lead somewhere', () => {
+  const documents = execFileSync('git', ['ls-files', '-co', '--exclude-standard', '*.md'],
+    { cwd: root, encoding: 'utf8' }).split('\n').filter(Boolean);
+  assert.ok(documents.includes(integrating));
+  for (const document of documents) {
+    for (const [, link] of read(document).matchAll(/\]\(([^)#]+)(?:#[^)]*)?\)/g)) {
+      if (/^\w+:/.test(link)) continue;
+      const target = path.resolve(root, path.dirname(document), link);
+      assert.ok(fs.existsSync(target), `${document}: ${link}`);
+    }
+  }
+});
