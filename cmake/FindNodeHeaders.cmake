@@ -49,8 +49,28 @@ find_package_handle_standard_args(NodeHeaders
   REQUIRED_VARS NODE_EXECUTABLE NODE_INCLUDE_DIR NODE_V8_INCLUDE_DIR NODE_UV_INCLUDE_DIR)
 mark_as_advanced(NODE_INCLUDE_DIR NODE_V8_INCLUDE_DIR NODE_UV_INCLUDE_DIR)
 
+# Adds a runtime's headers as the target `name`: `add_node_headers(NAME NODE_DIR V8_DIR UV_DIR)`.
+function(add_node_headers name node v8 uv)
+  add_library(${name} INTERFACE IMPORTED GLOBAL)
+  target_include_directories(${name} SYSTEM INTERFACE "${node}" "${v8}" "${uv}")
+  # The engine's headers say themselves when they ask for more than the tree's C++17; Node 24's do.
+  file(STRINGS "${v8}/v8config.h" needs_cxx20 REGEX "C\\+\\+20 or later required")
+  if(needs_cxx20)
+    set_target_properties(${name} PROPERTIES PELLMAR_CXX_STANDARD 20)
+  endif()
+endfunction()
+
+# Compiles `target` against the headers of the target `headers`, in the C++ that they ask for. CMake's
+# own way to say this, a compile feature, does not reach Objective-C++.
+function(target_node_headers target headers)
+  target_link_libraries(${target} PRIVATE ${headers})
+  get_target_property(standard ${headers} PELLMAR_CXX_STANDARD)
+  if(standard)
+    set_target_properties(${target} PROPERTIES CXX_STANDARD ${standard} OBJCXX_STANDARD ${standard})
+  endif()
+endfunction()
+
 if(NodeHeaders_FOUND AND NOT TARGET node_headers)
-  add_library(node_headers INTERFACE IMPORTED GLOBAL)
-  target_include_directories(node_headers SYSTEM INTERFACE
+  add_node_headers(node_headers
     "${NODE_INCLUDE_DIR}" "${NODE_V8_INCLUDE_DIR}" "${NODE_UV_INCLUDE_DIR}")
 endif()

@@ -13,6 +13,14 @@ const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..')
 export const buildFolder = path.resolve(
   process.env.PELLMAR_BUILD_DIR ?? path.join(root, 'build/Release')
 );
+/** The runtime that scripts are tried in; the tests themselves run in the one that is installed. */
+export const nodePath = process.env.PELLMAR_NODE ?? process.execPath;
+/** Beginning of a script that uses `WeakRef`, which Node 12's engine has behind a flag. */
+export const weakReferences = `
+  if (typeof WeakRef === 'undefined') {
+    require('v8').setFlagsFromString('--harmony-weak-refs');
+    globalThis.WeakRef = require('vm').runInNewContext('WeakRef');
+  }`;
 export const agentPath = path.join(buildFolder, 'pellmar-dev-agent');
 
 /**

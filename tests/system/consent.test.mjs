@@ -6,7 +6,7 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { after, before, describe, test } from 'node:test';
 
-import { Agent, buildFolder, makeSession } from './agent.mjs';
+import { Agent, buildFolder, makeSession, weakReferences } from './agent.mjs';
 import { runHostScript, startDisplay, until } from './display.mjs';
 
 const application = 'Pellmar Demo';
@@ -250,6 +250,7 @@ test('the callback can be collected once it was called', async (t) => {
   const app = host(t, session, `
     require('v8').setFlagsFromString('--expose-gc');
     const gc = require('vm').runInNewContext('gc');
+    ${weakReferences}
     let callback = () => print('answer');
     const reference = new WeakRef(callback);
     print(pellmar.PLAskUserToShareEmail(callback));

@@ -7,7 +7,8 @@ pkg_check_modules(DBUS REQUIRED IMPORTED_TARGET dbus-1)
 
 add_library(test_window MODULE "${CMAKE_CURRENT_LIST_DIR}/test_window.mm")
 set_target_properties(test_window PROPERTIES PREFIX "" SUFFIX ".node")
-target_link_libraries(test_window PRIVATE platform_appkit node_headers)
+target_link_libraries(test_window PRIVATE platform_appkit)
+target_node_headers(test_window node_headers)
 
 add_executable(settings_portal "${CMAKE_CURRENT_LIST_DIR}/settings_portal.c")
 target_compile_options(settings_portal PRIVATE -Wall -Wextra -Werror)

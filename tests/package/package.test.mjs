@@ -1,0 +1,198 @@
+// The package: what scripts/package takes and refuses, what is in its file, and that an application
+// which installs the file can load it or is told why not.
+
+import assert from 'node:assert/strict';
+import { execFileSync, spawnSync } from 'node:child_process';
+import fs from 'node:fs';
+import path from 'node:path';
+import { before, describe, test } from 'node:test';
+import { fileURLToPath } from 'node:url';
+
+import { buildFolder, makeSession } from '../system/agent.mjs';
+import { sanitizerEnvironment } from '../system/sanitizer.mjs';
+
+const folder = path.dirname(fileURLToPath(import.meta.url));
+const root = path.resolve(folder, '../..');
+const { version } = JSON.parse(fs.readFileSync(path.join(root, 'package.json'), 'utf8'));
+const prebuild = 'prebuilds/darwin-x64+arm64/electron.abi85.node';
+const content = [
+  'CHANGELOG.md', 'README.md', 'client/Pellmar.h', 'index.d.ts', 'index.js', 'package.json', prebuild,
+];
+
+const run = (command, args, options) =>
+  execFileSync(command, args, { encoding: 'utf8', stdio: 'pipe', ...options });
+
+/** Makes a universal bundle for macOS that holds the module's record alone. */
+function makeBundle(session, { versions = [85, 85], mark } = {}) {
+  const slices = ['x86_64', 'arm64'].map((processor, index) => {
+    const file = path.join(session.folder, processor);
+    run('clang-19', [`--target=${processor}-apple-macosx11.0`, '-fuse-ld=lld', '-bundle', '-nostdlib',
+      '-Wl,-undefined,dynamic_lookup', '-Wl,-adhoc_codesign', `-DVERSION=${versions[index]}`,
+      ...(mark ? [`-DMARK="${mark}"`] : []), '-o', file, path.join(folder, 'record.c')]);
+    return file;
+  });
+  const file = path.join(session.folder, 'pellmar.node');
+  run('llvm-lipo-19', ['-create', ...slices, '-output', file]);
+  return file;
+}
+
+function pack(session, ...args) {
+  const { status, stdout, stderr } = spawnSync(path.join(root, 'scripts/package'),
+    ['--out', session.folder, ...args], { encoding: 'utf8' });
+  return { status, stdout, stderr };
+}
+
+const missing = ['llvm-lipo-19', 'llvm-objdump-19', 'llvm-nm-19', 'ld64.lld-19'].filter(
+  (tool) => spawnSync(tool, ['--version']).error);
+const skip = missing.length > 0 && `not installed: ${missing.join(', ')}`;
+
+describe('scripts/package', { skip }, () => {
+  test('makes a file with exactly what an application needs', (t) => {
+    const session = makeSession(t);
+    const bundle = makeBundle(session);
+    const { status, stdout, stderr } = pack(session, '--bundle', bundle);
+    assert.equal(status, 0, stderr);
+    const file = path.join(session.folder, `pellmar-${version}.tgz`);
+    assert.equal(stdout, `${file}\n`);
+    assert.deepEqual(run('tar', ['-tzf', file]).trim().split('\n').sort(),
+      content.map((name) => `package/${name}`).sort());
+    assert.deepEqual(execFileSync('tar', ['-xzOf', file, `package/${prebuild}`]), fs.readFileSync(bundle));
+  });
+
+  for (const [name, versions] of [['either slice', [83, 83]], ['one slice', [85, 87]]]) {
+    test(`refuses a bundle of another module version in ${name}`, (t) => {
+      const session = makeSession(t);
+      const { status, stdout, stderr } = pack(session, '--bundle', makeBundle(session, { versions }));
+      assert.equal(status, 1);
+      assert.equal(stdout, '');
+      assert.match(stderr, /not a bundle of both slices for module version 85/);
+      assert.match(stderr, new RegExp(`arm64 ${versions[1]}\nx86_64 ${versions[0]}`));
+    });
+  }
+
+  test('refuses a bundle of one slice', (t) => {
+    const session = makeSession(t);
+    makeBundle(session);
+    const { status, stderr } = pack(session, '--bundle', path.join(session.folder, 'arm64'));
+    assert.equal(status, 1);
+    assert.match(stderr, /cannot be read as a universal bundle/);
+  });
+
+  test('refuses what is no bundle for macOS, and what is not there', (t) => {
+    const session = makeSession(t);
+    for (const file of [path.join(buildFolder, 'pellmar.node'), path.join(session.folder, 'none')]) {
+      const { status, stdout, stderr } = pack(session, '--bundle', file);
+      assert.equal(status, 1);
+      assert.equal(stdout, '');
+      assert.match(stderr, /cannot be read as a universal bundle|there is no /);
+    }
+  });
+
+  test('packs a build for checking only when told to, and under a version that says so', (t) => {
+    const session = makeSession(t);
+    // The text that the module's build puts there when its record is not of its headers' version.
+    const [mark] = /pellmar: built for checking[^\0]*/.exec(
+      fs.readFileSync(path.join(buildFolder, 'misfit/pellmar.node'), 'latin1'));
+    assert.equal(fs.readFileSync(path.join(buildFolder, 'pellmar.node'), 'latin1').includes(mark), false);
+    const bundle = makeBundle(session, { mark });
+    const refused = pack(session, '--bundle', bundle);
+    assert.equal(refused.status, 1);
+    assert.match(refused.stderr, /was built for checking, not for shipping/);
+    assert.deepEqual(fs.readdirSync(session.folder).filter((name) => name.endsWith('.tgz')), []);
+    const { status, stdout } = pack(session, '--bundle', bundle, '--for-checking');
+    assert.equal(status, 0);
+    assert.equal(path.basename(stdout.trim()), `pellmar-${version}-checking.tgz`);
+  });
+});
+
+test('npm pack in the tree, which has no bundle, packs nothing', (t) => {
+  const session = makeSession(t);
+  const { status, stderr } = spawnSync('npm', ['pack', '--pack-destination', session.folder],
+    { cwd: root, encoding: 'utf8' });
+  assert.notEqual(status, 0);
+  assert.match(stderr, /The bundle is missing: use scripts\/package\./);
+  assert.deepEqual(fs.readdirSync(session.folder).filter((name) => name.endsWith('.tgz')), []);
+});
+
+describe('an application that installs the package', { skip }, () => {
+  let application;
+  let installed;
+
+  before(() => {
+    const session = makeSession();
+    application = path.join(session.folder, 'application');
+    installed = path.join(application, 'node_modules/pellmar');
+    fs.mkdirSync(application);
+    fs.writeFileSync(path.join(application, 'package.json'), '{ "private": true }');
+    pack(session, '--bundle', makeBundle(session));
+    // The package's one dependency from the tree's own copy, so that no registry is asked.
+    run('npm', ['pack', '--pack-destination', session.folder, path.join(root, 'node_modules/node-gyp-build')]);
+    const files = fs.readdirSync(session.folder).filter((name) => name.endsWith('.tgz'));
+    run('npm', ['install', '--offline', '--no-audit', '--no-fund',
+      ...files.map((name) => path.join(session.folder, name))], { cwd: application });
+    process.on('exit', () => fs.rmSync(session.folder, { recursive: true }));
+  });
+
+  /** Runs code in the application's folder; returns what it printed. */
+  function script(t, code) {
+    const { status, stdout, stderr } = spawnSync(process.execPath, ['-e', code], {
+      cwd: application, encoding: 'utf8',
+      env: { ...process.env, ...sanitizerEnvironment(), ...makeSession(t).env },
+    });
+    assert.equal(status, 0, stderr);
+    return stdout.trim();
+  }
+  const attempt = `try { require('pellmar'); console.log('loaded'); } catch (error) {
+    console.log(error.message); }`;
+
+  /** Puts a build for this system into the installed package for the length of a test. */
+  function addBuild(t, name, file) {
+    const builds = path.join(installed, 'prebuilds', `${process.platform}-${process.arch}`);
+    fs.mkdirSync(builds);
+    t.after(() => fs.rmSync(builds, { recursive: true }));
+    fs.copyFileSync(file, path.join(builds, name));
+  }
+
+  test('is told where there is no build for its system', (t) => {
+    assert.match(script(t, attempt), /^Pellmar: there is no build of the client for /);
+  });
+
+  test('calls it where there is one for its runtime', (t) => {
+    addBuild(t, `node.abi${process.versions.modules}.node`, path.join(buildFolder, 'pellmar.node'));
+    assert.equal(script(t, `
+      const pellmar = require('pellmar');
+      pellmar.PLReportUsageEvent('installed');
+      console.log(pellmar.PLCanShowReleaseNotesWindow(), pellmar.PLGetLastUserEmailSharingResponse());`),
+      'true 0');
+  });
+
+  test('is told where the build is for another runtime', (t) => {
+    addBuild(t, `node.abi${process.versions.modules}.node`, path.join(buildFolder, 'misfit/pellmar.node'));
+    assert.match(script(t, attempt), /^Pellmar: the client in \S+ is built for module version 85, but /);
+  });
+
+  // No such runtime runs here, so the loader is shown one's names and asked for a path alone.
+  const find = (processor, versions) => `
+    Object.defineProperty(process, 'versions', { value: ${JSON.stringify(versions)} });
+    process.env.npm_config_platform = 'darwin';
+    process.env.npm_config_arch = '${processor}';
+    try { console.log(require('node-gyp-build').path('node_modules/pellmar')); } catch (error) {
+      console.log(error.message); }`;
+
+  for (const processor of ['x64', 'arm64']) {
+    test(`finds the bundle in Electron 11 on a Mac with ${processor}`, (t) => {
+      assert.equal(
+        script(t, find(processor, { node: '12.18.3', electron: '11.5.0', modules: '85', uv: '1.38.0' })),
+        fs.realpathSync(path.join(installed, prebuild)));
+    });
+  }
+
+  test('finds no bundle in another Electron, nor in Node', (t) => {
+    for (const versions of [
+      { node: '14.16.0', electron: '12.2.3', modules: '87', uv: '1.40.0' },
+      { node: '14.21.3', modules: '83', uv: '1.42.0' },
+    ]) {
+      assert.match(script(t, find('arm64', versions)), /^No native build was found/);
+    }
+  });
+});

@@ -1,0 +1,37 @@
+// Calls that must compile.
+
+import pellmar = require('pellmar');
+import {
+  EmailSharingAnswer,
+  PLAskUserToShareEmail,
+  PLEnableDebugLogging,
+  PLGetLastUserEmailSharingResponse,
+  PLReportUsageEvent,
+} from 'pellmar';
+
+PLReportUsageEvent('Document exported');
+pellmar.PLShowReleaseNotesWindowIfNeeded();
+pellmar.PLShowReleaseNotesWindow();
+const canShow: boolean = pellmar.PLCanShowReleaseNotesWindow();
+PLEnableDebugLogging(canShow);
+
+const isAsking: boolean = PLAskUserToShareEmail((answer) => {
+  const known: EmailSharingAnswer = answer;
+  const given: boolean = known === 1;
+  PLEnableDebugLogging(given);
+});
+PLAskUserToShareEmail();
+PLAskUserToShareEmail(undefined);
+PLAskUserToShareEmail(() => isAsking);
+
+/** Each answer has its branch, and there is no other. */
+export function describe(answer: EmailSharingAnswer): string {
+  switch (answer) {
+    case 0: return 'not known';
+    case 1: return 'answered';
+    case 2: return 'later';
+  }
+}
+describe(PLGetLastUserEmailSharingResponse());
+const asNumber: number = PLGetLastUserEmailSharingResponse();
+PLReportUsageEvent(String(asNumber));
