@@ -9,7 +9,8 @@ namespace {
 
 void Throw(v8::Isolate *isolate, NSString *message) {
   isolate->ThrowException(v8::Exception::Error(
-      v8::String::NewFromUtf8(isolate, [message UTF8String]).ToLocalChecked()));
+      v8::String::NewFromUtf8(isolate, [message UTF8String], v8::NewStringType::kNormal)
+          .ToLocalChecked()));
 }
 
 /// launch(): starts the application. Throws where it cannot.

@@ -2,8 +2,8 @@
 // Scripts find the application as the global `app`.
 'use strict';
 
-const Module = require('node:module');
-const path = require('node:path');
+const Module = require('module');
+const path = require('path');
 
 const appearances = ['light', 'dark'];
 

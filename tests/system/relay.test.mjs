@@ -8,7 +8,7 @@ import path from 'node:path';
 import { after, before, test } from 'node:test';
 import { promisify } from 'node:util';
 
-import { agentPath, buildFolder, makeSession } from './agent.mjs';
+import { agentPath, buildFolder, makeSession, nodePath } from './agent.mjs';
 import { runHostScript, startDisplay, until } from './display.mjs';
 import { sanitizerEnvironment } from './sanitizer.mjs';
 
@@ -41,6 +41,7 @@ async function host(t, session, { env = {} } = {}) {
   execFileSync('mkfifo', [pipe]);
   const app = runHostScript(t, `
     const pellmar = require(${JSON.stringify(modulePath)});
+    const { performance } = require('perf_hooks');
     let longestStall = 0;
     function watchStalls() {
       let last = performance.now();
@@ -52,7 +53,7 @@ async function host(t, session, { env = {} } = {}) {
     }
     const lines = require('readline').createInterface({
       input: require('fs').createReadStream(${JSON.stringify(pipe)}) });
-    lines.on('line', (line) => { const value = eval(line); print(['told', value ?? null]); });
+    lines.on('line', (line) => { const value = eval(line); print(['told', value === undefined ? null : value]); });
     print('ready');`, { display, env: { ...session.env, ...env } });
   // For reading too: opening a pipe that nobody reads would wait for good.
   const input = fs.createWriteStream(pipe, { flags: 'r+' });
@@ -185,7 +186,7 @@ test('a burst of 10,000 messages is logged in order and each once, and the scrip
 
 /** Runs a script in plain node with the center's calls counted; returns the calls as letters. */
 function counted(session, text, expectStatus = 0) {
-  return countedRun(session, process.execPath,
+  return countedRun(session, nodePath,
     ['-e', `const pellmar = require(${JSON.stringify(modulePath)}); ${text}`], expectStatus);
 }
 
@@ -248,8 +249,9 @@ function folderWithoutDaemon(session) {
 
 test('turning on does not wait for a daemon that is missing, and says nothing of it', async (t) => {
   const session = makeSession(t);
-  const { stdout, stderr } = await run(process.execPath, ['-e', `
+  const { stdout, stderr } = await run(nodePath, ['-e', `
     const pellmar = require(${JSON.stringify(modulePath)});
+    const { performance } = require('perf_hooks');
     const start = performance.now();
     pellmar.PLEnableDebugLogging(true);
     const elapsed = performance.now() - start;
