@@ -31,6 +31,14 @@ class NoContext {
   std::vector<v8::Global<v8::Context>> left_;
 };
 
+/// Whether libuv has descriptors that it has not handed to the kernel yet: it does so only when it
+/// polls itself, and a wait before that would miss what happens to them. From 1.44 on (Node 18)
+/// `uv_backend_timeout` sees to it; before, nothing tells but libuv's list of them, which is empty
+/// when its first link leads back to it.
+bool HasNewDescriptors(const uv_loop_t *loop) {
+  return *reinterpret_cast<const void *const *>(&loop->watcher_queue) != &loop->watcher_queue;
+}
+
 }  // namespace
 
 ScriptLoop::ScriptLoop(v8::Isolate *isolate, uv_loop_t *loop, Turn turn)
@@ -41,6 +49,7 @@ ScriptLoop::ScriptLoop(v8::Isolate *isolate, uv_loop_t *loop, Turn turn)
 }
 
 void ScriptLoop::Start() {
+  uv_idle_start(&no_wait_, [](uv_idle_t *) {});
   uv_prepare_start(&before_poll_,
                    [](uv_prepare_t *handle) { static_cast<ScriptLoop *>(handle->data)->Run(); });
 }
@@ -48,7 +57,9 @@ void ScriptLoop::Start() {
 void ScriptLoop::Run() {
   // The idle handle makes libuv's own poll return at once. It must not count when the turn asks how
   // long the scripts have nothing to do.
-  uv_idle_stop(&no_wait_);
+  if (!HasNewDescriptors(loop_)) {
+    uv_idle_stop(&no_wait_);
+  }
   {
     NoContext no_context(isolate_);
     v8::SealHandleScope no_handles(isolate_);
