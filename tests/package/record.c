@@ -1,5 +1,6 @@
-// The module's record without the module behind it, from which the tests make bundles for macOS that
-// no SDK is needed for. VERSION is the module version; MARK, if set, becomes a text in the file.
+// The module's record without the module behind it, from which the tests make bundles for macOS
+// that no SDK is needed for. VERSION is the module version; MARK, if set, becomes a text in the
+// file.
 
 struct record {
   int version;
