@@ -241,6 +241,17 @@ test('the callback is called once and can be collected afterwards', async (t) =>
   assert.deepEqual(values, [[1, true]]);
 });
 
+test('no call needs an autorelease pool of its caller', async (t) => {
+  const session = makeSession(t);
+  await Agent.start(t, session, '--should-ask', 'no');
+  // The toolkit says it on standard error when an object without a pool is lost for good.
+  const { stderr } = await script(session, `
+    for (const name of Object.keys(pellmar)) if (name !== 'PLEnableDebugLogging')
+      pellmar[name](() => {});
+    pellmar.PLEnableDebugLogging(false);`);
+  assert.equal(stderr, '');
+});
+
 test('with an agent that hangs the e-mail functions answer 0 after two seconds', async (t) => {
   const session = makeSession(t);
   await Agent.start(t, session, '--hang', 'fetchAskingPermissionStatus:');
