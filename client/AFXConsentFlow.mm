@@ -27,26 +27,36 @@ AFXConsentChoice AFXGetPreviousCustomerChoice(void) {
 
   dispatch_group_t group = dispatch_group_create();
   dispatch_group_enter(group);
-  // The request holds a reference of its own, given up where the group is left. A group that is
-  // released while it is entered aborts the process: an agent that dies without a reply would do
-  // that through the blocks' references alone, so the group is kept for good then.
+  // The request holds a reference of its own, given up where the group is left: a group that is
+  // released while it is entered aborts the process. Its reply and its failure come one after the
+  // other on the connection's queue, if both should ever come.
   dispatch_retain(group);
-
-  [AFXServiceAccessor.sharedAccessor accessService:^(id<AFXProvisioningService> service) {
-    if (service == nil) {
+  __block BOOL isWaiting = YES;
+  void (^finish)(void) = ^{
+    if (isWaiting) {
+      isWaiting = NO;
       dispatch_group_leave(group);
       dispatch_release(group);
-      return;
     }
-    [service fetchAskingPermissionStatus:^(BOOL shouldAsk, NSString *customerEmail) {
-      sCustomerPersonals.setStatus(AFXConsentStatusForReply(shouldAsk, [] {
-        return [NSUserDefaults.standardUserDefaults boolForKey:sAskLaterDefaultsKey] != NO;
-      }));
-      sCustomerPersonals.setEmail(AFXEmailOfReply(customerEmail));
-      dispatch_group_leave(group);
-      dispatch_release(group);
-    }];
-  }];
+  };
+
+  [AFXServiceAccessor.sharedAccessor
+      accessService:^(id<AFXProvisioningService> service) {
+        if (service == nil) {
+          finish();
+          return;
+        }
+        [service fetchAskingPermissionStatus:^(BOOL shouldAsk, NSString *customerEmail) {
+          sCustomerPersonals.setStatus(AFXConsentStatusForReply(shouldAsk, [] {
+            return [NSUserDefaults.standardUserDefaults boolForKey:sAskLaterDefaultsKey] != NO;
+          }));
+          sCustomerPersonals.setEmail(AFXEmailOfReply(customerEmail));
+          finish();
+        }];
+      }
+      errorHandler:^(NSError *) {
+        finish();
+      }];
 
   dispatch_group_wait(group, dispatch_time(DISPATCH_TIME_NOW, sReplyTimeout));
   dispatch_release(group);
