@@ -137,8 +137,11 @@ void Put(Writer *writer, id object, unsigned depth) {
     writer->PutTag(Tag::kDictionary);
     writer->PutNumber([object count]);
     for (id key in (NSDictionary *)object) {
+      id value = [(NSDictionary *)object objectForKey:key];
+      // A number that is none is never found again.
+      if (!value) RaiseNotCodable(key);
       Put(writer, key, depth + 1);
-      Put(writer, [(NSDictionary *)object objectForKey:key], depth + 1);
+      Put(writer, value, depth + 1);
     }
   } else if ([object isKindOfClass:known.error]) {
     PutError(writer, object, depth);
@@ -220,7 +223,10 @@ id DecodeDictionary(const Item **item, uint32_t count, NSSet *allowed, const cha
     id key = DecodeObject(item, allowed, problem);
     id value = key ? DecodeObject(item, allowed, problem) : nil;
     if (value && [dictionary objectForKey:key]) *problem = "a dictionary has a key twice";
-    if (value && !*problem) [dictionary setObject:value forKey:key];
+    if (value && !*problem) {
+      [dictionary setObject:value forKey:key];
+      if (![dictionary objectForKey:key]) *problem = "a dictionary has a key that is no value";
+    }
     [key release];
     [value release];
     if (!value || *problem) {
