@@ -6,9 +6,6 @@ foreach(name IN ITEMS blocks dispatch notifications)
   # CMake writes no run path into programs that it links as Objective-C++.
   set_target_properties(platform_${name}_test PROPERTIES LINKER_LANGUAGE CXX)
   add_test(NAME platform.${name} COMMAND platform_${name}_test)
-  set_tests_properties(platform.${name} PROPERTIES TIMEOUT 240)
-  if(PELLMAR_SANITIZE MATCHES address)
-    set_tests_properties(platform.${name} PROPERTIES ENVIRONMENT
-      "ASAN_OPTIONS=fast_unwind_on_malloc=0;LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_LIST_DIR}/xpc_leaks.supp:print_suppressions=0")
-  endif()
+  set_tests_properties(platform.${name} PROPERTIES TIMEOUT 240
+    ENVIRONMENT "${PELLMAR_TEST_ENVIRONMENT}")
 endforeach()

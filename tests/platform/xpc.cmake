@@ -32,12 +32,6 @@ foreach(test IN ITEMS xpc_wire_test xpc_signature_test xpc_test xpc_faults_test)
   target_include_directories(${test} PRIVATE "${xpc_sources}")
   string(REGEX REPLACE "_test$" "" name ${test})
   add_test(NAME platform.${name} COMMAND ${test})
-  set_tests_properties(platform.${name} PROPERTIES TIMEOUT 240)
-  if(PELLMAR_SANITIZE MATCHES address)
-    set_tests_properties(platform.${name} PROPERTIES ENVIRONMENT
-      "ASAN_OPTIONS=fast_unwind_on_malloc=0;LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_LIST_DIR}/xpc_leaks.supp:print_suppressions=0")
-  elseif(PELLMAR_SANITIZE MATCHES thread)
-    set_tests_properties(platform.${name} PROPERTIES ENVIRONMENT
-      "TSAN_OPTIONS=suppressions=${CMAKE_CURRENT_LIST_DIR}/xpc_threads.supp")
-  endif()
+  set_tests_properties(platform.${name} PROPERTIES TIMEOUT 240
+    ENVIRONMENT "${PELLMAR_TEST_ENVIRONMENT}")
 endforeach()
