@@ -1,7 +1,7 @@
 // The four pictures of the consent window, each a complete TIFF file with a 1x and a 2x image.
 //
 // The bytes are constants of the module: they may be read on any thread, are never freed, and no
-// file stands behind them at run time. Made into an image with `-[NSData dataWithBytes:length:]`
+// file stands behind them at run time. Made into an image with `+[NSData dataWithBytes:length:]`
 // and
 // `-[NSImage initWithData:]`, each has the size in points given here.
 

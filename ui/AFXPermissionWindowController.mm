@@ -26,6 +26,21 @@ static NSString *AFXLocalizedString(NSString *key) {
   return [NSBundle.mainBundle localizedStringForKey:key value:@"" table:@"Pellmar"];
 }
 
+/// Has a screen reader speak `label` for the control. It passes over a control with a single cell
+/// and reads the cell, so both are told; the same holds below.
+static void AFXSetSpokenLabel(NSControl *control, NSString *label) {
+  control.accessibilityLabel = label;
+  NSCell *cell = control.cell;
+  cell.accessibilityLabel = label;
+}
+
+/// Has screen readers pass over a control that says nothing.
+static void AFXKeepFromScreenReaders(NSControl *control) {
+  control.accessibilityElement = NO;
+  NSCell *cell = control.cell;
+  cell.accessibilityElement = NO;
+}
+
 template <std::size_t Length>
 static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
   NSData *data = [NSData dataWithBytes:picture length:Length];
@@ -164,6 +179,7 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
   NSImageView *view = [[[NSImageView alloc]
       initWithFrame:NSMakeRect(0.0, 0.0, sIconSize.width, sIconSize.height)] autorelease];
   view.image = [NSImage imageNamed:NSImageNameApplicationIcon];
+  AFXKeepFromScreenReaders(view);
   return view;
 }
 
@@ -172,6 +188,7 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
   NSImageView *view = [[[NSImageView alloc]
       initWithFrame:NSMakeRect(0.0, 0.0, image.size.width, image.size.height)] autorelease];
   view.image = image;
+  AFXKeepFromScreenReaders(view);
   return view;
 }
 
@@ -215,6 +232,9 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
   button.image = image;
   button.imagePosition = NSImageOnly;
   button.keyEquivalent = @"\x1b";
+  // A new button's title is "Button": not shown here, but a screen reader would speak it.
+  button.title = @"";
+  AFXSetSpokenLabel(button, AFXLocalizedString(@"Ask Me Later"));
   return button;
 }
 
@@ -224,6 +244,7 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
   button.keyEquivalent = @"w";
   button.keyEquivalentModifierMask = NSEventModifierFlagCommand;
   button.refusesFirstResponder = YES;
+  AFXKeepFromScreenReaders(button);
   return button;
 }
 
@@ -345,6 +366,9 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
                                                            multiplier:1.0
                                                              constant:0.0]];
   }
+
+  // A borderless window has no title of its own for a screen reader to announce it by.
+  self.window.accessibilityTitle = titleField.stringValue;
 
   self.window.initialFirstResponder = okButton;
   okButton.nextKeyView = closeButton;

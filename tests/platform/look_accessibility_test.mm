@@ -57,3 +57,36 @@ TEST_F(LookAccessibility, TextFieldsValueIsItsText) {
   [field setStringValue:@"Let us stay in touch"];
   EXPECT_TRUE([[field accessibilityValue] isEqual:@"Let us stay in touch"]);
 }
+
+TEST_F(LookAccessibility, CellIsAnElementNamedByItsTitleUntilItIsToldOtherwise) {
+  NSButton *button = Made<NSButton>();
+  [button setTitle:@"No, Thanks"];
+  NSCell *cell = [button cell];
+  EXPECT_TRUE([cell isAccessibilityElement]);
+  EXPECT_TRUE([[cell accessibilityLabel] isEqual:@"No, Thanks"]);
+  [cell setAccessibilityLabel:@"Close"];
+  [cell setAccessibilityElement:NO];
+  EXPECT_TRUE([[cell accessibilityLabel] isEqual:@"Close"]);
+  EXPECT_FALSE([cell isAccessibilityElement]);
+}
+
+TEST_F(LookAccessibility, CellAtTheAddressOfAnOlderOneStartsAnew) {
+  for (int i = 0; i < 50; i++) {
+    NSButtonCell *cell = [[NSButtonCell alloc] initTextCell:@""];
+    EXPECT_EQ([cell accessibilityLabel], nil);
+    EXPECT_TRUE([cell isAccessibilityElement]);
+    [cell setAccessibilityLabel:@"Close"];
+    [cell setAccessibilityElement:NO];
+    [cell release];
+  }
+}
+
+TEST_F(LookAccessibility, WindowIsAnnouncedByItsTitleUntilAnotherIsSet) {
+  LookWindow *window = [LookWindow windowWithSize:NSMakeSize(100, 100) white:1];
+  [window setTitle:@"Document"];
+  EXPECT_TRUE([[window accessibilityTitle] isEqual:@"Document"]);
+  [window setAccessibilityTitle:@"A question"];
+  EXPECT_TRUE([[window accessibilityTitle] isEqual:@"A question"]);
+  EXPECT_TRUE([[window title] isEqual:@"Document"]);
+  [window close];
+}

@@ -337,6 +337,7 @@ describe('the application bundle', () => {
       'Pellmar gibt Ihre E-Mail-Adresse %@ an die Entwickler von %@ weiter.'],
     ['No, Thanks', 'Nein, danke'],
     ['Sure, I’m In', 'Ja, gerne'],
+    ['Ask Me Later', 'Später fragen'],
   ];
   const localized = async (t, env) => {
     const { stdout, stderr } = await host(t, display, `

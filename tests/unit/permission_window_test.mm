@@ -284,6 +284,67 @@ TEST_F(PermissionWindow, GivesTheKeysToTheirButtons) {
   EXPECT_STREQ(controller_.cancelButton.keyEquivalent.UTF8String, "");
 }
 
+#pragma mark - Screen readers
+
+TEST_F(PermissionWindow, IsAnnouncedByItsHeadline) {
+  open();
+  EXPECT_STREQ(controller_.window.accessibilityTitle.UTF8String, "Let’s stay in touch!");
+}
+
+TEST_F(PermissionWindow, NamesEveryButtonThatCanBeSeen) {
+  open();
+  const struct {
+    NSButton *button;
+    const char *label;
+  } buttons[] = {
+      {controller_.okButton, "Sure, I’m In"},
+      {controller_.cancelButton, "No, Thanks"},
+      {controller_.closeButton, "Ask Me Later"},
+  };
+  for (const auto &[button, label] : buttons) {
+    SCOPED_TRACE(label);
+    EXPECT_TRUE([button isAccessibilityElement]);
+    EXPECT_TRUE([button.cell isAccessibilityElement]);
+    EXPECT_EQ(button.accessibilityRole, NSAccessibilityButtonRole);
+    EXPECT_STREQ(button.accessibilityLabel.UTF8String, label);
+    EXPECT_STREQ([button.cell accessibilityLabel].UTF8String, label);
+  }
+  EXPECT_STREQ(controller_.closeButton.title.UTF8String, "");
+}
+
+TEST_F(PermissionWindow, ReadsItsTextsOut) {
+  open();
+  for (NSTextField *field in
+       @[ controller_.titleField, controller_.descriptionField, controller_.informativeField ]) {
+    EXPECT_TRUE([field isAccessibilityElement]);
+    EXPECT_EQ(field.accessibilityRole, NSAccessibilityStaticTextRole);
+    EXPECT_STREQ([field.accessibilityValue UTF8String], field.stringValue.UTF8String);
+  }
+}
+
+TEST_F(PermissionWindow, KeepsPicturesAndTheInvisibleButtonFromScreenReaders) {
+  open();
+  NSControl *button = commandWButton();
+  ASSERT_NE(button, nil);
+  for (NSControl *control in @[ controller_.iconView, controller_.envelopeView, button ]) {
+    EXPECT_FALSE([control isAccessibilityElement]);
+    EXPECT_FALSE([control.cell isAccessibilityElement]);
+  }
+}
+
+TEST_F(PermissionWindow, SpeaksNothingButWhatItNames) {
+  open();
+  NSMutableArray *views = [NSMutableArray arrayWithObject:controller_.window.contentView];
+  NSUInteger elements = 0;
+  while (views.count > 0) {
+    NSView *view = [[views.lastObject retain] autorelease];
+    [views removeLastObject];
+    [views addObjectsFromArray:view.subviews];
+    elements += [view isAccessibilityElement];
+  }
+  EXPECT_EQ(elements, 6u);
+}
+
 #pragma mark - Answers
 
 TEST_F(PermissionWindow, HandsBackTheAddressOnlyWhenItIsAllowed) {

@@ -16,6 +16,7 @@ target_sources(platform_appkit PRIVATE
   look/NSAppearance+Matching.m
   look/NSApplication+Appearance.m
   look/NSApplication+Look.m
+  look/NSCell+Accessibility.m
   look/NSColor+Spaces.m
   look/NSColorSpace+Spaces.m
   look/NSFont+SystemWeight.m
@@ -25,6 +26,7 @@ target_sources(platform_appkit PRIVATE
   look/NSView+Accessibility.m
   look/NSView+Appearance.m
   look/NSView+Layer.m
+  look/NSWindow+Accessibility.m
   look/NSWindow+Appearance.m
   look/NSWindow+Center.m
   look/ObservedDealloc.m

@@ -1,4 +1,4 @@
-// State kept beside a view, window or application.
+// State kept beside a view, window, cell or application.
 //
 // A category can add no instance variables, a fragile class layout forbids changing the toolkit's,
 // and libobjc has no associated objects.
@@ -19,8 +19,8 @@ extern "C" {
 id _Nullable PlatformAttachedState(id owner, NSString *key);
 
 /// Keeps `value`, retained, under `key` until it is replaced or the owner is deallocated; nil
-/// removes it. The owner is an NSView, an NSWindow or the application: for others nothing would
-/// clean up.
+/// removes it. The owner is an NSView, an NSWindow, an NSCell or the application: for others
+/// nothing would clean up. A copy of a cell starts without.
 void PlatformSetAttachedState(id owner, NSString *key, id _Nullable value);
 
 /// Everyone who has a value under `key`, in no particular order. Main thread only, for an owner may

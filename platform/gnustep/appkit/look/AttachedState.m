@@ -1,5 +1,6 @@
 #import "AttachedState.h"
 
+#import <AppKit/NSCell.h>
 #import <AppKit/NSView.h>
 #import <AppKit/NSWindow.h>
 #import <Foundation/NSDictionary.h>
@@ -14,6 +15,7 @@ static NSMapTable *sStates;
 
 static void (*sViewDealloc)(id, SEL);
 static void (*sWindowDealloc)(id, SEL);
+static void (*sCellDealloc)(id, SEL);
 
 /// The values are released outside the lock: a dealloc of theirs may come back here.
 static void Forget(id owner) {
@@ -34,13 +36,21 @@ static void WindowDealloc(id window, SEL selector) {
   sWindowDealloc(window, selector);
 }
 
-/// The first owner exists, so the toolkit is up; an earlier view or window had nothing to forget.
+static void CellDealloc(id cell, SEL selector) {
+  Forget(cell);
+  sCellDealloc(cell, selector);
+}
+
+/// The first owner exists, so the toolkit is up; an earlier view, window or cell had nothing to
+/// forget.
 static void InstallOnce(void) {
   if (sViewDealloc) return;
   sViewDealloc = (void (*)(id, SEL))PlatformReplaceMethod([NSView class], @selector(dealloc),
                                                           (PlatformFunction)ViewDealloc);
   sWindowDealloc = (void (*)(id, SEL))PlatformReplaceMethod([NSWindow class], @selector(dealloc),
                                                             (PlatformFunction)WindowDealloc);
+  sCellDealloc = (void (*)(id, SEL))PlatformReplaceMethod([NSCell class], @selector(dealloc),
+                                                          (PlatformFunction)CellDealloc);
 }
 
 @interface PlatformAttachedStates : NSObject

@@ -1,10 +1,12 @@
-// What a view tells a screen reader.
+// What views, cells and windows tell a screen reader.
 
 #ifndef PLATFORM_APPKIT_NSVIEWACCESSIBILITY_H
 #define PLATFORM_APPKIT_NSVIEWACCESSIBILITY_H
 
 #import <AppKit/NSAccessibility.h>
+#import <AppKit/NSCell.h>
 #import <AppKit/NSView.h>
+#import <AppKit/NSWindow.h>
 
 NS_ASSUME_NONNULL_BEGIN
 
@@ -43,6 +45,25 @@ typedef NSString *NSAccessibilitySubrole;
 
 - (nullable id)accessibilityValue;
 - (void)setAccessibilityValue:(nullable id)value;
+
+@end
+
+/// A cell is an element until it is told not to be; a button's is named by its title.
+@interface NSCell (PlatformAccessibility)
+
+- (BOOL)isAccessibilityElement;
+- (void)setAccessibilityElement:(BOOL)element;
+
+- (nullable NSString *)accessibilityLabel;
+- (void)setAccessibilityLabel:(nullable NSString *)label;
+
+@end
+
+/// A window is announced by its title until another is set.
+@interface NSWindow (PlatformAccessibility)
+
+- (nullable NSString *)accessibilityTitle;
+- (void)setAccessibilityTitle:(nullable NSString *)title;
 
 @end
 

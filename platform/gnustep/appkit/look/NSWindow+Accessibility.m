@@ -1,0 +1,19 @@
+#import <AppKit/AppKit.h>
+#import <AppKit/NSViewAccessibility.h>
+
+#import "AttachedState.h"
+
+static NSString *const kTitle = @"accessibility.title";
+
+@implementation NSWindow (PlatformAccessibility)
+
+- (NSString *)accessibilityTitle {
+  NSString *title = PlatformAttachedState(self, kTitle);
+  return title ? title : [self title];
+}
+
+- (void)setAccessibilityTitle:(NSString *)title {
+  PlatformSetAttachedState(self, kTitle, [[title copy] autorelease]);
+}
+
+@end
