@@ -1,9 +1,8 @@
 // The four pictures of the consent window, each a complete TIFF file with a 1x and a 2x image.
 //
 // The bytes are constants of the module: they may be read on any thread, are never freed, and no
-// file stands behind them at run time. Made into an image with `+[NSData dataWithBytes:length:]`
-// and
-// `-[NSImage initWithData:]`, each has the size in points given here.
+// file stands behind them at run time. `-[NSImage initWithData:]` makes of each an image of the
+// size in points given here.
 
 #pragma once
 

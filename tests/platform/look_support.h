@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace look {
 
@@ -30,6 +31,10 @@ struct Pixel {
   int green;
   int blue;
 };
+
+/// What the screen shows there, row by row; x and y in pixels from its upper left corner. Empty
+/// when a part is beyond the screen.
+std::vector<Pixel> ScreenPixels(int x, int y, int width, int height);
 
 /// What the screen shows there; x and y in pixels from its upper left corner.
 Pixel ScreenPixel(int x, int y);

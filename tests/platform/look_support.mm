@@ -57,13 +57,28 @@ bool PumpUntil(const std::function<bool()> &condition, double seconds) {
   return true;
 }
 
-Pixel ScreenPixel(int x, int y) {
+std::vector<Pixel> ScreenPixels(int x, int y, int width, int height) {
   Display *display = SharedDisplay();
-  XImage *image = XGetImage(display, DefaultRootWindow(display), x, y, 1, 1, AllPlanes, ZPixmap);
-  if (!image) return {-1, -1, -1};
-  unsigned long value = XGetPixel(image, 0, 0);
+  const int screen = DefaultScreen(display);
+  if (x < 0 || y < 0 || x + width > DisplayWidth(display, screen) ||
+      y + height > DisplayHeight(display, screen))
+    return {};
+  XImage *image = XGetImage(display, DefaultRootWindow(display), x, y, (unsigned)width,
+                            (unsigned)height, AllPlanes, ZPixmap);
+  std::vector<Pixel> pixels;
+  for (int row = 0; row < height; row++) {
+    for (int column = 0; column < width; column++) {
+      unsigned long value = XGetPixel(image, column, row);
+      pixels.push_back({(int)(value >> 16 & 255), (int)(value >> 8 & 255), (int)(value & 255)});
+    }
+  }
   XDestroyImage(image);
-  return {(int)(value >> 16 & 255), (int)(value >> 8 & 255), (int)(value & 255)};
+  return pixels;
+}
+
+Pixel ScreenPixel(int x, int y) {
+  std::vector<Pixel> pixels = ScreenPixels(x, y, 1, 1);
+  return pixels.empty() ? Pixel{-1, -1, -1} : pixels.front();
 }
 
 Pixel WindowPixel(NSWindow *window, int x, int y) {

@@ -4,10 +4,8 @@
 //
 
 #import <AppKit/AppKit.h>
-#import <AppKit/PlatformVersions.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <vector>
 
 #import "ui/AFXPermissionWindow.h"
@@ -400,61 +398,4 @@ TEST_F(PermissionWindow, KeepsTheAddressAsItWasGiven) {
   [controller_ allowEmailSharing:nil];
   ASSERT_EQ(answers_.size(), 1u);
   EXPECT_STREQ(answers_[0].email.UTF8String, "a@example.com");
-}
-
-#pragma mark - Appearance
-
-namespace {
-
-void useAppearance(NSString *name) { NSApp.appearance = [NSAppearance appearanceNamed:name]; }
-
-/// The white of a gray color, or the components' common value.
-double brightness(NSColor *color) {
-  return [color colorUsingColorSpaceName:NSCalibratedWhiteColorSpace].whiteComponent;
-}
-
-}  // namespace
-
-TEST_F(PermissionWindow, FollowsTheAppearanceWhileItIsUp) {
-  useAppearance(@"NSAppearanceNameAqua");
-  open();
-  NSImage *light = controller_.envelopeView.image;
-  EXPECT_EQ(light.size.width, 214.0);
-  EXPECT_NEAR(brightness(controller_.titleField.textColor), 0.0, 0.01);
-
-  useAppearance(@"NSAppearanceNameDarkAqua");
-  EXPECT_NEAR(brightness(controller_.titleField.textColor), 1.0, 0.01);
-  EXPECT_NEAR(brightness(controller_.descriptionField.textColor), 1.0, 0.01);
-  EXPECT_NEAR(brightness(controller_.informativeField.backgroundColor), 0x33 / 255.0, 0.01);
-  EXPECT_EQ(controller_.envelopeView.image.size.width, 213.0);
-  EXPECT_EQ(NSWidth(controller_.envelopeView.frame), 214.0);
-
-  useAppearance(@"NSAppearanceNameAqua");
-  EXPECT_NEAR(brightness(controller_.titleField.textColor), 0.0, 0.01);
-  EXPECT_NEAR(brightness(controller_.descriptionField.textColor), 0x80 / 255.0, 0.01);
-  EXPECT_NEAR(brightness(controller_.informativeField.backgroundColor), 0xF9 / 255.0, 0.01);
-  EXPECT_EQ(controller_.envelopeView.image.size.width, 214.0);
-}
-
-TEST_F(PermissionWindow, NeitherObservesNorFollowsTheAppearanceOnAnOldSystem) {
-  PlatformSetOperatingSystemVersion((NSOperatingSystemVersion){10, 13, 6});
-  open();
-  EXPECT_EQ(controller_.window.observationInfo, nullptr);
-  useAppearance(@"NSAppearanceNameDarkAqua");
-  EXPECT_EQ(controller_.envelopeView.image.size.width, 214.0);
-  [controller_.window orderOut:nil];
-  [controller_ release];
-  controller_ = nil;
-  useAppearance(@"NSAppearanceNameAqua");
-  PlatformSetOperatingSystemVersion((NSOperatingSystemVersion){14, 6, 0});
-}
-
-TEST_F(PermissionWindow, LeavesNoObserverBehind) {
-  NSWindow *window = [open().window retain];
-  EXPECT_NE(window.observationInfo, nullptr);
-  [controller_.window orderOut:nil];
-  [controller_ release];
-  controller_ = nil;
-  EXPECT_EQ(window.observationInfo, nullptr);
-  [window release];
 }

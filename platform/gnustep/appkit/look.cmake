@@ -31,6 +31,7 @@ target_sources(platform_appkit PRIVATE
   look/NSWindow+Center.m
   look/ObservedDealloc.m
   look/RoundedOutline.cpp
+  look/ServerOfWindow.m
   look/SpaceColor.m
   look/WindowOutline.mm)
 target_link_libraries(platform_appkit PRIVATE X11::X11 X11::Xext)

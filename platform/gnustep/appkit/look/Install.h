@@ -22,6 +22,8 @@ void PlatformInstallObservedDealloc(void);
 void PlatformInstallFocusVisibility(void);
 /// Title colors of push buttons, and sizes in whole points.
 void PlatformInstallButtons(void);
+/// No note of every window ever made.
+void PlatformInstallServerOfWindow(void);
 
 #ifdef __cplusplus
 }

@@ -50,6 +50,7 @@ static void RegisterDefaults(void) {
     PlatformInstallObservedDealloc();
     PlatformInstallFocusVisibility();
     PlatformInstallButtons();
+    PlatformInstallServerOfWindow();
     [PlatformAquaTheme install];
   }
   return self;

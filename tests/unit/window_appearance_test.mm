@@ -1,0 +1,615 @@
+//
+// The consent window's light and dark look: what its views hold, and what is seen of them on the
+// screen. And that a window leaves nothing behind, however often one comes and goes.
+//
+
+#import <AppKit/AppKit.h>
+#import <AppKit/PlatformVersions.h>
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "resources/AFXPictures.h"
+#include "tests/platform/look_support.h"
+#import "ui/AFXPermissionWindow.h"
+#import "ui/AFXPermissionWindowController.h"
+
+// After GoogleTest: its macros are common words.
+#include <X11/Xlib.h>
+
+static int sControllersAlive;
+
+/// Counts itself.
+@interface CountedPermissionWindowController : AFXPermissionWindowController
+@end
+
+@implementation CountedPermissionWindowController
+
+- (instancetype)initWithUserEmail:(NSString *)userEmail
+                completionHandler:(AFXPermissionCompletion)completion {
+  self = [super initWithUserEmail:userEmail completionHandler:completion];
+  ++sControllersAlive;
+  return self;
+}
+
+- (void)dealloc {
+  --sControllersAlive;
+  [super dealloc];
+}
+
+@end
+
+static int sObserversAdded;
+static int sObserversRemoved;
+
+/// Counts who begins and ends to observe it.
+@implementation AFXPermissionWindow (Counting)
+
+- (void)addObserver:(NSObject *)observer
+         forKeyPath:(NSString *)keyPath
+            options:(NSKeyValueObservingOptions)options
+            context:(void *)context {
+  EXPECT_STREQ(keyPath.UTF8String, "effectiveAppearance");
+  EXPECT_EQ(options, 5u);
+  EXPECT_EQ(context, nullptr);
+  ++sObserversAdded;
+  [super addObserver:observer forKeyPath:keyPath options:options context:context];
+}
+
+- (void)removeObserver:(NSObject *)observer forKeyPath:(NSString *)keyPath {
+  EXPECT_STREQ(keyPath.UTF8String, "effectiveAppearance");
+  ++sObserversRemoved;
+  [super removeObserver:observer forKeyPath:keyPath];
+}
+
+@end
+
+/// An appearance that is like none of the named ones.
+@interface StrangeAppearance : NSAppearance
+@end
+
+@implementation StrangeAppearance
+- (NSString *)bestMatchFromAppearancesWithNames:(NSArray *)names {
+  return nil;
+}
+@end
+
+namespace {
+
+using look::Pixel;
+
+struct Look {
+  bool isDark;
+  int background;
+  int title;
+  int description;
+  const unsigned char *envelope;
+  std::size_t envelopeLength;
+  CGFloat envelopeWidth;
+  const unsigned char *closeMark;
+  std::size_t closeMarkLength;
+};
+
+const Look kLight{false,
+                  0xF9,
+                  0x00,
+                  0x80,
+                  AFXEnvelopeLightPicture,
+                  AFXEnvelopeLightPictureLength,
+                  214,
+                  AFXCloseLightPicture,
+                  AFXCloseLightPictureLength};
+const Look kDark{true,
+                 0x33,
+                 0xFF,
+                 0xFF,
+                 AFXEnvelopeDarkPicture,
+                 AFXEnvelopeDarkPictureLength,
+                 213,
+                 AFXCloseDarkPicture,
+                 AFXCloseDarkPictureLength};
+
+void useAppearance(NSString *name) {
+  NSApp.appearance = name ? [NSAppearance appearanceNamed:name] : nil;
+}
+
+/// Turns the event loop once: what is due is handled and drawn, and nothing is waited for.
+void turnOnce() {
+  NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+  while (NSEvent *event = [NSApp nextEventMatchingMask:NSAnyEventMask
+                                             untilDate:[NSDate distantPast]
+                                                inMode:NSDefaultRunLoopMode
+                                               dequeue:YES]) {
+    [NSApp sendEvent:event];
+  }
+  [NSApp updateWindows];
+  [pool release];
+}
+
+/// Gives the display server time for what it was sent, and the application none.
+bool screenComesToShow(const std::function<bool()> &condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+/// What the screen shows of a view, row by row from its upper left corner.
+std::vector<Pixel> screenPixelsOf(NSView *view) {
+  const NSRect rect = [view convertRect:view.bounds toView:nil];
+  const NSRect frame = view.window.frame;
+  const CGFloat screen = NSHeight(NSScreen.mainScreen.frame);
+  return look::ScreenPixels(static_cast<int>(NSMinX(frame) + NSMinX(rect)),
+                            static_cast<int>(screen - NSMinY(frame) - NSMaxY(rect)),
+                            static_cast<int>(NSWidth(rect)), static_cast<int>(NSHeight(rect)));
+}
+
+/// The bitmaps of an image. Drawing it may have added a cache of another kind.
+NSArray *bitmapsOf(NSImage *image) {
+  NSMutableArray *bitmaps = [NSMutableArray array];
+  for (NSImageRep *representation in image.representations) {
+    if ([representation isKindOfClass:NSBitmapImageRep.class]) {
+      [bitmaps addObject:representation];
+    }
+  }
+  return bitmaps;
+}
+
+NSImage *imageFrom(const unsigned char *bytes, std::size_t length) {
+  NSData *data = [NSData dataWithBytes:bytes length:length];
+  return [[[NSImage alloc] initWithData:data] autorelease];
+}
+
+/// Whether both have the same bitmaps. Where they are not opaque, the toolkit changes the colors of
+/// one that it has drawn.
+void expectSamePicture(NSImage *found, NSImage *expected) {
+  EXPECT_TRUE(NSEqualSizes(found.size, expected.size));
+  NSArray *foundBitmaps = bitmapsOf(found);
+  NSArray *expectedBitmaps = bitmapsOf(expected);
+  ASSERT_EQ(foundBitmaps.count, 2u);
+  ASSERT_EQ(expectedBitmaps.count, 2u);
+  for (NSUInteger i : {0, 1}) {
+    NSBitmapImageRep *a = [foundBitmaps objectAtIndex:i];
+    NSBitmapImageRep *b = [expectedBitmaps objectAtIndex:i];
+    ASSERT_EQ(a.pixelsWide, b.pixelsWide);
+    ASSERT_EQ(a.pixelsHigh, b.pixelsHigh);
+    int different = 0;
+    for (NSInteger y = 0; y < a.pixelsHigh; ++y) {
+      for (NSInteger x = 0; x < a.pixelsWide; ++x) {
+        NSUInteger p[5] = {};
+        NSUInteger q[5] = {};
+        [a getPixel:p atX:x y:y];
+        [b getPixel:q atX:x y:y];
+        different += p[3] != q[3] || (p[3] == 255 && !std::equal(p, p + 3, q));
+      }
+    }
+    EXPECT_EQ(different, 0) << "of " << a.pixelsWide * a.pixelsHigh << " pixels";
+  }
+}
+
+/// How far the screen is from the opaque pixels of a picture in this view, in parts of 255; what is
+/// left of `from` is covered by something else. A picture narrower than its view stands half a
+/// point further to the right, which may have been rounded either way.
+double distance(NSImage *picture, NSView *view, int from) {
+  NSBitmapImageRep *bitmap = [bitmapsOf(picture) objectAtIndex:0];
+  const std::vector<Pixel> screen = screenPixelsOf(view);
+  const int width = static_cast<int>(NSWidth(view.bounds));
+  if (screen.empty()) {
+    return 255;
+  }
+  double least = 255;
+  for (int shift = 0; shift <= width - bitmap.pixelsWide; ++shift) {
+    double sum = 0;
+    int count = 0;
+    for (int y = 0; y < bitmap.pixelsHigh; ++y) {
+      for (int x = from; x < bitmap.pixelsWide; ++x) {
+        NSUInteger own[5] = {};
+        [bitmap getPixel:own atX:x y:y];
+        if (own[3] == 255) {
+          const Pixel &seen = screen[static_cast<std::size_t>(y) * width + x + shift];
+          sum += std::abs(seen.red - static_cast<int>(own[0])) +
+                 std::abs(seen.green - static_cast<int>(own[1])) +
+                 std::abs(seen.blue - static_cast<int>(own[2]));
+          count += 3;
+        }
+      }
+    }
+    least = std::min(least, sum / count);
+  }
+  return least;
+}
+
+void expectGray(NSColor *color, int value, NSColorSpace *space) {
+  ASSERT_NE(color, nil);
+  if (space) {
+    EXPECT_TRUE([color.colorSpace isEqual:space]);
+  }
+  NSColor *rgb = [color colorUsingColorSpaceName:NSDeviceRGBColorSpace];
+  EXPECT_NEAR(rgb.redComponent * 255, value, 0.5);
+  EXPECT_NEAR(rgb.greenComponent * 255, value, 0.5);
+  EXPECT_NEAR(rgb.blueComponent * 255, value, 0.5);
+  EXPECT_EQ(rgb.alphaComponent, 1.0);
+}
+
+/// What a text is drawn in shows where most of it is: the pixel furthest from the background.
+int furthestFrom(int background, NSView *view) {
+  int furthest = background;
+  for (const Pixel &pixel : screenPixelsOf(view)) {
+    if (std::abs(pixel.green - background) > std::abs(furthest - background)) {
+      furthest = pixel.green;
+    }
+  }
+  return furthest;
+}
+
+class WindowAppearance : public testing::Test {
+ protected:
+  void SetUp() override {
+    pool_ = [[NSAutoreleasePool alloc] init];
+    sObserversAdded = 0;
+    sObserversRemoved = 0;
+    useAppearance(NSAppearanceNameAqua);
+  }
+
+  void TearDown() override {
+    close();
+    PlatformSetOperatingSystemVersion((NSOperatingSystemVersion){14, 6, 0});
+    useAppearance(nil);
+    [pool_ release];
+  }
+
+  void open() {
+    controller_ = [[CountedPermissionWindowController alloc] initWithUserEmail:@"jane@example.com"
+                                                             completionHandler:nil];
+    [controller_ showWindow:nil];
+  }
+
+  void close() {
+    [controller_.window orderOut:nil];
+    [controller_ release];
+    controller_ = nil;
+  }
+
+  /// Waits until the window is on the screen for the first time: the window manager has a say in
+  /// that.
+  void openAndShow(const Look &shown) {
+    open();
+    ASSERT_TRUE(look::PumpUntil([&] { return isOnScreen(shown); }));
+  }
+
+  bool isOnScreen(const Look &shown) {
+    const Pixel pixel = look::WindowPixel(controller_.window, 278, 20);
+    return look::Near(pixel, shown.background, shown.background, shown.background) &&
+           distance(imageFrom(shown.envelope, shown.envelopeLength), controller_.envelopeView,
+                    100) < 10 &&
+           std::abs(furthestFrom(shown.background, controller_.titleField) - shown.title) < 90 &&
+           furthestFrom(shown.background, controller_.okButton) != shown.background;
+  }
+
+  void expectViews(const Look &look) {
+    NSView *content = controller_.window.contentView;
+    NSColor *background = [NSColor colorWithCGColor:content.layer.backgroundColor];
+    expectGray(background, look.background, nil);
+    expectGray(controller_.informativeField.backgroundColor, look.background, nil);
+    expectGray(controller_.titleField.textColor, look.title, nil);
+    expectGray(controller_.descriptionField.textColor, look.description, nil);
+    // The same in both looks.
+    expectGray(controller_.informativeField.textColor, 0xA6, NSColorSpace.sRGBColorSpace);
+    expectSamePicture(controller_.envelopeView.image,
+                      imageFrom(look.envelope, look.envelopeLength));
+    expectSamePicture(controller_.closeButton.image,
+                      imageFrom(look.closeMark, look.closeMarkLength));
+    EXPECT_EQ(controller_.envelopeView.image.size.width, look.envelopeWidth);
+    EXPECT_EQ(NSWidth(controller_.envelopeView.frame), 214.0);
+  }
+
+  /// Without another turn of the event loop.
+  void expectScreen(const Look &look) {
+    ASSERT_TRUE(screenComesToShow([&] { return isOnScreen(look); }));
+    const int ground = look.background;
+    for (const auto &[x, y] :
+         std::vector<std::pair<int, int>>{{278, 4}, {4, 178}, {552, 178}, {278, 350}, {60, 100}}) {
+      const Pixel pixel = look::WindowPixel(controller_.window, x, y);
+      EXPECT_TRUE(look::Near(pixel, ground, ground, ground))
+          << x << ", " << y << ": " << pixel.red << " " << pixel.green << " " << pixel.blue;
+    }
+    // A field that drew a background of its own would show it at its ends, which no text reaches.
+    for (NSTextField *field in
+         @[ controller_.titleField, controller_.descriptionField, controller_.informativeField ]) {
+      const std::vector<Pixel> pixels = screenPixelsOf(field);
+      EXPECT_TRUE(look::Near(pixels.front(), ground, ground, ground));
+      EXPECT_TRUE(look::Near(pixels.back(), ground, ground, ground));
+    }
+    // Thin strokes cover no pixel in full.
+    EXPECT_NEAR(furthestFrom(ground, controller_.titleField), look.title, 60);
+    EXPECT_NEAR(furthestFrom(ground, controller_.descriptionField), look.description, 40);
+    EXPECT_NEAR(furthestFrom(ground, controller_.informativeField), 0xA6, 25);
+
+    const Look &other = look.isDark ? kLight : kDark;
+    struct Seen {
+      NSView *view;
+      int from;
+      NSImage *own;
+      NSImage *foreign;
+    };
+    for (const Seen &seen :
+         {Seen{controller_.envelopeView, 100, imageFrom(look.envelope, look.envelopeLength),
+               imageFrom(other.envelope, other.envelopeLength)},
+          Seen{controller_.closeButton, 0, imageFrom(look.closeMark, look.closeMarkLength),
+               imageFrom(other.closeMark, other.closeMarkLength)}}) {
+      const double own = distance(seen.own, seen.view, seen.from);
+      const double foreign = distance(seen.foreign, seen.view, seen.from);
+      EXPECT_LT(own, 3.0);
+      EXPECT_GT(foreign, 3.0 * own + 3.0);
+    }
+  }
+
+  CountedPermissionWindowController *controller_ = nil;
+
+ private:
+  NSAutoreleasePool *pool_ = nil;
+};
+
+}  // namespace
+
+#pragma mark - Light and dark
+
+TEST_F(WindowAppearance, IsThatOfTheSystemFromTheStart) {
+  useAppearance(NSAppearanceNameDarkAqua);
+  open();
+  expectViews(kDark);
+  ASSERT_TRUE(look::PumpUntil([&] { return isOnScreen(kDark); }));
+  expectScreen(kDark);
+}
+
+TEST_F(WindowAppearance, IsFollowedAtOnceAndSeenAfterOneTurnOfTheEventLoop) {
+  openAndShow(kLight);
+  expectViews(kLight);
+  expectScreen(kLight);
+  for (int i = 0; i < 3; ++i) {
+    SCOPED_TRACE(i);
+    useAppearance(NSAppearanceNameDarkAqua);
+    expectViews(kDark);
+    turnOnce();
+    expectScreen(kDark);
+
+    useAppearance(NSAppearanceNameAqua);
+    expectViews(kLight);
+    turnOnce();
+    expectScreen(kLight);
+  }
+}
+
+TEST_F(WindowAppearance, IsFollowedByAHiddenWindow) {
+  openAndShow(kLight);
+  [controller_ askLater:nil];
+  useAppearance(NSAppearanceNameDarkAqua);
+  expectViews(kDark);
+  [controller_ showWindow:nil];
+  ASSERT_TRUE(look::PumpUntil([&] { return isOnScreen(kDark); }));
+  expectScreen(kDark);
+}
+
+TEST_F(WindowAppearance, GivesBackgroundAndFooterOneColor) {
+  open();
+  NSColor *light = controller_.informativeField.backgroundColor;
+  EXPECT_TRUE(
+      CGColorEqualToColor([controller_.window.contentView layer].backgroundColor, light.CGColor));
+  useAppearance(NSAppearanceNameDarkAqua);
+  NSColor *dark = controller_.informativeField.backgroundColor;
+  EXPECT_TRUE(
+      CGColorEqualToColor([controller_.window.contentView layer].backgroundColor, dark.CGColor));
+}
+
+TEST_F(WindowAppearance, TakesVibrantAndHighContrastOnesForWhatTheyAreMostLike) {
+  openAndShow(kLight);
+  const struct {
+    NSString *name;
+    const Look &look;
+  } cases[] = {
+      {NSAppearanceNameVibrantDark, kDark},
+      {NSAppearanceNameVibrantLight, kLight},
+      {NSAppearanceNameAccessibilityHighContrastDarkAqua, kDark},
+      {NSAppearanceNameAccessibilityHighContrastAqua, kLight},
+      {NSAppearanceNameAccessibilityHighContrastVibrantDark, kDark},
+      {NSAppearanceNameAccessibilityHighContrastVibrantLight, kLight},
+  };
+  for (const auto &[name, look] : cases) {
+    SCOPED_TRACE(name.UTF8String);
+    useAppearance(name);
+    expectViews(look);
+    turnOnce();
+    expectScreen(look);
+  }
+}
+
+TEST_F(WindowAppearance, IsLightWhenNothingMatches) {
+  useAppearance(NSAppearanceNameDarkAqua);
+  open();
+  expectViews(kDark);
+  NSApp.appearance = [[[StrangeAppearance alloc] init] autorelease];
+  expectViews(kLight);
+}
+
+TEST_F(WindowAppearance, OfTheWindowGoesBeforeTheApplications) {
+  open();
+  controller_.window.appearance = [NSAppearance appearanceNamed:NSAppearanceNameDarkAqua];
+  expectViews(kDark);
+  useAppearance(NSAppearanceNameVibrantLight);
+  expectViews(kDark);
+  controller_.window.appearance = nil;
+  expectViews(kLight);
+}
+
+TEST_F(WindowAppearance, StaysLightAndUnobservedOnAnOlderSystem) {
+  PlatformSetOperatingSystemVersion((NSOperatingSystemVersion){10, 13, 6});
+  useAppearance(NSAppearanceNameDarkAqua);
+  open();
+  ASSERT_TRUE(look::PumpUntil([&] {
+    return look::Near(look::WindowPixel(controller_.window, 278, 20), 0xF9, 0xF9, 0xF9);
+  }));
+  EXPECT_EQ(controller_.window.observationInfo, nullptr);
+  expectViews(kLight);
+  for (NSString *name in @[ NSAppearanceNameAqua, NSAppearanceNameDarkAqua ]) {
+    useAppearance(name);
+    expectViews(kLight);
+    turnOnce();
+    EXPECT_TRUE(screenComesToShow([&] {
+      return look::Near(look::WindowPixel(controller_.window, 278, 20), 0xF9, 0xF9, 0xF9);
+    }));
+  }
+  // Nor does a message that comes all the same change anything.
+  [controller_ observeValueForKeyPath:@"effectiveAppearance"
+                             ofObject:controller_.window
+                               change:nil
+                              context:nullptr];
+  expectViews(kLight);
+  close();
+  EXPECT_EQ(sObserversAdded, 0);
+  EXPECT_EQ(sObserversRemoved, 0);
+}
+
+TEST_F(WindowAppearance, IsObservedFromTenFourteenOn) {
+  PlatformSetOperatingSystemVersion((NSOperatingSystemVersion){10, 14, 0});
+  useAppearance(NSAppearanceNameDarkAqua);
+  open();
+  expectViews(kDark);
+  EXPECT_EQ(sObserversAdded, 1);
+  EXPECT_EQ(sObserversRemoved, 0);
+  close();
+  EXPECT_EQ(sObserversAdded, 1);
+  EXPECT_EQ(sObserversRemoved, 1);
+}
+
+#pragma mark - Coming and going
+
+namespace {
+
+struct Footprint {
+  std::size_t heap;
+  std::size_t resident;
+  unsigned int windows;
+};
+
+unsigned int topLevelWindows(Display *display) {
+  ::Window root = 0;
+  ::Window parent = 0;
+  ::Window *children = nullptr;
+  unsigned int count = 0;
+  XQueryTree(display, DefaultRootWindow(display), &root, &parent, &children, &count);
+  if (children) {
+    XFree(children);
+  }
+  return count;
+}
+
+Footprint footprint(Display *display) {
+  malloc_trim(0);
+  const struct mallinfo2 info = mallinfo2();
+  std::size_t pages = 0;
+  std::size_t residentPages = 0;
+  std::ifstream("/proc/self/statm") >> pages >> residentPages;
+  return {info.uordblks + info.hblkhd,
+          residentPages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)),
+          topLevelWindows(display)};
+}
+
+#if __has_feature(address_sanitizer)
+constexpr bool kCountsMemory = false;  // it keeps what was freed for a while
+constexpr int kWarmUp = 4;
+#else
+constexpr bool kCountsMemory = true;
+constexpr int kWarmUp = 100;
+#endif
+
+}  // namespace
+
+TEST_F(WindowAppearance, NoObserverIsLeftOnAWindowThatOutlivesItsController) {
+  open();
+  NSWindow *window = [controller_.window retain];
+  EXPECT_NE(window.observationInfo, nullptr);
+  close();
+  EXPECT_EQ(window.observationInfo, nullptr);
+  EXPECT_EQ(sObserversAdded, 1);
+  EXPECT_EQ(sObserversRemoved, 1);
+  [window release];
+}
+
+/// Each window sees a switch before it is shown, while it is up, while it is hidden, and one that
+/// comes after it.
+TEST_F(WindowAppearance, TwoHundredWindowsComeAndGoAcrossSwitchesAndLeaveNothing) {
+  Display *display = XOpenDisplay(nullptr);
+  bool dark = false;
+  const auto comeAndGo = [&](int count) {
+    for (int i = 0; i < count; ++i) {
+      NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+      const auto toggle = [&] {
+        dark = !dark;
+        useAppearance(dark ? NSAppearanceNameDarkAqua : NSAppearanceNameAqua);
+      };
+      open();
+      toggle();
+      turnOnce();
+      expectGray(controller_.titleField.textColor, dark ? 0xFF : 0x00, nil);
+      toggle();
+      turnOnce();
+      [controller_ askLater:nil];
+      toggle();
+      // Every other window is still somebody else's for a while.
+      NSWindow *window = i % 4 < 2 ? [controller_.window retain] : nil;
+      [controller_ release];
+      controller_ = nil;
+      toggle();
+      if (window) {
+        EXPECT_EQ(window.observationInfo, nullptr);
+        [window release];
+      }
+      toggle();
+      turnOnce();
+      [pool release];
+    }
+    turnOnce();
+    XSync(display, False);
+  };
+
+  // The first ones fill the toolkit's caches.
+  comeAndGo(kWarmUp);
+  const NSUInteger windows = NSApp.windows.count;
+  const Footprint before = footprint(display);
+  comeAndGo(200);
+  const Footprint after = footprint(display);
+
+  EXPECT_EQ(sControllersAlive, 0);
+  EXPECT_EQ(sObserversAdded, kWarmUp + 200);
+  EXPECT_EQ(sObserversRemoved, kWarmUp + 200);
+  EXPECT_EQ(NSApp.windows.count, windows);
+  // The window manager takes its frames away in its own time.
+  EXPECT_TRUE(screenComesToShow([&] { return topLevelWindows(display) <= before.windows; }));
+  if (kCountsMemory) {
+    const auto grownKiB = [](std::size_t from, std::size_t to) {
+      return (static_cast<double>(to) - static_cast<double>(from)) / 1024;
+    };
+    const double heap = grownKiB(before.heap, after.heap);
+    const double resident = grownKiB(before.resident, after.resident);
+    std::printf("200 windows: heap %+.1f KiB, resident %+.1f KiB\n", heap, resident);
+    // A few strings of caches; the pictures of one window alone are 1.2 MiB.
+    EXPECT_LT(heap, 40);
+    EXPECT_LT(resident, 2048);
+  }
+  XCloseDisplay(display);
+}
