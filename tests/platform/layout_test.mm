@@ -795,6 +795,39 @@ TEST_F(Layout, TextFieldsKnowTheirNaturalSize) {
   EXPECT_EQ([field intrinsicContentSize].width, NSViewNoIntrinsicMetric);
 }
 
+TEST_F(Layout, TextFieldsThatAreLeftLessThanALineWrapAndGrow) {
+  NSTextField *field = addedLabel(content_, @"some words that take a line", 13);
+  const NSSize line = [field intrinsicContentSize];
+  NSArray *inRow = visual(@"H:|[field]", entry(@"field", field));
+  [content_ addConstraints:inRow];
+  [content_ addConstraints:visual(@"V:|[field]", entry(@"field", field))];
+  [window_ layoutIfNeeded];
+  expectFrame(field, 0, 0, line.width, line.height);
+
+  NSArray *narrow = visual([NSString stringWithFormat:@"H:[field(%g)]", line.width / 2 + 20],
+                           entry(@"field", field));
+  [content_ addConstraints:narrow];
+  [window_ layoutIfNeeded];
+  EXPECT_NEAR(NSHeight([field frame]), 2 * line.height, 2);
+  EXPECT_EQ([field intrinsicContentSize].width, line.width) << "it still wants a whole line";
+
+  [field setStringValue:@"some"];
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(NSHeight([field frame]), line.height);
+
+  [field setStringValue:@"some words that take a line"];
+  [window_ layoutIfNeeded];
+  EXPECT_NEAR(NSHeight([field frame]), 2 * line.height, 2);
+  [content_ removeConstraints:narrow];
+  [window_ layoutIfNeeded];
+  expectFrame(field, 0, 0, line.width, line.height);
+
+  [content_ addConstraints:narrow];
+  [[field cell] setUsesSingleLineMode:YES];
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(NSHeight([field frame]), line.height);
+}
+
 TEST_F(Layout, ButtonsAndImageViewsKnowTheirNaturalSize) {
   NSButton *button = addedPushButton(content_, @"Button");
   const CGFloat title = std::ceil([[button attributedTitle] size].width);

@@ -216,6 +216,7 @@ TEST_F(PermissionWindow, KeepsTheButtonsEquallyWideForAnyTitle) {
 TEST_F(PermissionWindow, WrapsALongDescriptionAndTakesTheRoomFromTheRowOfButtons) {
   open();
   const CGFloat oneLine = NSHeight(frameOf(controller_.descriptionField));
+  const NSRect images = frameOf(controller_.iconView.superview);
   [controller_.window orderOut:nil];
   [controller_ release];
 
@@ -227,10 +228,27 @@ TEST_F(PermissionWindow, WrapsALongDescriptionAndTakesTheRoomFromTheRowOfButtons
   const NSRect info = frameOf(controller_.informativeField);
   EXPECT_EQ(NSWidth(description), 540.0);
   EXPECT_GE(NSHeight(description), 2.0 * oneLine - 4.0);
+  EXPECT_TRUE(NSEqualRects(frameOf(controller_.iconView.superview), images));
   EXPECT_LT(NSHeight(buttons), 64.0);
   EXPECT_GT(NSHeight(buttons), 30.0);
   EXPECT_EQ(NSMaxY(info), NSMinY(buttons) - 2.0);
   EXPECT_GE(NSMinY(info), 8.0);
+  EXPECT_EQ(NSHeight(controller_.window.frame), 355.0);
+}
+
+TEST_F(PermissionWindow, ShowsTheWholeFooterOfALongAddressInsideTheWindow) {
+  open();
+  const NSRect oneLine = frameOf(controller_.informativeField);
+  const NSRect images = frameOf(controller_.iconView.superview);
+  [controller_.window orderOut:nil];
+  [controller_ release];
+
+  open(@"maximiliane.hohenzollern-sigmaringen+newsletters@post.department.example.com");
+  const NSRect info = frameOf(controller_.informativeField);
+  EXPECT_GE(NSHeight(info), 2.0 * NSHeight(oneLine) - 6.0);
+  EXPECT_EQ(NSWidth(info), 540.0);
+  EXPECT_GE(NSMinY(info), 8.0);
+  EXPECT_TRUE(NSEqualRects(frameOf(controller_.iconView.superview), images));
   EXPECT_EQ(NSHeight(controller_.window.frame), 355.0);
 }
 

@@ -58,6 +58,13 @@ void findFrames(NSView *root, LayoutState &state) {
       node.state->placed = true;
       node.state->intrinsicSize = node.naturalSize;
       node.state->intrinsicKnown = true;
+      if ([node.view isKindOfClass:[NSTextField class]]) {
+        // Only now it is known how wide the text can be, and so how high it must be.
+        node.state->foundWidth = edges.right - edges.left;
+        if (!NSEqualSizes([node.view intrinsicContentSize], node.naturalSize)) {
+          state.dirty = true;
+        }
+      }
     } else if (node.parent < 0 && sizeFree) {
       [root setFrameSize:[root frameForAlignmentRect:NSMakeRect(0, 0, edges.right - edges.left,
                                                                 edges.bottom - edges.top)]

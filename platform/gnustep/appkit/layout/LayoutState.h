@@ -34,7 +34,8 @@ struct LayoutState {
   float hugging[2] = {0, 0};      ///< By orientation; 0: what the class has.
   float compression[2] = {0, 0};  ///< Likewise.
   CGFloat preferredMaxLayoutWidth = 0;
-  NSMutableArray *const constraints;                 ///< Held by the view. Owned.
+  CGFloat foundWidth = 0;             ///< Of a text field: what the last pass left it, or 0.
+  NSMutableArray *const constraints;  ///< Held by the view. Owned.
   std::vector<PlatformLayoutConstraint *> mentions;  ///< Of the view, wherever held. Not retained.
   std::vector<const void *> reported;  ///< Of a root: given up and told about in the last pass.
 };
