@@ -39,10 +39,10 @@ class Display {
   /** The environment of a program that is to use this display. */
   env;
 
-  static async start(windowManager) {
+  static async start(windowManager, size) {
     const display = new Display();
     try {
-      await display.#startServer();
+      await display.#startServer(size);
       if (windowManager) await display.#startWindowManager();
     } catch (error) {
       await display.stop();
@@ -51,10 +51,10 @@ class Display {
     return display;
   }
 
-  async #startServer() {
+  async #startServer(size) {
     const server = spawn(
       'Xvfb',
-      ['-displayfd', '3', '-screen', '0', '1280x800x24', '-nolisten', 'tcp'],
+      ['-displayfd', '3', '-screen', '0', `${size}x24`, '-nolisten', 'tcp'],
       { stdio: ['ignore', 'ignore', 'ignore', 'pipe'] }
     );
     this.#processes.push(server);
@@ -124,11 +124,11 @@ class Display {
 }
 
 /**
- * Starts a virtual display of its own, with or without a window manager. To be stopped with its
- * `stop()`.
+ * Starts a virtual display of its own, with or without a window manager and so many pixels wide and
+ * high. To be stopped with its `stop()`.
  */
-export function startDisplay({ windowManager = true } = {}) {
-  return Display.start(windowManager);
+export function startDisplay({ windowManager = true, size = '1280x800' } = {}) {
+  return Display.start(windowManager, size);
 }
 
 class Host {

@@ -1,13 +1,46 @@
 #import <AppKit/AppKit.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <string>
+
 #include "resources/AFXPictures.h"
 
 namespace {
 
+/// How far the means of 2 × 2 pixels of `fine` are from the pixels of `coarse` on average, in parts
+/// of 255, where all of them are opaque.
+double distance(NSBitmapImageRep *coarse, NSBitmapImageRep *fine) {
+  double sum = 0;
+  int count = 0;
+  for (NSInteger y = 0; y < coarse.pixelsHigh; ++y) {
+    for (NSInteger x = 0; x < coarse.pixelsWide; ++x) {
+      NSUInteger own[5] = {};
+      [coarse getPixel:own atX:x y:y];
+      NSUInteger means[4] = {};
+      bool isOpaque = own[3] == 255;
+      for (NSInteger part = 0; part < 4; ++part) {
+        NSUInteger each[5] = {};
+        [fine getPixel:each atX:2 * x + part % 2 y:2 * y + part / 2];
+        isOpaque = isOpaque && each[3] == 255;
+        for (int c = 0; c < 3; ++c) {
+          means[c] += each[c];
+        }
+      }
+      for (int c = 0; isOpaque && c < 3; ++c) {
+        sum += std::abs(static_cast<double>(own[c]) - static_cast<double>(means[c]) / 4);
+        ++count;
+      }
+    }
+  }
+  EXPECT_GT(count, 0);
+  return sum / count;
+}
+
 template <std::size_t length>
 void expectImage(const unsigned char (&bytes)[length], NSSize points) {
   @autoreleasepool {
+    testing::internal::CaptureStderr();
     NSData *data = [NSData dataWithBytes:bytes length:length];
     NSImage *image = [[[NSImage alloc] initWithData:data] autorelease];
     ASSERT_NE(image, nil);
@@ -29,6 +62,10 @@ void expectImage(const unsigned char (&bytes)[length], NSSize points) {
                 1.0);
       ++scale;
     }
+    EXPECT_LT(distance(static_cast<NSBitmapImageRep *>([representations objectAtIndex:0]),
+                       static_cast<NSBitmapImageRep *>([representations objectAtIndex:1])),
+              0.5);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "a warning of a decoder";
   }
 }
 

@@ -190,6 +190,44 @@ TEST_P(Pictures, DecodeWithoutAWarning) {
   EXPECT_EQ(complaints, 0);
 }
 
+/// What a command prints, standard error included, and how it ended.
+struct Printed {
+  std::string text;
+  int status;
+};
+
+Printed printedBy(const std::string &command) {
+  Printed result{"", -1};
+  FILE *pipe = popen((command + " 2>&1").c_str(), "r");
+  if (pipe != nullptr) {
+    std::array<char, 256> part;
+    while (std::fgets(part.data(), part.size(), pipe) != nullptr) {
+      result.text += part.data();
+    }
+    result.status = pclose(pipe);
+  }
+  return result;
+}
+
+TEST_P(Pictures, DecodeWithoutAWarningInImageMagickToo) {
+  if (printedBy("identify -version").status != 0) {
+    GTEST_SKIP() << "ImageMagick is not installed";
+  }
+  const Picture &picture = GetParam();
+  std::string expected;
+  for (int scale : {1, 2}) {
+    const std::string resolution = std::to_string(72 * scale);
+    expected += std::to_string(picture.width * scale) + "x" +
+                std::to_string(picture.height * scale) + " LZW 8 " + resolution + " " + resolution +
+                " PixelsPerInch sRGB\n";
+  }
+  const Printed printed =
+      printedBy("identify -regard-warnings -format '%wx%h %C %z %x %y %U %[icc:description]\\n' '" +
+                picture.path().string() + "'");
+  EXPECT_EQ(printed.status, 0);
+  EXPECT_EQ(printed.text, expected);
+}
+
 TEST_P(Pictures, CarryAnSrgbProfileInEachImage) {
   Tiff tiff = openTiff(GetParam().path());
   ASSERT_TRUE(tiff);
