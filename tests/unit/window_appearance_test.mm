@@ -273,8 +273,8 @@ class WindowAppearance : public testing::Test {
     [pool_ release];
   }
 
-  void open() {
-    controller_ = [[CountedPermissionWindowController alloc] initWithUserEmail:@"jane@example.com"
+  void open(NSString *email = @"jane@example.com") {
+    controller_ = [[CountedPermissionWindowController alloc] initWithUserEmail:email
                                                              completionHandler:nil];
     [controller_ showWindow:nil];
   }
@@ -503,6 +503,17 @@ TEST_F(WindowAppearance, IsObservedFromTenFourteenOn) {
   close();
   EXPECT_EQ(sObserversAdded, 1);
   EXPECT_EQ(sObserversRemoved, 1);
+}
+
+TEST_F(WindowAppearance, HasAFooterOfAsManyLinesAsALongAddressTakes) {
+  open();
+  [controller_.window.contentView layoutSubtreeIfNeeded];
+  const CGFloat oneLine = NSHeight(controller_.informativeField.frame);
+  close();
+  open(@"maximiliane.hohenzollern-sigmaringen+newsletters@post.department.example.com");
+  [controller_.window.contentView layoutSubtreeIfNeeded];
+  EXPECT_GE(NSHeight(controller_.informativeField.frame), 2.0 * oneLine - 6.0);
+  EXPECT_GE(NSMinY(controller_.informativeField.frame), 8.0);
 }
 
 #pragma mark - Coming and going
