@@ -40,7 +40,7 @@ AFXConsentChoice AFXGetPreviousCustomerChoice(void) {
     }
   };
 
-  [AFXServiceAccessor.sharedAccessor
+  [AFXSharedServiceAccessor()
       accessService:^(id<AFXProvisioningService> service) {
         if (service == nil) {
           finish();

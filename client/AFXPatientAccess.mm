@@ -6,7 +6,7 @@ static const int sRetries = 12;
 static const int64_t sRetryPause = 125 * NSEC_PER_MSEC;
 
 static void AFXAccessServiceWithRetries(int retries, AFXServiceHandler handler) {
-  [AFXServiceAccessor.sharedAccessor accessService:^(id<AFXProvisioningService> service) {
+  [AFXSharedServiceAccessor() accessService:^(id<AFXProvisioningService> service) {
     if (service != nil || retries == 0) {
       handler(service);
       return;

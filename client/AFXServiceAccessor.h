@@ -18,6 +18,10 @@ typedef void (^AFXServiceHandler)(id<AFXProvisioningService> _Nullable service);
   // Guards everything below. Never held while a caller's block runs.
   pthread_mutex_t _mutex;
   NSXPCConnection *_connection;
+  // The connection's proxy for usage events, kept since there may be very many of them.
+  id<AFXProvisioningService> _eventService;
+  // Until when usage events do not look for an agent again; 0 when the last one answered.
+  dispatch_time_t _restEnd;
   // Tells a late callback of a dropped connection from one of the connection in use. Blocks capture
   // this number instead of the connection, which would keep itself alive through its own handlers.
   uint64_t _generation;
@@ -25,9 +29,6 @@ typedef void (^AFXServiceHandler)(id<AFXProvisioningService> _Nullable service);
   // Calls that wait for the first check of the connection; nil while no check is under way.
   NSMutableArray *_waiters;
 }
-
-/// The process's accessor. Makes no connection until one of the methods below is called.
-@property (class, readonly, nonatomic) AFXServiceAccessor *sharedAccessor;
 
 - (instancetype)init NS_UNAVAILABLE;
 
@@ -43,10 +44,14 @@ typedef void (^AFXServiceHandler)(id<AFXProvisioningService> _Nullable service);
 
 /// Hands a usage event to the connection before it returns, and never waits for the agent. It does
 /// not wait for the first check either: an event reported just before the process ends would be
-/// lost by that.
+/// lost by that. For a moment after the agent proved to be missing events are dropped at once,
+/// since looking for it costs many times what an event may.
 - (void)reportUsageEvent:(NSString *)event eventInfo:(nullable NSDictionary *)eventInfo;
 
 @end
+
+/// The process's accessor. Makes no connection until one of its methods is called.
+AFXServiceAccessor *AFXSharedServiceAccessor(void);
 
 NS_ASSUME_NONNULL_END
 

@@ -5,16 +5,10 @@
 /// A call of the accessor that waits for the first check: takes the checked connection, or nil.
 typedef void (^AFXConnectionWaiter)(NSXPCConnection *connection);
 
-@implementation AFXServiceAccessor
+/// Short enough for an agent that has just started to hear nearly everything.
+static const int64_t sRestAfterFailure = 20 * NSEC_PER_MSEC;
 
-+ (AFXServiceAccessor *)sharedAccessor {
-  static AFXServiceAccessor *sAccessor;
-  static dispatch_once_t sOnce;
-  dispatch_once(&sOnce, ^{
-    sAccessor = [[AFXServiceAccessor alloc] initAccessor];
-  });
-  return sAccessor;
-}
+@implementation AFXServiceAccessor
 
 - (instancetype)initAccessor {
   self = [super init];
@@ -27,6 +21,7 @@ typedef void (^AFXConnectionWaiter)(NSXPCConnection *connection);
 - (void)dealloc {
   [_connection invalidate];
   [_connection release];
+  [_eventService release];
   [_waiters release];
   pthread_mutex_destroy(&_mutex);
   [super dealloc];
@@ -80,17 +75,19 @@ typedef void (^AFXConnectionWaiter)(NSXPCConnection *connection);
 
 - (void)reportUsageEvent:(NSString *)event eventInfo:(NSDictionary *)eventInfo {
   pthread_mutex_lock(&_mutex);
-  NSXPCConnection *connection = [[self openedConnection] retain];
+  if (_eventService == nil && ![self isResting]) {
+    _eventService = [[[self openedConnection] remoteObjectProxy] retain];
+  }
+  id<AFXProvisioningService> service = [_eventService retain];
   pthread_mutex_unlock(&_mutex);
 
   @try {
-    id<AFXProvisioningService> service = [connection remoteObjectProxy];
     [service reportUsageEvent:event eventInfo:eventInfo];
   } @catch (NSException *) {
     // The connection raises for what cannot be sent, such as an application's own objects in the
     // information. Such an event is dropped.
   }
-  [connection release];
+  [service release];
 }
 
 #pragma mark - Connection
@@ -115,6 +112,12 @@ typedef void (^AFXConnectionWaiter)(NSXPCConnection *connection);
     [_connection resume];
   }
   return _connection;
+}
+
+/// Whether there is no connection and it is too early for an event to try again. Call with the
+/// mutex held.
+- (BOOL)isResting {
+  return _connection == nil && _restEnd != 0 && dispatch_time(DISPATCH_TIME_NOW, 0) < _restEnd;
 }
 
 /// Hands the connection to everyone who waits for it, now that the agent has answered on it.
@@ -146,8 +149,11 @@ typedef void (^AFXConnectionWaiter)(NSXPCConnection *connection);
     return;
   }
   NSXPCConnection *connection = _connection;
+  id<AFXProvisioningService> eventService = _eventService;
   NSArray *waiters = _waiters;
+  _restEnd = _isChecked ? 0 : dispatch_time(DISPATCH_TIME_NOW, sRestAfterFailure);
   _connection = nil;
+  _eventService = nil;
   _waiters = nil;
   _isChecked = NO;
   pthread_mutex_unlock(&_mutex);
@@ -156,8 +162,18 @@ typedef void (^AFXConnectionWaiter)(NSXPCConnection *connection);
     waiter(nil);
   }
   [waiters release];
+  [eventService release];
   [connection invalidate];
   [connection release];
 }
 
 @end
+
+AFXServiceAccessor *AFXSharedServiceAccessor(void) {
+  static AFXServiceAccessor *sAccessor;
+  static dispatch_once_t sOnce;
+  dispatch_once(&sOnce, ^{
+    sAccessor = [[AFXServiceAccessor alloc] initAccessor];
+  });
+  return sAccessor;
+}

@@ -33,7 +33,7 @@ void PLRequestAuthorizationCode(NSString *clientID, NSArray<NSString *> *scopes,
       completion(code, error);
     }
   };
-  [AFXServiceAccessor.sharedAccessor
+  [AFXSharedServiceAccessor()
       accessService:^(id<AFXProvisioningService> service) {
         if (service == nil) {
           finish(nil, AFXConnectionError(NSXPCConnectionInvalid,
@@ -64,7 +64,7 @@ void PLShowReleaseNotesWindowIfNeeded(void) {
 }
 
 void PLShowReleaseNotesWindow(void) {
-  [AFXServiceAccessor.sharedAccessor accessService:^(id<AFXProvisioningService> service) {
+  [AFXSharedServiceAccessor() accessService:^(id<AFXProvisioningService> service) {
     [service showReleaseNotesForAppWithCallback:^(NSError *error) {
       if (error == nil) {
         sReleaseNotesShown = true;
@@ -76,7 +76,7 @@ void PLShowReleaseNotesWindow(void) {
 BOOL PLCanShowReleaseNotesWindow(void) { return YES; }
 
 void PLReportUsageEvent(NSString *name, NSDictionary *info) {
-  [AFXServiceAccessor.sharedAccessor reportUsageEvent:name eventInfo:info];
+  [AFXSharedServiceAccessor() reportUsageEvent:name eventInfo:info];
 }
 
 PLEmailSharingAnswer PLGetLastUserEmailSharingResponse(void) {

@@ -1,7 +1,6 @@
 // What stands for the object at the other end. Each protocol has a subclass made at run time.
 
 #import <Foundation/Foundation.h>
-#include <ffi.h>
 
 @class PlatformXPCConnection, PlatformXPCInterface;
 
@@ -17,7 +16,3 @@
                       errorHandler:(id)errorHandler;
 
 @end
-
-/// The code of every proxy's methods.
-/// @param method  The `platform::xpc::Method` that was called.
-extern "C" void PlatformXPCProxySend(ffi_cif *cif, void *result, void **arguments, void *method);

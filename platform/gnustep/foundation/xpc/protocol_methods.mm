@@ -6,6 +6,7 @@
 #include <mutex>
 
 #import "PlatformXPCProxy.h"
+#include "proxy_methods.h"
 
 namespace platform::xpc {
 
@@ -96,14 +97,9 @@ void ProtocolMethods::MakeProxyClass() {
   Class made = objc_allocateClassPair([PlatformXPCProxy class], name.c_str(), 0);
   for (auto &entry : methods_) {
     const Method &method = *entry.second;
-    void *code = nullptr;
-    auto *closure = static_cast<ffi_closure *>(ffi_closure_alloc(sizeof(ffi_closure), &code));
-    if (!closure || ffi_prep_closure_loc(closure, method.signature->cif(), PlatformXPCProxySend,
-                                         const_cast<Method *>(&method), code) != FFI_OK) {
-      [NSException raise:NSMallocException format:@"No memory for a proxy's methods"];
-    }
-    class_addMethod(made, method.selector, reinterpret_cast<IMP>(code),
-                    RuntimeTypes(method).c_str());
+    IMP code = MakeProxyMethod(method);
+    if (!code) [NSException raise:NSMallocException format:@"No memory for a proxy's methods"];
+    class_addMethod(made, method.selector, code, RuntimeTypes(method).c_str());
   }
   objc_registerClassPair(made);
   class_addProtocol(made, protocol_);

@@ -72,6 +72,15 @@ void Writer::PutBytes(const void *bytes, size_t length) {
 }
 
 void Writer::PutUTF16(const uint16_t *units, size_t count) {
+  // Nearly every text is ASCII; these two loops are ones that the compiler makes vectors of.
+  uint16_t all = 0;
+  for (size_t i = 0; i < count; ++i) all |= units[i];
+  if (all < 0x80) {
+    PutNumber(count);
+    uint8_t *place = count ? Grow(count) : nullptr;
+    for (size_t i = 0; i < count; ++i) place[i] = static_cast<uint8_t>(units[i]);
+    return;
+  }
   size_t length = 0;
   for (size_t i = 0; i < count; ++i) {
     uint16_t unit = units[i];
