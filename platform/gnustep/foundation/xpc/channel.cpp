@@ -371,12 +371,15 @@ bool Channel::Break(const std::string &problem) {
     if (state_ != State::kOpen || end_ != End::kNone) return false;
     Finish(End::kBroken, problem);
   }
-  Tell();
+  OnTold(false);
   return true;
 }
 
-void Channel::Tell() {
-  if (auto client = client_.lock()) client->OnNews();
+/// I/O thread.
+void Channel::Tell() { io_->Tell(shared_from_this()); }
+
+void Channel::OnTold(bool here) {
+  if (auto client = client_.lock()) client->OnNews(here);
 }
 
 Channel::End Channel::end() const {

@@ -20,13 +20,13 @@ namespace platform::xpc {
 
 class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
  public:
-  /// Hears of a channel, on the I/O thread or on the one that calls `Break`; must only hand the
-  /// news on.
+  /// Hears of a channel, on the I/O thread or on the one that calls `Break`.
   class Client {
    public:
     virtual ~Client() = default;
     /// `TakeFrames` has something, or `end` has been set.
-    virtual void OnNews() = 0;
+    /// @param here  Whether this thread may handle it; else it must only hand the news on.
+    virtual void OnNews(bool here) = 0;
   };
 
   enum class End {
@@ -82,6 +82,7 @@ class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
 
   void OnReady(uint32_t events) override;
   void OnKick() override;
+  void OnTold(bool here) override;
   size_t Unsent() const override;
 
  private:

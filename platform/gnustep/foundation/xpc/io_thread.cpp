@@ -4,11 +4,14 @@
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+
+#include "../threads/ThreadEntry.h"
 
 namespace platform::xpc {
 
@@ -16,6 +19,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kExitLimit(250);
 constexpr std::chrono::milliseconds kExitWithoutProgress(50);
+constexpr std::chrono::milliseconds kLongestHandling(1);
 
 }  // namespace
 
@@ -37,30 +41,48 @@ IoThread *IoThread::Shared() {
 
 bool IoThread::Start() {
   epoll_ = epoll_create1(EPOLL_CLOEXEC);
-  wake_ = epoll_ < 0 ? -1 : eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  alarm_ = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
   epoll_event event{};
   event.events = EPOLLIN;
-  bool made = wake_ >= 0 && epoll_ctl(epoll_, EPOLL_CTL_ADD, wake_, &event) == 0;
-  if (made) {
-    // The host's signal handlers belong to its own threads.
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    pthread_t thread;
-    made = pthread_create(
-               &thread, nullptr,
-               [](void *self) -> void * {
-                 pthread_setname_np(pthread_self(), "xpc-io");
-                 static_cast<IoThread *>(self)->Run();
-                 return nullptr;
-               },
-               this) == 0;
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    if (made) pthread_detach(thread);
+  if (epoll_ >= 0 && wake_ >= 0 && alarm_ >= 0 &&
+      epoll_ctl(epoll_, EPOLL_CTL_ADD, wake_, &event) == 0 && StartThread(turn_)) {
+    // Without the second one all goes the slower way.
+    StartThread(0);
+    return true;
   }
-  if (!made) {
-    if (epoll_ >= 0) close(epoll_);
-    if (wake_ >= 0) close(wake_);
+  for (int fd : {epoll_, wake_, alarm_}) {
+    if (fd >= 0) close(fd);
+  }
+  return false;
+}
+
+/// @param turn  As for `Run`.
+bool IoThread::StartThread(uint64_t turn) {
+  struct Call {
+    IoThread *self;
+    uint64_t turn;
+  };
+  std::unique_ptr<Call> call(new Call{this, turn});
+  // The host's signal handlers belong to its own threads.
+  sigset_t all, before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  pthread_t thread;
+  const bool made = pthread_create(
+                        &thread, nullptr,
+                        [](void *context) -> void * {
+                          std::unique_ptr<Call> call(static_cast<Call *>(context));
+                          pthread_setname_np(pthread_self(), "xpc-io");
+                          PlatformEnterThread();
+                          call->self->Run(call->turn);
+                          return nullptr;
+                        },
+                        call.get()) == 0;
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  if (made) {
+    call.release();
+    pthread_detach(thread);
   }
   return made;
 }
@@ -129,18 +151,32 @@ int IoThread::Timeout() {
   return static_cast<int>(left);
 }
 
-void IoThread::Run() {
-  std::vector<std::shared_ptr<IoSource>> kicked;
+/// @param turn  The turn to begin with, or 0 for none.
+void IoThread::Run(uint64_t turn) {
   for (;;) {
-    int timeout;
+    if (!turn) turn = WaitForTurn();
+    Poll(turn);
+    turn = 0;
+  }
+}
+
+/// Waits for the sockets until another thread has the turn.
+void IoThread::Poll(uint64_t turn) {
+  std::vector<std::shared_ptr<IoSource>> kicked;
+  do {
     {
       std::lock_guard<std::mutex> lock(mutex_);
-      timeout = Timeout();
+      Timeout();
       kicked.swap(kicked_);
-      asleep_ = timeout != 0;
     }
     for (auto &source : kicked) source->OnKick();
     kicked.clear();
+    int timeout = 0;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (news_.empty()) timeout = Timeout();
+      asleep_ = timeout != 0;
+    }
 
     epoll_event events[64];
     int count = epoll_wait(epoll_, events, 64, timeout);
@@ -163,7 +199,66 @@ void IoThread::Run() {
       }
       if (source) source->OnReady(events[i].events);
     }
+  } while (HandleNews(turn));
+}
+
+void IoThread::Tell(std::shared_ptr<IoSource> source) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  news_.push_back(std::move(source));
+}
+
+/// Returns whether this thread still has the turn.
+bool IoThread::HandleNews(uint64_t turn) {
+  for (;;) {
+    std::shared_ptr<IoSource> source;
+    bool here;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (turn_ != turn) return false;
+      handling_ = false;
+      if (news_.empty()) return true;
+      source = std::move(news_.front());
+      news_.pop_front();
+      here = hasSubstitute_;
+      if (here) {
+        handling_ = true;
+        handlingSince_ = Clock::now();
+        if (!alarmIsSet_) SetAlarm(kLongestHandling);
+      }
+    }
+    source->OnTold(here);
   }
+}
+
+/// Waits until the thread with the turn has been handling something for too long, and takes it.
+uint64_t IoThread::WaitForTurn() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    hasSubstitute_ = true;
+  }
+  for (;;) {
+    uint64_t expirations;
+    (void)!read(alarm_, &expirations, sizeof expirations);
+    std::lock_guard<std::mutex> lock(mutex_);
+    alarmIsSet_ = false;
+    if (!handling_) continue;
+    // The alarm may be an earlier message's.
+    const Clock::duration left = handlingSince_ + kLongestHandling - Clock::now();
+    if (left > Clock::duration::zero()) {
+      SetAlarm(left);
+      continue;
+    }
+    hasSubstitute_ = false;
+    handling_ = false;
+    return ++turn_;
+  }
+}
+
+/// Call with the lock held.
+void IoThread::SetAlarm(Clock::duration delay) {
+  itimerspec time{};
+  time.it_value.tv_nsec = std::chrono::duration_cast<std::chrono::nanoseconds>(delay).count();
+  alarmIsSet_ = timerfd_settime(alarm_, 0, &time, nullptr) == 0;
 }
 
 void IoThread::Progressed() {

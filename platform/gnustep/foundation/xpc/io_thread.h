@@ -1,5 +1,10 @@
-// The one thread that waits for all sockets of the process. It starts with the first connection or
-// listener and stays.
+// The thread that waits for all sockets of the process, and one that takes over while it is busy.
+// They start with the first connection or listener and stay.
+//
+// What has arrived is handled on the thread that read it, since waking another takes longer than
+// most messages do. A handler may take its time all the same, or never return: once it has kept the
+// thread for a millisecond, the second one waits for the sockets in its place. As long as there is
+// no second one, workers handle what arrives.
 
 #ifndef PLATFORM_XPC_IO_THREAD_H
 #define PLATFORM_XPC_IO_THREAD_H
@@ -7,6 +12,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
@@ -14,7 +20,8 @@
 
 namespace platform::xpc {
 
-/// Something with a descriptor. Both methods run on the I/O thread only, and must not block.
+/// Something with a descriptor. `OnReady` and `OnKick` run on the I/O thread only, and must not
+/// block.
 class IoSource {
  public:
   virtual ~IoSource() = default;
@@ -22,6 +29,9 @@ class IoSource {
   virtual void OnReady(uint32_t events) = 0;
   /// After `Kick` or when the time of `KickAfter` is over: look at what there is to do.
   virtual void OnKick() = 0;
+  /// After `Tell`, when everything that was ready has been read.
+  /// @param here  Whether to handle on this thread, for as long as it takes, what has arrived.
+  virtual void OnTold(bool here) { (void)here; }
   /// Bytes that wait to be written. Any thread.
   virtual size_t Unsent() const = 0;
 };
@@ -46,6 +56,9 @@ class IoThread {
   void Kick(std::shared_ptr<IoSource> source);
   void KickAfter(std::chrono::milliseconds delay, std::shared_ptr<IoSource> source);
 
+  /// Has `OnTold` called. I/O thread.
+  void Tell(std::shared_ptr<IoSource> source);
+
   /// Tells the exit handler that bytes went out.
   void Progressed();
 
@@ -57,18 +70,30 @@ class IoThread {
 
   IoThread() = default;
   bool Start();
-  void Run();
+  bool StartThread(uint64_t turn);
+  void Run(uint64_t turn);
+  void Poll(uint64_t turn);
+  bool HandleNews(uint64_t turn);
+  uint64_t WaitForTurn();
+  void SetAlarm(Clock::duration delay);
   int Timeout();
   void FlushAtExit();
 
   int epoll_ = -1;
   int wake_ = -1;
+  int alarm_ = -1;  ///< A timer that the thread without a turn waits for.
 
   mutable std::mutex mutex_;
   std::condition_variable progress_;
   std::unordered_map<uint64_t, std::shared_ptr<IoSource>> sources_;
   std::vector<std::shared_ptr<IoSource>> kicked_;
   std::vector<Timer> timers_;
+  std::deque<std::shared_ptr<IoSource>> news_;
+  uint64_t turn_ = 1;  ///< Of the thread that waits for the sockets.
+  bool hasSubstitute_ = false;
+  bool handling_ = false;  ///< The thread with the turn is in `OnTold`.
+  Clock::time_point handlingSince_;
+  bool alarmIsSet_ = false;
   uint64_t lastNumber_ = 0;
   uint64_t progressed_ = 0;
   bool asleep_ = false;

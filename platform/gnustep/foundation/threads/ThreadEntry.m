@@ -1,0 +1,5 @@
+#import "ThreadEntry.h"
+
+#import <Foundation/NSThread.h>
+
+void PlatformEnterThread(void) { GSRegisterCurrentThread(); }
