@@ -2,6 +2,7 @@
 # Where the system brings Cocoa itself this is all; elsewhere `platform/gnustep` adds its headers to it.
 
 option(PELLMAR_TESTS "Build the tests" ON)
+option(PELLMAR_BENCHMARKS "Build the benchmarks" OFF)
 set(PELLMAR_SANITIZE "" CACHE STRING "Sanitizers to build with, as for -fsanitize= (empty: none)")
 
 # What leaves a binary says so itself; the platform layer, which stands for shared frameworks, does not.
