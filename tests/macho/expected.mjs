@@ -250,10 +250,11 @@ export const classes = [
       'accessService:errorHandler:',
       'reportUsageEvent:eventInfo:',
       'openedConnection',
+      'isResting',
       'admitWaitersOfGeneration:',
       'dropConnectionOfGeneration:',
     ],
-    classMethods: ['sharedAccessor'],
+    classMethods: [],
     properties: [],
   },
 ];
