@@ -1,4 +1,5 @@
 # Layer-backed views, fonts, colors, appearances, controls and windows that look as on a Mac.
+find_package(TIFF REQUIRED)
 find_package(X11 REQUIRED)
 target_sources(platform_appkit PRIVATE
   look/AppKitVersion.m
@@ -30,8 +31,11 @@ target_sources(platform_appkit PRIVATE
   look/NSWindow+Appearance.m
   look/NSWindow+Center.m
   look/ObservedDealloc.m
+  look/PlatformTiffImageRep.mm
   look/RoundedOutline.cpp
   look/ServerOfWindow.m
   look/SpaceColor.m
+  look/TiffImages.mm
+  look/TiffPictures.cpp
   look/WindowOutline.mm)
-target_link_libraries(platform_appkit PRIVATE X11::X11 X11::Xext)
+target_link_libraries(platform_appkit PRIVATE TIFF::TIFF X11::X11 X11::Xext)

@@ -16,6 +16,8 @@ void PlatformInstallLayerDrawing(void);
 void PlatformInstallImageInterpolation(void);
 /// The application icon by its name.
 void PlatformInstallImageNames(void);
+/// Images from TIFF files that read only the pixels that are used.
+void PlatformInstallTiffImages(void);
 /// A line in the log for objects that are deallocated while they are observed.
 void PlatformInstallObservedDealloc(void);
 /// Focus rings from the first use of the Tab key on.

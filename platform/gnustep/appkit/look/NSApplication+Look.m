@@ -47,6 +47,7 @@ static void RegisterDefaults(void) {
     PlatformInstallLayerDrawing();
     PlatformInstallImageInterpolation();
     PlatformInstallImageNames();
+    PlatformInstallTiffImages();
     PlatformInstallObservedDealloc();
     PlatformInstallFocusVisibility();
     PlatformInstallButtons();
