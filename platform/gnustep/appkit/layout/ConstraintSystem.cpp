@@ -14,9 +14,8 @@
 namespace platform::layout {
 namespace {
 
-/// How far a solved priority may be left again by the lower ones: above Clp's own tolerance (1e-7),
-/// far below what a frame can show.
-constexpr double kLevelTolerance = 1e-6;
+/// What counts as nothing: Clp's own tolerance, far below what a frame can show.
+constexpr double kTolerance = 1e-7;
 
 /// Frames have a few dozen rows; a pivot count beyond this is a cycle, and the best so far is kept.
 constexpr int kMaximumPivots = 20000;
@@ -58,6 +57,7 @@ struct Program {
     matrix.setDimensions(static_cast<int>(rowLower.size()), static_cast<int>(columnLower.size()));
     model.setLogLevel(0);
     model.setPerturbation(100);  // Off: an optimum must not depend on random shifts.
+    model.scaling(0);            // All coefficients are near 1.
     model.setMaximumIterations(kMaximumPivots);
     model.loadProblem(matrix, columnLower.data(), columnUpper.data(), nullptr, rowLower.data(),
                       rowUpper.data());
@@ -66,6 +66,37 @@ struct Program {
 
 /// Slack columns of one priority, with their costs.
 using Level = std::vector<std::pair<int, double>>;
+
+/// Finds an optimum from the last one, whose factorization still holds.
+void optimize(ClpSimplex &model) {
+  constexpr int kKeepFactorization = 1;
+  constexpr int kUseFactorization = 2;
+  model.primal(0, kKeepFactorization | kUseFactorization);
+}
+
+bool isMet(const ClpSimplex &model, const Level &level) {
+  return std::all_of(level.begin(), level.end(), [&](const auto &slack) {
+    return model.primalColumnSolution()[slack.first] <= kTolerance;
+  });
+}
+
+/// Leaves only the optima of the present objective: exactly those in which everything that has a
+/// reduced cost stays where it is. Adding a row with the objective's value instead would have Clp
+/// start all over.
+void keepOptimum(ClpSimplex &model) {
+  for (int column = 0; column < model.numberColumns(); ++column) {
+    if (std::fabs(model.dualColumnSolution()[column]) > kTolerance) {
+      const double value = model.primalColumnSolution()[column];
+      model.setColumnBounds(column, value, value);
+    }
+  }
+  for (int row = 0; row < model.numberRows(); ++row) {
+    if (std::fabs(model.dualRowSolution()[row]) > kTolerance) {
+      const double value = model.primalRowSolution()[row];
+      model.setRowBounds(row, value, value);
+    }
+  }
+}
 
 bool isRequired(const Constraint &constraint) {
   return constraint.priority >= ConstraintSystem::kRequired;
@@ -128,8 +159,39 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
     return !model.isProvenPrimalInfeasible();
   };
 
+  ClpSimplex model;
+  std::map<double, Level, std::greater<double>> levels;
+  // With everything that may be violated in it, the program has a solution if and only if the
+  // required constraints have one.
+  const auto start = [&] {
+    Program program;
+    load(program, required);
+    levels.clear();
+    for (const Constraint &constraint : constraints_) {
+      if (isRequired(constraint)) {
+        continue;
+      }
+      const int row = program.addRow(constraint);
+      Level &level = levels[constraint.priority];
+      if (constraint.relation != Relation::LessOrEqual) {
+        const int missing = program.addColumn(0, HUGE_VAL);
+        program.addElement(row, missing, 1);
+        level.emplace_back(missing, constraint.weight);
+      }
+      if (constraint.relation != Relation::GreaterOrEqual) {
+        const int excess = program.addColumn(0, HUGE_VAL);
+        program.addElement(row, excess, -1);
+        level.emplace_back(excess, constraint.weight);
+      }
+    }
+    model = ClpSimplex();
+    program.loadInto(model);
+    optimize(model);
+    return !model.isProvenPrimalInfeasible();
+  };
+
   try {
-    while (!feasible(required)) {
+    while (!start()) {
       // What can go without making the rest feasible has no part in the conflict.
       std::vector<int> members = required;
       for (int number : required) {
@@ -155,30 +217,6 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
       solution.conflicts.push_back({broken, std::move(members)});
     }
 
-    Program program;
-    load(program, required);
-    std::map<double, Level, std::greater<double>> levels;
-    for (const Constraint &constraint : constraints_) {
-      if (isRequired(constraint)) {
-        continue;
-      }
-      const int row = program.addRow(constraint);
-      Level &level = levels[constraint.priority];
-      if (constraint.relation != Relation::LessOrEqual) {
-        const int missing = program.addColumn(0, HUGE_VAL);
-        program.addElement(row, missing, 1);
-        level.emplace_back(missing, constraint.weight);
-      }
-      if (constraint.relation != Relation::GreaterOrEqual) {
-        const int excess = program.addColumn(0, HUGE_VAL);
-        program.addElement(row, excess, -1);
-        level.emplace_back(excess, constraint.weight);
-      }
-    }
-
-    ClpSimplex model;
-    program.loadInto(model);
-    model.primal();
     const auto take = [&] {
       const double *values = model.primalColumnSolution();
       std::copy(values, values + variables_.size(), solution.values.begin());
@@ -187,25 +225,24 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
       take();
     }
     for (const auto &[priority, level] : levels) {
+      if (isMet(model, level)) {
+        for (const auto &[column, cost] : level) {
+          model.setColumnBounds(column, 0, 0);
+        }
+        continue;
+      }
       for (const auto &[column, cost] : level) {
         model.setObjectiveCoefficient(column, cost);
       }
-      model.primal();
+      optimize(model);
       if (!model.isProvenOptimal()) {
         break;
       }
       take();
-      std::vector<int> columns;
-      std::vector<double> costs;
-      double violation = 0;
+      keepOptimum(model);
       for (const auto &[column, cost] : level) {
-        columns.push_back(column);
-        costs.push_back(cost);
-        violation += cost * model.primalColumnSolution()[column];
         model.setObjectiveCoefficient(column, 0);
       }
-      model.addRow(static_cast<int>(columns.size()), columns.data(), costs.data(), -COIN_DBL_MAX,
-                   violation + kLevelTolerance);
     }
   } catch (const CoinError &) {
     // Clp refuses some inputs (out of memory among them); what was found until then stands.

@@ -134,7 +134,10 @@ void displayWindow(id self, SEL selector) {
 }
 
 void displayWindowIfNeeded(id self, SEL selector) {
-  layOutContent(self);
+  // What changes a layout asks for a display, and asking all controls for their sizes takes time.
+  if ([self viewsNeedDisplay]) {
+    layOutContent(self);
+  }
   windowDisplayIfNeeded(self, selector);
 }
 
