@@ -22,7 +22,58 @@ constexpr int kMaximumPivots = 20000;
 
 using Constraint = ConstraintSystem::Constraint;
 
+/// The variables whose value required equations decide one after the other, as most of a layout is.
+struct Decided {
+  std::vector<double> values;  ///< By variable; NaN: not decided.
+
+  bool isDecided(ConstraintSystem::Variable variable) const {
+    return !std::isnan(values[variable]);
+  }
+
+  /// A constraint's constant, less what the decided variables contribute.
+  double remainder(const Constraint &constraint) const {
+    double constant = constraint.constant;
+    for (const auto &term : constraint.terms) {
+      if (isDecided(term.variable)) {
+        constant -= term.coefficient * values[term.variable];
+      }
+    }
+    return constant;
+  }
+
+  /// Decides the variable of an equation in which it is the only one left.
+  bool decideBy(const Constraint &constraint) {
+    const ConstraintSystem::Term *open = nullptr;
+    for (const auto &term : constraint.terms) {
+      if (!isDecided(term.variable)) {
+        if (open != nullptr) {
+          return false;
+        }
+        open = &term;
+      }
+    }
+    if (constraint.relation != Relation::Equal || open == nullptr) {
+      return false;
+    }
+    values[open->variable] = remainder(constraint) / open->coefficient;
+    return true;
+  }
+
+  /// False when a constraint is violated, all of whose variables are decided.
+  bool allows(const Constraint &constraint) const {
+    for (const auto &term : constraint.terms) {
+      if (!isDecided(term.variable)) {
+        return true;
+      }
+    }
+    const double missing = remainder(constraint);
+    return !(constraint.relation != Relation::LessOrEqual && missing > kTolerance) &&
+           !(constraint.relation != Relation::GreaterOrEqual && missing < -kTolerance);
+  }
+};
+
 struct Program {
+  std::vector<int> columnOf;  ///< By variable; -1: decided.
   std::vector<int> rows, columns;
   std::vector<double> elements;
   std::vector<double> columnLower, columnUpper, rowLower, rowUpper;
@@ -33,15 +84,22 @@ struct Program {
     return static_cast<int>(columnLower.size()) - 1;
   }
 
-  int addRow(const Constraint &constraint) {
+  /// Adds what the decided variables leave of a constraint; returns the row, or -1 for nothing.
+  int addRow(const Constraint &constraint, const Decided &decided) {
     const int row = static_cast<int>(rowLower.size());
+    const double constant = decided.remainder(constraint);
+    bool isEmpty = true;
     for (const auto &term : constraint.terms) {
-      addElement(row, term.variable, term.coefficient);
+      if (!decided.isDecided(term.variable)) {
+        addElement(row, columnOf[term.variable], term.coefficient);
+        isEmpty = false;
+      }
     }
-    rowLower.push_back(constraint.relation == Relation::LessOrEqual ? -COIN_DBL_MAX
-                                                                    : constraint.constant);
-    rowUpper.push_back(constraint.relation == Relation::GreaterOrEqual ? COIN_DBL_MAX
-                                                                       : constraint.constant);
+    if (isEmpty) {
+      return -1;
+    }
+    rowLower.push_back(constraint.relation == Relation::LessOrEqual ? -COIN_DBL_MAX : constant);
+    rowUpper.push_back(constraint.relation == Relation::GreaterOrEqual ? COIN_DBL_MAX : constant);
     return row;
   }
 
@@ -142,15 +200,45 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
     }
   }
 
+  Decided decided;
+  // Returns whether the decided variables keep their bounds and the constraints.
+  const auto decide = [&](const std::vector<int> &numbers) {
+    decided.values.assign(variables_.size(), std::nan(""));
+    for (size_t i = 0; i < variables_.size(); ++i) {
+      if (variables_[i].lower == variables_[i].upper) {
+        decided.values[i] = variables_[i].lower;
+      }
+    }
+    for (bool goesOn = true; goesOn;) {
+      goesOn = false;
+      for (int number : numbers) {
+        goesOn = decided.decideBy(constraints_[number]) || goesOn;
+      }
+    }
+    for (size_t i = 0; i < variables_.size(); ++i) {
+      if (decided.values[i] < variables_[i].lower - kTolerance ||
+          decided.values[i] > variables_[i].upper + kTolerance) {
+        return false;
+      }
+    }
+    return std::all_of(numbers.begin(), numbers.end(),
+                       [&](int number) { return decided.allows(constraints_[number]); });
+  };
   const auto load = [&](Program &program, const std::vector<int> &numbers) {
-    for (const Bounds &bounds : variables_) {
-      program.addColumn(bounds.lower, bounds.upper);
+    for (size_t i = 0; i < variables_.size(); ++i) {
+      const Bounds &bounds = variables_[i];
+      program.columnOf.push_back(decided.isDecided(static_cast<Variable>(i))
+                                     ? -1
+                                     : program.addColumn(bounds.lower, bounds.upper));
     }
     for (int number : numbers) {
-      program.addRow(constraints_[number]);
+      program.addRow(constraints_[number], decided);
     }
   };
   const auto feasible = [&](const std::vector<int> &numbers) {
+    if (!decide(numbers)) {
+      return false;
+    }
     Program program;
     load(program, numbers);
     ClpSimplex model;
@@ -163,15 +251,22 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
   std::map<double, Level, std::greater<double>> levels;
   // With everything that may be violated in it, the program has a solution if and only if the
   // required constraints have one.
+  Program program;
   const auto start = [&] {
-    Program program;
+    if (!decide(required)) {
+      return false;
+    }
+    program = Program();
     load(program, required);
     levels.clear();
     for (const Constraint &constraint : constraints_) {
       if (isRequired(constraint)) {
         continue;
       }
-      const int row = program.addRow(constraint);
+      const int row = program.addRow(constraint, decided);
+      if (row < 0) {
+        continue;
+      }
       Level &level = levels[constraint.priority];
       if (constraint.relation != Relation::LessOrEqual) {
         const int missing = program.addColumn(0, HUGE_VAL);
@@ -219,7 +314,10 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
 
     const auto take = [&] {
       const double *values = model.primalColumnSolution();
-      std::copy(values, values + variables_.size(), solution.values.begin());
+      for (size_t i = 0; i < variables_.size(); ++i) {
+        const int column = program.columnOf[i];
+        solution.values[i] = column < 0 ? decided.values[i] : values[column];
+      }
     };
     if (model.isProvenOptimal()) {
       take();
