@@ -15,6 +15,19 @@ using look::PumpUntil;
 using look::WindowPixel;
 
 /// A green window behind the one under test, so that what shows through is known.
+/// The toolkit looks for no successor of a window in an application that does not run.
+@interface NSApplication (LookRunning)
+- (void)look_setRunning:(BOOL)running;
+@end
+
+@implementation NSApplication (LookRunning)
+
+- (void)look_setRunning:(BOOL)running {
+  _app_is_running = running;
+}
+
+@end
+
 class LookWindowTest : public look::LookTest {
  protected:
   void SetUp() override {
@@ -143,6 +156,21 @@ TEST_F(LookWindowTest, RetainedBackingKeepsWhatWasDrawn) {
 TEST_F(LookWindowTest, BorderlessWindowBecomesKeyAndMain) {
   Show(1);
   EXPECT_TRUE(PumpUntil([=] { return [window_ isKeyWindow] && [window_ isMainWindow]; }));
+}
+
+TEST_F(LookWindowTest, OnlyOtherWindowBecomesKeyAndMainWhenTheFrontOneLeaves) {
+  LookWindow *other = [LookWindow windowWithSize:NSMakeSize(100, 80) white:1];
+  [other makeKeyAndOrderFront:nil];
+  [behind_ orderOut:nil];
+  Show(1);
+  [window_ makeKeyAndOrderFront:nil];
+  ASSERT_TRUE([window_ isKeyWindow] && [window_ isMainWindow]);
+  [NSApp look_setRunning:YES];
+  [window_ orderOut:nil];
+  [NSApp look_setRunning:NO];
+  EXPECT_FALSE([window_ isKeyWindow] || [window_ isMainWindow]);
+  EXPECT_TRUE([other isKeyWindow] && [other isMainWindow]);
+  [other close];
 }
 
 TEST_F(LookWindowTest, CenterIsInTheMiddleAndAboveIt) {
