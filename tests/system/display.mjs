@@ -54,7 +54,7 @@ class Display {
   async #startServer(size) {
     const server = spawn(
       'Xvfb',
-      ['-displayfd', '3', '-screen', '0', `${size}x24`, '-nolisten', 'tcp'],
+      ['-displayfd', '3', '-screen', '0', `${size}x24`, '-nolisten', 'tcp', '-noreset'],
       { stdio: ['ignore', 'ignore', 'ignore', 'pipe'] }
     );
     this.#processes.push(server);
