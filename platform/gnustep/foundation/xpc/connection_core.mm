@@ -181,11 +181,15 @@ void ConnectionCore::SendMessage(const Method &method, PlatformXPCInterface *int
   uint64_t number = request.type ? ++lastRequest_ : 0;
   ScratchWriter writer;
   writer->Begin(FrameKind::kMessage);
-  writer->PutNumber(number);
-  writer->PutText(method.name);
-  if (request.type) writer->PutText(SignatureOf(request.type).text());
   const auto &types = method.signature->arguments();
-  writer->PutNumber(types.size());
+  if (request.type) {
+    writer->PutNumber(number);
+    writer->PutText(method.name);
+    writer->PutText(SignatureOf(request.type).text());
+    writer->PutNumber(types.size());
+  } else {
+    writer->PutBytes(method.beginning.data(), method.beginning.size());
+  }
   for (size_t i = 0; i < types.size(); ++i) EncodeArgument(writer.get(), types[i], arguments[i]);
   if (!writer->Finish()) {
     NSLog(@"XPC: %s is not sent: it is too large", method.name.c_str());

@@ -7,6 +7,7 @@
 
 #import "PlatformXPCProxy.h"
 #include "proxy_methods.h"
+#include "wire.h"
 
 namespace platform::xpc {
 
@@ -78,6 +79,11 @@ void ProtocolMethods::AddMethod(const objc_method_description &description) {
                @"and take objects, scalars and at most one block",
                method->name.c_str(), protocol_getName(protocol_)];
   }
+  Writer beginning;
+  beginning.PutNumber(0);
+  beginning.PutText(method->name);
+  beginning.PutNumber(method->signature->arguments().size());
+  method->beginning.assign(reinterpret_cast<const char *>(beginning.data()), beginning.size());
   method->selector = sel_registerTypedName(method->name.c_str(), RuntimeTypes(*method).c_str());
   std::string_view key = method->name;
   methods_.emplace(key, std::move(method));
