@@ -3,8 +3,10 @@
 // consent window beside an empty borderless one of the same size, its other look, and the answer's
 // way beside a block that is queued to the main loop.
 //
-//   run(rounds, ask)  -> { empty: […], window: […], switch: […], block: […], click: […] }
-//   delivered()       to be called by the script's callback
+//   run(rounds, ask)  -> { empty: […], window: […], switch: […], block: […], click: […], orderOut:
+//   […] } delivered()       to be called by the script's callback
+//
+// Part of each click is the window's orderOut:, whose time is the toolkit's and the display's.
 //
 // All times are in milliseconds. `ask` is to have the module ask the customer, with a callback that
 // calls `delivered`. Needs a display, and an agent that wants the customer asked.
@@ -15,6 +17,7 @@
 #include <X11/Xutil.h>
 
 #include <node_api.h>
+#include <objc/runtime.h>
 
 #include <chrono>
 #include <cstdio>
@@ -127,6 +130,24 @@ struct Script {
 };
 
 Clock::time_point sDelivered;
+Clock::duration sOrderOutTime;
+IMP sOrderOut;
+
+/// The consent window's orderOut:, timed.
+void TimedOrderOut(id window, SEL selector, id sender) {
+  const Clock::time_point start = Clock::now();
+  sOrderOut(window, selector, sender);
+  sOrderOutTime = Clock::now() - start;
+}
+
+void TimeOrderOut() {
+  Class window = NSClassFromString(@"AFXPermissionWindow");
+  Method inherited = class_getInstanceMethod(window, @selector(orderOut:));
+  sOrderOut = method_getImplementation(inherited);
+  class_addMethod(window, @selector(orderOut:),
+                  reinterpret_cast<IMP>(reinterpret_cast<void (*)()>(&TimedOrderOut)),
+                  method_getTypeEncoding(inherited));
+}
 
 class Rounds {
  public:
@@ -149,10 +170,11 @@ class Rounds {
     const char *name;
     std::vector<double> milliseconds;
   };
-  Row rows[5] = {{"empty", {}}, {"window", {}}, {"switch", {}}, {"block", {}}, {"click", {}}};
+  Row rows[6] = {{"empty", {}}, {"window", {}}, {"switch", {}},
+                 {"block", {}}, {"click", {}},  {"orderOut", {}}};
 
  private:
-  enum { kEmpty, kWindow, kSwitch, kBlock, kClick };
+  enum { kEmpty, kWindow, kSwitch, kBlock, kClick, kOrderOut };
 
   void Add(int row, double milliseconds) { rows[row].milliseconds.push_back(milliseconds); }
 
@@ -203,6 +225,7 @@ class Rounds {
     NSButton *ok = controller.okButton;
     [NSApp sendAction:ok.action to:ok.target from:ok];
     AddDelivery(kClick, clicked);
+    Add(kOrderOut, std::chrono::duration<double, std::milli>(sOrderOutTime).count());
   }
 
   void Block() {
@@ -245,6 +268,7 @@ napi_value Run(napi_env env, napi_callback_info info) {
   Script script{env, arguments[1], nullptr};
   napi_create_function(env, nullptr, 0, Delivered, nullptr, &script.delivered);
 
+  TimeOrderOut();
   Rounds all(script);
   all.Run(rounds);
   napi_value result;

