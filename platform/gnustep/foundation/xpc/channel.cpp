@@ -265,8 +265,9 @@ void Channel::Flush() {
 
 /// I/O thread.
 void Channel::Receive() {
-  // The I/O thread's own, so that a connection that rests costs no buffer.
-  static thread_local std::vector<uint8_t> buffer(kReceiveSize);
+  // Of whichever thread waits for the sockets, so that a connection that rests costs no buffer.
+  // Never deleted: that thread outlives every static's destructor.
+  static auto &buffer = *new std::vector<uint8_t>(kReceiveSize);
   std::unique_lock<std::mutex> lock(mutex_);
   if (state_ == State::kLingering) {
     // Nobody is here to read; a peer that went shows when writing fails.
