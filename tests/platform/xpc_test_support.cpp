@@ -109,7 +109,11 @@ bool Peer::Serve(const std::string &name) {
 }
 
 void Peer::Signal(int signal) {
-  if (process_ > 0) kill(process_, signal);
+  if (process_ <= 0) return;
+  kill(process_, signal);
+  // A process is stopped some time after it was told so.
+  siginfo_t stopped;
+  if (signal == SIGSTOP) waitid(P_PID, static_cast<id_t>(process_), &stopped, WSTOPPED | WNOWAIT);
 }
 
 int Peer::WaitForExit() {
