@@ -98,7 +98,8 @@ TEST_F(LookImage, PictureOfWhichNothingCanBeReadIsTransparent) {
 }
 
 TEST_F(LookImage, FileWithoutPicturesIsNoImage) {
-  NSData *data = [TwoImageTiff(40, 20) subdataWithRange:NSMakeRange(0, 16)];
+  // Shorter, and gui 0.32 raises while it looks for other formats.
+  NSData *data = [TwoImageTiff(40, 20) subdataWithRange:NSMakeRange(0, 128)];
   EXPECT_EQ([[[NSImage alloc] initWithData:data] autorelease], nil);
 }
 
