@@ -10,6 +10,8 @@ import { Agent, buildFolder, makeSession, nodePath, weakReferences } from './age
 import { sanitizerEnvironment } from './sanitizer.mjs';
 
 const modulePath = path.join(buildFolder, 'pellmar.node');
+/** What may come to the two seconds, in milliseconds: the sanitizers make a first call slow. */
+const slack = 'LD_PRELOAD' in sanitizerEnvironment() ? 400 : 100;
 
 function environment(session) {
   const env = { ...process.env, ...sanitizerEnvironment(), ...session.env };
@@ -260,7 +262,7 @@ test('with an agent that hangs the e-mail functions answer 0 after two seconds',
     const answer = pellmar.PLGetLastUserEmailSharingResponse();
     print([answer, performance.now() - start]);`);
   assert.equal(values[0][0], 0);
-  assert.ok(Math.abs(values[0][1] - 2000) < 100, `${values[0][1]} ms`);
+  assert.ok(Math.abs(values[0][1] - 2000) < slack, `${values[0][1]} ms`);
 });
 
 test('with an agent that is stopped they answer 0 after two seconds, and 1 once it goes on', async (t) => {
@@ -274,7 +276,7 @@ test('with an agent that is stopped they answer 0 after two seconds, and 1 once 
     process.kill(${agent.process.pid}, 'SIGCONT');
     print(pellmar.PLGetLastUserEmailSharingResponse());`);
   assert.equal(values[0][0], 0);
-  assert.ok(Math.abs(values[0][1] - 2000) < 100, `${values[0][1]} ms`);
+  assert.ok(Math.abs(values[0][1] - 2000) < slack, `${values[0][1]} ms`);
   assert.equal(values[1], 1);
 });
 
@@ -293,7 +295,7 @@ for (const [name, options] of [
       global.gc();
       setTimeout(() => print([answer, elapsed]), 50);`);
     assert.equal(values[0][0], 0);
-    assert.ok(values[0][1] < 2100, `${values[0][1]} ms`);
+    assert.ok(values[0][1] < 2000 + slack, `${values[0][1]} ms`);
   });
 }
 
