@@ -363,6 +363,8 @@ const malformed = [
       const ask = 'pellmar.PLShowReleaseNotesWindowIfNeeded(); status()';
       const first = await caller.tell(ask);
       const second = await caller.tell(ask);
+      // What it prints comes after what it answers.
+      await agent.waitFor(notes, 2, 2000).catch(() => {});
       const count = agent.requestsOf(notes).length;
       return { value: count === 2 ? 'asked twice' : `asked ${count}×`, ms: first.ms + second.ms };
     },
