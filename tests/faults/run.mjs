@@ -2,7 +2,7 @@
 // two columns. Ends with 1 if a row is not held.
 
 import { startDisplay } from '../system/display.mjs';
-import { sanitizerEnvironment } from '../system/sanitizer.mjs';
+import { isSanitized } from '../system/sanitizer.mjs';
 import { Row } from './row.mjs';
 import { table } from './table.mjs';
 
@@ -11,7 +11,7 @@ const displayCount = 2;
 const plainCount = 6;
 const rowLimit = 60_000;
 /** What the sanitizers cost at the most. */
-const slowness = 'LD_PRELOAD' in sanitizerEnvironment() ? 3 : 1;
+const slowness = isSanitized() ? 3 : 1;
 
 const pattern = new RegExp(process.argv[2] ?? '', 'i');
 const rows = table.filter(({ fault, call }) => pattern.test(`${fault} ${call}`));

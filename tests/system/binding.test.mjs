@@ -7,11 +7,11 @@ import path from 'node:path';
 import { test } from 'node:test';
 
 import { Agent, buildFolder, makeSession, nodePath, weakReferences } from './agent.mjs';
-import { sanitizerEnvironment } from './sanitizer.mjs';
+import { isSanitized, sanitizerEnvironment } from './sanitizer.mjs';
 
 const modulePath = path.join(buildFolder, 'pellmar.node');
 /** What may come to the two seconds, in milliseconds: the sanitizers make a first call slow. */
-const slack = 'LD_PRELOAD' in sanitizerEnvironment() ? 400 : 100;
+const slack = isSanitized() ? 400 : 100;
 
 function environment(session) {
   const env = { ...process.env, ...sanitizerEnvironment(), ...session.env };

@@ -22,3 +22,8 @@ export function sanitizerEnvironment() {
   }
   return found;
 }
+
+/** True when calls take the time of a sanitized build, a first one above all. */
+export function isSanitized() {
+  return 'LD_PRELOAD' in sanitizerEnvironment();
+}
