@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 
 #include "agent_process.h"
 #import "client/AFXConsentFlow.h"
@@ -207,6 +208,38 @@ TEST_F(Client, IsAskedFromManyThreadsAtOnce) {
       }
     });
   }
+  EXPECT_EQ(
+      dispatch_group_wait(group, dispatch_time(DISPATCH_TIME_NOW, 60 * (int64_t)NSEC_PER_SEC)), 0);
+  dispatch_release(group);
+}
+
+TEST_F(Client, ReportsFromManyThreadsWhileTheAgentComesAndGoes) {
+  auto isDone = std::make_shared<std::atomic<bool>>(false);
+  dispatch_group_t group = dispatch_group_create();
+  dispatch_queue_t queue = dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0);
+  for (int i = 0; i < 4; ++i) {
+    dispatch_group_async(group, queue, ^{
+      while (!*isDone) {
+        @autoreleasepool {
+          PLReportUsageEvent(@"event", nil);
+        }
+        usleep(100);
+      }
+    });
+  }
+  for (int i = 0; i < 4; ++i) {
+    ASSERT_TRUE(agent_.start({"--should-ask", "no"}));
+    // The connection to the one before may only now be found ended.
+    PLEmailSharingAnswer answer = PLEmailSharingAnswerUnknown;
+    for (int k = 0; k < 50 && answer != PLEmailSharingAnswerGiven; ++k) {
+      usleep(20'000);
+      answer = PLGetLastUserEmailSharingResponse();
+    }
+    EXPECT_EQ(answer, PLEmailSharingAnswerGiven);
+    agent_.stop();
+    usleep(50'000);
+  }
+  *isDone = true;
   EXPECT_EQ(
       dispatch_group_wait(group, dispatch_time(DISPATCH_TIME_NOW, 60 * (int64_t)NSEC_PER_SEC)), 0);
   dispatch_release(group);
