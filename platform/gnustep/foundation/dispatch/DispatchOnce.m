@@ -31,6 +31,7 @@ void dispatch_once_f(dispatch_once_t *predicate, void *context, dispatch_functio
   pthread_mutex_unlock(&sLock);
 }
 
+#undef dispatch_once
 void dispatch_once(dispatch_once_t *predicate, dispatch_block_t block) {
   dispatch_once_f(predicate, (void *)block, DispatchCallBlock);
 }
