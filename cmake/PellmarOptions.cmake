@@ -28,6 +28,16 @@ if(PELLMAR_SANITIZE)
     "LINKER:-rpath,${sanitizer_folder}")
 endif()
 
+# Lets functions of `target` be inlined in other files of a release, and those of others in it.
+function(pellmar_optimize_across_files target)
+  if(CMAKE_BUILD_TYPE STREQUAL "Release")
+    target_compile_options(${target} PRIVATE -flto=thin)
+    if(NOT APPLE)
+      target_link_options(${target} PUBLIC -fuse-ld=lld)
+    endif()
+  endif()
+endfunction()
+
 if(APPLE)
   target_compile_options(pellmar_flags INTERFACE
     $<$<COMPILE_LANGUAGE:OBJC,OBJCXX>:-fno-objc-arc>)
