@@ -16,7 +16,6 @@ target_sources(platform_foundation PRIVATE
   xpc/protocol_methods.mm
   xpc/proxy_methods.mm
   xpc/reply_block.mm
-  xpc/scratch_writer.cpp
   xpc/service_directory.cpp
   xpc/signature.cpp
   xpc/wire_decoder.cpp

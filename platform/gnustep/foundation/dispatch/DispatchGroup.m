@@ -6,6 +6,7 @@
 
 #include "DispatchClock.h"
 #include "DispatchTrap.h"
+#include "DispatchWait.h"
 
 /// A block that waits for the group to become empty.
 struct DispatchNotification {
@@ -49,13 +50,15 @@ void dispatch_group_leave(dispatch_group_t object) {
   pthread_mutex_lock(&group->_lock);
   if (!group->_entered) DispatchTrap("Unbalanced call to dispatch_group_leave()");
   struct DispatchNotification *due = NULL;
-  if (--group->_entered == 0) {
+  const BOOL emptied = --group->_entered == 0;
+  if (emptied) {
     ++group->_generation;
     due = group->_firstNotification;
     group->_firstNotification = group->_lastNotification = NULL;
-    pthread_cond_broadcast(&group->_emptied);
   }
   pthread_mutex_unlock(&group->_lock);
+  // Without the lock, for which those who wake would wait at once.
+  if (emptied) pthread_cond_broadcast(&group->_emptied);
   while (due) {
     struct DispatchNotification *next = due->next;
     dispatch_async(due->queue, due->block);
@@ -71,6 +74,7 @@ void dispatch_group_leave(dispatch_group_t object) {
 intptr_t dispatch_group_wait(dispatch_group_t object, dispatch_time_t timeout) {
   OS_dispatch_group *group = (OS_dispatch_group *)object;
   BOOL empty;
+  DispatchBeforeWait();
   pthread_mutex_lock(&group->_lock);
   NSUInteger generation = group->_generation;
   BOOL inTime = YES;

@@ -1,6 +1,6 @@
 #include "acceptor.h"
 
-#include <sys/epoll.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -24,8 +24,7 @@ bool Acceptor::Start(const std::string &service, std::string *problem) {
   }
   if (OfferService(service, &service_, problem) != 0) return false;
   number_ = io_->Add(shared_from_this());
-  watched_ = EPOLLIN;
-  io_->Watch(number_, service_.listening.get(), 0, watched_);
+  io_->Watch(number_, service_.listening.get(), POLLIN);
   return true;
 }
 
@@ -33,12 +32,12 @@ void Acceptor::Stop() {
   std::lock_guard<std::mutex> lock(mutex_);
   if (stopped_ || !number_) return;
   stopped_ = true;
-  io_->Watch(number_, service_.listening.get(), watched_, 0);
+  io_->Watch(number_, service_.listening.get(), 0);
   WithdrawService(&service_);
   io_->Remove(number_);
 }
 
-void Acceptor::OnReady(uint32_t) {
+void Acceptor::OnReady(short) {
   for (;;) {
     Descriptor socket;
     {
@@ -49,8 +48,8 @@ void Acceptor::OnReady(uint32_t) {
       if (!socket) {
         if (errno == EINTR || errno == ECONNABORTED) continue;
         if (errno != EAGAIN) {
-          io_->Watch(number_, service_.listening.get(), watched_, 0);
-          watched_ = 0;
+          io_->Watch(number_, service_.listening.get(), 0);
+          pausing_ = true;
           io_->KickAfter(kExhaustedPause, shared_from_this());
         }
         return;
@@ -68,9 +67,9 @@ void Acceptor::OnReady(uint32_t) {
 
 void Acceptor::OnKick() {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (stopped_ || watched_) return;
-  watched_ = EPOLLIN;
-  io_->Watch(number_, service_.listening.get(), 0, watched_);
+  if (stopped_ || !pausing_) return;
+  pausing_ = false;
+  io_->Watch(number_, service_.listening.get(), POLLIN);
 }
 
 }  // namespace platform::xpc

@@ -28,7 +28,7 @@ class Acceptor : public IoSource, public std::enable_shared_from_this<Acceptor> 
   /// Gives the name free. Connections that nobody has accepted are dropped.
   void Stop();
 
-  void OnReady(uint32_t events) override;
+  void OnReady(short events) override;
   void OnKick() override;
   size_t Unsent() const override { return 0; }
 
@@ -37,7 +37,7 @@ class Acceptor : public IoSource, public std::enable_shared_from_this<Acceptor> 
   std::mutex mutex_;
   IoThread *io_ = nullptr;
   uint64_t number_ = 0;
-  uint32_t watched_ = 0;
+  bool pausing_ = false;
   bool stopped_ = false;
   ServiceSocket service_;
 };

@@ -1,6 +1,6 @@
 #include "channel.h"
 
-#include <sys/epoll.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 
@@ -15,21 +15,49 @@ namespace platform::xpc {
 namespace {
 
 constexpr size_t kUnsentLimit = size_t{64} << 20;
+/// Of the first chunk, and of those behind it. For more than about a thousand bytes the C library
+/// first tidies up what was freed (malloc_consolidate), which took 70 µs of a window's click.
+constexpr size_t kFirstChunkSize = 1000;
 constexpr size_t kChunkSize = size_t{64} << 10;
+/// Bytes that are not kept any longer.
+constexpr size_t kBatchSize = size_t{128} << 10;
 constexpr size_t kReceiveSize = size_t{256} << 10;
 /// Arrived bytes beyond which reading rests until the client has taken them.
 constexpr size_t kReadyLimit = size_t{1} << 20;
 constexpr std::chrono::milliseconds kLingerTime(2000);
 constexpr std::chrono::milliseconds kLongestRetry(64);
+constexpr std::chrono::milliseconds kLongestKept(4);
+
+/// Writes what the socket takes of `chunks`, and takes that off them. Returns the bytes, or -1 with
+/// errno set.
+ssize_t WriteChunks(int socket, std::deque<Channel::Chunk> *chunks) {
+  iovec parts[16];
+  size_t count = 0;
+  for (auto it = chunks->begin(); it != chunks->end() && count < 16; ++it, ++count) {
+    parts[count] = {it->bytes.get() + it->begin, it->size - it->begin};
+  }
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = count;
+  const ssize_t sent = sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+  for (size_t left = sent > 0 ? static_cast<size_t>(sent) : 0; left;) {
+    Channel::Chunk &first = chunks->front();
+    const size_t part = std::min(left, first.size - first.begin);
+    first.begin += part;
+    left -= part;
+    if (first.begin == first.size) chunks->pop_front();
+  }
+  return sent;
+}
 
 }  // namespace
 
-Channel::Channel(std::weak_ptr<Client> client) : client_(std::move(client)) {}
+Channel::Channel(std::weak_ptr<Client> client, std::shared_ptr<std::mutex> lock)
+    : client_(std::move(client)), mutex_(std::move(lock)) {}
 
 Channel::~Channel() = default;
 
 bool Channel::Connect(const std::string &service) {
-  std::lock_guard<std::mutex> lock(mutex_);
   if (state_ != State::kIdle) return end_ == End::kNone;
   service_ = service;
   io_ = IoThread::Shared();
@@ -43,7 +71,6 @@ bool Channel::Connect(const std::string &service) {
 }
 
 bool Channel::Adopt(Descriptor socket) {
-  std::lock_guard<std::mutex> lock(mutex_);
   if (state_ != State::kIdle) return end_ == End::kNone;
   io_ = IoThread::Shared();
   if (io_ && socket) {
@@ -89,46 +116,56 @@ void Channel::Open(Descriptor socket) {
   }
 }
 
-Channel::Sent Channel::Send(const uint8_t *frame, size_t length, bool now) {
-  std::lock_guard<std::mutex> lock(mutex_);
+Channel::Sent Channel::Send(const uint8_t *frame, size_t length) {
+  const Sent sent = Take(frame, length);
+  if (sent != Sent::kYes || state_ != State::kOpen || flushing_) return sent;
+  if (unsent_ > kBatchSize) {
+    flushing_ = true;
+    io_->Kick(shared_from_this());
+  } else if (!keeping_) {
+    keeping_ = true;
+    io_->KickWithin(kLongestKept, shared_from_this());
+  }
+  return sent;
+}
+
+Channel::Sent Channel::Reply(const uint8_t *frame, size_t length) {
+  std::lock_guard<std::mutex> lock(*mutex_);
+  const Sent sent = Take(frame, length);
+  if (sent == Sent::kYes) Write();
+  return sent;
+}
+
+/// Call with the lock held.
+Channel::Sent Channel::Take(const uint8_t *frame, size_t length) {
   if (end_ != End::kNone || state_ == State::kLingering || state_ == State::kClosed) {
     return Sent::kClosed;
   }
   if (writeFailed_) return Sent::kYes;
   if (unsent_ && unsent_ + length > kUnsentLimit) return Sent::kFull;
-
-  if (state_ == State::kOpen && !flushing_) {
-    // Of a burst of messages that nobody waits for, the first goes out at once; the others leave
-    // their system call to the I/O thread. The coarse clock costs next to nothing.
-    timespec tick;
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &tick);
-    if (now || tick.tv_nsec != lastDirectNanosecond_ || tick.tv_sec != lastDirectSecond_) {
-      lastDirectSecond_ = tick.tv_sec;
-      lastDirectNanosecond_ = tick.tv_nsec;
-      ssize_t sent = send(socket_.get(), frame, length, MSG_NOSIGNAL | MSG_DONTWAIT);
-      if (sent < 0) {
-        if (errno != EAGAIN && errno != EINTR) {
-          WriteError(errno);
-          return Sent::kYes;
-        }
-        sent = 0;
-      }
-      if (static_cast<size_t>(sent) == length) return Sent::kYes;
-      frame += sent;
-      length -= static_cast<size_t>(sent);
-      wantWrite_ = true;
-    }
-  }
   Append(frame, length);
-  if (state_ == State::kOpen && !flushing_) {
-    flushing_ = true;
-    if (wantWrite_) {
-      Interest();
-    } else {
-      io_->Kick(shared_from_this());
-    }
-  }
   return Sent::kYes;
+}
+
+/// Writes on this thread. Call with the lock held.
+void Channel::Write() {
+  keeping_ = false;
+  if (state_ != State::kOpen || flushing_ || out_.empty()) return;
+  const ssize_t sent = WriteChunks(socket_.get(), &out_);
+  if (sent < 0 && errno != EAGAIN && errno != EINTR) {
+    WriteError();
+    return;
+  }
+  if (sent > 0) unsent_ -= std::min(unsent_, static_cast<size_t>(sent));
+  if (out_.empty()) return;
+  flushing_ = true;
+  wantWrite_ = true;
+  Interest();
+}
+
+void Channel::OnWait() {
+  std::lock_guard<std::mutex> lock(*mutex_);
+  Write();
 }
 
 /// Call with the lock held.
@@ -137,8 +174,8 @@ void Channel::Append(const uint8_t *bytes, size_t length) {
   while (length) {
     if (out_.empty() || out_.back().size == out_.back().capacity) {
       Chunk chunk;
-      chunk.capacity = kChunkSize;
-      chunk.bytes.reset(new uint8_t[kChunkSize]);
+      chunk.capacity = out_.empty() ? kFirstChunkSize : kChunkSize;
+      chunk.bytes.reset(new uint8_t[chunk.capacity]);
       out_.push_back(std::move(chunk));
     }
     Chunk &last = out_.back();
@@ -152,17 +189,16 @@ void Channel::Append(const uint8_t *bytes, size_t length) {
 
 /// Call with the lock held.
 void Channel::Interest() {
-  uint32_t wanted = 0;
-  if (!endOfInput_ && !resting_) wanted |= EPOLLIN;
-  if (wantWrite_ && !writeFailed_) wanted |= EPOLLOUT;
+  short wanted = 0;
+  if (!endOfInput_ && !resting_) wanted |= POLLIN;
+  if (wantWrite_ && !writeFailed_) wanted |= POLLOUT;
   if (!number_ || !socket_) return;
-  io_->Watch(number_, socket_.get(), watched_, wanted);
-  watched_ = wanted;
+  io_->Watch(number_, socket_.get(), wanted);
 }
 
 /// Call with the lock held. The peer may have said something before it went, so that the channel
 /// lives until that is read.
-void Channel::WriteError(int) {
+void Channel::WriteError() {
   writeFailed_ = true;
   wantWrite_ = false;
   out_.clear();
@@ -170,13 +206,13 @@ void Channel::WriteError(int) {
   Interest();
 }
 
-void Channel::OnReady(uint32_t events) {
-  if (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) Receive();
-  if (events & (EPOLLOUT | EPOLLHUP | EPOLLERR)) Flush();
+void Channel::OnReady(short events) {
+  if (events & (POLLIN | POLLHUP | POLLERR)) Receive();
+  if (events & (POLLOUT | POLLHUP | POLLERR)) Flush();
 }
 
 void Channel::OnKick() {
-  std::unique_lock<std::mutex> lock(mutex_);
+  std::unique_lock<std::mutex> lock(*mutex_);
   switch (state_) {
     case State::kConnecting: {
       TryToConnect();
@@ -204,7 +240,8 @@ void Channel::OnKick() {
 
 /// I/O thread.
 void Channel::Flush() {
-  std::unique_lock<std::mutex> lock(mutex_);
+  std::unique_lock<std::mutex> lock(*mutex_);
+  keeping_ = false;
   for (;;) {
     if (state_ != State::kOpen && state_ != State::kLingering) return;
     if (writeFailed_) {
@@ -222,27 +259,13 @@ void Channel::Flush() {
         }
         break;
       }
+      flushing_ = true;
     }
     int fd = socket_.get();
     lock.unlock();
 
-    iovec parts[16];
-    size_t count = 0;
-    for (auto it = writing_.begin(); it != writing_.end() && count < 16; ++it, ++count) {
-      parts[count] = {it->bytes.get() + it->begin, it->size - it->begin};
-    }
-    msghdr message{};
-    message.msg_iov = parts;
-    message.msg_iovlen = count;
-    ssize_t sent = sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-    int error = sent < 0 ? errno : 0;
-    for (size_t left = sent > 0 ? static_cast<size_t>(sent) : 0; left;) {
-      Chunk &first = writing_.front();
-      size_t part = std::min(left, first.size - first.begin);
-      first.begin += part;
-      left -= part;
-      if (first.begin == first.size) writing_.pop_front();
-    }
+    const ssize_t sent = WriteChunks(fd, &writing_);
+    const int error = sent < 0 ? errno : 0;
     if (sent > 0) io_->Progressed();
 
     lock.lock();
@@ -254,7 +277,7 @@ void Channel::Flush() {
     }
     if (error && error != EINTR) {
       writing_.clear();
-      WriteError(error);
+      WriteError();
     }
   }
   if (state_ == State::kLingering && (writeFailed_ || (out_.empty() && writing_.empty()))) {
@@ -268,7 +291,7 @@ void Channel::Receive() {
   // Of whichever thread waits for the sockets, so that a connection that rests costs no buffer.
   // Never deleted: that thread outlives every static's destructor.
   static auto &buffer = *new std::vector<uint8_t>(kReceiveSize);
-  std::unique_lock<std::mutex> lock(mutex_);
+  std::unique_lock<std::mutex> lock(*mutex_);
   if (state_ == State::kLingering) {
     // Nobody is here to read; a peer that went shows when writing fails.
     endOfInput_ = true;
@@ -318,7 +341,7 @@ bool Channel::ScanFrames(std::string *problem) {
   }
   if (complete) {
     {
-      std::lock_guard<std::mutex> lock(mutex_);
+      std::lock_guard<std::mutex> lock(*mutex_);
       if (ready_.empty() && complete == in_.size()) {
         ready_.swap(in_);
       } else {
@@ -339,7 +362,7 @@ bool Channel::ScanFrames(std::string *problem) {
 
 bool Channel::TakeFrames(std::vector<uint8_t> *frames) {
   frames->clear();
-  std::lock_guard<std::mutex> lock(mutex_);
+  std::lock_guard<std::mutex> lock(*mutex_);
   if (ready_.empty()) return false;
   if (frames->capacity() > kReadyLimit) std::vector<uint8_t>().swap(*frames);
   frames->swap(ready_);
@@ -368,7 +391,7 @@ void Channel::Finish(End end, std::string problem) {
 
 bool Channel::Break(const std::string &problem) {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(*mutex_);
     if (state_ != State::kOpen || end_ != End::kNone) return false;
     Finish(End::kBroken, problem);
   }
@@ -383,23 +406,13 @@ void Channel::OnTold(bool here) {
   if (auto client = client_.lock()) client->OnNews(here);
 }
 
-Channel::End Channel::end() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return end_;
-}
-
 std::string Channel::Problem() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  std::lock_guard<std::mutex> lock(*mutex_);
   return problem_;
 }
 
-Channel::Peer Channel::peer() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return peer_;
-}
-
 void Channel::Close() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  std::lock_guard<std::mutex> lock(*mutex_);
   std::vector<uint8_t>().swap(ready_);
   switch (state_) {
     case State::kOpen:
@@ -416,6 +429,7 @@ void Channel::Close() {
     state_ = State::kLingering;
     lingerEnd_ = IoThread::Clock::now() + kLingerTime;
     io_->KickAfter(kLingerTime, shared_from_this());
+    if (!flushing_) io_->Kick(shared_from_this());
     return;
   }
   state_ = State::kClosed;
@@ -428,15 +442,14 @@ void Channel::Close() {
 void Channel::ReleaseSocket() {
   out_.clear();
   unsent_ = 0;
-  if (socket_ && watched_) io_->Watch(number_, socket_.get(), watched_, 0);
-  watched_ = 0;
+  if (number_) io_->Watch(number_, socket_.get(), 0);
   socket_.Reset();
   if (number_) io_->Remove(number_);
   number_ = 0;
 }
 
 size_t Channel::Unsent() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  std::lock_guard<std::mutex> lock(*mutex_);
   return writeFailed_ ? 0 : unsent_;
 }
 

@@ -4,7 +4,6 @@
 #define PLATFORM_XPC_CHANNEL_H
 
 #include <sys/types.h>
-#include <time.h>
 
 #include <deque>
 #include <functional>
@@ -48,29 +47,45 @@ class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
     gid_t group = static_cast<gid_t>(-1);
   };
 
+  /// A piece of what waits to be written.
+  struct Chunk {
+    std::unique_ptr<uint8_t[]> bytes;
+    size_t begin = 0;
+    size_t size = 0;
+    size_t capacity = 0;
+  };
+
   /// Frames sent before `Connect` or `Adopt` are kept.
-  explicit Channel(std::weak_ptr<Client> client);
+  /// @param lock  The connection's, which its channels share, so that a message takes one lock
+  /// only.
+  Channel(std::weak_ptr<Client> client, std::shared_ptr<std::mutex> lock);
   ~Channel() override;
 
   /// Connects to a service; returns at once. Returns false, without news to the client, when that
-  /// failed and ended the channel.
+  /// failed and ended the channel. Call with the lock held.
   bool Connect(const std::string &service);
   /// Takes over a connected socket, or none when the peer could not be reached. Returns as
-  /// `Connect`.
+  /// `Connect`. Call with the lock held.
   bool Adopt(Descriptor socket);
 
-  /// Hands a frame over, behind all that was handed over before. Any thread.
-  /// @param now  Whether somebody waits for it: goes out on this thread if the socket takes it.
-  Sent Send(const uint8_t *frame, size_t length, bool now);
+  /// Hands a frame over, behind all that was handed over before. Call with the lock held.
+  ///
+  /// To wake the peer takes longer than most callers' own work. So the frame is kept, with others,
+  /// until a thread begins to wait, the I/O thread has something to do, or 4 ms are over.
+  Sent Send(const uint8_t *frame, size_t length);
+  /// Hands a reply over, which may be the last thing that a process does: it goes out on this
+  /// thread if the socket takes it.
+  Sent Reply(const uint8_t *frame, size_t length);
 
   /// Takes all complete frames that have arrived, headers included, into `frames` (which is emptied
   /// first). Returns false when there is none. Reading rests while too much waits here.
   bool TakeFrames(std::vector<uint8_t> *frames);
 
-  /// How the channel ended; frames that arrived before are still there.
-  End end() const;
+  /// How the channel ended; frames that arrived before are still there. Call with the lock held.
+  End end() const { return end_; }
   std::string Problem() const;
-  Peer peer() const;
+  /// Call with the lock held.
+  Peer peer() const { return peer_; }
 
   /// Ends the channel as one that cannot go on. Frames that have arrived are still there. Returns
   /// false when it had ended already.
@@ -80,26 +95,22 @@ class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
   /// peer takes it soon.
   void Close();
 
-  void OnReady(uint32_t events) override;
+  void OnReady(short events) override;
   void OnKick() override;
   void OnTold(bool here) override;
+  void OnWait() override;
   size_t Unsent() const override;
 
  private:
   enum class State { kIdle, kConnecting, kOpen, kLingering, kClosed };
 
-  struct Chunk {
-    std::unique_ptr<uint8_t[]> bytes;
-    size_t begin = 0;
-    size_t size = 0;
-    size_t capacity = 0;
-  };
-
   void Open(Descriptor socket);
   void TryToConnect();
+  Sent Take(const uint8_t *frame, size_t length);
   void Append(const uint8_t *bytes, size_t length);
   void Interest();
-  void WriteError(int error);
+  void WriteError();
+  void Write();
   void Flush();
   void Receive();
   bool ScanFrames(std::string *problem);
@@ -109,24 +120,22 @@ class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
 
   const std::weak_ptr<Client> client_;
 
-  mutable std::mutex mutex_;
+  const std::shared_ptr<std::mutex> mutex_;
   State state_ = State::kIdle;
   IoThread *io_ = nullptr;
   uint64_t number_ = 0;
   Descriptor socket_;
   std::string service_;
   Peer peer_;
-  uint32_t watched_ = 0;
   bool wantWrite_ = false;    ///< The socket was full.
   bool flushing_ = false;     ///< The I/O thread has been asked to write, or does.
+  bool keeping_ = false;      ///< Somebody will write what waits, before long.
   bool writeFailed_ = false;  ///< Nothing can be written any more; what can be read decides.
   bool endOfInput_ = false;
   End end_ = End::kNone;
   std::string problem_;
   std::deque<Chunk> out_;
   size_t unsent_ = 0;
-  time_t lastDirectSecond_ = 0;
-  long lastDirectNanosecond_ = -1;
   std::vector<uint8_t> ready_;
   bool resting_ = false;
   IoThread::Clock::time_point lingerEnd_;

@@ -104,7 +104,7 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
   const dispatch_queue_t queue_;
   std::atomic<uint64_t> lastRequest_{0};
 
-  std::mutex mutex_;
+  const std::shared_ptr<std::mutex> mutex_ = std::make_shared<std::mutex>();
   Target target_;
   State state_ = State::kFresh;
   unsigned suspensions_ = 1;

@@ -8,7 +8,6 @@
 #import "PlatformXPCInterface.h"
 #include "listener_core.h"
 #include "object_coding.h"
-#include "scratch_writer.h"
 #include "xpc_error.h"
 
 namespace platform::xpc {
@@ -69,14 +68,14 @@ NSString *ConnectionCore::ServiceName() const {
 }
 
 id ConnectionCore::Get(Part part) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  std::lock_guard<std::mutex> lock(*mutex_);
   return [[parts_[part] retain] autorelease];
 }
 
 void ConnectionCore::Set(Part part, id object) {
   id old;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(*mutex_);
     if (state_ == State::kInvalid && part != kRemoteInterface) return;
     old = parts_[part];
     parts_[part] = [object retain];
@@ -85,7 +84,7 @@ void ConnectionCore::Set(Part part, id object) {
 }
 
 Channel::Peer ConnectionCore::peer() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  std::lock_guard<std::mutex> lock(*mutex_);
   if (channel_ && channel_->peer().process) peer_ = channel_->peer();
   return peer_;
 }
@@ -114,7 +113,7 @@ void ConnectionCore::Schedule() {
 
 void ConnectionCore::OnNews(bool here) {
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(*mutex_);
     again_ = true;
     if (scheduled_) return;
     scheduled_ = true;
@@ -127,7 +126,7 @@ void ConnectionCore::OnNews(bool here) {
 
 /// Call with the lock held.
 void ConnectionCore::OpenChannel() {
-  if (!channel_) channel_ = std::make_shared<Channel>(weak_from_this());
+  if (!channel_) channel_ = std::make_shared<Channel>(weak_from_this(), mutex_);
   bool opened = false;
   switch (target_.kind) {
     case Target::kService:
@@ -147,7 +146,7 @@ void ConnectionCore::OpenChannel() {
 }
 
 void ConnectionCore::Resume() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  std::lock_guard<std::mutex> lock(*mutex_);
   if (suspensions_ == 0 || --suspensions_ > 0 || state_ == State::kInvalid) return;
   if (state_ == State::kFresh) {
     if (target_.kind == Target::kAccepted) keptOwner_ = owner_->Retain();
@@ -157,7 +156,7 @@ void ConnectionCore::Resume() {
 }
 
 void ConnectionCore::Suspend() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  std::lock_guard<std::mutex> lock(*mutex_);
   ++suspensions_;
 }
 
@@ -179,19 +178,19 @@ void ConnectionCore::SendMessage(const Method &method, PlatformXPCInterface *int
   }
 
   uint64_t number = request.type ? ++lastRequest_ : 0;
-  ScratchWriter writer;
-  writer->Begin(FrameKind::kMessage);
+  Writer writer;
+  writer.Begin(FrameKind::kMessage);
   const auto &types = method.signature->arguments();
   if (request.type) {
-    writer->PutNumber(number);
-    writer->PutText(method.name);
-    writer->PutText(SignatureOf(request.type).text());
-    writer->PutNumber(types.size());
+    writer.PutNumber(number);
+    writer.PutText(method.name);
+    writer.PutText(SignatureOf(request.type).text());
+    writer.PutNumber(types.size());
   } else {
-    writer->PutBytes(method.beginning.data(), method.beginning.size());
+    writer.PutBytes(method.beginning.data(), method.beginning.size());
   }
-  for (size_t i = 0; i < types.size(); ++i) EncodeArgument(writer.get(), types[i], arguments[i]);
-  if (!writer->Finish()) {
+  for (size_t i = 0; i < types.size(); ++i) EncodeArgument(&writer, types[i], arguments[i]);
+  if (!writer.Finish()) {
     NSLog(@"XPC: %s is not sent: it is too large", method.name.c_str());
     FailLater(errorHandler, NSXPCConnectionInvalid);
     return;
@@ -199,16 +198,16 @@ void ConnectionCore::SendMessage(const Method &method, PlatformXPCInterface *int
 
   NSInteger failure = 0;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(*mutex_);
     if (state_ == State::kInvalid) {
       failure = NSXPCConnectionInvalid;
     } else {
       if (state_ == State::kInterrupted) {
         OpenChannel();
       } else if (!channel_) {
-        channel_ = std::make_shared<Channel>(weak_from_this());
+        channel_ = std::make_shared<Channel>(weak_from_this(), mutex_);
       }
-      Channel::Sent sent = channel_->Send(writer->data(), writer->size(), number != 0);
+      Channel::Sent sent = channel_->Send(writer.data(), writer.size());
       if (sent == Channel::Sent::kFull) {
         failure = NSXPCConnectionInterrupted;
         if (!overflowTold_) {
@@ -255,7 +254,7 @@ void ConnectionCore::Drain() {
   for (;;) {
     std::shared_ptr<Channel> channel;
     {
-      std::lock_guard<std::mutex> lock(mutex_);
+      std::lock_guard<std::mutex> lock(*mutex_);
       if (suspensions_ || state_ == State::kInvalid || !channel_) {
         scheduled_ = false;
         break;
@@ -276,7 +275,7 @@ void ConnectionCore::Drain() {
       HandleEnd(channel, end);
       continue;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(*mutex_);
     if (!again_) {
       scheduled_ = false;
       break;
@@ -291,7 +290,10 @@ bool ConnectionCore::NextFrame(const std::shared_ptr<Channel> &channel, Channel:
   if (offset_ < frames_.size()) return true;
   offset_ = 0;
   // Asked first: what arrived before the end must not be overlooked.
-  *end = channel->end();
+  {
+    std::lock_guard<std::mutex> lock(*mutex_);
+    *end = channel->end();
+  }
   return channel->TakeFrames(&frames_);
 }
 
@@ -356,7 +358,7 @@ const char *ConnectionCore::HandleMessage(const std::shared_ptr<Channel> &channe
   PlatformXPCInterface *interface;
   id object;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(*mutex_);
     interface = [parts_[kExportedInterface] retain];
     object = [parts_[kExportedObject] retain];
   }
@@ -405,7 +407,7 @@ const char *ConnectionCore::HandleMessage(const std::shared_ptr<Channel> &channe
 const char *ConnectionCore::HandleReply(const Frame &frame) {
   Request request;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(*mutex_);
     auto found = requests_.find(frame.request);
     if (found == requests_.end()) {
       if (!strangeReplyTold_) NSLog(@"XPC: replies to no outstanding request are ignored");
@@ -468,7 +470,7 @@ void ConnectionCore::End(State state, NSInteger code) {
   std::shared_ptr<Channel> channel;
   std::unique_ptr<Ended> ended(new Ended{});
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::lock_guard<std::mutex> lock(*mutex_);
     if (state_ == State::kInvalid) return;
     state_ = state;
     channel = std::move(channel_);

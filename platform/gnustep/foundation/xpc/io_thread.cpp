@@ -2,7 +2,6 @@
 
 #include <pthread.h>
 #include <signal.h>
-#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -10,7 +9,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <thread>
 
+#include "../dispatch/DispatchWait.h"
 #include "../threads/ThreadEntry.h"
 
 namespace platform::xpc {
@@ -19,7 +20,16 @@ namespace {
 
 constexpr std::chrono::milliseconds kExitLimit(250);
 constexpr std::chrono::milliseconds kExitWithoutProgress(50);
-constexpr std::chrono::milliseconds kLongestHandling(1);
+constexpr std::chrono::milliseconds kLongestHandling(4);
+constexpr std::chrono::milliseconds kPauseBetweenLooks(5);
+
+void SetTimer(int timer, IoThread::Clock::duration delay) {
+  itimerspec time{};
+  // Never 0, which would stop it.
+  time.it_value.tv_nsec =
+      std::max(1L, std::chrono::duration_cast<std::chrono::nanoseconds>(delay).count());
+  timerfd_settime(timer, 0, &time, nullptr);
+}
 
 }  // namespace
 
@@ -35,23 +45,21 @@ IoThread *IoThread::Shared() {
     return nullptr;
   }
   shared = fresh;
+  DispatchSetBeforeWait([] { shared->KickBeforeWait(); });
   std::atexit([] { shared->FlushAtExit(); });
   return shared;
 }
 
 bool IoThread::Start() {
-  epoll_ = epoll_create1(EPOLL_CLOEXEC);
   wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  late_ = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
   alarm_ = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
-  epoll_event event{};
-  event.events = EPOLLIN;
-  if (epoll_ >= 0 && wake_ >= 0 && alarm_ >= 0 &&
-      epoll_ctl(epoll_, EPOLL_CTL_ADD, wake_, &event) == 0 && StartThread(turn_)) {
+  if (wake_ >= 0 && late_ >= 0 && alarm_ >= 0 && StartThread(turn_)) {
     // Without the second one all goes the slower way.
     StartThread(0);
     return true;
   }
-  for (int fd : {epoll_, wake_, alarm_}) {
+  for (int fd : {wake_, late_, alarm_}) {
     if (fd >= 0) close(fd);
   }
   return false;
@@ -102,12 +110,26 @@ void IoThread::Remove(uint64_t number) {
   sources_.erase(found);
 }
 
-void IoThread::Watch(uint64_t number, int fd, uint32_t before, uint32_t now) {
-  if (before == now) return;
-  epoll_event event{};
-  event.events = now;
-  event.data.u64 = number;
-  epoll_ctl(epoll_, !now ? EPOLL_CTL_DEL : before ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, fd, &event);
+void IoThread::Watch(uint64_t number, int fd, short events) {
+  bool wake;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto found = watched_.find(number);
+    if (found == watched_.end()) {
+      if (!events) return;
+      watched_.emplace(number, pollfd{fd, events, 0});
+    } else if (!events) {
+      watched_.erase(found);
+    } else if (found->second.events != events) {
+      found->second.events = events;
+    } else {
+      return;
+    }
+    watchedChanged_ = true;
+    wake = asleep_;
+    asleep_ = false;
+  }
+  if (wake) eventfd_write(wake_, 1);
 }
 
 void IoThread::Kick(std::shared_ptr<IoSource> source) {
@@ -130,6 +152,26 @@ void IoThread::KickAfter(std::chrono::milliseconds delay, std::shared_ptr<IoSour
     asleep_ = false;
   }
   if (wake) eventfd_write(wake_, 1);
+}
+
+void IoThread::KickWithin(std::chrono::microseconds delay, std::shared_ptr<IoSource> source) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  soon_.push_back(std::move(source));
+  if (!asleep_) return;
+  const Clock::time_point due = Clock::now() + delay;
+  if (due >= soonDue_) return;
+  soonDue_ = due;
+  SetTimer(late_, delay);
+}
+
+/// The timer stays as it is: the next kick needs it again.
+void IoThread::KickBeforeWait() {
+  std::vector<std::shared_ptr<IoSource>> soon;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    soon.swap(soon_);
+  }
+  for (auto &source : soon) source->OnWait();
 }
 
 /// Moves what is due to `kicked_`. Returns how long the thread may sleep; call with the lock held.
@@ -162,33 +204,49 @@ void IoThread::Run(uint64_t turn) {
 
 /// Waits for the sockets until another thread has the turn.
 void IoThread::Poll(uint64_t turn) {
-  std::vector<std::shared_ptr<IoSource>> kicked;
+  std::vector<std::shared_ptr<IoSource>> kicked, soon;
   do {
     {
       std::lock_guard<std::mutex> lock(mutex_);
       Timeout();
       kicked.swap(kicked_);
+      soon.swap(soon_);
     }
     for (auto &source : kicked) source->OnKick();
     kicked.clear();
+    for (auto &source : soon) source->OnKick();
+    soon.clear();
     int timeout = 0;
     {
       std::lock_guard<std::mutex> lock(mutex_);
-      if (news_.empty()) timeout = Timeout();
+      if (news_.empty() && soon_.empty()) timeout = Timeout();
       asleep_ = timeout != 0;
+      if (watchedChanged_) {
+        watchedChanged_ = false;
+        polled_ = {{wake_, POLLIN, 0}, {late_, POLLIN, 0}};
+        polledNumbers_ = {0, 0};
+        for (auto &[number, watched] : watched_) {
+          polled_.push_back(watched);
+          polledNumbers_.push_back(number);
+        }
+      }
     }
 
-    epoll_event events[64];
-    int count = epoll_wait(epoll_, events, 64, timeout);
+    int count = WaitForEvents(timeout);
     {
       std::lock_guard<std::mutex> lock(mutex_);
       asleep_ = false;
+      if (soonDue_ != Clock::time_point::max() && soonDue_ <= Clock::now()) {
+        soonDue_ = Clock::time_point::max();
+      }
     }
-    for (int i = 0; i < count; ++i) {
-      const uint64_t number = events[i].data.u64;  // The structure is packed.
+    for (size_t i = 0; count > 0 && i < polled_.size(); ++i) {
+      if (!polled_[i].revents) continue;
+      --count;
+      const uint64_t number = polledNumbers_[i];
       if (number == 0) {
-        eventfd_t ignored;
-        eventfd_read(wake_, &ignored);
+        uint64_t ignored;
+        (void)!read(polled_[i].fd, &ignored, sizeof ignored);
         continue;
       }
       std::shared_ptr<IoSource> source;
@@ -197,9 +255,24 @@ void IoThread::Poll(uint64_t turn) {
         auto found = sources_.find(number);
         if (found != sources_.end()) source = found->second;
       }
-      if (source) source->OnReady(events[i].events);
+      if (source) source->OnReady(polled_[i].revents);
     }
   } while (HandleNews(turn));
+}
+
+/// Waits and fills in what happened to `polled_`. Returns as poll().
+int IoThread::WaitForEvents(int timeout) {
+  int count = poll(polled_.data(), polled_.size(), timeout);
+  if (count >= 0 || errno == EINTR) return count;
+  // A process that allows itself fewer descriptors than it has cannot wait for all at once: poll(2)
+  // compares their number with the limit.
+  std::this_thread::sleep_for(kPauseBetweenLooks);
+  count = 0;
+  for (pollfd &one : polled_) {
+    one.revents = 0;
+    if (poll(&one, 1, 0) > 0) ++count;
+  }
+  return count;
 }
 
 void IoThread::Tell(std::shared_ptr<IoSource> source) {
@@ -223,7 +296,10 @@ bool IoThread::HandleNews(uint64_t turn) {
       if (here) {
         handling_ = true;
         handlingSince_ = Clock::now();
-        if (!alarmIsSet_) SetAlarm(kLongestHandling);
+        if (!alarmIsSet_) {
+          alarmIsSet_ = true;
+          SetTimer(alarm_, kLongestHandling);
+        };
       }
     }
     source->OnTold(here);
@@ -245,20 +321,14 @@ uint64_t IoThread::WaitForTurn() {
     // The alarm may be an earlier message's.
     const Clock::duration left = handlingSince_ + kLongestHandling - Clock::now();
     if (left > Clock::duration::zero()) {
-      SetAlarm(left);
+      alarmIsSet_ = true;
+      SetTimer(alarm_, left);
       continue;
     }
     hasSubstitute_ = false;
     handling_ = false;
     return ++turn_;
   }
-}
-
-/// Call with the lock held.
-void IoThread::SetAlarm(Clock::duration delay) {
-  itimerspec time{};
-  time.it_value.tv_nsec = std::chrono::duration_cast<std::chrono::nanoseconds>(delay).count();
-  alarmIsSet_ = timerfd_settime(alarm_, 0, &time, nullptr) == 0;
 }
 
 void IoThread::Progressed() {
@@ -268,6 +338,7 @@ void IoThread::Progressed() {
 }
 
 void IoThread::FlushAtExit() {
+  KickBeforeWait();
   Clock::time_point end = Clock::now() + kExitLimit;
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {

@@ -3,11 +3,16 @@
 //
 // What has arrived is handled on the thread that read it, since waking another takes longer than
 // most messages do. A handler may take its time all the same, or never return: once it has kept the
-// thread for a millisecond, the second one waits for the sockets in its place. As long as there is
+// thread for 4 ms, the second one waits for the sockets in its place. As long as there is
 // no second one, workers handle what arrives.
+//
+// It waits with poll(), since what epoll wakes, it wakes as if the waker went on (Linux 6.1, see
+// ep_poll_callback): on another processor, which has to be woken itself first.
 
 #ifndef PLATFORM_XPC_IO_THREAD_H
 #define PLATFORM_XPC_IO_THREAD_H
+
+#include <poll.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -25,13 +30,15 @@ namespace platform::xpc {
 class IoSource {
  public:
   virtual ~IoSource() = default;
-  /// The descriptor is ready as the EPOLL… bits say.
-  virtual void OnReady(uint32_t events) = 0;
+  /// The descriptor is ready as the POLL… bits say.
+  virtual void OnReady(short events) = 0;
   /// After `Kick` or when the time of `KickAfter` is over: look at what there is to do.
   virtual void OnKick() = 0;
   /// After `Tell`, when everything that was ready has been read.
   /// @param here  Whether to handle on this thread, for as long as it takes, what has arrived.
   virtual void OnTold(bool here) { (void)here; }
+  /// After `KickWithin`, on a thread that is about to wait: do now what `OnKick` would.
+  virtual void OnWait() {}
   /// Bytes that wait to be written. Any thread.
   virtual size_t Unsent() const = 0;
 };
@@ -48,13 +55,16 @@ class IoThread {
   uint64_t Add(std::shared_ptr<IoSource> source);
   void Remove(uint64_t number);
 
-  /// Sets which EPOLL… bits of `fd` the source hears of; 0 says none, not even a hang-up.
-  /// @param before  What was set last.
-  void Watch(uint64_t number, int fd, uint32_t before, uint32_t now);
+  /// Sets which POLL… bits of `fd` the source hears of; 0 says none, not even a hang-up. Any
+  /// thread.
+  void Watch(uint64_t number, int fd, short events);
 
   /// Calls `OnKick` soon. Any thread.
   void Kick(std::shared_ptr<IoSource> source);
   void KickAfter(std::chrono::milliseconds delay, std::shared_ptr<IoSource> source);
+  /// Calls `OnKick` when the thread is awake anyhow, or else after `delay`; or `OnWait` when a
+  /// thread is about to wait before that. Costs the caller nothing that wakes another thread.
+  void KickWithin(std::chrono::microseconds delay, std::shared_ptr<IoSource> source);
 
   /// Has `OnTold` called. I/O thread.
   void Tell(std::shared_ptr<IoSource> source);
@@ -75,19 +85,24 @@ class IoThread {
   void Poll(uint64_t turn);
   bool HandleNews(uint64_t turn);
   uint64_t WaitForTurn();
-  void SetAlarm(Clock::duration delay);
+  void KickBeforeWait();
   int Timeout();
+  int WaitForEvents(int timeout);
   void FlushAtExit();
 
-  int epoll_ = -1;
   int wake_ = -1;
+  int late_ = -1;   ///< A timer for what was kicked by `KickWithin`.
   int alarm_ = -1;  ///< A timer that the thread without a turn waits for.
 
   mutable std::mutex mutex_;
   std::condition_variable progress_;
   std::unordered_map<uint64_t, std::shared_ptr<IoSource>> sources_;
+  std::unordered_map<uint64_t, pollfd> watched_;
+  bool watchedChanged_ = true;
   std::vector<std::shared_ptr<IoSource>> kicked_;
   std::vector<Timer> timers_;
+  std::vector<std::shared_ptr<IoSource>> soon_;
+  Clock::time_point soonDue_ = Clock::time_point::max();  ///< When `late_` is due.
   std::deque<std::shared_ptr<IoSource>> news_;
   uint64_t turn_ = 1;  ///< Of the thread that waits for the sockets.
   bool hasSubstitute_ = false;
@@ -97,6 +112,10 @@ class IoThread {
   uint64_t lastNumber_ = 0;
   uint64_t progressed_ = 0;
   bool asleep_ = false;
+
+  // Of the thread with the turn.
+  std::vector<pollfd> polled_;
+  std::vector<uint64_t> polledNumbers_;
 };
 
 }  // namespace platform::xpc

@@ -1,5 +1,8 @@
 #include "object_coding.h"
 
+#include <objc/runtime.h>
+
+#include <atomic>
 #include <cmath>
 #include <cstring>
 
@@ -26,6 +29,17 @@ const Classes &Known() {
   [NSException raise:NSInvalidArgumentException
               format:@"An object of class %@ cannot be sent over a connection", [object class]];
   abort();
+}
+
+bool IsString(id object) {
+  // Most objects are strings, and those are mostly of one class.
+  static std::atomic<void *> known{nullptr};
+  Class type = object_getClass(object);
+  if ((void *)type == known.load(std::memory_order_relaxed)) return true;
+  if (![object isKindOfClass:Known().string]) return false;
+  // A proxy is what it stands for at the moment.
+  if ([type isSubclassOfClass:Known().string]) known.store((void *)type, std::memory_order_relaxed);
+  return true;
 }
 
 void PutString(Writer *writer, NSString *string) {
@@ -124,7 +138,7 @@ void Put(Writer *writer, id object, unsigned depth) {
     [NSException raise:NSInvalidArgumentException
                 format:@"Objects are nested too deeply to be sent over a connection"];
   }
-  if ([object isKindOfClass:known.string]) {
+  if (IsString(object)) {
     writer->PutTag(Tag::kString);
     PutString(writer, object);
   } else if ([object isKindOfClass:known.number]) {

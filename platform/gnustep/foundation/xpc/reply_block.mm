@@ -7,7 +7,6 @@
 
 #include "BlockLayout.h"
 #include "object_coding.h"
-#include "scratch_writer.h"
 
 namespace platform::xpc {
 
@@ -92,23 +91,23 @@ void BlockType::Called(ffi_cif *, void *, void **arguments, void *data) {
           state->selector.c_str());
     return;
   }
-  ScratchWriter writer;
+  Writer writer;
   std::string problem;
   @try {
-    writer->Begin(FrameKind::kReply);
-    writer->PutNumber(state->request);
+    writer.Begin(FrameKind::kReply);
+    writer.PutNumber(state->request);
     const auto &types = type->signature().arguments();
-    writer->PutNumber(types.size());
+    writer.PutNumber(types.size());
     for (size_t i = 0; i < types.size(); ++i) {
-      EncodeArgument(writer.get(), types[i], arguments[1 + i]);
+      EncodeArgument(&writer, types[i], arguments[1 + i]);
     }
-    if (!writer->Finish()) problem = "it is too large";
+    if (!writer.Finish()) problem = "it is too large";
   } @catch (NSException *exception) {
     problem = [[exception reason] UTF8String];
   }
   // A reply that cannot be sent must not leave the peer waiting.
   if (problem.empty() &&
-      state->channel->Send(writer->data(), writer->size(), true) == Channel::Sent::kFull) {
+      state->channel->Reply(writer.data(), writer.size()) == Channel::Sent::kFull) {
     problem = "too much waits to be sent already";
   }
   if (!problem.empty()) {

@@ -18,6 +18,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -87,11 +89,14 @@ const char *DecodeHeader(const uint8_t *bytes, uint32_t *length, FrameKind *kind
 /// selector, and a kBlock item is an argument of its own. Throws nothing.
 const char *DecodePayload(FrameKind kind, const uint8_t *payload, size_t length, Frame *frame);
 
-/// Writes a frame into a buffer that grows. Not to be shared between threads.
+/// Writes a frame, into a place of its own as long as it is small. Not to be shared between
+/// threads.
 class Writer {
  public:
   Writer() = default;
-  ~Writer();
+  ~Writer() {
+    if (buffer_ != small_) std::free(buffer_);
+  }
   Writer(const Writer &) = delete;
   Writer &operator=(const Writer &) = delete;
 
@@ -101,10 +106,18 @@ class Writer {
 
   void PutTag(Tag tag) { PutByte(static_cast<uint8_t>(tag)); }
   void PutByte(uint8_t byte) { *Grow(1) = byte; }
-  void PutNumber(uint64_t number);
+  void PutNumber(uint64_t number) {
+    while (number >= 0x80) {
+      PutByte(static_cast<uint8_t>(number | 0x80));
+      number >>= 7;
+    }
+    PutByte(static_cast<uint8_t>(number));
+  }
   void PutSigned(int64_t number);
   void PutDouble(double number);
-  void PutBytes(const void *bytes, size_t length);
+  void PutBytes(const void *bytes, size_t length) {
+    if (length) std::memcpy(Grow(length), bytes, length);
+  }
   void PutText(std::string_view text) {
     PutNumber(text.size());
     PutBytes(text.data(), text.size());
@@ -114,15 +127,20 @@ class Writer {
 
   const uint8_t *data() const { return buffer_; }
   size_t size() const { return size_; }
-  /// Gives memory back that one large frame needed.
-  void Trim();
 
  private:
-  uint8_t *Grow(size_t more);
+  uint8_t *Grow(size_t more) {
+    if (capacity_ - size_ < more) Enlarge(more);
+    uint8_t *place = buffer_ + size_;
+    size_ += more;
+    return place;
+  }
+  void Enlarge(size_t more);
 
-  uint8_t *buffer_ = nullptr;
+  uint8_t small_[512];
+  uint8_t *buffer_ = small_;
   size_t size_ = 0;
-  size_t capacity_ = 0;
+  size_t capacity_ = sizeof small_;
 };
 
 }  // namespace platform::xpc

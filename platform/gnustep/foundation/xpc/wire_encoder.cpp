@@ -1,5 +1,3 @@
-#include <cstdlib>
-#include <cstring>
 #include <new>
 
 #include "wire.h"
@@ -8,31 +6,27 @@ namespace platform::xpc {
 
 namespace {
 
-constexpr size_t kKeptCapacity = size_t{64} << 10;
+/// Stores the low bytes of eight units, and returns the bits that any of them has. The compiler
+/// makes vectors of it.
+uint16_t NarrowEight(const uint16_t *__restrict units, uint8_t *__restrict bytes) {
+  uint16_t all = 0;
+  for (size_t i = 0; i < 8; ++i) {
+    all |= units[i];
+    bytes[i] = static_cast<uint8_t>(units[i]);
+  }
+  return all;
+}
 
 }  // namespace
 
-Writer::~Writer() { std::free(buffer_); }
-
-uint8_t *Writer::Grow(size_t more) {
-  if (capacity_ - size_ < more) {
-    size_t wanted = capacity_ ? capacity_ * 2 : 512;
-    while (wanted - size_ < more) wanted *= 2;
-    void *larger = std::realloc(buffer_, wanted);
-    if (!larger) throw std::bad_alloc();
-    buffer_ = static_cast<uint8_t *>(larger);
-    capacity_ = wanted;
-  }
-  uint8_t *place = buffer_ + size_;
-  size_ += more;
-  return place;
-}
-
-void Writer::Trim() {
-  if (capacity_ <= kKeptCapacity) return;
-  std::free(buffer_);
-  buffer_ = nullptr;
-  size_ = capacity_ = 0;
+void Writer::Enlarge(size_t more) {
+  size_t wanted = capacity_ * 2;
+  while (wanted - size_ < more) wanted *= 2;
+  void *larger = std::realloc(buffer_ == small_ ? nullptr : buffer_, wanted);
+  if (!larger) throw std::bad_alloc();
+  if (buffer_ == small_) std::memcpy(larger, small_, size_);
+  buffer_ = static_cast<uint8_t *>(larger);
+  capacity_ = wanted;
 }
 
 void Writer::Begin(FrameKind kind) {
@@ -48,14 +42,6 @@ bool Writer::Finish() {
   return true;
 }
 
-void Writer::PutNumber(uint64_t number) {
-  while (number >= 0x80) {
-    PutByte(static_cast<uint8_t>(number | 0x80));
-    number >>= 7;
-  }
-  PutByte(static_cast<uint8_t>(number));
-}
-
 void Writer::PutSigned(int64_t number) {
   PutNumber((static_cast<uint64_t>(number) << 1) ^ static_cast<uint64_t>(number >> 63));
 }
@@ -67,20 +53,24 @@ void Writer::PutDouble(double number) {
   for (unsigned i = 0; i < 8; ++i) place[i] = static_cast<uint8_t>(bits >> (8 * i));
 }
 
-void Writer::PutBytes(const void *bytes, size_t length) {
-  if (length) std::memcpy(Grow(length), bytes, length);
-}
-
 void Writer::PutUTF16(const uint16_t *units, size_t count) {
-  // Nearly every text is ASCII; these two loops are ones that the compiler makes vectors of.
+  // Nearly every text is ASCII: it is written as such before all of it has been looked at.
+  const size_t before = size_;
+  PutNumber(count);
+  uint8_t *ascii = Grow(count);
   uint16_t all = 0;
-  for (size_t i = 0; i < count; ++i) all |= units[i];
-  if (all < 0x80) {
-    PutNumber(count);
-    uint8_t *place = count ? Grow(count) : nullptr;
-    for (size_t i = 0; i < count; ++i) place[i] = static_cast<uint8_t>(units[i]);
-    return;
+  if (count >= 8) {
+    for (size_t i = 0; i + 8 < count; i += 8) all |= NarrowEight(units + i, ascii + i);
+    all |= NarrowEight(units + count - 8, ascii + count - 8);
+  } else {
+    for (size_t i = 0; i < count; ++i) {
+      all |= units[i];
+      ascii[i] = static_cast<uint8_t>(units[i]);
+    }
   }
+  if (all < 0x80) return;
+  size_ = before;
+
   size_t length = 0;
   for (size_t i = 0; i < count; ++i) {
     uint16_t unit = units[i];
