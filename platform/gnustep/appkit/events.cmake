@@ -8,6 +8,7 @@ set(events_categories
 set_source_files_properties(${events_categories} PROPERTIES
   COMPILE_OPTIONS -Wno-objc-protocol-method-implementation)
 target_sources(platform_appkit PRIVATE ${events_categories}
+  events/AtLaunch.m
   events/FirstClick.m
   events/KeyboardFocus.m
   events/NSControl+WindowDrag.m

@@ -7,27 +7,17 @@
 #import <AppKit/AppKit.h>
 #import <GNUstepGUI/GSDisplayServer.h>
 
+#import "AtLaunch.h"
+
 @interface GSDisplayServer (PlatformFirstClick)
 - (void)mouseOptionsChanged:(NSNotification *)notification;
 @end
 
-@interface PlatformFirstClick : NSObject
-@end
-
-@implementation PlatformFirstClick
-
-+ (void)load {
-  [[NSNotificationCenter defaultCenter] addObserver:self
-                                           selector:@selector(applicationWillFinishLaunching:)
-                                               name:NSApplicationWillFinishLaunchingNotification
-                                             object:nil];
-}
-
-+ (void)applicationWillFinishLaunching:(NSNotification *)notification {
+static void Install(void) {
   GSDisplayServer *server = GSCurrentServer();
   if ([server respondsToSelector:@selector(mouseOptionsChanged:)]) {
     [server mouseOptionsChanged:nil];
   }
 }
 
-@end
+__attribute__((constructor)) static void Register(void) { PlatformInstallAtLaunch(Install); }

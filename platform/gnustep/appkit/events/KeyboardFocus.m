@@ -8,12 +8,10 @@
 #include <X11/Xlib.h>
 
 #import "../look/MethodReplacement.h"
+#import "AtLaunch.h"
 
 @interface GSDisplayServer (PlatformKeyboardFocus)
 - (void)setLastTime:(Time)time;
-@end
-
-@interface PlatformKeyboardFocus : NSObject
 @end
 
 typedef void (*SetInputFocusMethod)(GSDisplayServer *, SEL, int);
@@ -38,20 +36,11 @@ static void SetInputFocus(GSDisplayServer *server, SEL selector, int window) {
   sSetInputFocus(server, selector, window);
 }
 
-@implementation PlatformKeyboardFocus
-
-+ (void)load {
-  [[NSNotificationCenter defaultCenter] addObserver:self
-                                           selector:@selector(applicationWillFinishLaunching:)
-                                               name:NSApplicationWillFinishLaunchingNotification
-                                             object:nil];
-}
-
-+ (void)applicationWillFinishLaunching:(NSNotification *)notification {
+static void Install(void) {
   GSDisplayServer *server = GSCurrentServer();
-  if (sSetInputFocus != NULL || ![server respondsToSelector:@selector(setLastTime:)]) return;
+  if (![server respondsToSelector:@selector(setLastTime:)]) return;
   sSetInputFocus = (SetInputFocusMethod)PlatformReplaceMethod(
       [server class], @selector(setinputfocus:), (PlatformFunction)SetInputFocus);
 }
 
-@end
+__attribute__((constructor)) static void Register(void) { PlatformInstallAtLaunch(Install); }

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #import "../look/MethodReplacement.h"
+#import "AtLaunch.h"
 
 @interface GSDisplayServer (PlatformPendingEvents)
 - (BOOL)runLoopShouldBlock:(BOOL *)trigger;
@@ -32,18 +33,9 @@ static BOOL ShouldBlock(GSDisplayServer *server, SEL selector, BOOL *trigger) {
   return sShouldBlock(server, selector, trigger);
 }
 
-@implementation PlatformPendingEvents
-
-+ (void)load {
-  [[NSNotificationCenter defaultCenter] addObserver:self
-                                           selector:@selector(applicationWillFinishLaunching:)
-                                               name:NSApplicationWillFinishLaunchingNotification
-                                             object:nil];
-}
-
-+ (void)applicationWillFinishLaunching:(NSNotification *)notification {
+static void Install(void) {
   GSDisplayServer *server = GSCurrentServer();
-  if (sDescriptor >= 0 || ![server respondsToSelector:@selector(runLoopShouldBlock:)]) return;
+  if (![server respondsToSelector:@selector(runLoopShouldBlock:)]) return;
   sDescriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (sDescriptor < 0) return;
   NSString *const modes[] = {NSDefaultRunLoopMode, NSModalPanelRunLoopMode,
@@ -58,6 +50,10 @@ static BOOL ShouldBlock(GSDisplayServer *server, SEL selector, BOOL *trigger) {
   sShouldBlock = (ShouldBlockMethod)PlatformReplaceMethod(
       [server class], @selector(runLoopShouldBlock:), (PlatformFunction)ShouldBlock);
 }
+
+__attribute__((constructor)) static void Register(void) { PlatformInstallAtLaunch(Install); }
+
+@implementation PlatformPendingEvents
 
 - (void)receivedEvent:(void *)data
                  type:(RunLoopEventType)type

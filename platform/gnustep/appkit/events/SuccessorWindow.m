@@ -5,12 +5,10 @@
 #import <AppKit/AppKit.h>
 
 #import "../look/MethodReplacement.h"
+#import "AtLaunch.h"
 
 @interface NSWindow (ToolkitPrivate)
 - (void)_lossOfKeyOrMainWindow;
-@end
-
-@interface PlatformSuccessorWindow : NSObject
 @end
 
 typedef void (*LossMethod)(id, SEL);
@@ -45,19 +43,9 @@ static void Loss(id self, SEL selector) {
   }
 }
 
-@implementation PlatformSuccessorWindow
-
-+ (void)load {
-  [[NSNotificationCenter defaultCenter] addObserver:self
-                                           selector:@selector(applicationWillFinishLaunching:)
-                                               name:NSApplicationWillFinishLaunchingNotification
-                                             object:nil];
-}
-
-+ (void)applicationWillFinishLaunching:(NSNotification *)notification {
-  if (sLoss) return;
+static void Install(void) {
   sLoss = (LossMethod)PlatformReplaceMethod([NSWindow class], @selector(_lossOfKeyOrMainWindow),
                                             (PlatformFunction)Loss);
 }
 
-@end
+__attribute__((constructor)) static void Register(void) { PlatformInstallAtLaunch(Install); }
