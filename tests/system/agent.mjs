@@ -6,6 +6,7 @@ import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
 import { createInterface } from 'node:readline';
+import { setTimeout as delay } from 'node:timers/promises';
 import { fileURLToPath } from 'node:url';
 
 const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..');
@@ -34,11 +35,7 @@ export function makeSession(t) {
   const serviceFolder = path.join(folder, 'services');
   fs.mkdirSync(home);
   fs.mkdirSync(serviceFolder, { mode: 0o700 });
-  t?.after(() => {
-    endNotificationDaemons(folder);
-    // A daemon may still be putting its own file away.
-    fs.rmSync(folder, { recursive: true, force: true, maxRetries: 10, retryDelay: 50 });
-  });
+  t?.after(() => removeSession(folder));
   return {
     folder,
     defaultsFolder,
@@ -51,6 +48,24 @@ export function makeSession(t) {
       TEMP: folder,
     },
   };
+}
+
+/**
+ * Removes a session's folder, although a daemon may still be putting its own file away, or an
+ * application that ends may start another one. (The retries of `rmSync` are for the folder alone, not
+ * for what has come into it meanwhile.)
+ */
+async function removeSession(folder) {
+  for (let triesLeft = 30; ; triesLeft--) {
+    endNotificationDaemons(folder);
+    try {
+      fs.rmSync(folder, { recursive: true, force: true });
+      return;
+    } catch (error) {
+      if (error.code !== 'ENOTEMPTY' || triesLeft === 0) throw error;
+      await delay(100);
+    }
+  }
 }
 
 /** Ends the session's notification daemons, which would outlive their clients by far. */
