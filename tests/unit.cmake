@@ -28,7 +28,7 @@ endforeach()
 # Reads the screen through X, and opens some hundred windows.
 if(NOT APPLE)
   pellmar_add_gtest(window_appearance_test DISPLAY
-    SOURCES unit/window_appearance_test.mm platform/look_support.mm
+    SOURCES unit/window_appearance_test.mm platform/look_support.mm unit/application_environment.mm
     LIBRARIES pellmar_ui X11::X11)
   set_tests_properties(window_appearance_test PROPERTIES TIMEOUT 480)
 endif()

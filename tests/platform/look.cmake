@@ -26,5 +26,6 @@ pellmar_add_gtest(look_test DISPLAY
     "${CMAKE_CURRENT_LIST_DIR}/look_support.mm"
     "${CMAKE_CURRENT_LIST_DIR}/look_version_test.mm"
     "${CMAKE_CURRENT_LIST_DIR}/look_window_test.mm"
+    "${CMAKE_CURRENT_LIST_DIR}/../unit/application_environment.mm"
   LIBRARIES platform_appkit X11::X11 X11::Xext TIFF::TIFF)
 target_include_directories(look_test PRIVATE "${look_sources}")

@@ -1,5 +1,5 @@
-// What the tests of the look share: an application object, the event loop, windows and screen
-// pixels.
+// What the tests of the look share: the event loop, windows and screen pixels. Needs the
+// application object of unit/application_environment.mm.
 
 #ifndef TESTS_PLATFORM_LOOK_SUPPORT_H
 #define TESTS_PLATFORM_LOOK_SUPPORT_H

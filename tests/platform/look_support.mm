@@ -10,21 +10,6 @@
 
 namespace {
 
-class ApplicationEnvironment : public testing::Environment {
- public:
-  void SetUp() override {
-    pool_ = [[NSAutoreleasePool alloc] init];
-    [NSApplication sharedApplication];
-    [NSApp finishLaunching];
-  }
-  void TearDown() override { [pool_ release]; }
-
- private:
-  NSAutoreleasePool *pool_ = nil;
-};
-
-const auto *const sEnvironment = testing::AddGlobalTestEnvironment(new ApplicationEnvironment());
-
 Display *SharedDisplay() {
   static Display *display = XOpenDisplay(nullptr);
   return display;
