@@ -16,7 +16,7 @@ import { runHostScript, startDisplay } from '../system/display.mjs';
 const modulePath = path.join(buildFolder, 'pellmar.node');
 const suppressions = fileURLToPath(new URL('leaks.supp', import.meta.url));
 const leakEnvironment = {
-  ASAN_OPTIONS: 'fast_unwind_on_malloc=0',
+  ASAN_OPTIONS: 'fast_unwind_on_malloc=0:malloc_context_size=14',
   LSAN_OPTIONS: `suppressions=${suppressions}:print_suppressions=0`,
 };
 
