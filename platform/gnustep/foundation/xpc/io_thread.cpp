@@ -23,12 +23,13 @@ constexpr std::chrono::milliseconds kExitWithoutProgress(50);
 constexpr std::chrono::milliseconds kLongestHandling(4);
 constexpr std::chrono::milliseconds kPauseBetweenLooks(5);
 
-void SetTimer(int timer, IoThread::Clock::duration delay) {
+/// Sets a timer to less than a second. Returns whether it is set.
+bool SetTimer(int timer, IoThread::Clock::duration delay) {
   itimerspec time{};
   // Never 0, which would stop it.
   time.it_value.tv_nsec =
       std::max(1L, std::chrono::duration_cast<std::chrono::nanoseconds>(delay).count());
-  timerfd_settime(timer, 0, &time, nullptr);
+  return timerfd_settime(timer, 0, &time, nullptr) == 0;
 }
 
 }  // namespace
@@ -154,14 +155,12 @@ void IoThread::KickAfter(std::chrono::milliseconds delay, std::shared_ptr<IoSour
   if (wake) eventfd_write(wake_, 1);
 }
 
-void IoThread::KickWithin(std::chrono::microseconds delay, std::shared_ptr<IoSource> source) {
+void IoThread::KickWithin(std::chrono::milliseconds delay, std::shared_ptr<IoSource> source) {
   std::lock_guard<std::mutex> lock(mutex_);
   soon_.push_back(std::move(source));
   if (!asleep_) return;
   const Clock::time_point due = Clock::now() + delay;
-  if (due >= soonDue_) return;
-  soonDue_ = due;
-  SetTimer(late_, delay);
+  if (due < soonDue_ && SetTimer(late_, delay)) soonDue_ = due;
 }
 
 /// The timer stays as it is: the next kick needs it again.
@@ -296,10 +295,7 @@ bool IoThread::HandleNews(uint64_t turn) {
       if (here) {
         handling_ = true;
         handlingSince_ = Clock::now();
-        if (!alarmIsSet_) {
-          alarmIsSet_ = true;
-          SetTimer(alarm_, kLongestHandling);
-        };
+        if (!alarmIsSet_) alarmIsSet_ = SetTimer(alarm_, kLongestHandling);
       }
     }
     source->OnTold(here);
@@ -321,8 +317,7 @@ uint64_t IoThread::WaitForTurn() {
     // The alarm may be an earlier message's.
     const Clock::duration left = handlingSince_ + kLongestHandling - Clock::now();
     if (left > Clock::duration::zero()) {
-      alarmIsSet_ = true;
-      SetTimer(alarm_, left);
+      alarmIsSet_ = SetTimer(alarm_, left);
       continue;
     }
     hasSubstitute_ = false;

@@ -3,8 +3,8 @@
 //
 // What has arrived is handled on the thread that read it, since waking another takes longer than
 // most messages do. A handler may take its time all the same, or never return: once it has kept the
-// thread for 4 ms, the second one waits for the sockets in its place. As long as there is
-// no second one, workers handle what arrives.
+// thread for 4 ms, the second one waits for the sockets in its place. As long as there is no second
+// one, workers handle what arrives.
 //
 // It waits with poll(), since what epoll wakes, it wakes as if the waker went on (Linux 6.1, see
 // ep_poll_callback): on another processor, which has to be woken itself first.
@@ -64,7 +64,7 @@ class IoThread {
   void KickAfter(std::chrono::milliseconds delay, std::shared_ptr<IoSource> source);
   /// Calls `OnKick` when the thread is awake anyhow, or else after `delay`; or `OnWait` when a
   /// thread is about to wait before that. Costs the caller nothing that wakes another thread.
-  void KickWithin(std::chrono::microseconds delay, std::shared_ptr<IoSource> source);
+  void KickWithin(std::chrono::milliseconds delay, std::shared_ptr<IoSource> source);
 
   /// Has `OnTold` called. I/O thread.
   void Tell(std::shared_ptr<IoSource> source);
