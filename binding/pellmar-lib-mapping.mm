@@ -57,13 +57,11 @@ void _PLReportUsageEvent(const Arguments &info) {
     return;
   }
   // Utf8Value would swallow the exception of a conversion that fails.
-  Local<Value> text = info[0];
-  Local<String> converted;
-  if (!text->IsString()) {
-    if (!text->ToString(info.GetIsolate()->GetCurrentContext()).ToLocal(&converted)) {
-      return;
-    }
-    text = converted;
+  Local<String> text;
+  if (info[0]->IsString()) {
+    text = info[0].As<String>();
+  } else if (!info[0]->ToString(info.GetIsolate()->GetCurrentContext()).ToLocal(&text)) {
+    return;
   }
   const String::Utf8Value name(info.GetIsolate(), text);
   if (info.Length() >= 2) {
