@@ -6,8 +6,9 @@
  @package
   pthread_mutex_t _lock;
   pthread_cond_t _emptied;
-  NSUInteger _entered;
-  NSUInteger _generation;  // How often the group has become empty.
+  // Changed with the lock held.
+  _Atomic NSUInteger _entered;
+  _Atomic NSUInteger _generation;  // How often the group has become empty.
   struct DispatchNotification *_firstNotification;
   struct DispatchNotification *_lastNotification;
 }
