@@ -343,6 +343,28 @@ TEST_F(XPC, RepliesRunOnTheConnectionsQueueOneAtATime) {
   EXPECT_EQ(outcome.errors, 0u);
 }
 
+/// Sends `count` requests, each from the reply to the one before it.
+static void SendChain(id<XPCTestService> proxy, int count, Counter *ended) {
+  [proxy echo:nil
+        reply:^(id) {
+          if (count > 1) {
+            SendChain(proxy, count - 1, ended);
+          } else {
+            ended->Add();
+          }
+        }];
+}
+
+TEST_F(XPC, WhatIsSentFromAReplyGoesOutAtOnce) {
+  Client client(kService);
+  client.Echo(nil);
+  Counter ended;
+  const Clock::time_point start = Clock::now();
+  SendChain(client.Proxy(), 100, &ended);
+  ASSERT_TRUE(ended.Wait());
+  EXPECT_LT(MillisecondsSince(start), 200) << "each was kept for 4 ms as if others were to follow";
+}
+
 TEST_F(XPC, TenThousandRequestsFromEightThreadsAllEndOnce) {
   Client client(kService);
   Outcome stored;
@@ -750,6 +772,38 @@ TEST_F(XPC, TheRuntimeDirectoryAndTheTemporaryOneAreUsedWithoutAnyOther) {
   temporary.empty() ? unsetenv("TMPDIR") : setenv("TMPDIR", temporary.c_str(), 1);
 }
 
+TEST_F(XPC, WithoutThreadsAConnectionIsInvalidAndServingGoesOnAfterwards) {
+  // The threads that stay, and one that handlers can run on.
+  Client client(kService);
+  client.Echo(nil);
+  Counter worked;
+  Counter *done = &worked;
+  dispatch_async(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0), ^{
+    done->Add();
+  });
+  ASSERT_TRUE(worked.Wait());
+
+  pthread_attr_t before, impossible;
+  ASSERT_EQ(pthread_getattr_default_np(&before), 0);
+  ASSERT_EQ(pthread_getattr_default_np(&impossible), 0);
+  // More than there are addresses.
+  ASSERT_EQ(pthread_attr_setstacksize(&impossible, size_t{1} << 50), 0);
+  ASSERT_EQ(pthread_setattr_default_np(&impossible), 0);
+  {
+    Client starved(kService);
+    Outcome outcome;
+    [starved.Proxy(&outcome) echo:@"x" reply:outcome.onObject()];
+    EXPECT_TRUE(outcome.ended.Wait());
+    EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
+    EXPECT_TRUE(starved.invalidated.Wait());
+  }
+  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]) << "who has a thread already is served";
+  ASSERT_EQ(pthread_setattr_default_np(&before), 0);
+  EXPECT_TRUE([Client(kService).Echo(@"x") isEqual:@"x"]);
+  pthread_attr_destroy(&impossible);
+  pthread_attr_destroy(&before);
+}
+
 TEST_F(XPC, WithoutDescriptorsNothingSpinsAndServingGoesOnAfterwards) {
   Client client(kService);
   client.Echo(nil);
@@ -762,7 +816,7 @@ TEST_F(XPC, WithoutDescriptorsNothingSpinsAndServingGoesOnAfterwards) {
     callers.push_back(RawSocket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)));
   }
   rlimit none = before;
-  none.rlim_cur = 3;
+  none.rlim_cur = 0;
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;

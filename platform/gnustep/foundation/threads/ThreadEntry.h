@@ -9,6 +9,9 @@ extern "C" {
 /// any object is used there.
 void PlatformEnterThread(void);
 
+/// Undoes that: called once, after the last use of an object there.
+void PlatformLeaveThread(void);
+
 #ifdef __cplusplus
 }
 #endif

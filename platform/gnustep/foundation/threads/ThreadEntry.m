@@ -3,3 +3,5 @@
 #import <Foundation/NSThread.h>
 
 void PlatformEnterThread(void) { GSRegisterCurrentThread(); }
+
+void PlatformLeaveThread(void) { GSUnregisterCurrentThread(); }

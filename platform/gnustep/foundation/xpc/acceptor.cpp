@@ -37,14 +37,13 @@ void Acceptor::Stop() {
   io_->Remove(number_);
 }
 
-void Acceptor::OnReady(short) {
+void Acceptor::OnReady() {
   for (;;) {
     Descriptor socket;
     {
       std::lock_guard<std::mutex> lock(mutex_);
       if (stopped_) return;
-      socket = Descriptor(
-          accept4(service_.listening.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+      socket = Descriptor(accept4(service_.listening.get(), nullptr, nullptr, SOCK_CLOEXEC));
       if (!socket) {
         if (errno == EINTR || errno == ECONNABORTED) continue;
         if (errno != EAGAIN) {

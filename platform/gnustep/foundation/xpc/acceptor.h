@@ -28,7 +28,7 @@ class Acceptor : public IoSource, public std::enable_shared_from_this<Acceptor> 
   /// Gives the name free. Connections that nobody has accepted are dropped.
   void Stop();
 
-  void OnReady(short events) override;
+  void OnReady() override;
   void OnKick() override;
   size_t Unsent() const override { return 0; }
 

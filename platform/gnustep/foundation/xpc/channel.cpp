@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "detached_thread.h"
 #include "wire.h"
 
 namespace platform::xpc {
@@ -21,7 +22,8 @@ constexpr size_t kFirstChunkSize = 1000;
 constexpr size_t kChunkSize = size_t{64} << 10;
 /// Bytes that are not kept any longer.
 constexpr size_t kBatchSize = size_t{128} << 10;
-constexpr size_t kReceiveSize = size_t{256} << 10;
+/// On the reading thread's stack, of which a connection costs no more than it has used.
+constexpr size_t kReceiveSize = size_t{64} << 10;
 /// Arrived bytes beyond which reading rests until the client has taken them.
 constexpr size_t kReadyLimit = size_t{1} << 20;
 constexpr std::chrono::milliseconds kLingerTime(2000);
@@ -107,9 +109,14 @@ void Channel::Open(Descriptor socket) {
   if (getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &length) == 0) {
     peer_ = {credentials.pid, credentials.uid, credentials.gid};
   }
+  reading_ = StartDetachedThread(
+      "xpc-read", [self = shared_from_this(), fd = socket_.get()] { self->Read(fd); });
+  if (!reading_) {
+    Finish(End::kUnreachable, "no threads are left to read what the peer sends");
+    return;
+  }
   state_ = State::kOpen;
   if (!number_) number_ = io_->Add(shared_from_this());
-  Interest();
   if (!out_.empty() && !flushing_) {
     flushing_ = true;
     io_->Kick(shared_from_this());
@@ -189,11 +196,8 @@ void Channel::Append(const uint8_t *bytes, size_t length) {
 
 /// Call with the lock held.
 void Channel::Interest() {
-  short wanted = 0;
-  if (!endOfInput_ && !resting_) wanted |= POLLIN;
-  if (wantWrite_ && !writeFailed_) wanted |= POLLOUT;
   if (!number_ || !socket_) return;
-  io_->Watch(number_, socket_.get(), wanted);
+  io_->Watch(number_, socket_.get(), wantWrite_ && !writeFailed_ ? POLLOUT : 0);
 }
 
 /// Call with the lock held. The peer may have said something before it went, so that the channel
@@ -206,10 +210,7 @@ void Channel::WriteError() {
   Interest();
 }
 
-void Channel::OnReady(short events) {
-  if (events & (POLLIN | POLLHUP | POLLERR)) Receive();
-  if (events & (POLLOUT | POLLHUP | POLLERR)) Flush();
-}
+void Channel::OnReady() { Flush(); }
 
 void Channel::OnKick() {
   std::unique_lock<std::mutex> lock(*mutex_);
@@ -218,7 +219,7 @@ void Channel::OnKick() {
       TryToConnect();
       bool ended = end_ != End::kNone;
       lock.unlock();
-      if (ended) Tell();
+      if (ended) Tell(false);
       return;
     }
     case State::kClosed:
@@ -286,50 +287,34 @@ void Channel::Flush() {
   }
 }
 
-/// I/O thread.
-void Channel::Receive() {
-  // Of whichever thread waits for the sockets, so that a connection that rests costs no buffer.
-  // Never deleted: that thread outlives every static's destructor.
-  static auto &buffer = *new std::vector<uint8_t>(kReceiveSize);
-  std::unique_lock<std::mutex> lock(*mutex_);
-  if (state_ == State::kLingering) {
-    // Nobody is here to read; a peer that went shows when writing fails.
-    endOfInput_ = true;
-    Interest();
-    return;
-  }
-  if (state_ != State::kOpen || end_ != End::kNone || endOfInput_ || resting_) return;
-  int fd = socket_.get();
-  lock.unlock();
-
-  ssize_t count = recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT);
-  int error = count < 0 ? errno : 0;
-  if (error == EAGAIN || error == EINTR) return;
-
-  std::string problem;
-  if (count > 0) {
-    in_.insert(in_.end(), buffer.data(), buffer.data() + count);
-    bool sound = ScanFrames(&problem);
-    if (sound) return;
-    lock.lock();
-    Finish(End::kBroken, std::move(problem));
-  } else {
-    lock.lock();
-    // A peer that goes while something waits for it unread resets the connection.
-    if (error && error != ECONNRESET && error != EPIPE) {
-      Finish(End::kBroken, std::strerror(error));
-    } else if (!in_.empty()) {
-      Finish(End::kBroken, "the last frame is cut off");
-    } else {
-      Finish(End::kPeerClosed, {});
+/// Reads until the channel has ended. The reading thread.
+void Channel::Read(int socket) {
+  uint8_t buffer[kReceiveSize];
+  while (WaitForRoom()) {
+    // What the client has sent while it handled the last frames.
+    io_->KickBeforeWait();
+    const ssize_t count = recv(socket, buffer, sizeof buffer, 0);
+    if (count > 0) {
+      Receive(buffer, static_cast<size_t>(count));
+    } else if (count == 0 || errno != EINTR) {
+      ReceiveEnd(count < 0 ? errno : 0);
     }
   }
-  lock.unlock();
-  Tell();
+  std::lock_guard<std::mutex> lock(*mutex_);
+  reading_ = false;
+  if (state_ == State::kClosed) io_->Kick(shared_from_this());
 }
 
-/// Moves complete frames to `ready_` and tells the client. I/O thread.
-bool Channel::ScanFrames(std::string *problem) {
+/// Returns whether to read on.
+bool Channel::WaitForRoom() {
+  std::unique_lock<std::mutex> lock(*mutex_);
+  rested_.wait(lock, [this] { return !resting_ || !IsReadable(); });
+  return IsReadable();
+}
+
+/// Moves complete frames to `ready_` and tells the client. The reading thread.
+void Channel::Receive(const uint8_t *bytes, size_t count) {
+  in_.insert(in_.end(), bytes, bytes + count);
   size_t complete = 0;
   const char *wrong = nullptr;
   while (in_.size() - complete >= kHeaderSize) {
@@ -339,25 +324,39 @@ bool Channel::ScanFrames(std::string *problem) {
     if (wrong || in_.size() - complete - kHeaderSize < length) break;
     complete += kHeaderSize + length;
   }
-  if (complete) {
-    {
-      std::lock_guard<std::mutex> lock(*mutex_);
-      if (ready_.empty() && complete == in_.size()) {
-        ready_.swap(in_);
-      } else {
-        ready_.insert(ready_.end(), in_.begin(), in_.begin() + static_cast<ptrdiff_t>(complete));
-        in_.erase(in_.begin(), in_.begin() + static_cast<ptrdiff_t>(complete));
-      }
-      if (ready_.size() > kReadyLimit && !resting_) {
-        resting_ = true;
-        Interest();
-      }
+  if (!complete && !wrong) return;
+  {
+    std::lock_guard<std::mutex> lock(*mutex_);
+    if (!IsReadable()) return;
+    if (ready_.empty() && complete == in_.size()) {
+      ready_.swap(in_);
+    } else {
+      const auto end = in_.begin() + static_cast<ptrdiff_t>(complete);
+      ready_.insert(ready_.end(), in_.begin(), end);
+      in_.erase(in_.begin(), end);
     }
-    if (in_.empty() && in_.capacity() > kReadyLimit) std::vector<uint8_t>().swap(in_);
-    Tell();
+    resting_ = ready_.size() > kReadyLimit;
+    if (wrong) Finish(End::kBroken, wrong);
   }
-  if (wrong) *problem = wrong;
-  return !wrong;
+  if (in_.empty() && in_.capacity() > kReadyLimit) std::vector<uint8_t>().swap(in_);
+  Tell(true);
+}
+
+/// The reading thread.
+void Channel::ReceiveEnd(int error) {
+  {
+    std::lock_guard<std::mutex> lock(*mutex_);
+    if (!IsReadable()) return;
+    // A peer that goes while something waits for it unread resets the connection.
+    if (error && error != ECONNRESET && error != EPIPE) {
+      Finish(End::kBroken, std::strerror(error));
+    } else if (!in_.empty()) {
+      Finish(End::kBroken, "the last frame is cut off");
+    } else {
+      Finish(End::kPeerClosed, {});
+    }
+  }
+  Tell(true);
 }
 
 bool Channel::TakeFrames(std::vector<uint8_t> *frames) {
@@ -368,7 +367,7 @@ bool Channel::TakeFrames(std::vector<uint8_t> *frames) {
   frames->swap(ready_);
   if (resting_) {
     resting_ = false;
-    Interest();
+    rested_.notify_one();
   }
   return true;
 }
@@ -378,13 +377,13 @@ void Channel::Finish(End end, std::string problem) {
   if (end_ != End::kNone) return;
   end_ = end;
   problem_ = std::move(problem);
-  endOfInput_ = true;
+  rested_.notify_one();
   writeFailed_ = true;
   wantWrite_ = false;
   out_.clear();
   unsent_ = 0;
   Interest();
-  if (state_ == State::kConnecting) ReleaseSocket();
+  if (state_ != State::kOpen) ReleaseSocket();
   // The peer of a broken channel must hear of it now, not when the last frames here are handled.
   if (end == End::kBroken && socket_) shutdown(socket_.get(), SHUT_RDWR);
 }
@@ -395,14 +394,11 @@ bool Channel::Break(const std::string &problem) {
     if (state_ != State::kOpen || end_ != End::kNone) return false;
     Finish(End::kBroken, problem);
   }
-  OnTold(false);
+  Tell(false);
   return true;
 }
 
-/// I/O thread.
-void Channel::Tell() { io_->Tell(shared_from_this()); }
-
-void Channel::OnTold(bool here) {
+void Channel::Tell(bool here) {
   if (auto client = client_.lock()) client->OnNews(here);
 }
 
@@ -425,8 +421,10 @@ void Channel::Close() {
     default:
       return;
   }
+  rested_.notify_one();
   if (unsent_ && !writeFailed_ && end_ == End::kNone) {
     state_ = State::kLingering;
+    shutdown(socket_.get(), SHUT_RD);
     lingerEnd_ = IoThread::Clock::now() + kLingerTime;
     io_->KickAfter(kLingerTime, shared_from_this());
     if (!flushing_) io_->Kick(shared_from_this());
@@ -434,8 +432,8 @@ void Channel::Close() {
   }
   state_ = State::kClosed;
   shutdown(socket_.get(), SHUT_RDWR);
-  // Only the I/O thread gives the descriptor back: it may be about to use it.
-  io_->Kick(shared_from_this());
+  // The two threads may be about to use the descriptor; the one that reads kicks again as it ends.
+  if (!reading_) io_->Kick(shared_from_this());
 }
 
 /// Call with the lock held, and once the socket is connected on the I/O thread only.
@@ -443,6 +441,10 @@ void Channel::ReleaseSocket() {
   out_.clear();
   unsent_ = 0;
   if (number_) io_->Watch(number_, socket_.get(), 0);
+  if (reading_) {
+    shutdown(socket_.get(), SHUT_RDWR);
+    return;
+  }
   socket_.Reset();
   if (number_) io_->Remove(number_);
   number_ = 0;

@@ -1,7 +1,5 @@
 #include "io_thread.h"
 
-#include <pthread.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -12,7 +10,7 @@
 #include <thread>
 
 #include "../dispatch/DispatchWait.h"
-#include "../threads/ThreadEntry.h"
+#include "detached_thread.h"
 
 namespace platform::xpc {
 
@@ -20,7 +18,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kExitLimit(250);
 constexpr std::chrono::milliseconds kExitWithoutProgress(50);
-constexpr std::chrono::milliseconds kLongestHandling(4);
 constexpr std::chrono::milliseconds kPauseBetweenLooks(5);
 
 /// Sets a timer to less than a second. Returns whether it is set.
@@ -54,46 +51,11 @@ IoThread *IoThread::Shared() {
 bool IoThread::Start() {
   wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   late_ = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
-  alarm_ = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
-  if (wake_ >= 0 && late_ >= 0 && alarm_ >= 0 && StartThread(turn_)) {
-    // Without the second one all goes the slower way.
-    StartThread(0);
-    return true;
-  }
-  for (int fd : {wake_, late_, alarm_}) {
+  if (wake_ >= 0 && late_ >= 0 && StartDetachedThread("xpc-io", [this] { Run(); })) return true;
+  for (int fd : {wake_, late_}) {
     if (fd >= 0) close(fd);
   }
   return false;
-}
-
-/// @param turn  As for `Run`.
-bool IoThread::StartThread(uint64_t turn) {
-  struct Call {
-    IoThread *self;
-    uint64_t turn;
-  };
-  std::unique_ptr<Call> call(new Call{this, turn});
-  // The host's signal handlers belong to its own threads.
-  sigset_t all, before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  pthread_t thread;
-  const bool made = pthread_create(
-                        &thread, nullptr,
-                        [](void *context) -> void * {
-                          std::unique_ptr<Call> call(static_cast<Call *>(context));
-                          pthread_setname_np(pthread_self(), "xpc-io");
-                          PlatformEnterThread();
-                          call->self->Run(call->turn);
-                          return nullptr;
-                        },
-                        call.get()) == 0;
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  if (made) {
-    call.release();
-    pthread_detach(thread);
-  }
-  return made;
 }
 
 uint64_t IoThread::Add(std::shared_ptr<IoSource> source) {
@@ -192,19 +154,9 @@ int IoThread::Timeout() {
   return static_cast<int>(left);
 }
 
-/// @param turn  The turn to begin with, or 0 for none.
-void IoThread::Run(uint64_t turn) {
-  for (;;) {
-    if (!turn) turn = WaitForTurn();
-    Poll(turn);
-    turn = 0;
-  }
-}
-
-/// Waits for the sockets until another thread has the turn.
-void IoThread::Poll(uint64_t turn) {
+void IoThread::Run() {
   std::vector<std::shared_ptr<IoSource>> kicked, soon;
-  do {
+  for (;;) {
     {
       std::lock_guard<std::mutex> lock(mutex_);
       Timeout();
@@ -218,7 +170,7 @@ void IoThread::Poll(uint64_t turn) {
     int timeout = 0;
     {
       std::lock_guard<std::mutex> lock(mutex_);
-      if (news_.empty() && soon_.empty()) timeout = Timeout();
+      if (soon_.empty()) timeout = Timeout();
       asleep_ = timeout != 0;
       if (watchedChanged_) {
         watchedChanged_ = false;
@@ -254,76 +206,20 @@ void IoThread::Poll(uint64_t turn) {
         auto found = sources_.find(number);
         if (found != sources_.end()) source = found->second;
       }
-      if (source) source->OnReady(polled_[i].revents);
+      if (source) source->OnReady();
     }
-  } while (HandleNews(turn));
+  }
 }
 
 /// Waits and fills in what happened to `polled_`. Returns as poll().
 int IoThread::WaitForEvents(int timeout) {
-  int count = poll(polled_.data(), polled_.size(), timeout);
+  const int count = poll(polled_.data(), polled_.size(), timeout);
   if (count >= 0 || errno == EINTR) return count;
-  // A process that allows itself fewer descriptors than it has cannot wait for all at once: poll(2)
-  // compares their number with the limit.
+  // A process that allows itself fewer descriptors than it has cannot wait for them: poll(2)
+  // compares their number with the limit. Whoever is told so finds out that nothing has happened.
   std::this_thread::sleep_for(kPauseBetweenLooks);
-  count = 0;
-  for (pollfd &one : polled_) {
-    one.revents = 0;
-    if (poll(&one, 1, 0) > 0) ++count;
-  }
-  return count;
-}
-
-void IoThread::Tell(std::shared_ptr<IoSource> source) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  news_.push_back(std::move(source));
-}
-
-/// Returns whether this thread still has the turn.
-bool IoThread::HandleNews(uint64_t turn) {
-  for (;;) {
-    std::shared_ptr<IoSource> source;
-    bool here;
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      if (turn_ != turn) return false;
-      handling_ = false;
-      if (news_.empty()) return true;
-      source = std::move(news_.front());
-      news_.pop_front();
-      here = hasSubstitute_;
-      if (here) {
-        handling_ = true;
-        handlingSince_ = Clock::now();
-        if (!alarmIsSet_) alarmIsSet_ = SetTimer(alarm_, kLongestHandling);
-      }
-    }
-    source->OnTold(here);
-  }
-}
-
-/// Waits until the thread with the turn has been handling something for too long, and takes it.
-uint64_t IoThread::WaitForTurn() {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    hasSubstitute_ = true;
-  }
-  for (;;) {
-    uint64_t expirations;
-    (void)!read(alarm_, &expirations, sizeof expirations);
-    std::lock_guard<std::mutex> lock(mutex_);
-    alarmIsSet_ = false;
-    if (!handling_) continue;
-    // The alarm may be an earlier message's.
-    const Clock::duration left = handlingSince_ + kLongestHandling - Clock::now();
-    if (left > Clock::duration::zero()) {
-      alarmIsSet_ = SetTimer(alarm_, left);
-      continue;
-    }
-    hasSubstitute_ = false;
-    handling_ = false;
-    return ++turn_;
-  }
+  for (pollfd &one : polled_) one.revents = one.events;
+  return static_cast<int>(polled_.size());
 }
 
 void IoThread::Progressed() {

@@ -107,6 +107,7 @@ int ConnectToService(const std::string &name, Descriptor *socket, std::string *p
   if (!error && connect(socket->get(), reinterpret_cast<sockaddr *>(&address), sizeof address)) {
     error = errno;
   }
+  if (!error && fcntl(socket->get(), F_SETFL, 0) != 0) error = errno;
   if (error == ENOENT || error == ECONNREFUSED) {
     problem->clear();
   } else if (error) {

@@ -39,7 +39,8 @@ class Descriptor {
 /// The directory is `PELLMAR_SERVICE_DIR`, else `pellmar` in `XDG_RUNTIME_DIR`, else
 /// `pellmar-<user>` in the temporary folder. It is refused when it is a link, belongs to another
 /// user, or when its group or others have any right in it.
-/// @param socket  Not blocking; is created when it holds none, and kept for another try.
+/// @param socket  Is created when it holds none, and kept for another try. Blocking once it is
+///     connected.
 /// @return 0 when connected, EAGAIN when the service's queue is full and to be tried again, else
 ///     what went wrong, with a line for the log in `problem`. It has none for ENOENT and
 ///     ECONNREFUSED: that nobody serves a name is no fault.
