@@ -1,8 +1,9 @@
 // What calls cost a script, each beside its floor, in alternation. Started by run.mjs with the build
-// folder, the number of rounds and "drain" where an agent answers; prints one JSON object of arrays
-// of nanoseconds a call, and the longest single call in milliseconds.
+// folder, the number of rounds, of calls that are timed one by one, and "drain" where an agent
+// answers; prints one JSON object of arrays of nanoseconds a call, and the longest single call in
+// milliseconds.
 
-const [build, rounds, drain] = process.argv.slice(2);
+const [build, rounds, singleCalls, drain] = process.argv.slice(2);
 const pellmar = require(`${build}/pellmar.node`);
 const floor = require(`${build}/bench/bench_floor.node`);
 
@@ -42,7 +43,7 @@ for (let round = 0; round < Number(rounds); round++) {
 }
 
 let longest = 0;
-for (let i = 0; i < 20_000; i++) {
+for (let i = 0; i < Number(singleCalls); i++) {
   const start = process.hrtime.bigint();
   pellmar.PLReportUsageEvent(name);
   longest = Math.max(longest, Number(process.hrtime.bigint() - start) / 1e6);
