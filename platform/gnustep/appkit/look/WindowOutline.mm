@@ -7,16 +7,28 @@
 #include <math.h>
 #include <stdio.h>
 
+#include <chrono>
+
 #import "AttachedState.h"
 #include "RoundedOutline.h"
 
 // What is cut at present, as text; nothing is kept for a window that is whole.
 static NSString *const kOutline = @"window.outline";
 
-static BOOL CompositorRuns(Display *display) {
+/// Asks at most once a second for a window: the display answers only when it has drawn all that it
+/// was told before, most of which is this window.
+static BOOL CompositorRuns(Display *display, Window window) {
+  static Window asked;
+  static std::chrono::steady_clock::time_point askedAt;
+  static BOOL runs;
+  const auto now = std::chrono::steady_clock::now();
+  if (window == asked && now < askedAt + std::chrono::seconds(1)) return runs;
   char name[32];
   snprintf(name, sizeof(name), "_NET_WM_CM_S%d", DefaultScreen(display));
-  return XGetSelectionOwner(display, XInternAtom(display, name, False)) != None;
+  asked = window;
+  askedAt = now;
+  runs = XGetSelectionOwner(display, XInternAtom(display, name, False)) != None;
+  return runs;
 }
 
 BOOL PlatformUpdateWindowOutline(NSView *view, CGFloat radius) {
@@ -30,7 +42,7 @@ BOOL PlatformUpdateWindowOutline(NSView *view, CGFloat radius) {
   Window ident = reinterpret_cast<Window>([server windowDevice:(int)[window windowNumber]]);
   if (!display || !ident) return NO;
 
-  BOOL cut = radius > 0 && !CompositorRuns(display);
+  BOOL cut = radius > 0 && !CompositorRuns(display, ident);
   NSString *before = PlatformAttachedState(window, kOutline);
   NSString *after =
       cut ? [NSString stringWithFormat:@"%g %g %g", size.width, size.height, radius] : nil;
