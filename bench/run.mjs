@@ -124,7 +124,7 @@ async function measureLoad() {
   const all = { ours: [], empty: [] };
   // A process takes half again as long when the machine is busy, so there are many, first one and
   // then the other module's.
-  for (let turn = 0; turn < 60; turn++) {
+  for (let turn = 0; turn < 120; turn++) {
     const order = Object.entries(modules);
     for (const [key, file] of turn % 2 ? order.reverse() : order) {
       // Has the system forget what it has read of the file.
@@ -149,7 +149,7 @@ const measureDesktop = () => within(async (scope, session) => {
   const display = await startDisplay();
   scope.after(() => display.stop());
   const host = runHost(path.join(here, 'desktop.js'), {
-    display, args: [build, '40'],
+    display, args: [build, '80'],
     env: { ...session.env, PELLMAR_BUILD_DIR: build, PELLMAR_APPEARANCE: 'light' },
   });
   scope.after(() => host.stop());
