@@ -1,7 +1,7 @@
 // What calls cost a script, each beside its floor, in alternation. Started by run.mjs with the build
 // folder, the number of rounds, of calls that are timed one by one, and "drain" where an agent
-// answers; prints one JSON object of arrays of nanoseconds a call, and the longest single call in
-// milliseconds.
+// answers; prints one JSON object of arrays of nanoseconds a call, and in milliseconds the longest
+// single call and what the machine stood still for during one.
 
 const [build, rounds, singleCalls, drain] = process.argv.slice(2);
 const pellmar = require(`${build}/pellmar.node`);
@@ -44,9 +44,9 @@ for (let round = 0; round < Number(rounds); round++) {
 
 let longest = 0;
 for (let i = 0; i < Number(singleCalls); i++) {
-  const start = process.hrtime.bigint();
+  floor.startCall();
   pellmar.PLReportUsageEvent(name);
-  longest = Math.max(longest, Number(process.hrtime.bigint() - start) / 1e6);
+  longest = Math.max(longest, floor.stopCall());
   if (i % calls === 0) settle();
 }
-console.log(JSON.stringify({ ...times, longest }));
+console.log(JSON.stringify({ ...times, longest, standstill: floor.longestStandstill() }));

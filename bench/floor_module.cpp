@@ -1,9 +1,12 @@
 //
 // Script functions that do as little as a native function can: what the module's own are measured
-// against. Registered in the way in which the module registers its own.
+// against. Registered in the way in which the module registers its own. Besides, the clock for
+// single calls.
 //
 
 #include <node.h>
+
+#include "bench/call_clock.h"
 
 namespace {
 
@@ -24,13 +27,33 @@ void ConvertToUtf8(const FunctionCallbackInfo<Value> &info) {
   asm volatile("" : : "r"(*text) : "memory");
 }
 
+/// Of the thread that calls first.
+CallClock &Clock() {
+  static CallClock clock;
+  return clock;
+}
+
+void StartCall(const FunctionCallbackInfo<Value> &) { Clock().Start(); }
+
+void StopCall(const FunctionCallbackInfo<Value> &info) {
+  info.GetReturnValue().Set(Clock().Stop());
+}
+
+void LongestStandstill(const FunctionCallbackInfo<Value> &info) {
+  info.GetReturnValue().Set(Clock().longestStandstill());
+}
+
 void Init(Local<Object> exports, Local<Value>, void *) {
   Isolate *isolate = Isolate::GetCurrent();
   Local<Context> context = isolate->GetCurrentContext();
   const struct {
     const char *name;
     v8::FunctionCallback handler;
-  } functions[] = {{"empty", Empty}, {"convertToUtf8", ConvertToUtf8}};
+  } functions[] = {{"empty", Empty},
+                   {"convertToUtf8", ConvertToUtf8},
+                   {"startCall", StartCall},
+                   {"stopCall", StopCall},
+                   {"longestStandstill", LongestStandstill}};
   for (const auto &function : functions) {
     exports
         ->Set(
