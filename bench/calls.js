@@ -1,9 +1,11 @@
-// What calls cost a script, each beside its floor, in alternation. Started by run.mjs with the build
-// folder, the number of rounds, of calls that are timed one by one, and "drain" where an agent
-// answers; prints one JSON object of arrays of nanoseconds a call, and in milliseconds the longest
+// What calls cost a script, each beside its floor. Started by run.mjs with the build folder, the number
+// of calls to time one by one in each round, and "drain" where an agent answers. Does one round for
+// each line of its input and prints what it came to: nanoseconds a call, and in milliseconds the longest
 // single call and what the machine stood still for during one.
 
-const [build, rounds, singleCalls, drain] = process.argv.slice(2);
+const { createInterface } = require('readline');
+
+const [build, singleCalls, drain] = process.argv.slice(2);
 const pellmar = require(`${build}/pellmar.node`);
 const floor = require(`${build}/bench/bench_floor.node`);
 
@@ -29,24 +31,22 @@ const measured = {
   event: () => pellmar.PLReportUsageEvent(name),
   convert: () => floor.convertToUtf8(name),
 };
-const times = Object.fromEntries(Object.keys(measured).map((key) => [key, []]));
 
 // The engine compiles first what is called often.
 for (const work of Object.values(measured)) for (let i = 0; i < 4; i++) nanoseconds(work);
 settle();
 
-for (let round = 0; round < Number(rounds); round++) {
+createInterface({ input: process.stdin }).on('line', () => {
+  const round = { longest: 0 };
   for (const [key, work] of Object.entries(measured)) {
-    times[key].push(nanoseconds(work));
+    round[key] = nanoseconds(work);
     if (key === 'event') settle();
   }
-}
-
-let longest = 0;
-for (let i = 0; i < Number(singleCalls); i++) {
-  floor.startCall();
-  pellmar.PLReportUsageEvent(name);
-  longest = Math.max(longest, floor.stopCall());
-  if (i % calls === 0) settle();
-}
-console.log(JSON.stringify({ ...times, longest, standstill: floor.longestStandstill() }));
+  for (let i = 0; i < Number(singleCalls); i++) {
+    floor.startCall();
+    pellmar.PLReportUsageEvent(name);
+    round.longest = Math.max(round.longest, floor.stopCall());
+  }
+  settle();
+  console.log(JSON.stringify({ ...round, standstill: floor.longestStandstill() }));
+});
