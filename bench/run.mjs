@@ -100,8 +100,8 @@ function measureCalls() {
     // The states take turns of a few milliseconds: the machine is faster or slower for some tens.
     const all = Object.fromEntries(Object.keys(states).map((state) => [state, {}]));
     for (let round = 0; round < 200; round++) {
-      for (const [state, script] of Object.entries(scripts)) {
-        for (const [key, value] of Object.entries(await script())) (all[state][key] ??= []).push(value);
+      for (const [state, measure] of Object.entries(scripts)) {
+        for (const [key, value] of Object.entries(await measure())) (all[state][key] ??= []).push(value);
       }
     }
     return all;
