@@ -1,1 +1,1 @@
-target_sources(platform_foundation PRIVATE threads/FoundationReady.m threads/ThreadEntry.m)
+target_sources(platform_foundation PRIVATE threads/FoundationReady.m threads/PlatformThread.m)

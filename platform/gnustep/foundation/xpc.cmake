@@ -10,7 +10,6 @@ target_sources(platform_foundation PRIVATE
   xpc/acceptor.cpp
   xpc/channel.cpp
   xpc/connection_core.mm
-  xpc/detached_thread.cpp
   xpc/io_thread.cpp
   xpc/listener_core.mm
   xpc/object_coding.mm

@@ -1,14 +1,10 @@
-// For the name of a thread.
-#define _GNU_SOURCE
-
 #include "DispatchWorkers.h"
 
-#import <Foundation/NSThread.h>
 #include <pthread.h>
-#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 
+#include "../threads/PlatformThread.h"
 #include "DispatchClock.h"
 #import "DispatchQueue.h"
 
@@ -55,10 +51,8 @@ static BOOL WaitForCall(void) {
   return NO;
 }
 
-static void *Work(void *unused) {
+static void Work(void *unused) {
   (void)unused;
-  pthread_setname_np(pthread_self(), "dispatch-worker");
-  GSRegisterCurrentThread();
   pthread_mutex_lock(&sLock);
   do {
     BOOL bounded;
@@ -74,30 +68,16 @@ static void *Work(void *unused) {
   } while (WaitForCall());
   --sThreads;
   pthread_mutex_unlock(&sLock);
-  GSUnregisterCurrentThread();
-  return NULL;
 }
 
 /// Called with the lock held.
 static void StartThread(void) {
-  // Signals are for the threads of the program.
-  sigset_t blocked, former;
-  sigfillset(&blocked);
-  const int faults[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS, SIGPROF};
-  for (size_t i = 0; i < sizeof(faults) / sizeof(*faults); ++i) sigdelset(&blocked, faults[i]);
-  pthread_sigmask(SIG_SETMASK, &blocked, &former);
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  pthread_t thread;
-  if (pthread_create(&thread, &attributes, Work, NULL) == 0) {
+  if (PlatformStartThread("dispatch-worker", Work, NULL)) {
     ++sThreads;
   } else if (!sThreads) {
     fputs("dispatch: no worker thread can be started\n", stderr);
     abort();
   }
-  pthread_attr_destroy(&attributes);
-  pthread_sigmask(SIG_SETMASK, &former, NULL);
 }
 
 void DispatchToWorkers(struct DispatchWork *work, BOOL bounded) {

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "detached_thread.h"
+#include "../threads/PlatformThread.h"
 #include "wire.h"
 
 namespace platform::xpc {
@@ -109,9 +109,15 @@ void Channel::Open(Descriptor socket) {
   if (getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &length) == 0) {
     peer_ = {credentials.pid, credentials.uid, credentials.gid};
   }
-  reading_ = StartDetachedThread(
-      "xpc-read", [self = shared_from_this(), fd = socket_.get()] { self->Read(fd); });
+  auto *self = new std::shared_ptr<Channel>(shared_from_this());
+  const auto read = [](void *context) {
+    std::unique_ptr<std::shared_ptr<Channel>> channel(
+        static_cast<std::shared_ptr<Channel> *>(context));
+    (*channel)->Read();
+  };
+  reading_ = PlatformStartThread("xpc-read", read, self);
   if (!reading_) {
+    delete self;
     Finish(End::kUnreachable, "no threads are left to read what the peer sends");
     return;
   }
@@ -287,13 +293,13 @@ void Channel::Flush() {
   }
 }
 
-/// Reads until the channel has ended. The reading thread.
-void Channel::Read(int socket) {
+/// Reads until the channel has ended. The reading thread; the descriptor stays while it runs.
+void Channel::Read() {
   uint8_t buffer[kReceiveSize];
   while (WaitForRoom()) {
     // What the client has sent while it handled the last frames.
     io_->KickBeforeWait();
-    const ssize_t count = recv(socket, buffer, sizeof buffer, 0);
+    const ssize_t count = recv(socket_.get(), buffer, sizeof buffer, 0);
     if (count > 0) {
       Receive(buffer, static_cast<size_t>(count));
     } else if (count == 0 || errno != EINTR) {

@@ -119,7 +119,7 @@ class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
   void Write();
   void Flush();
   bool IsReadable() const { return state_ == State::kOpen && end_ == End::kNone; }
-  void Read(int socket);
+  void Read();
   bool WaitForRoom();
   void Receive(const uint8_t *bytes, size_t count);
   void ReceiveEnd(int error);

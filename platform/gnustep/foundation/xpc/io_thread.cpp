@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "../dispatch/DispatchWait.h"
-#include "detached_thread.h"
+#include "../threads/PlatformThread.h"
 
 namespace platform::xpc {
 
@@ -51,7 +51,8 @@ IoThread *IoThread::Shared() {
 bool IoThread::Start() {
   wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   late_ = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
-  if (wake_ >= 0 && late_ >= 0 && StartDetachedThread("xpc-io", [this] { Run(); })) return true;
+  const auto run = [](void *self) { static_cast<IoThread *>(self)->Run(); };
+  if (wake_ >= 0 && late_ >= 0 && PlatformStartThread("xpc-io", run, this)) return true;
   for (int fd : {wake_, late_}) {
     if (fd >= 0) close(fd);
   }

@@ -1,7 +1,0 @@
-#import "ThreadEntry.h"
-
-#import <Foundation/NSThread.h>
-
-void PlatformEnterThread(void) { GSRegisterCurrentThread(); }
-
-void PlatformLeaveThread(void) { GSUnregisterCurrentThread(); }
