@@ -135,6 +135,17 @@ export class Caller {
     return this.count('fd');
   }
 
+  get sockets() {
+    const folder = `/proc/${this.process.pid}/fd`;
+    return fs.readdirSync(folder).filter((name) => {
+      try {
+        return fs.readlinkSync(path.join(folder, name)).startsWith('socket:');
+      } catch {
+        return false;  // Closed meanwhile.
+      }
+    }).length;
+  }
+
   get threads() {
     return this.count('task');
   }

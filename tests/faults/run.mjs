@@ -78,13 +78,17 @@ const lines = [['fault', 'call', 'expected', 'seen', 'ms', ''], ...rows.map((row
     Number.isNaN(ms) ? '–' : ms.toFixed(0), problems.length ? `NOT HELD: ${problems.join('; ')}` : ''];
 })];
 const widths = lines[0].map((_, column) => Math.max(...lines.map((line) => line[column].length)));
-for (const line of lines) {
-  console.log(line.map((cell, column) =>
-    column === 4 ? cell.padStart(widths[column]) : cell.padEnd(widths[column])).join('  ').trimEnd());
-}
+const print = (line) => console.log(line.map((cell, column) =>
+  column === 4 ? cell.padStart(widths[column]) : cell.padEnd(widths[column])).join('  ').trimEnd());
+lines.forEach(print);
 console.log('\nstatus(): PLGetLastUserEmailSharingResponse; ask(): PLAskUserToShareEmail; ' +
   'a code: PLRequestAuthorizationCode');
 const held = rows.filter((row) => results.get(row).problems.length === 0).length;
+if (held < rows.length) {
+  // Once more at the end: whoever keeps only the last lines of a long log should see what failed.
+  console.log('\nNot held:');
+  lines.filter((line) => line[5].startsWith('NOT')).forEach(print);
+}
 console.log(`${held} of ${rows.length} rows held, ` +
   `${((performance.now() - start) / 1000).toFixed(1)} s`);
 process.exitCode = held === rows.length ? 0 : 1;

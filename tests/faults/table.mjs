@@ -32,6 +32,8 @@ const soon = [0, 2000];
 const twoSeconds = [1900, 2600];
 const atMostTwoSeconds = [0, 2600];
 const calm = ['--should-ask', 'no'];
+/** What a process that hears the notification daemon has of them: one listens, one is connected. */
+const daemonSockets = 2;
 
 /** A row whose call is a line of script, or of the native caller, and nothing else. */
 function call(row) {
@@ -469,8 +471,12 @@ const scripts = [
       const logging = [true, false, true, true, false, false]
         .map((value) => `pellmar.PLEnableDebugLogging(${value});`).join(' ');
       await row.startAgent(...calm);
-      // The connection to the notification daemon stays for the process's life.
-      await caller.tell(logging);
+      // The connection to the notification daemon stays for the process's life. Off again at once, it
+      // might not have been made at all.
+      const before = caller.sockets;
+      await caller.tell('pellmar.PLEnableDebugLogging(true)');
+      await until(() => caller.sockets >= before + daemonSockets, 'the daemon is connected', 20_000);
+      await caller.tell('pellmar.PLEnableDebugLogging(false)');
       await row.settled();
       row.countAgain();
       return caller.tell(`ask(() => { ${logging} })`);
