@@ -1,5 +1,6 @@
 #import "PDMApplication.h"
 
+#import <GNUstepGUI/GSDisplayServer.h>
 #include <signal.h>
 #include <stdlib.h>
 
@@ -45,6 +46,18 @@
   [[NSNotificationCenter defaultCenter]
       postNotificationName:NSApplicationDidFinishLaunchingNotification
                     object:self];
+}
+
+@end
+
+@interface GSDisplayServer (PDMQueue)
+- (BOOL)pdm_hasEvents;
+@end
+
+@implementation GSDisplayServer (PDMQueue)
+
+- (BOOL)pdm_hasEvents {
+  return [event_queue count] != 0;
 }
 
 @end
@@ -145,10 +158,14 @@ static NSDate *LimitDate(uv_loop_t *loop) {
 
 /// Timers and events that come first may run scripts, and these may start timers of libuv: it is
 /// asked for its limit only when nothing else runs any more before the wait.
+///
+/// An event that comes while AppKit is asked for the next one, without a wait, is fetched but not
+/// returned: nothing would end the wait for it.
 + (void)waitBeside:(uv_loop_t *)loop {
   NSRunLoop *runLoop = [NSRunLoop currentRunLoop];
   @try {
     NSDate *limit = [runLoop limitDateForMode:NSDefaultRunLoopMode];
+    if ([GSCurrentServer() pdm_hasEvents]) return;
     NSDate *loopLimit = LimitDate(loop);
     if (loopLimit == nil || limit == nil) {
       limit = loopLimit;

@@ -12,6 +12,7 @@ import { buildFolder, makeSession } from './agent.mjs';
 import { runHostScript, startDisplay, until } from './display.mjs';
 
 const addon = path.join(buildFolder, 'tests/test_window.node');
+const slowLook = path.join(buildFolder, 'tests/slow_look.so');
 const host = (t, display, text, { env = {}, ...options } = {}) =>
   runHostScript(t, `const probe = require(${JSON.stringify(addon)});\n${text}`, {
     display, env: { ...makeSession(t).env, ...env }, ...options,
@@ -172,12 +173,12 @@ for (const windowManager of [true, false]) {
     after(() => display.stop());
 
     /** A host that shows the test window and prints each button that answers. */
-    async function showWindow(t, text = '') {
+    async function showWindow(t, text = '', options = {}) {
       const running = host(t, display, `
         probe.show((name) => print(name));
         print([probe.isKey(), probe.frame()]);
         process.on('SIGUSR2', () => print([probe.isKey(), probe.focused(), probe.frame()]));
-        ${text}`);
+        ${text}`, options);
       const [key, frame] = await running.next();
       assert.equal(key, true);
       await display.focused(application);
@@ -239,6 +240,18 @@ for (const windowManager of [true, false]) {
       for (const [index, name] of ['cancel', 'ok', 'later'].entries()) {
         await display.click(...places[index]);
         assert.equal(await running.next(), name);
+      }
+    });
+
+    test('takes a click that comes just before the event loop waits', async (t) => {
+      const { running } = await showWindow(t, "print(probe.center('cancel'));",
+        { env: { LD_PRELOAD: slowLook } });
+      const [x, y] = await running.next();
+      // The movement has the loop turn; one of the clicks meets it on its way back to the wait.
+      for (let milliseconds = 0; milliseconds < 40; milliseconds += 2) {
+        await display.xdotool('mousemove', x + milliseconds, y, 'sleep', milliseconds / 1000,
+          'click', 1);
+        assert.equal(await running.next(), 'cancel', `after ${milliseconds} ms`);
       }
     });
 

@@ -5,7 +5,6 @@
 
 #import <AppKit/AppKit.h>
 #import <GNUstepGUI/GSDisplayServer.h>
-#include <X11/Xlib.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -24,13 +23,15 @@ typedef BOOL (*ShouldBlockMethod)(GSDisplayServer *, SEL, BOOL *);
 static ShouldBlockMethod sShouldBlock;
 static int sDescriptor = -1;
 
-/// The run loop asks this before each wait.
+/// The run loop asks this before each wait. The server looks once only: what came between two looks
+/// would be handed out without a wake-up.
 static BOOL ShouldBlock(GSDisplayServer *server, SEL selector, BOOL *trigger) {
-  if (XPending([server serverDevice]) > 0) {
+  const BOOL shouldBlock = sShouldBlock(server, selector, trigger);
+  if (!shouldBlock) {
     uint64_t one = 1;
     (void)!write(sDescriptor, &one, sizeof(one));
   }
-  return sShouldBlock(server, selector, trigger);
+  return shouldBlock;
 }
 
 static void Install(void) {
