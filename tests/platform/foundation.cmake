@@ -1,5 +1,5 @@
-# Tests of the Linux platform layer's blocks, dispatch and notifications.
-foreach(name IN ITEMS blocks dispatch notifications)
+# Tests of the Linux platform layer's blocks, dispatch with its workers, and notifications.
+foreach(name IN ITEMS blocks dispatch workers notifications)
   add_executable(platform_${name}_test "${CMAKE_CURRENT_LIST_DIR}/${name}_test.mm")
   target_link_libraries(platform_${name}_test PRIVATE
     platform_foundation GTest::gtest GTest::gtest_main)

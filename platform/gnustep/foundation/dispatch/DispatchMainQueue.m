@@ -80,7 +80,7 @@
   _draining = YES;
   pthread_mutex_lock(&_lock);
   struct DispatchWorkList due = _list;
-  _list = (struct DispatchWorkList){NULL, NULL};
+  _list = (struct DispatchWorkList){0};
   _signalled = NO;
   pthread_mutex_unlock(&_lock);
   struct DispatchWork *work;

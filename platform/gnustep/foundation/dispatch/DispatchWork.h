@@ -19,6 +19,7 @@ struct DispatchWork {
 struct DispatchWorkList {
   struct DispatchWork *first;
   struct DispatchWork *last;
+  size_t count;
 };
 
 static inline void DispatchWorkAppend(struct DispatchWorkList *list, struct DispatchWork *work) {
@@ -29,11 +30,13 @@ static inline void DispatchWorkAppend(struct DispatchWorkList *list, struct Disp
     list->first = work;
   }
   list->last = work;
+  ++list->count;
 }
 
 static inline struct DispatchWork *DispatchWorkTake(struct DispatchWorkList *list) {
   struct DispatchWork *work = list->first;
   if (work) {
+    --list->count;
     list->first = work->next;
     if (!list->first) list->last = NULL;
   }

@@ -19,10 +19,10 @@ static pthread_once_t sPrepared = PTHREAD_ONCE_INIT;
 static struct DispatchWorkList sBounded;
 static struct DispatchWorkList sUnbounded;
 static unsigned sRunningBounded;
-static unsigned sRunningUnbounded;
 static unsigned sThreads;
-static unsigned sIdle;   // Threads that wait and were not called.
-static unsigned sCalls;  // Calls that a waiting thread has still to answer.
+static unsigned sStarting;  // Threads that were started and have not looked for work yet.
+static unsigned sIdle;      // Threads that wait and were not called.
+static unsigned sCalls;     // Calls that a waiting thread has still to answer.
 
 static void Prepare(void) { DispatchConditionInit(&sCalled); }
 
@@ -54,16 +54,16 @@ static BOOL WaitForCall(void) {
 static void Work(void *unused) {
   (void)unused;
   pthread_mutex_lock(&sLock);
+  --sStarting;
   do {
     BOOL bounded;
     struct DispatchWork *work;
     while ((work = Take(&bounded))) {
-      unsigned *running = bounded ? &sRunningBounded : &sRunningUnbounded;
-      ++*running;
+      sRunningBounded += bounded;
       pthread_mutex_unlock(&sLock);
       while (work) work = [work->queue run:work];
       pthread_mutex_lock(&sLock);
-      --*running;
+      sRunningBounded -= bounded;
     }
   } while (WaitForCall());
   --sThreads;
@@ -74,6 +74,7 @@ static void Work(void *unused) {
 static void StartThread(void) {
   if (PlatformStartThread("dispatch-worker", Work, NULL)) {
     ++sThreads;
+    ++sStarting;
   } else if (!sThreads) {
     fputs("dispatch: no worker thread can be started\n", stderr);
     abort();
@@ -84,16 +85,16 @@ void DispatchToWorkers(struct DispatchWork *work, BOOL bounded) {
   pthread_once(&sPrepared, Prepare);
   pthread_mutex_lock(&sLock);
   DispatchWorkAppend(bounded ? &sBounded : &sUnbounded, work);
-  // Where all bounded work is running that may, the next thread to end its own goes on with this.
-  if (!bounded || sRunningBounded < kMostBounded) {
-    // Threads that have only been started count with those that run bounded work.
-    BOOL mayStart =
-        sThreads < kMostThreads && (!bounded || sThreads - sRunningUnbounded < kMostBounded);
+  // A thread for all that may begin now. Those on their way take what is first, of either kind, and
+  // perhaps never come back from it. What may not begin yet is taken up by a thread that ends its
+  // own.
+  const size_t ready = sUnbounded.count + MIN(sBounded.count, kMostBounded - sRunningBounded);
+  if (ready > sStarting + sCalls) {
     if (sIdle) {
       --sIdle;
       ++sCalls;
       pthread_cond_signal(&sCalled);
-    } else if (mayStart) {
+    } else if (sThreads < kMostThreads) {
       StartThread();
     }
   }
