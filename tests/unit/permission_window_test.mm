@@ -7,6 +7,7 @@
 #import <AppKit/PlatformVersions.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <vector>
 
 #import "ui/AFXPermissionWindow.h"
@@ -59,6 +60,26 @@ class PermissionWindow : public testing::Test {
     [controller_ showWindow:nil];
     [controller_.window.contentView layoutSubtreeIfNeeded];
     return controller_;
+  }
+
+  /// Whether the window is in the middle from side to side, at once or before long: a window
+  /// manager may tell late where a window has been, and what it tells last holds.
+  bool comesToStandInTheMiddle() const {
+    NSDate *end = [NSDate dateWithTimeIntervalSinceNow:5];
+    NSWindow *window = controller_.window;
+    while (std::abs(NSMidX(window.frame) - NSMidX(window.screen.visibleFrame)) > 1) {
+      if (end.timeIntervalSinceNow < 0) {
+        return false;
+      }
+      NSEvent *event = [NSApp nextEventMatchingMask:NSAnyEventMask
+                                          untilDate:[NSDate dateWithTimeIntervalSinceNow:0.02]
+                                             inMode:NSDefaultRunLoopMode
+                                            dequeue:YES];
+      if (event) {
+        [NSApp sendEvent:event];
+      }
+    }
+    return true;
   }
 
   /// The view's frame in the window's coordinates.
@@ -395,8 +416,7 @@ TEST_F(PermissionWindow, IsHiddenByAnAnswerAndCanBeShownAgain) {
   [controller_.window setFrameOrigin:NSMakePoint(1, 1)];
   [controller_ showWindow:nil];
   EXPECT_TRUE(controller_.window.isVisible);
-  EXPECT_NEAR(NSMidX(controller_.window.frame), NSMidX(controller_.window.screen.visibleFrame),
-              1.0);
+  EXPECT_TRUE(comesToStandInTheMiddle());
   [controller_ forbidEmailSharing:nil];
   EXPECT_EQ(answers_.size(), 2u);
 }
