@@ -279,6 +279,39 @@ TEST_F(XPC, ProxiesHaveMethodSignatures) {
   EXPECT_EQ([signature numberOfArguments], 4u);
 }
 
+/// A delegate that takes long to refuse a connection.
+@interface XPCTestSlowDelegate : XPCTestWitness <NSXPCListenerDelegate> {
+ @public
+  Counter *_asked;
+  Counter *_mayGoOn;
+}
+@end
+
+@implementation XPCTestSlowDelegate
+- (BOOL)listener:(NSXPCListener *)listener shouldAcceptNewConnection:(NSXPCConnection *)connection {
+  (void)listener;
+  (void)connection;
+  _asked->Add();
+  _mayGoOn->Wait();
+  return NO;
+}
+@end
+
+TEST_F(XPC, ADelegateStaysWhileItIsAsked) {
+  Counter gone, asked, mayGoOn;
+  XPCTestSlowDelegate *slow = [[XPCTestSlowDelegate alloc] initWithCounter:&gone];
+  slow->_asked = &asked;
+  slow->_mayGoOn = &mayGoOn;
+  listener_.delegate = slow;
+  Client client(kService);
+  EXPECT_TRUE(asked.Wait());
+  [listener_ invalidate];
+  [slow release];
+  EXPECT_EQ(gone.count(), 0u);
+  mayGoOn.Add();
+  EXPECT_TRUE(gone.Wait());
+}
+
 /// Answers by forwarding to a server.
 @interface XPCTestForwarder : NSObject {
   XPCTestServer *_server;

@@ -46,9 +46,10 @@ void ListenerCore::Invalidate() {
   if (acceptor_) acceptor_->Stop();
 }
 
+/// It may be given up on another thread while this one asks it.
 id<NSXPCListenerDelegate> ListenerCore::delegate() {
   std::lock_guard<std::mutex> lock(mutex_);
-  return delegate_;
+  return [[delegate_ retain] autorelease];
 }
 
 void ListenerCore::SetDelegate(id<NSXPCListenerDelegate> delegate) {
