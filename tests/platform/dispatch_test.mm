@@ -13,6 +13,8 @@
 #include <thread>
 #include <vector>
 
+#include "blocked_queues.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -364,22 +366,7 @@ TEST_F(DispatchQueue, SixtyFourBlockedWorkersDoNotStopASerialQueue) {
 }
 
 TEST_F(DispatchQueue, BlockedSerialQueuesDoNotStopAGlobalOne) {
-  constexpr int kBlocked = 70;
-  dispatch_semaphore_t gate = dispatch_semaphore_create(0);
-  dispatch_group_t group = dispatch_group_create();
-  for (int i = 0; i < kBlocked; ++i) {
-    dispatch_queue_t serial = dispatch_queue_create("blocked", DISPATCH_QUEUE_SERIAL);
-    dispatch_group_async(group, serial, ^{
-      dispatch_semaphore_wait(gate, DISPATCH_TIME_FOREVER);
-    });
-    dispatch_release(serial);
-  }
-  dispatch_async(dispatch_get_global_queue(0, 0), ^{
-    for (int i = 0; i < kBlocked; ++i) dispatch_semaphore_signal(gate);
-  });
-  EXPECT_EQ(0, dispatch_group_wait(group, In(10)));
-  dispatch_release(group);
-  dispatch_release(gate);
+  EXPECT_TRUE(AGlobalQueueGoesOnBesideBlockedOnes([] {}));
 }
 
 TEST_F(DispatchQueue, ABurstOnAGlobalQueueKeepsThreadsBounded) {
