@@ -859,6 +859,53 @@ TEST_F(Layout, BaselinesAlign) {
   EXPECT_GT(NSMinY([small frame]), NSMinY([large frame]));
 }
 
+TEST_F(Layout, LeadingIsRightInAViewThatIsLaidOutFromThere) {
+  NSView *first = addedView(content_);
+  NSView *second = addedView(content_);
+  NSView *centred = addedView(content_);
+  NSDictionary *views = @{@"first" : first, @"second" : second};
+  [content_ addConstraints:visual(@"H:|-10-[first(40)]-(>=6)-[second(20)]", views)];
+  [content_ addConstraints:@[
+    relate(second, NSLayoutAttributeLeading, NSLayoutRelationLessThanOrEqual, content_,
+           NSLayoutAttributeLeading, 1, 60),
+    relate(centred, NSLayoutAttributeCenterX, NSLayoutRelationEqual, content_,
+           NSLayoutAttributeCenterX, 1, 30),
+    relate(centred, NSLayoutAttributeTrailing, NSLayoutRelationEqual, content_,
+           NSLayoutAttributeTrailing, 1, -200),
+  ]];
+  [content_ layoutSubtreeIfNeeded];
+  EXPECT_EQ(content_.userInterfaceLayoutDirection, NSUserInterfaceLayoutDirectionLeftToRight);
+  EXPECT_EQ(NSMinX(first.frame), 10);
+  EXPECT_EQ(NSMinX(second.frame), 56);
+  EXPECT_EQ(NSMaxX(centred.frame), 556 - 200);
+  EXPECT_EQ(NSMidX(centred.frame), 278 + 30);
+
+  content_.userInterfaceLayoutDirection = NSUserInterfaceLayoutDirectionRightToLeft;
+  [content_ layoutSubtreeIfNeeded];
+  EXPECT_EQ(NSMaxX(first.frame), 546);
+  EXPECT_EQ(NSWidth(first.frame), 40);
+  EXPECT_EQ(NSMaxX(second.frame), 500);
+  // A centre alone has no direction: its distance keeps its sign.
+  EXPECT_EQ(NSMinX(centred.frame), 200);
+  EXPECT_EQ(NSMidX(centred.frame), 278 + 30);
+}
+
+TEST_F(Layout, ViewsAreLaidOutLikeTheApplicationUntilToldOtherwise) {
+  NSUserDefaults *defaults = [NSUserDefaults standardUserDefaults];
+  NSDictionary *before = [[[defaults volatileDomainForName:NSArgumentDomain] retain] autorelease];
+  [defaults removeVolatileDomainForName:NSArgumentDomain];
+  [defaults setVolatileDomain:@{@"NSForceRightToLeftWritingDirection" : @"YES"}
+                      forName:NSArgumentDomain];
+  EXPECT_EQ([NSApp userInterfaceLayoutDirection], NSUserInterfaceLayoutDirectionRightToLeft);
+  NSView *told = addedView(content_);
+  told.userInterfaceLayoutDirection = NSUserInterfaceLayoutDirectionLeftToRight;
+  EXPECT_EQ(content_.userInterfaceLayoutDirection, NSUserInterfaceLayoutDirectionRightToLeft);
+  EXPECT_EQ(told.userInterfaceLayoutDirection, NSUserInterfaceLayoutDirectionLeftToRight);
+  [defaults removeVolatileDomainForName:NSArgumentDomain];
+  [defaults setVolatileDomain:before forName:NSArgumentDomain];
+  EXPECT_EQ([NSApp userInterfaceLayoutDirection], NSUserInterfaceLayoutDirectionLeftToRight);
+}
+
 TEST_F(Layout, DefaultPrioritiesAreApples) {
   NSView *plain = addedView(content_);
   NSButton *button = addedPushButton(content_, @"");

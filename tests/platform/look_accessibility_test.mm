@@ -88,5 +88,8 @@ TEST_F(LookAccessibility, WindowIsAnnouncedByItsTitleUntilAnotherIsSet) {
   [window setAccessibilityTitle:@"A question"];
   EXPECT_TRUE([[window accessibilityTitle] isEqual:@"A question"]);
   EXPECT_TRUE([[window title] isEqual:@"Document"]);
+  EXPECT_EQ([window accessibilitySubrole], nil);
+  [window setAccessibilitySubrole:NSAccessibilityDialogSubrole];
+  EXPECT_EQ([window accessibilitySubrole], NSAccessibilityDialogSubrole);
   [window close];
 }

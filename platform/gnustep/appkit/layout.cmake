@@ -1,5 +1,6 @@
 # Auto Layout: constraints, the visual format language, intrinsic sizes and the solver.
 set(layout_categories
+  layout/LayoutDirection.mm
   layout/NSButton+Layout.mm
   layout/NSImageView+Layout.mm
   layout/NSLayoutConstraint+Platform.mm

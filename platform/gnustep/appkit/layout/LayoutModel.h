@@ -84,7 +84,7 @@ class LayoutModel {
                            NSLayoutConstraintOrientation orientation);
   void addTieBreaks(const Node &node, size_t index);
   static double addAttribute(Terms &terms, const Node &node, NSLayoutAttribute attribute,
-                             double factor, const Node &holder);
+                             double factor, const Node &holder, bool mirrored);
   void addConstraint(PlatformLayoutConstraint *constraint, const Node &holder);
 
   const bool sizeFree_;

@@ -35,6 +35,10 @@ Growth growthOf(double container, double position, double size, bool nearFlexibl
   return {nearFlexible ? position / flexible : 0, sizeFlexible ? size / flexible : 0};
 }
 
+bool followsDirection(NSLayoutAttribute attribute) {
+  return attribute == NSLayoutAttributeLeading || attribute == NSLayoutAttributeTrailing;
+}
+
 }  // namespace
 
 LocalFrame localFrameOf(NSView *view) {
@@ -243,25 +247,36 @@ void LayoutModel::addTieBreaks(const Node &node, size_t index) {
 }
 
 /// Adds an attribute to the terms; returns what it has besides. Locations count from the corner
-/// of the view that holds the constraint, which matters where there is a multiplier.
+/// of the view that holds the constraint, which matters where there is a multiplier; mirrored ones
+/// from its right side leftwards.
 double LayoutModel::addAttribute(Terms &terms, const Node &node, NSLayoutAttribute attribute,
-                                 double factor, const Node &holder) {
+                                 double factor, const Node &holder, bool mirrored) {
   const auto location = [&](Variable start, Variable size, double share, Variable origin) {
     terms.push_back({start, factor});
     terms.push_back({size, factor * share});
     terms.push_back({origin, -factor});
   };
+  const auto across = [&](double share) {
+    if (!mirrored) {
+      location(node.left, node.width, share, holder.left);
+      return;
+    }
+    terms.push_back({holder.left, factor});
+    terms.push_back({holder.width, factor});
+    terms.push_back({node.left, -factor});
+    terms.push_back({node.width, -factor * (1 - share)});
+  };
   switch (attribute) {
     case NSLayoutAttributeLeft:
     case NSLayoutAttributeLeading:
-      location(node.left, node.width, 0, holder.left);
+      across(0);
       return 0;
     case NSLayoutAttributeRight:
     case NSLayoutAttributeTrailing:
-      location(node.left, node.width, 1, holder.left);
+      across(1);
       return 0;
     case NSLayoutAttributeCenterX:
-      location(node.left, node.width, 0.5, holder.left);
+      across(0.5);
       return 0;
     case NSLayoutAttributeTop:
       location(node.top, node.height, 0, holder.top);
@@ -294,16 +309,21 @@ void LayoutModel::addConstraint(PlatformLayoutConstraint *constraint, const Node
   if (first == indices_.end()) {
     return;
   }
+  const bool mirrored =
+      (followsDirection([constraint firstAttribute]) ||
+       followsDirection([constraint secondAttribute])) &&
+      [holder.view userInterfaceLayoutDirection] == NSUserInterfaceLayoutDirectionRightToLeft;
   Terms terms;
   double constant = [constraint constant];
-  constant -= addAttribute(terms, nodes_[first->second], [constraint firstAttribute], 1, holder);
+  constant -=
+      addAttribute(terms, nodes_[first->second], [constraint firstAttribute], 1, holder, mirrored);
   if ([constraint secondItem] != nil) {
     const auto second = indices_.find([constraint secondItem]);
     if (second == indices_.end()) {
       return;
     }
     constant -= addAttribute(terms, nodes_[second->second], [constraint secondAttribute],
-                             -[constraint multiplier], holder);
+                             -[constraint multiplier], holder, mirrored);
   }
   add({std::move(terms), static_cast<Relation>([constraint relation]), constant,
        [constraint priority]},

@@ -3,6 +3,7 @@
 
 #import <AppKit/AppKit.h>
 
+#include <optional>
 #include <vector>
 
 @class PlatformLayoutConstraint;
@@ -34,6 +35,7 @@ struct LayoutState {
   float hugging[2] = {0, 0};      ///< By orientation; 0: what the class has.
   float compression[2] = {0, 0};  ///< Likewise.
   CGFloat preferredMaxLayoutWidth = 0;
+  std::optional<NSUserInterfaceLayoutDirection> direction;  ///< Of its own.
   CGFloat foundWidth = 0;             ///< Of a text field: what the last pass left it, or 0.
   NSMutableArray *const constraints;  ///< Held by the view. Owned.
   std::vector<PlatformLayoutConstraint *> mentions;  ///< Of the view, wherever held. Not retained.

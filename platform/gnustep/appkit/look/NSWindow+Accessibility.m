@@ -4,6 +4,7 @@
 #import "AttachedState.h"
 
 static NSString *const kTitle = @"accessibility.title";
+static NSString *const kSubrole = @"accessibility.subrole";
 
 @implementation NSWindow (PlatformAccessibility)
 
@@ -14,6 +15,14 @@ static NSString *const kTitle = @"accessibility.title";
 
 - (void)setAccessibilityTitle:(NSString *)title {
   PlatformSetAttachedState(self, kTitle, [[title copy] autorelease]);
+}
+
+- (NSAccessibilitySubrole)accessibilitySubrole {
+  return PlatformAttachedState(self, kSubrole);
+}
+
+- (void)setAccessibilitySubrole:(NSAccessibilitySubrole)subrole {
+  PlatformSetAttachedState(self, kSubrole, [[subrole copy] autorelease]);
 }
 
 @end

@@ -65,6 +65,9 @@ typedef NSString *NSAccessibilitySubrole;
 - (nullable NSString *)accessibilityTitle;
 - (void)setAccessibilityTitle:(nullable NSString *)title;
 
+- (nullable NSAccessibilitySubrole)accessibilitySubrole;
+- (void)setAccessibilitySubrole:(nullable NSAccessibilitySubrole)subrole;
+
 @end
 
 NS_ASSUME_NONNULL_END

@@ -3,6 +3,7 @@
 #ifndef PLATFORM_APPKIT_NSVIEWLAYOUT_H
 #define PLATFORM_APPKIT_NSVIEWLAYOUT_H
 
+#include <AppKit/NSApplication.h>
 #include <AppKit/NSLayoutConstraint.h>
 #include <AppKit/NSTextField.h>
 #include <AppKit/NSView.h>
@@ -15,6 +16,19 @@ NS_ASSUME_NONNULL_BEGIN
 /// GNUstep declares them without, and the names of variables are the same either way.)
 extern const CGFloat NSViewNoIntrinsicMetric;
 extern const CGFloat NSViewNoInstrinsicMetric;
+
+/// Right to left in a language that is written so, or with the default
+/// `NSForceRightToLeftWritingDirection`.
+@interface NSApplication (PlatformLayoutDirection)
+@property (readonly) NSUserInterfaceLayoutDirection userInterfaceLayoutDirection;
+@end
+
+/// GNUstep declares this one: the application's until another is set. A constraint's leading and
+/// trailing edges are those of the view that holds it.
+@interface NSView (PlatformLayoutDirection)
+- (NSUserInterfaceLayoutDirection)userInterfaceLayoutDirection;
+- (void)setUserInterfaceLayoutDirection:(NSUserInterfaceLayoutDirection)direction;
+@end
 
 /// All on the main thread. Nothing here costs anything until the first constraint is made or the
 /// first autoresizing translation is switched off.
