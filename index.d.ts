@@ -2,9 +2,11 @@
  * The Pellmar client, for the main process of a desktop application on macOS.
  *
  * Requiring the module starts nothing. Every function can be called whether the Pellmar agent runs or
- * not, and only from the application's main thread: worker threads and renderer processes cannot load
- * the module. Where there is no build for the system or for the runtime's module version, requiring it
- * throws an `Error` that names both; its `cause` is the loader's own error.
+ * not, and only from the application's main thread. The first thread that requires the module has it, and
+ * no other gets it: require it on the main thread, before a worker thread can. A worker that asks the
+ * customer and ends before the answer takes the process with it. Renderer processes cannot load it. Where
+ * there is no build for the system or for the runtime's module version, requiring it throws an `Error`
+ * that names both; its `cause` is the loader's own error.
  */
 
 /**

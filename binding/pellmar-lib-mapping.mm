@@ -56,14 +56,8 @@ void _PLReportUsageEvent(const Arguments &info) {
     Nan::ThrowTypeError("Wrong number of arguments. Should be at least 1 string arg.");
     return;
   }
-  // Utf8Value would swallow the exception of a conversion that fails.
-  Local<String> text;
-  if (info[0]->IsString()) {
-    text = info[0].As<String>();
-  } else if (!info[0]->ToString(info.GetIsolate()->GetCurrentContext()).ToLocal(&text)) {
-    return;
-  }
-  const String::Utf8Value name(info.GetIsolate(), text);
+  // A value that cannot be converted has no text, and the exception of the attempt ends here.
+  const String::Utf8Value name(info.GetIsolate(), info[0]);
   if (info.Length() >= 2) {
     Nan::ThrowTypeError("Second argument is not supportted rignt now");
     // The event is reported all the same.
@@ -80,13 +74,10 @@ void _PLGetLastUserEmailSharingResponse(const Arguments &info) {
   info.GetReturnValue().Set(Nan::New<v8::Int32>(static_cast<int32_t>(answer)));
 }
 
-/// The context that `function` was made in.
+/// The context that `function` was made in; empty where the engine keeps none.
 Local<Context> ContextOf(Local<Function> function) {
 #if V8_MAJOR_VERSION >= 9
-  Local<Context> context;
-  return function->GetCreationContext().ToLocal(&context)
-             ? context
-             : Isolate::GetCurrent()->GetCurrentContext();
+  return function->GetCreationContext().FromMaybe(Local<Context>());
 #else
   return function->CreationContext();
 #endif
@@ -99,9 +90,11 @@ void Deliver(Nan::Callback *callback, PLEmailSharingAnswer answer) {
   HandleScope scope(isolate);
   Local<Function> function = callback->GetFunction();
   // Scripts may pass anything; what cannot be called is dropped.
+  Local<Context> context;
   if (!function.IsEmpty() && function->IsFunction()) {
-    Local<Context> context =
-        isolate->InContext() ? isolate->GetCurrentContext() : ContextOf(function);
+    context = isolate->InContext() ? isolate->GetCurrentContext() : ContextOf(function);
+  }
+  if (!context.IsEmpty()) {
     Context::Scope contextScope(context);
     Local<Value> arguments[] = {Nan::New<v8::Int32>(static_cast<int32_t>(answer))};
     Nan::AsyncResource resource("nan:Callback:Call");
@@ -152,7 +145,11 @@ const struct {
 };
 
 void Init(Local<Object> exports, Local<Value>, void *) {
+#if V8_MAJOR_VERSION < 14
+  Isolate *isolate = exports->GetIsolate();
+#else
   Isolate *isolate = Isolate::GetCurrent();
+#endif
   Local<Context> context = isolate->GetCurrentContext();
   for (const auto &function : sFunctions) {
     Local<String> name =

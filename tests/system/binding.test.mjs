@@ -115,21 +115,35 @@ test('half a surrogate pair is an event all the same', async (t) => {
   assert.equal(events[1].arguments[0], 'next');
 });
 
-test('a value that cannot be converted leaves its own exception and reports nothing', async (t) => {
+test('a value that cannot be converted is reported as the empty string and throws nothing', async (t) => {
   const session = makeSession(t);
   const agent = await Agent.start(t, session);
   const { values } = await script(session, `
-    ${thrown(`pellmar.PLReportUsageEvent(Symbol('s'))`)}
-    ${thrown(`pellmar.PLReportUsageEvent({ toString() { throw new RangeError('mine'); } })`)}
-    ${thrown(`pellmar.PLReportUsageEvent({ toString() { throw new RangeError('mine'); } }, 2)`)}
-    ${thrown(`pellmar.PLReportUsageEvent(Object.create(null))`)}
+    const { proxy, revoke } = Proxy.revocable({}, {});
+    revoke();
+    const values = [Symbol('s'), { toString() { throw new RangeError('mine'); } },
+      { toString: () => ({}), valueOf: () => ({}) }, Object.create(null), proxy];
+    for (const value of values) ${thrown(`print(String(pellmar.PLReportUsageEvent(value)))`)}
+    for (const value of values) ${thrown('pellmar.PLReportUsageEvent(value, 2)')}
     pellmar.PLReportUsageEvent('last');`);
-  assert.equal(values[0][0], 'TypeError');
-  assert.deepEqual(values[1], ['RangeError', 'mine']);
-  assert.deepEqual(values[2], ['RangeError', 'mine']);
-  assert.equal(values[3][0], 'TypeError');
-  const events = await agent.waitFor('reportUsageEvent:eventInfo:');
-  assert.deepEqual(events.map((event) => event.arguments[0]), ['last']);
+  assert.deepEqual(values.slice(0, 10), Array(5).fill(['undefined', null]).flat());
+  assert.deepEqual(values.slice(10),
+    Array(5).fill(['TypeError', 'Second argument is not supportted rignt now']));
+  const events = await agent.waitFor('reportUsageEvent:eventInfo:', 11);
+  assert.deepEqual(events.map((event) => event.arguments), [
+    ...Array(10).fill(['', null]), ['last', null]]);
+});
+
+test('the conversion of an event happens once', async (t) => {
+  const session = makeSession(t);
+  const agent = await Agent.start(t, session);
+  const { values } = await script(session, `
+    let calls = 0;
+    pellmar.PLReportUsageEvent({ toString: () => 'counted ' + ++calls });
+    print(calls);`);
+  assert.deepEqual(values, [1]);
+  const [event] = await agent.waitFor('reportUsageEvent:eventInfo:');
+  assert.deepEqual(event.arguments, ['counted 1', null]);
 });
 
 test('PLEnableDebugLogging takes a boolean and nothing else', async (t) => {
@@ -409,10 +423,21 @@ test('the release notes are asked for until one request succeeded, and always by
   await working.waitFor(method, 3);
 });
 
-test('a worker thread is refused by the runtime', async (t) => {
+test('the first thread that requires the module has it, and no other', async (t) => {
+  const inWorker = `new (require('worker_threads').Worker)(${JSON.stringify(`
+    const pellmar = require(${JSON.stringify(modulePath)});
+    require('worker_threads').parentPort.postMessage(
+      [Object.keys(pellmar).length, pellmar.PLCanShowReleaseNotesWindow()]);`)}, { eval: true })`;
   const { values } = await script(makeSession(t), `
-    const { Worker } = require('worker_threads');
-    new Worker(${JSON.stringify(`require(${JSON.stringify(modulePath)})`)}, { eval: true })
-      .on('error', (error) => print(error.message));`);
+    ${inWorker}.on('error', (error) => print(error.message));`);
   assert.match(values[0], /^Module did not self-register/);
+
+  const { stdout } = spawnSync(nodePath, ['-e', `
+    const print = (value) => console.log(JSON.stringify(value));
+    ${inWorker}.on('message', print).on('exit', () => {
+      try { require(${JSON.stringify(modulePath)}); } catch (error) { print(error.message); }
+    });`], { encoding: 'utf8', env: environment(makeSession(t)) });
+  const [worker, main] = stdout.trim().split('\n').map((line) => JSON.parse(line));
+  assert.deepEqual(worker, [7, true]);
+  assert.match(main, /^Module did not self-register/);
 });
