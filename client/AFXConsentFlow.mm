@@ -1,7 +1,6 @@
 #import "client/AFXConsentFlow.h"
 
 #import "client/AFXCustomerPersonals.h"
-#import "client/AFXPatientAccess.h"
 #import "client/AFXServiceAccessor.h"
 #import "ui/AFXPermissionWindowController.h"
 
@@ -10,16 +9,10 @@ static const int64_t sReplyTimeout = 2 * NSEC_PER_SEC;
 /// Set once the customer chose to be asked later, in the application's own defaults; never unset.
 static NSString *const sAskLaterDefaultsKey = @"ShouldAskForPermissionLater";
 
-/// In UTF-16 units; many times what an address can have. To lay out megabytes would stall the
-/// window.
-static const NSUInteger sLongestEmail = 4096;
-
 static AFXCustomerPersonals sCustomerPersonals;
 
-/// What the agent replied, if it can be an address: a reply of the wrong kind is worth no more than
-/// none.
-static NSString *AFXEmailOfReply(NSString *reply) {
-  return [reply isKindOfClass:NSString.class] && reply.length <= sLongestEmail ? reply : nil;
+static bool __AFXHasPostponed() {
+  return [NSUserDefaults.standardUserDefaults boolForKey:sAskLaterDefaultsKey] != NO;
 }
 
 AFXConsentChoice AFXGetPreviousCustomerChoice(void) {
@@ -40,17 +33,17 @@ AFXConsentChoice AFXGetPreviousCustomerChoice(void) {
     }
   };
 
-  [AFXSharedServiceAccessor()
+  [__AFXSharedServiceAccessor()
       accessService:^(id<AFXProvisioningService> service) {
         if (service == nil) {
           finish();
           return;
         }
         [service fetchAskingPermissionStatus:^(BOOL shouldAsk, NSString *customerEmail) {
-          sCustomerPersonals.setStatus(AFXConsentStatusForReply(shouldAsk, [] {
-            return [NSUserDefaults.standardUserDefaults boolForKey:sAskLaterDefaultsKey] != NO;
-          }));
-          sCustomerPersonals.setEmail(AFXEmailOfReply(customerEmail));
+          sCustomerPersonals.setStatus(__AFXConsentStatusForReply(shouldAsk, __AFXHasPostponed));
+          // An address of the wrong class is worth no more than none.
+          sCustomerPersonals.setEmail([customerEmail isKindOfClass:NSString.class] ? customerEmail
+                                                                                   : nil);
           finish();
         }];
       }
@@ -64,21 +57,19 @@ AFXConsentChoice AFXGetPreviousCustomerChoice(void) {
 }
 
 /// Puts the window's answer on record: a postponement in the defaults, the rest with the agent.
-static void AFXRecordAnswer(AFXConsentChoice answer, NSString *email) {
+static void __AFXRecordAnswer(AFXConsentChoice answer, NSString *email) {
   sCustomerPersonals.setEmail(email);
   if (answer == AFXConsentChoiceAskLater) {
     [NSUserDefaults.standardUserDefaults setBool:YES forKey:sAskLaterDefaultsKey];
     return;
   }
-  // The address as it is now. When the agent is back, the reply to another question may have put
-  // the customer's address in the place of a refusal.
-  NSString *allowedEmail = sCustomerPersonals.email();
-  // Sent once at the most: the answer to an agent that dies over it is not sent to its successor.
-  AFXAccessServicePatiently(^(id<AFXProvisioningService> service) {
-    [service updateAllowedCustomerEmail:allowedEmail
+  // What the window handed over, not what is shared: by the time this runs, the reply to another
+  // question may have put the customer's address in the place of a refusal.
+  [__AFXSharedServiceAccessor() accessService:^(id<AFXProvisioningService> service) {
+    [service updateAllowedCustomerEmail:email
                                callback:^(BOOL){
                                }];
-  });
+  }];
 }
 
 BOOL AFXAskCustomerPermissions(void (^completion)(AFXConsentChoice)) {
@@ -97,12 +88,12 @@ BOOL AFXAskCustomerPermissions(void (^completion)(AFXConsentChoice)) {
       controller = [[AFXPermissionWindowController alloc]
           initWithUserEmail:sCustomerPersonals.email()
           completionHandler:^(AFXConsentChoice answer, NSString *email) {
-            AFXRecordAnswer(answer, email);
+            __AFXRecordAnswer(answer, email);
             // The controller's own action is still on the stack.
             [controller autorelease];
             controller = nil;
             if (completion) {
-              completion(AFXConsentStatusForWindowAnswer(answer));
+              completion(__AFXConsentStatusForWindowAnswer(answer));
             }
           }];
     }

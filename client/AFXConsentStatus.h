@@ -19,7 +19,7 @@ inline constexpr AFXConsentChoice AFXConsentStatusPostponed = 2;
 inline constexpr AFXConsentChoice AFXConsentStatusUnknown = INT64_MAX;
 
 /// What a caller outside the library sees of `status`: 1 and 2 as they are, 0 for everything else.
-constexpr std::int64_t AFXPublicAnswer(AFXConsentChoice status) {
+constexpr std::int64_t __AFXPublicAnswer(AFXConsentChoice status) {
   return status == AFXConsentStatusAnswered || status == AFXConsentStatusPostponed
              ? static_cast<std::int64_t>(status)
              : 0;
@@ -27,17 +27,16 @@ constexpr std::int64_t AFXPublicAnswer(AFXConsentChoice status) {
 
 /// The status that an agent's reply means. Whether the customer has postponed the answer before is
 /// only looked up when the agent wants the customer asked.
-template <typename WasPostponed>
-AFXConsentChoice AFXConsentStatusForReply(bool shouldAsk, WasPostponed wasPostponed) {
+inline AFXConsentChoice __AFXConsentStatusForReply(bool shouldAsk, bool (*hasPostponed)()) {
   if (!shouldAsk) {
     return AFXConsentStatusAnswered;
   }
-  return wasPostponed() ? AFXConsentStatusPostponed : AFXConsentStatusToBeAsked;
+  return hasPostponed() ? AFXConsentStatusPostponed : AFXConsentStatusToBeAsked;
 }
 
 /// What the caller is told of the window's answer: only whether the customer answered or postponed,
 /// never whether the customer allowed or declined.
-constexpr AFXConsentChoice AFXConsentStatusForWindowAnswer(AFXConsentChoice answer) {
+constexpr AFXConsentChoice __AFXConsentStatusForWindowAnswer(AFXConsentChoice answer) {
   return answer == AFXConsentChoiceAskLater ? AFXConsentStatusPostponed : AFXConsentStatusAnswered;
 }
 

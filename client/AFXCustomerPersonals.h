@@ -10,15 +10,16 @@
 
 /// What the process knows of the customer: the last consent status and the e-mail address.
 ///
-/// A reply that comes after its two seconds writes while other threads read: each of the two is
-/// whole at any time, and an address that was read stays alive until the reader's pool is drained.
-/// Constant-initialised and never destroyed.
+/// A reply that comes after its two seconds writes while other threads read. The atomic and the
+/// lock order nothing and cannot be observed; they are there because this is somebody else's
+/// process, whose memory must stay whole. An address that was read lives until the reader's pool is
+/// drained. Constant-initialised and never destroyed.
 class AFXCustomerPersonals {
  public:
   AFXConsentChoice status() const { return status_.load(); }
   void setStatus(AFXConsentChoice status) { status_.store(status); }
 
-  /// The address that the agent reported, or the one to report to it after the customer's answer.
+  /// The address that the agent reported, or what the customer's answer made of it.
   NSString *email() const {
     pthread_mutex_lock(&mutex_);
     NSString *email = [email_ retain];

@@ -33,8 +33,9 @@ typedef void (^AFXServiceHandler)(id<AFXProvisioningService> _Nullable service);
 - (instancetype)init NS_UNAVAILABLE;
 
 /// Calls `handler` exactly once with the agent's proxy or with nil: at once on the calling thread
-/// when the connection is known to work, else on a queue of the connection as soon as the agent has
-/// answered a first check or proved to be missing.
+/// when the connection is known to work, else as soon as the agent has answered a first check or
+/// proved to be missing, on a queue of the connection or a global one. An agent that has not
+/// answered the check within eight seconds counts as missing.
 - (void)accessService:(AFXServiceHandler)handler;
 
 /// As `accessService:`; besides, `errorHandler` runs once, on a queue of the connection, for a
@@ -51,7 +52,7 @@ typedef void (^AFXServiceHandler)(id<AFXProvisioningService> _Nullable service);
 @end
 
 /// The process's accessor. Makes no connection until one of its methods is called.
-AFXServiceAccessor *AFXSharedServiceAccessor(void);
+AFXServiceAccessor *__AFXSharedServiceAccessor(void);
 
 NS_ASSUME_NONNULL_END
 

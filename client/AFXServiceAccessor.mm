@@ -5,6 +5,9 @@
 /// A call of the accessor that waits for the first check: takes the checked connection, or nil.
 typedef void (^AFXConnectionWaiter)(NSXPCConnection *connection);
 
+/// Long enough for an agent that the system has to start first.
+static const int64_t sCheckTimeout = 8 * NSEC_PER_SEC;
+
 /// Short enough for an agent that has just started to hear nearly everything.
 static const int64_t sRestAfterFailure = 20 * NSEC_PER_MSEC;
 
@@ -69,6 +72,10 @@ static const int64_t sRestAfterFailure = 20 * NSEC_PER_MSEC;
         [self dropConnectionOfGeneration:generation];
       }
     }];
+    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, sCheckTimeout),
+                   dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0), ^{
+                     [self dropConnectionOfGeneration:generation evenIfChecked:NO];
+                   });
   }
   [connection release];
 }
@@ -143,8 +150,12 @@ static const int64_t sRestAfterFailure = 20 * NSEC_PER_MSEC;
 /// Forgets the connection, so that the next request opens a new one, and hands nil to everyone who
 /// waits for it.
 - (void)dropConnectionOfGeneration:(uint64_t)generation {
+  [self dropConnectionOfGeneration:generation evenIfChecked:YES];
+}
+
+- (void)dropConnectionOfGeneration:(uint64_t)generation evenIfChecked:(BOOL)evenIfChecked {
   pthread_mutex_lock(&_mutex);
-  if (generation != _generation || _connection == nil) {
+  if (generation != _generation || _connection == nil || (_isChecked && !evenIfChecked)) {
     pthread_mutex_unlock(&_mutex);
     return;
   }
@@ -169,7 +180,7 @@ static const int64_t sRestAfterFailure = 20 * NSEC_PER_MSEC;
 
 @end
 
-AFXServiceAccessor *AFXSharedServiceAccessor(void) {
+AFXServiceAccessor *__AFXSharedServiceAccessor(void) {
   static AFXServiceAccessor *sAccessor;
   static dispatch_once_t sOnce;
   dispatch_once(&sOnce, ^{

@@ -7,54 +7,60 @@
 /// Whether a release-notes request of this process was answered without an error.
 static std::atomic<bool> sReleaseNotesShown{false};
 
-static NSError *AFXConnectionError(NSInteger code, NSString *description) {
+static NSError *__AFXConnectionError(NSInteger code, NSString *description) {
   return [NSError errorWithDomain:NSCocoaErrorDomain
                              code:code
                          userInfo:@{NSLocalizedDescriptionKey : description}];
 }
 
-/// Hands on what the agent replied, once it is what was agreed.
-static void AFXFinishWithReply(PLAuthorizationCodeCompletion finish, NSString *code,
-                               NSError *error) {
-  if ([error isKindOfClass:NSError.class]) {
-    finish(nil, error);
-  } else if ([code isKindOfClass:NSString.class]) {
-    finish(code, nil);
-  } else {
-    finish(nil, AFXConnectionError(NSXPCConnectionReplyInvalid,
-                                   @"The Pellmar agent’s reply could not be understood."));
-  }
+static BOOL __AFXIsNilOrOfClass(id object, Class expected) {
+  return object == nil || [object isKindOfClass:expected];
 }
 
 void PLRequestAuthorizationCode(NSString *clientID, NSArray<NSString *> *scopes,
                                 PLAuthorizationCodeCompletion completion) {
+  // Not on the connection's queue: an e-mail function called inside the completion would wait there
+  // for a reply that only this queue can bring.
   PLAuthorizationCodeCompletion finish = ^(NSString *code, NSError *error) {
     if (completion) {
-      completion(code, error);
+      dispatch_async(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0), ^{
+        completion(code, error);
+      });
     }
   };
-  [AFXSharedServiceAccessor()
-      accessService:^(id<AFXProvisioningService> service) {
-        if (service == nil) {
-          finish(nil, AFXConnectionError(NSXPCConnectionInvalid,
-                                         @"The Pellmar agent could not be reached."));
-          return;
-        }
-        @try {
-          [service provideAuthCodeWithClientID:clientID
-                                         scope:scopes
-                                      callback:^(NSString *code, NSError *error) {
-                                        AFXFinishWithReply(finish, code, error);
-                                      }];
-        } @catch (NSException *) {
-          // The connection raises for what cannot be sent.
-          finish(nil, AFXConnectionError(NSXPCConnectionInvalid,
-                                         @"The request could not be sent to the Pellmar agent."));
-        }
-      }
-      errorHandler:^(NSError *error) {
-        finish(nil, error);
-      }];
+  // Its copy holds the arguments for the length of the call.
+  AFXServiceHandler request = [^(id<AFXProvisioningService> service) {
+    if (service == nil) {
+      finish(nil, __AFXConnectionError(NSXPCConnectionInvalid,
+                                       @"The Pellmar agent could not be reached."));
+      return;
+    }
+    @try {
+      [service
+          provideAuthCodeWithClientID:clientID
+                                scope:scopes
+                             callback:^(NSString *code, NSError *error) {
+                               if (__AFXIsNilOrOfClass(code, NSString.class) &&
+                                   __AFXIsNilOrOfClass(error, NSError.class)) {
+                                 finish(code, error);
+                                 return;
+                               }
+                               finish(nil,
+                                      __AFXConnectionError(
+                                          NSXPCConnectionReplyInvalid,
+                                          @"The Pellmar agent’s reply could not be understood."));
+                             }];
+    } @catch (NSException *) {
+      // The connection raises for what cannot be sent.
+      finish(nil, __AFXConnectionError(NSXPCConnectionInvalid,
+                                       @"The request could not be sent to the Pellmar agent."));
+    }
+  } copy];
+  [__AFXSharedServiceAccessor() accessService:request
+                                 errorHandler:^(NSError *error) {
+                                   finish(nil, error);
+                                 }];
+  [request release];
 }
 
 void PLShowReleaseNotesWindowIfNeeded(void) {
@@ -64,7 +70,7 @@ void PLShowReleaseNotesWindowIfNeeded(void) {
 }
 
 void PLShowReleaseNotesWindow(void) {
-  [AFXSharedServiceAccessor() accessService:^(id<AFXProvisioningService> service) {
+  [__AFXSharedServiceAccessor() accessService:^(id<AFXProvisioningService> service) {
     [service showReleaseNotesForAppWithCallback:^(NSError *error) {
       if (error == nil) {
         sReleaseNotesShown = true;
@@ -76,17 +82,25 @@ void PLShowReleaseNotesWindow(void) {
 BOOL PLCanShowReleaseNotesWindow(void) { return YES; }
 
 void PLReportUsageEvent(NSString *name, NSDictionary *info) {
-  [AFXSharedServiceAccessor() reportUsageEvent:name eventInfo:info];
+  [name retain];
+  [info retain];
+  [__AFXSharedServiceAccessor() reportUsageEvent:name eventInfo:info];
+  [info release];
+  [name release];
 }
 
 PLEmailSharingAnswer PLGetLastUserEmailSharingResponse(void) {
-  return static_cast<PLEmailSharingAnswer>(AFXPublicAnswer(AFXGetPreviousCustomerChoice()));
+  return static_cast<PLEmailSharingAnswer>(__AFXPublicAnswer(AFXGetPreviousCustomerChoice()));
 }
 
 BOOL PLAskUserToShareEmail(PLEmailSharingCompletion completion) {
-  return AFXAskCustomerPermissions(^(AFXConsentChoice status) {
+  // Its copy holds the caller's block, which another thread may release while this one waits.
+  void (^wrapper)(AFXConsentChoice) = [^(AFXConsentChoice status) {
     if (completion) {
-      completion(static_cast<PLEmailSharingAnswer>(AFXPublicAnswer(status)));
+      completion(static_cast<PLEmailSharingAnswer>(__AFXPublicAnswer(status)));
     }
-  });
+  } copy];
+  const BOOL isAsking = AFXAskCustomerPermissions(wrapper);
+  [wrapper release];
+  return isAsking;
 }

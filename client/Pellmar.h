@@ -29,7 +29,8 @@ typedef NS_ENUM(NSInteger, PLEmailSharingAnswer) {
   PLEmailSharingAnswerPostponed = 2,
 };
 
-/// Receives the outcome of `PLRequestAuthorizationCode`: exactly one of the two is non-nil.
+/// Receives the outcome of `PLRequestAuthorizationCode`. `error` is nil on success. What the agent
+/// replied is handed on as it is: look at the error first, and do not rely on a code without one.
 typedef void (^PLAuthorizationCodeCompletion)(NSString *_Nullable code, NSError *_Nullable error);
 
 /// Receives the answer of `PLAskUserToShareEmail`.
@@ -69,13 +70,14 @@ PL_EXPORT id __PLV;
 
 /// Asks the agent for an authorization code that the application's own back end can redeem.
 ///
-/// Any thread; returns at once. `completion` is copied and runs exactly once, on a queue of the
-/// connection. It gets the agent's own error, or one in `NSCocoaErrorDomain` with a localized
-/// description: `NSXPCConnectionInvalid` (4099) when the agent is not there,
+/// Any thread; returns at once. `completion` is copied and runs exactly once, on a global queue; it
+/// may call every function here. It gets what the agent replied, or an error in
+/// `NSCocoaErrorDomain` with a localized description: `NSXPCConnectionInvalid` (4099) when the
+/// agent is not there or has not got ready to serve within eight seconds,
 /// `NSXPCConnectionInterrupted` (4097) when it went away before it answered,
-/// `NSXPCConnectionReplyInvalid` (4101) when its reply was not of the agreed kind. An agent that
-/// neither answers nor ends keeps the completion waiting, since it may be asking the customer. What
-/// is in the user info of the agent's own error is not checked.
+/// `NSXPCConnectionReplyInvalid` (4101) when its reply was of another class. An agent that serves
+/// and neither answers nor ends keeps the completion waiting, since it may be asking the customer.
+/// What is in the user info of the agent's own error is not checked.
 ///
 /// @param clientID the identifier under which the application is registered.
 /// @param scopes scope strings such as `PLVendorAuthScopeApplicationAccess`.

@@ -6,6 +6,14 @@ pellmar_add_gtest(dev_agent_options_test
   SOURCES unit/dev_agent_options_test.cpp
   LIBRARIES pellmar_dev_agent_options)
 
+pellmar_add_gtest(module_record_test
+  SOURCES unit/module_record_test.cpp LIBRARIES pellmar_flags ${CMAKE_DL_LIBS})
+target_node_headers(module_record_test node_headers)
+target_compile_definitions(module_record_test PRIVATE
+  PELLMAR_MODULE="${CMAKE_BINARY_DIR}/pellmar.node")
+set_target_properties(module_record_test PROPERTIES ENABLE_EXPORTS ON)
+add_dependencies(module_record_test pellmar)
+
 # The Linux layer passes for any macOS; on a Mac the tests bring their own header and code for that.
 if(APPLE)
   add_library(platform_versions OBJECT
@@ -24,6 +32,14 @@ foreach(test colors fonts layout_helpers permission_window)
     SOURCES unit/${test}_test.mm unit/application_environment.mm
     LIBRARIES pellmar_ui ${versions})
 endforeach()
+
+pellmar_add_gtest(consent_flow_test DISPLAY
+  SOURCES unit/consent_flow_test.mm unit/scripted_service.mm unit/application_environment.mm
+  LIBRARIES pellmar_client pellmar_ui)
+
+pellmar_add_gtest(functions_test
+  SOURCES unit/functions_test.mm unit/scripted_service.mm
+  LIBRARIES pellmar_client pellmar_ui)
 
 # Reads the screen through X, and opens some hundred windows.
 if(NOT APPLE)

@@ -10,7 +10,7 @@ void SignIn(void (^useCode)(NSString *code)) {
   PLRequestAuthorizationCode(
       @"com.example.editor", @[ PLVendorAuthScopeApplicationAccess ],
       ^(NSString *code, NSError *error) {
-        // This runs on a queue of the connection.
+        // This runs on a global queue.
         dispatch_async(dispatch_get_main_queue(), ^{
           if (code) {
             useCode(code);

@@ -44,8 +44,10 @@ class Tally {
   /// Records the completion of request `number`.
   void Add(unsigned number, NSString *code, NSError *error) {
     std::string kind;
-    if ((code == nil) == (error == nil)) {
-      kind = "both or neither";
+    if (code && error) {
+      kind = "both";
+    } else if (!code && !error) {
+      kind = "neither";
     } else if (code) {
       kind = [code isKindOfClass:[NSString class]] ? "code" : "wrong class";
     } else {

@@ -48,8 +48,8 @@ const char *const sFaults[] = {
     // of a reply's time and number
     "late", "slow", "twice", "unasked-first", "hangs-up", "not-ready",
     // of a reply's content
-    "nil", "wrong-class", "wrong-elements", "wrong-scalar", "too-few", "too-many", "too-deep",
-    "64-MiB", "asks-with-8-MiB", "invalid-utf8",
+    "nil", "text-and-error", "wrong-class", "wrong-elements", "wrong-scalar", "too-few", "too-many",
+    "too-deep", "64-MiB", "asks-with-8-MiB", "invalid-utf8",
     // of the frame
     "cut-off", "length-too-short", "length-too-long", "length-beyond-limit", "random-bytes",
     "unknown-selector"};
@@ -108,7 +108,7 @@ void PutPart(Writer *writer, Part part, const std::string &fault) {
       writer->PutNumber(1);
     }
     writer->PutTag(Tag::kNull);
-  } else if (fault == "wrong-elements" && part == Part::kError) {
+  } else if (part == Part::kError && (fault == "wrong-elements" || fault == "text-and-error")) {
     PutStrangeError(writer);
   } else if (part == Part::kText && fault == "64-MiB") {
     PutString(writer, std::string(size_t{64} << 20, 'a'));

@@ -31,6 +31,8 @@ const soon = [0, 2000];
 /** Of a call that waits for a reply and gets none. */
 const twoSeconds = [1900, 2600];
 const atMostTwoSeconds = [0, 2600];
+/** Of a request that waits for the first check of an agent that does not answer it. */
+const checkTimeout = [7500, 10_000];
 const calm = ['--should-ask', 'no'];
 /** What a process that hears the notification daemon has of them: one listens, one is connected. */
 const daemonSockets = 2;
@@ -175,6 +177,23 @@ const silent = [
     fault: 'not ready', peer: ['not-ready', check],
     call: 'status()', expected: '0', within: atOnce,
   }),
+  ...[['hangs over the first check', '--hang'], ['first check dropped', '--drop']].map(
+    ([fault, option]) => native({
+      fault, agent: [option, check], call: 'request 20 codes', script: 'codes 20 2',
+      expected: '20 × error 4099', within: checkTimeout,
+    })),
+  {
+    fault: 'stopped, continued after 5 s', call: 'request a code', expected: '1 × code',
+    within: [4500, 7000], caller: 'native',
+    async run(row) {
+      const caller = await row.startCaller();
+      const agent = await row.startAgent();
+      agent.process.kill('SIGSTOP');
+      await caller.tell('codes 1 1');
+      setTimeout(() => agent.process.kill('SIGCONT'), 5000);
+      return caller.tell('outcome 10000');
+    },
+  },
   oneCode({ fault: 'not ready', peer: ['not-ready', check], expected: '1 × error 4099' }),
   call({
     fault: 'hangs over the request', agent: ['--hang', fetch],
@@ -321,9 +340,10 @@ const replies = [
   }),
 ];
 
-/** Faults of a reply's content and frame, with what the two kinds of calls make of each. */
+/** Faults of a reply's content and frame, with what the two kinds of calls make of each: the
+ * answer, and the error of a code, or null for neither. */
 const contents = [
-  ['reply nil', 'nil', '1', '4101'],
+  ['reply nil', 'nil', '1', null],
   ['reply of a wrong class', 'wrong-class', '1', '4101'],
   ['reply of a wrong scalar', 'wrong-scalar', '0', '4101'],
   ['reply with an argument too few', 'too-few', '0', '4101'],
@@ -341,7 +361,9 @@ const contents = [
     fault, peer: [peer, fetch], call: 'status()', expected: status,
     within: status === '0' ? atMostTwoSeconds : atOnce,
   }),
-  oneCode({ fault, peer: [peer, code], expected: `1 × error ${error}` }),
+  oneCode({
+    fault, peer: [peer, code], expected: error === null ? '1 × neither' : `1 × error ${error}`,
+  }),
 ]);
 
 const malformed = [
@@ -355,6 +377,7 @@ const malformed = [
     fault: 'wrong element classes in a collection', peer: ['wrong-elements', code],
     expected: '1 × error 7',
   }),
+  oneCode({ fault: 'reply with a code and an error', peer: ['text-and-error', code], expected: '1 × both' }),
   {
     fault: 'release notes: error of a wrong class', call: 'PLShowReleaseNotesWindowIfNeeded() twice',
     expected: 'asked twice', within: soon,
@@ -534,6 +557,17 @@ const windows = [
     },
   },
   {
+    fault: 'e-mail of 100,000 units', call: 'ask(), Return', within: soon,
+    expected: 'callback(1), agent told all of it',
+    async run(row) {
+      const email = `${'x'.repeat(99_988)}@example.com`;
+      const { agent, caller } = await row.startWindow({ agent: ['--email', email] });
+      const { value, ms } = await answer(row, caller);
+      const [{ arguments: [told] }] = await agent.waitFor(update);
+      return { value: `${value}, agent told ${told === email ? 'all of it' : told}`, ms };
+    },
+  },
+  {
     fault: 'agent replies twice', call: 'ask(), Return', within: soon,
     expected: 'callback(1), agent told ["customer@example.com"]',
     async run(row) {
@@ -659,38 +693,40 @@ const surplus = 400;
 
 const restarts = [
   answered({
-    fault: 'agent restarts, back after 0.5 s', call: 'Return', within: [400, 1800],
-    expected: 'callback(1), told ["customer@example.com"]',
-  }, 'Return', async (row, { start, value, succeedAfter }) => {
-    const successor = await succeedAfter(500);
-    await successor.waitFor(update);
-    const ms = performance.now() - start;
-    await delay(surplus);
-    return { value: `${value}, told ${JSON.stringify(row.told)}`, ms };
-  }),
-  answered({
-    fault: 'agent restarts, back after 0.9 s; status() all the time', call: decline,
-    within: [800, 2000], expected: 'callback(1), told [null]',
-  }, decline, async (row, { caller, start, value, succeedAfter }) => {
-    // A reply that brings the address must not turn the refusal into a consent.
-    await caller.tell('setInterval(status, 10).unref(); 0');
-    const successor = await succeedAfter(900);
-    await successor.waitFor(update);
-    const ms = performance.now() - start;
-    await delay(surplus);
-    return { value: `${value}, told ${JSON.stringify(row.told)}`, ms };
-  }),
-  answered({
-    fault: 'agent gone for good (back after 3 s)', call: 'Return', within: [0, 4500],
+    fault: 'agent restarts, back after 0.5 s', call: 'Return', within: soon,
     expected: 'callback(1), told []',
   }, 'Return', async (row, { caller, start, value, succeedAfter }) => {
-    const successor = await succeedAfter(3000);
+    const ms = performance.now() - start;
+    const successor = await succeedAfter(500);
     await caller.tell('status()');
     await successor.waitFor(fetch);
-    const ms = performance.now() - start;
     await delay(surplus);
     return { value: `${value}, told ${JSON.stringify(row.told)}`, ms };
   }),
+  ...[['Return', '["customer@example.com"]'], [decline, '[null]']].map(([key, told]) => ({
+    fault: 'agent replaced while the window is open', call: key, caller: 'window', within: soon,
+    expected: `callback(1), told ${told}`,
+    async run(row) {
+      const { agent, caller } = await row.startWindow();
+      await agent.stop('SIGKILL');
+      const successor = await row.startAgent();
+      const { value, ms } = await answer(row, caller, key);
+      await successor.waitFor(update);
+      return { value: `${value}, told ${JSON.stringify(row.told)}`, ms };
+    },
+  })),
+  {
+    // A reply that brings the address must not turn the refusal into a consent.
+    fault: 'status() all the time', call: decline, caller: 'window', within: soon,
+    expected: 'callback(1), told [null]',
+    async run(row) {
+      const { agent, caller } = await row.startWindow();
+      await caller.tell('setInterval(status, 2).unref(); 0');
+      const { value, ms } = await answer(row, caller, decline);
+      await agent.waitFor(update);
+      return { value: `${value}, told ${JSON.stringify(row.told)}`, ms };
+    },
+  },
   {
     fault: 'agent dies over the answer, a successor comes', call: 'Return', within: soon,
     expected: 'callback(1), told ["customer@example.com"]', caller: 'window',

@@ -143,6 +143,30 @@ TEST_F(Client, IsAnsweredOnceByAnAgentThatRepliesTwice) {
   EXPECT_EQ(requestCode().calls, 1);
 }
 
+TEST_F(Client, MayCallEverythingInsideTheCompletionOfACode) {
+  ASSERT_TRUE(agent_.start({"--should-ask", "no"}));
+  dispatch_semaphore_t done = dispatch_semaphore_create(0);
+  __block PLEmailSharingAnswer known = PLEmailSharingAnswerUnknown;
+  __block PLEmailSharingAnswer told = PLEmailSharingAnswerUnknown;
+  PLRequestAuthorizationCode(@"client-1", @[], ^(NSString *, NSError *) {
+    PLReportUsageEvent(@"event", nil);
+    PLShowReleaseNotesWindow();
+    known = PLGetLastUserEmailSharingResponse();
+    PLAskUserToShareEmail(^(PLEmailSharingAnswer answer) {
+      told = answer;
+    });
+    PLRequestAuthorizationCode(@"client-1", @[], ^(NSString *, NSError *) {
+      dispatch_semaphore_signal(done);
+    });
+  });
+  ASSERT_EQ(
+      dispatch_semaphore_wait(done, dispatch_time(DISPATCH_TIME_NOW, 60 * (int64_t)NSEC_PER_SEC)),
+      0);
+  EXPECT_EQ(known, PLEmailSharingAnswerGiven);
+  EXPECT_EQ(told, PLEmailSharingAnswerGiven);
+  dispatch_release(done);
+}
+
 TEST_F(Client, IsToldThatARequestCannotBeSent) {
   ASSERT_TRUE(agent_.start({}));
   const Outcome outcome = requestCode(@[ [[[NSObject alloc] init] autorelease] ]);

@@ -5,8 +5,8 @@
 #include <cstdint>
 
 TEST(PublicAnswer, PassesOneAndTwo) {
-  EXPECT_EQ(AFXPublicAnswer(1), 1);
-  EXPECT_EQ(AFXPublicAnswer(2), 2);
+  EXPECT_EQ(__AFXPublicAnswer(1), 1);
+  EXPECT_EQ(__AFXPublicAnswer(2), 2);
 }
 
 TEST(PublicAnswer, IsZeroForEverythingElse) {
@@ -14,7 +14,7 @@ TEST(PublicAnswer, IsZeroForEverythingElse) {
        {AFXConsentChoice{0}, AFXConsentChoice{3}, AFXConsentStatusUnknown,
         AFXConsentStatusUnknown - 1, static_cast<AFXConsentChoice>(INT64_MAX) + 1,
         static_cast<AFXConsentChoice>(UINT64_MAX), (AFXConsentChoice{1} << 32) + 1}) {
-    EXPECT_EQ(AFXPublicAnswer(status), 0) << status;
+    EXPECT_EQ(__AFXPublicAnswer(status), 0) << status;
   }
 }
 
@@ -23,23 +23,20 @@ TEST(ConsentStatusUnknown, IsTheLargestSignedNumber) {
 }
 
 TEST(ConsentStatusForReply, IsAnsweredWhenTheAgentDoesNotWantTheCustomerAsked) {
-  bool lookedUp = false;
-  EXPECT_EQ(AFXConsentStatusForReply(false,
-                                     [&lookedUp] {
-                                       lookedUp = true;
-                                       return true;
-                                     }),
+  static bool sLookedUp;
+  sLookedUp = false;
+  EXPECT_EQ(__AFXConsentStatusForReply(false, [] { return sLookedUp = true; }),
             AFXConsentStatusAnswered);
-  EXPECT_FALSE(lookedUp);
+  EXPECT_FALSE(sLookedUp);
 }
 
 TEST(ConsentStatusForReply, TellsAPostponedQuestionFromANewOne) {
-  EXPECT_EQ(AFXConsentStatusForReply(true, [] { return false; }), AFXConsentStatusToBeAsked);
-  EXPECT_EQ(AFXConsentStatusForReply(true, [] { return true; }), AFXConsentStatusPostponed);
+  EXPECT_EQ(__AFXConsentStatusForReply(true, [] { return false; }), AFXConsentStatusToBeAsked);
+  EXPECT_EQ(__AFXConsentStatusForReply(true, [] { return true; }), AFXConsentStatusPostponed);
 }
 
 TEST(ConsentStatusForWindowAnswer, DoesNotTellAnAllowFromADecline) {
-  EXPECT_EQ(AFXConsentStatusForWindowAnswer(AFXConsentChoiceAllowed), AFXConsentStatusAnswered);
-  EXPECT_EQ(AFXConsentStatusForWindowAnswer(AFXConsentChoiceDeclined), AFXConsentStatusAnswered);
-  EXPECT_EQ(AFXConsentStatusForWindowAnswer(AFXConsentChoiceAskLater), AFXConsentStatusPostponed);
+  EXPECT_EQ(__AFXConsentStatusForWindowAnswer(AFXConsentChoiceAllowed), AFXConsentStatusAnswered);
+  EXPECT_EQ(__AFXConsentStatusForWindowAnswer(AFXConsentChoiceDeclined), AFXConsentStatusAnswered);
+  EXPECT_EQ(__AFXConsentStatusForWindowAnswer(AFXConsentChoiceAskLater), AFXConsentStatusPostponed);
 }

@@ -1,0 +1,84 @@
+#include "scripted_service.h"
+
+#include <gtest/gtest.h>
+
+std::vector<std::string> sCalls;
+
+static ScriptedAccess::Access sAccess;
+
+std::vector<std::string> takenCalls() {
+  std::vector<std::string> calls;
+  calls.swap(sCalls);
+  return calls;
+}
+
+std::string textOf(NSString *string) { return string ? string.UTF8String : "(nil)"; }
+
+@implementation ScriptedService
+
+- (void)dealloc {
+  [_statusReply release];
+  [_updateReply release];
+  [_codeReply release];
+  [_notesReply release];
+  [_onFetch release];
+  [super dealloc];
+}
+
+- (void)fetchAskingPermissionStatus:(void (^)(BOOL, NSString *))callback {
+  sCalls.push_back("fetch");
+  [_statusReply release];
+  _statusReply = [callback copy];
+  if (_onFetch) {
+    _onFetch(_statusReply);
+  }
+}
+
+- (void)updateAllowedCustomerEmail:(NSString *)email callback:(void (^)(BOOL))callback {
+  sCalls.push_back("update " + textOf(email));
+  [_updateReply release];
+  _updateReply = [callback copy];
+}
+
+- (void)provideAuthCodeWithClientID:(NSString *)clientID
+                              scope:(NSArray *)scope
+                           callback:(void (^)(NSString *, NSError *))callback {
+  sCalls.push_back("code for " + textOf([clientID description]) + " " +
+                   textOf([scope description]));
+  [_codeReply release];
+  _codeReply = [callback copy];
+}
+
+- (void)checkConnectionWithCallback:(void (^)(BOOL))callback {
+  FAIL() << "this is the accessor's affair";
+}
+
+- (void)reportUsageEvent:(NSString *)event eventInfo:(NSDictionary *)eventInfo {
+  FAIL() << "events have a way of their own";
+}
+
+- (void)showReleaseNotesForAppWithCallback:(void (^)(NSError *))callback {
+  sCalls.push_back("release notes");
+  [_notesReply release];
+  _notesReply = [callback copy];
+}
+
+- (void)xpcAPIVersionWithCallback:(void (^)(NSString *, NSError *))callback {
+  FAIL() << "nobody asks for the version";
+}
+
+@end
+
+static void scriptedAccess(id, SEL, ServiceHandler handler, ServiceErrorHandler errorHandler) {
+  sCalls.push_back("access");
+  sAccess(handler, errorHandler);
+}
+
+ScriptedAccess::ScriptedAccess()
+    : swap_(class_getInstanceMethod(AFXServiceAccessor.class, @selector(accessService:
+                                                                         errorHandler:)),
+            scriptedAccess) {}
+
+ScriptedAccess::~ScriptedAccess() { sAccess = nullptr; }
+
+void ScriptedAccess::operator=(Access access) { sAccess = std::move(access); }
