@@ -2,6 +2,10 @@ pellmar_add_gtest(consent_status_test
   SOURCES unit/consent_status_test.cpp LIBRARIES pellmar_flags)
 target_include_directories(consent_status_test PRIVATE "${PROJECT_SOURCE_DIR}")
 
+pellmar_add_gtest(placeholders_test
+  SOURCES unit/placeholders_test.cpp LIBRARIES pellmar_flags)
+target_include_directories(placeholders_test PRIVATE "${PROJECT_SOURCE_DIR}")
+
 pellmar_add_gtest(dev_agent_options_test
   SOURCES unit/dev_agent_options_test.cpp
   LIBRARIES pellmar_dev_agent_options)
@@ -27,7 +31,7 @@ else()
   set(agent_process unit/agent_process.cpp)
 endif()
 
-foreach(test colors fonts layout_helpers permission_window)
+foreach(test colors fonts layout_helpers permission_window permission_window_contents)
   pellmar_add_gtest(${test}_test DISPLAY
     SOURCES unit/${test}_test.mm unit/application_environment.mm
     LIBRARIES pellmar_ui ${versions})

@@ -4,6 +4,7 @@
 
 #import "resources/AFXPictures.h"
 #import "ui/AFXPermissionWindow.h"
+#include "ui/AFXPlaceholders.h"
 #import "ui/extensions/NSColor+Extensions.h"
 #import "ui/extensions/NSFont+Extensions.h"
 #import "ui/extensions/NSView+AFXEnxtensions.h"
@@ -12,37 +13,60 @@ static const NSSize sWindowSize = {556.0, 355.0};
 static const NSSize sIconSize = {110.0, 110.0};
 static const NSSize sImagesContainerSize = {232.0, 148.0};
 static const CGFloat sTextMargin = 8.0;
+/// In UTF-16 units; more than an address can have.
+static const NSUInteger sLongestShownEmail = 320;
 
 static NSString *const sAppearanceKeyPath = @"effectiveAppearance";
 
 /// Whether the system has light and dark appearances, as it does from 10.14 on. A question to the
 /// running system: the compiler's own check cannot be put to the test with an older one.
-static BOOL AFXSystemHasAppearances(void) {
+static BOOL __AFXSystemHasAppearances(void) {
   return [NSProcessInfo.processInfo
       isOperatingSystemAtLeastVersion:(NSOperatingSystemVersion){10, 14, 0}];
 }
 
-static NSString *AFXLocalizedString(NSString *key) {
+static NSString *__AFXLocalizedString(NSString *key) {
   return [NSBundle.mainBundle localizedStringForKey:key value:@"" table:@"Pellmar"];
+}
+
+/// The text of that key, to be filled with `count` objects. A translation that takes others would
+/// end the application: the English text, which is the key, stands in for it.
+static NSString *__AFXLocalizedFormat(NSString *key, unsigned count) {
+  NSString *format = __AFXLocalizedString(key);
+  const char *text = format.UTF8String;
+  if (text && __AFXPlaceholdersFit(text, count)) {
+    return format;
+  }
+  NSLog(@"Pellmar: the placeholders of the translation do not fit its key “%@”.", key);
+  return key;
+}
+
+/// An address as the window shows it: to lay out megabytes would stall it.
+static NSString *__AFXShownEmail(NSString *email) {
+  if (email.length <= sLongestShownEmail) {
+    return email ?: @"";
+  }
+  const NSRange end = [email rangeOfComposedCharacterSequenceAtIndex:sLongestShownEmail];
+  return [[email substringToIndex:end.location] stringByAppendingString:@"…"];
 }
 
 /// Has a screen reader speak `label` for the control. It passes over a control with a single cell
 /// and reads the cell, so both are told; the same holds below.
-static void AFXSetSpokenLabel(NSControl *control, NSString *label) {
+static void __AFXSetSpokenLabel(NSControl *control, NSString *label) {
   control.accessibilityLabel = label;
   NSCell *cell = control.cell;
   cell.accessibilityLabel = label;
 }
 
 /// Has screen readers pass over a control that says nothing.
-static void AFXKeepFromScreenReaders(NSControl *control) {
+static void __AFXKeepFromScreenReaders(NSControl *control) {
   control.accessibilityElement = NO;
   NSCell *cell = control.cell;
   cell.accessibilityElement = NO;
 }
 
 template <std::size_t Length>
-static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
+static NSImage *__AFXImage(const unsigned char (&picture)[Length]) {
   NSData *data = [NSData dataWithBytes:picture length:Length];
   return [[[NSImage alloc] initWithData:data] autorelease];
 }
@@ -76,7 +100,7 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
 }
 
 - (void)dealloc {
-  if (AFXSystemHasAppearances()) {
+  if (__AFXSystemHasAppearances()) {
     [self.window removeObserver:self forKeyPath:sAppearanceKeyPath];
   }
   [_userEmail release];
@@ -144,8 +168,8 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
 - (NSTextField *)_titleField {
   NSTextField *field = [self _defaultTextField];
   field.font = [NSFont afx_systemFontOfSize:32.0 weight:AFXFontWeightThin];
-  field.stringValue =
-      [NSString stringWithFormat:AFXLocalizedString(@"Let’s stay in touch!"), [self _shownAppName]];
+  field.stringValue = [NSString
+      stringWithFormat:__AFXLocalizedFormat(@"Let’s stay in touch!", 1), [self _shownAppName]];
   [field sizeToFit];
   return field;
 }
@@ -154,9 +178,10 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
   NSTextField *field = [self _defaultTextField];
   field.font = [NSFont afx_systemFontOfSize:14.0 weight:AFXFontWeightLight];
   field.textColor = [NSColor kv_colorWithSRGBHex:0x808080];
-  field.stringValue = [NSString
-      stringWithFormat:AFXLocalizedString(@"%@ invites you to receive its newsletters and offers."),
-                       [self _shownAppName]];
+  field.stringValue =
+      [NSString stringWithFormat:__AFXLocalizedFormat(
+                                     @"%@ invites you to receive its newsletters and offers.", 1),
+                                 [self _shownAppName]];
   [field sizeToFit];
   return field;
 }
@@ -168,9 +193,9 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
   field.drawsBackground = YES;
   field.backgroundColor = [NSColor kv_colorWithRGBHex:0xF9F9F9];
   field.stringValue = [NSString
-      stringWithFormat:AFXLocalizedString(
-                           @"Pellmar will share your %@ email with the developers of %@."),
-                       self.userEmail ?: @"", [self _shownAppName]];
+      stringWithFormat:__AFXLocalizedFormat(
+                           @"Pellmar will share your %@ email with the developers of %@.", 2),
+                       __AFXShownEmail(self.userEmail), [self _shownAppName]];
   [field sizeToFit];
   return field;
 }
@@ -179,16 +204,16 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
   NSImageView *view = [[[NSImageView alloc]
       initWithFrame:NSMakeRect(0.0, 0.0, sIconSize.width, sIconSize.height)] autorelease];
   view.image = [NSImage imageNamed:NSImageNameApplicationIcon];
-  AFXKeepFromScreenReaders(view);
+  __AFXKeepFromScreenReaders(view);
   return view;
 }
 
 - (NSImageView *)_envelopeView {
-  NSImage *image = AFXImage(AFXEnvelopeLightPicture);
+  NSImage *image = __AFXImage(AFXEnvelopeLightPicture);
   NSImageView *view = [[[NSImageView alloc]
       initWithFrame:NSMakeRect(0.0, 0.0, image.size.width, image.size.height)] autorelease];
   view.image = image;
-  AFXKeepFromScreenReaders(view);
+  __AFXKeepFromScreenReaders(view);
   return view;
 }
 
@@ -199,6 +224,10 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
       autorelease];
   envelopeView.translatesAutoresizingMaskIntoConstraints = NO;
   iconView.translatesAutoresizingMaskIntoConstraints = NO;
+  // The picture is the same in every language.
+  for (NSView *view in @[ container, envelopeView, iconView ]) {
+    view.userInterfaceLayoutDirection = NSUserInterfaceLayoutDirectionLeftToRight;
+  }
   [container addSubview:envelopeView];
   [container addSubview:iconView];
   [container addVisualFormatConstraints:@"H:[envelope(width)]|"
@@ -224,7 +253,7 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
 }
 
 - (NSButton *)_closeButton {
-  NSImage *image = AFXImage(AFXCloseLightPicture);
+  NSImage *image = __AFXImage(AFXCloseLightPicture);
   NSButton *button =
       [self _buttonWithFrame:NSMakeRect(0.0, 0.0, image.size.width, image.size.height)
                       action:@selector(askLater:)];
@@ -234,17 +263,20 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
   button.keyEquivalent = @"\x1b";
   // A new button's title is "Button": not shown here, but a screen reader would speak it.
   button.title = @"";
-  AFXSetSpokenLabel(button, AFXLocalizedString(@"Ask Me Later"));
+  __AFXSetSpokenLabel(button, __AFXLocalizedString(@"Ask Me Later"));
   return button;
 }
 
 - (NSButton *)_pixelCloseButton {
   NSButton *button = [self _buttonWithFrame:NSZeroRect action:@selector(askLater:)];
   button.title = @"";
+  // AppKit draws some points of a bezel around an alignment rectangle of no size.
+  button.bordered = NO;
+  button.transparent = YES;
   button.keyEquivalent = @"w";
   button.keyEquivalentModifierMask = NSEventModifierFlagCommand;
   button.refusesFirstResponder = YES;
-  AFXKeepFromScreenReaders(button);
+  __AFXKeepFromScreenReaders(button);
   return button;
 }
 
@@ -257,12 +289,12 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
 }
 
 - (NSButton *)_cancelButton {
-  return [self _pushButtonWithTitle:AFXLocalizedString(@"No, Thanks")
+  return [self _pushButtonWithTitle:__AFXLocalizedString(@"No, Thanks")
                              action:@selector(forbidEmailSharing:)];
 }
 
 - (NSButton *)_okButton {
-  NSButton *button = [self _pushButtonWithTitle:AFXLocalizedString(@"Sure, I’m In")
+  NSButton *button = [self _pushButtonWithTitle:__AFXLocalizedString(@"Sure, I’m In")
                                          action:@selector(allowEmailSharing:)];
   button.keyEquivalent = @"\r";
   return button;
@@ -348,7 +380,11 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
   [contentView addVisualFormatConstraints:@"H:|-(d)-[info]-(d)-|"
                                     views:@{@"info" : informativeField}
                                   metrics:margin];
-  descriptionField.preferredMaxLayoutWidth = NSWidth(contentView.frame) - 2.0 * sTextMargin;
+  // Without it a text asks for the width of its one line, and for more of that than a window keeps
+  // its own.
+  for (NSTextField *field in @[ titleField, descriptionField, informativeField ]) {
+    field.preferredMaxLayoutWidth = NSWidth(contentView.frame) - 2.0 * sTextMargin;
+  }
   [contentView addVisualFormatConstraints:@"H:|-(8.0)-[info]-(8.0)-|"
                                     views:@{@"info" : informativeField}
                                   metrics:nil];
@@ -367,8 +403,9 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
                                                              constant:0.0]];
   }
 
-  // A borderless window has no title of its own for a screen reader to announce it by.
+  // A borderless window has no title of its own for a screen reader to announce it by, and no kind.
   self.window.accessibilityTitle = titleField.stringValue;
+  self.window.accessibilitySubrole = NSAccessibilityDialogSubrole;
 
   self.window.initialFirstResponder = okButton;
   okButton.nextKeyView = closeButton;
@@ -379,7 +416,7 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
 #pragma mark - Appearance
 
 - (void)setupAppearance {
-  if (AFXSystemHasAppearances()) {
+  if (__AFXSystemHasAppearances()) {
     [self.window addObserver:self
                   forKeyPath:sAppearanceKeyPath
                      options:NSKeyValueObservingOptionNew | NSKeyValueObservingOptionInitial
@@ -399,7 +436,7 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
 }
 
 - (void)updateAccordingToAppearance {
-  if (!AFXSystemHasAppearances()) {
+  if (!__AFXSystemHasAppearances()) {
     return;
   }
   static NSString *const sDarkName = @"NSAppearanceNameDarkAqua";
@@ -419,8 +456,9 @@ static NSImage *AFXImage(const unsigned char (&picture)[Length]) {
       isDark ? NSColor.whiteColor : [NSColor kv_colorWithSRGBHex:0x808080];
   self.informativeField.backgroundColor = background;
   self.envelopeView.image =
-      isDark ? AFXImage(AFXEnvelopeDarkPicture) : AFXImage(AFXEnvelopeLightPicture);
-  self.closeButton.image = isDark ? AFXImage(AFXCloseDarkPicture) : AFXImage(AFXCloseLightPicture);
+      isDark ? __AFXImage(AFXEnvelopeDarkPicture) : __AFXImage(AFXEnvelopeLightPicture);
+  self.closeButton.image =
+      isDark ? __AFXImage(AFXCloseDarkPicture) : __AFXImage(AFXCloseLightPicture);
 }
 
 @end

@@ -41,7 +41,7 @@ test('the product has no condition on a platform and no name of the Linux toolki
 test('each layer uses only what it may', () => {
   const rules = [
     { folder: 'ui/extensions', may: [/^AppKit\//, /^ui\/extensions\//, /^c\w+$/, /^array$/] },
-    { folder: 'ui', may: [/^AppKit\//, /^ui\//, /^resources\//, /^c\w+$/, /^array$/] },
+    { folder: 'ui', may: [/^AppKit\//, /^ui\//, /^resources\//, /^c\w+$/, /^(array|string_view)$/] },
     {
       folder: 'client',
       may: [/^Foundation\//, /^client\//, /^(pthread|unistd)\.h$/, /^c\w+$/, /^atomic$/],

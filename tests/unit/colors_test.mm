@@ -1,5 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "method_swap.h"
 #include "ui/extensions/AFXColorChannels.h"
 #import "ui/extensions/NSColor+Extensions.h"
 
@@ -17,9 +22,99 @@ void expectComponents(NSColor *color, double red, double green, double blue, dou
 
 }  // namespace
 
+/// Puts down which of its methods are called, and makes another color in the end.
+@interface OtherColor : NSColor
+@end
+
+namespace {
+
+std::vector<std::string> sCalls;
+
+std::vector<std::string> taken() {
+  std::vector<std::string> calls;
+  calls.swap(sCalls);
+  return calls;
+}
+
+std::string hex(uint32_t value) {
+  char digits[9];
+  std::snprintf(digits, sizeof digits, "%08X", value);
+  return digits;
+}
+
+std::string nameOf(NSColorSpace *space) {
+  return space == nil                                ? "none"
+         : space == NSColorSpace.sRGBColorSpace      ? "sRGB"
+         : space == NSColorSpace.deviceRGBColorSpace ? "device"
+                                                     : "another";
+}
+
+}  // namespace
+
+@implementation OtherColor
+
++ (NSColor *)kv_colorWithRGBAHex:(uint32_t)value colorSpace:(NSColorSpace *)colorSpace {
+  sCalls.push_back("RGBA " + hex(value) + " " + nameOf(colorSpace));
+  return NSColor.redColor;
+}
+
++ (NSColor *)kv_colorWithRGBHex:(uint32_t)value colorSpace:(NSColorSpace *)colorSpace {
+  sCalls.push_back("RGB " + hex(value) + " " + nameOf(colorSpace));
+  return [super kv_colorWithRGBHex:value colorSpace:colorSpace];
+}
+
++ (NSColor *)kv_colorWithSRGBHex:(uint32_t)value {
+  sCalls.push_back("sRGB " + hex(value));
+  return [super kv_colorWithSRGBHex:value];
+}
+
++ (NSColor *)colorWithColorSpace:(NSColorSpace *)space
+                      components:(const CGFloat *)components
+                           count:(NSInteger)count {
+  sCalls.push_back("made by the wrong class");
+  return [super colorWithColorSpace:space components:components count:count];
+}
+
+@end
+
+TEST(ColorsFromHex, GoByWayOfTheClassThatWasAsked) {
+  using Calls = std::vector<std::string>;
+  taken();
+  NSColor *color = [OtherColor kv_colorWithRGBAHex:0x11223344];
+  EXPECT_EQ(taken(), Calls{"RGBA 11223344 none"});
+  EXPECT_TRUE([color isEqual:NSColor.redColor]);
+  [OtherColor kv_colorWithRGBHex:0x112233];
+  EXPECT_EQ(taken(), (Calls{"RGB 00112233 none", "RGBA 112233FF none"}));
+  [OtherColor kv_colorWithRGBHex:0x44112233];
+  EXPECT_EQ(taken(), (Calls{"RGB 44112233 none", "RGBA 112233FF none"}));
+  [OtherColor kv_colorWithSRGBHex:0x112233];
+  EXPECT_EQ(taken(), (Calls{"sRGB 00112233", "RGB 00112233 sRGB", "RGBA 112233FF sRGB"}));
+  [OtherColor kv_colorWithDeviceRGBHex:0x112233];
+  EXPECT_EQ(taken(), (Calls{"RGB 00112233 device", "RGBA 112233FF device"}));
+  color = [OtherColor kv_colorWithSRGBHexString:@"112233" alpha:0.5];
+  EXPECT_EQ(taken(), (Calls{"sRGB 00112233", "RGB 00112233 sRGB", "RGBA 112233FF sRGB"}));
+  EXPECT_EQ(color.alphaComponent, 0.5);
+}
+
+TEST(ColorsFromHex, AreMadeByNSColorOfFourComponents) {
+  MethodSwap swap(
+      class_getClassMethod(NSColor.class, @selector(colorWithColorSpace:components:count:)),
+      +[](id self, SEL, NSColorSpace *space, const CGFloat *components, NSInteger count) {
+        sCalls.push_back(std::string(class_getName(self)) + " " + nameOf(space) + " " +
+                         std::to_string(count));
+        EXPECT_EQ(components[0], 0x11 / 255.0);
+        EXPECT_EQ(components[3], 0x44 / 255.0);
+        return NSColor.redColor;
+      });
+  taken();
+  EXPECT_TRUE([[NSColor kv_colorWithRGBAHex:0x11223344
+                                 colorSpace:NSColorSpace.sRGBColorSpace] isEqual:NSColor.redColor]);
+  EXPECT_EQ(taken(), std::vector<std::string>{"NSColor sRGB 4"});
+}
+
 TEST(ColorChannels, AreEachByteThroughTwoHundredFiftyFiveExactly) {
   for (std::uint32_t byte = 0; byte < 256; ++byte) {
-    const auto components = AFXComponentsOfRGBA((byte << 24) | (byte << 16) | (byte << 8) | byte);
+    const auto components = __AFXComponentsOfRGBA((byte << 24) | (byte << 16) | (byte << 8) | byte);
     for (const double component : components) {
       EXPECT_EQ(component, byte / 255.0);
     }
@@ -27,7 +122,7 @@ TEST(ColorChannels, AreEachByteThroughTwoHundredFiftyFiveExactly) {
 }
 
 TEST(ColorChannels, AreRedGreenBlueAlpha) {
-  const auto components = AFXComponentsOfRGBA(0x01020304);
+  const auto components = __AFXComponentsOfRGBA(0x01020304);
   EXPECT_EQ(components[0], 1 / 255.0);
   EXPECT_EQ(components[1], 2 / 255.0);
   EXPECT_EQ(components[2], 3 / 255.0);

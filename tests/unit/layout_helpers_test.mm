@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "method_swap.h"
 #import "ui/extensions/NSView+AFXEnxtensions.h"
 
 namespace {
@@ -35,6 +36,19 @@ TEST(CenterXConstraint, IsAddedForDirectSubviewsOnly) {
   EXPECT_EQ(child.constraints.count, 0u);
 }
 
+TEST(CenterXConstraint, IsAddedInTheOrderOfTheViews) {
+  NSView *container = makeView();
+  NSArray *children = @[ makeView(), makeView(), makeView() ];
+  for (NSView *child in children) {
+    [container addSubview:child];
+  }
+  [container addCenterXContraintForSubviews:children.reverseObjectEnumerator];
+  ASSERT_EQ(container.constraints.count, 3u);
+  for (NSUInteger i = 0; i < 3; ++i) {
+    EXPECT_EQ([[container.constraints objectAtIndex:i] firstItem], [children objectAtIndex:2 - i]);
+  }
+}
+
 TEST(CenterXConstraint, IsNotMergedForAViewListedTwice) {
   NSView *container = makeView();
   NSView *child = makeView();
@@ -59,6 +73,50 @@ TEST(VisualFormatConstraints, NeedNoMetricsForLiteralNumbers) {
   [container addSubview:child];
   [container addVisualFormatConstraints:@"H:|[close(0.0)]" views:@{@"close" : child} metrics:nil];
   EXPECT_EQ(container.constraints.count, 2u);
+}
+
+namespace {
+
+int sAsked;
+
+NSArray *constraints(id, SEL, NSString *format, NSLayoutFormatOptions options,
+                     NSDictionary *metrics, NSDictionary *views) {
+  ++sAsked;
+  EXPECT_TRUE([format isEqualToString:@"H:|-(d)-[child]"]);
+  EXPECT_EQ(options, 0u);
+  EXPECT_TRUE([metrics isEqualToDictionary:@{@"d" : @8}]);
+  NSView *child = [views objectForKey:@"child"];
+  const auto make = [&](NSLayoutAttribute attribute) {
+    return [NSLayoutConstraint constraintWithItem:child
+                                        attribute:attribute
+                                        relatedBy:NSLayoutRelationEqual
+                                           toItem:nil
+                                        attribute:NSLayoutAttributeNotAnAttribute
+                                       multiplier:1.0
+                                         constant:7.0];
+  };
+  return @[ make(NSLayoutAttributeWidth), make(NSLayoutAttributeHeight) ];
+}
+
+}  // namespace
+
+TEST(VisualFormatConstraints, AreThoseThatTheToolkitMakesWithoutOptions) {
+  MethodSwap swap(class_getClassMethod(NSLayoutConstraint.class, @selector
+                                       (constraintsWithVisualFormat:options:metrics:views:)),
+                  constraints);
+  NSView *container = makeView();
+  NSView *child = makeView();
+  [container addSubview:child];
+  sAsked = 0;
+  [container addVisualFormatConstraints:@"H:|-(d)-[child]"
+                                  views:@{@"child" : child}
+                                metrics:@{
+                                  @"d" : @8
+                                }];
+  EXPECT_EQ(sAsked, 1);
+  ASSERT_EQ(container.constraints.count, 2u);
+  EXPECT_EQ([[container.constraints objectAtIndex:0] firstAttribute], NSLayoutAttributeWidth);
+  EXPECT_EQ([[container.constraints objectAtIndex:1] firstAttribute], NSLayoutAttributeHeight);
 }
 
 TEST(VisualFormatConstraints, LeaveTheTranslationOfTheMaskAlone) {

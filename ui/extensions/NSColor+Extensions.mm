@@ -5,7 +5,7 @@
 @implementation NSColor (Extensions)
 
 + (NSColor *)kv_colorWithRGBAHex:(uint32_t)value colorSpace:(NSColorSpace *)colorSpace {
-  const auto channels = AFXComponentsOfRGBA(value);
+  const auto channels = __AFXComponentsOfRGBA(value);
   const CGFloat components[] = {channels[0], channels[1], channels[2], channels[3]};
   return [NSColor colorWithColorSpace:colorSpace ?: NSColorSpace.genericRGBColorSpace
                            components:components
@@ -17,7 +17,7 @@
 }
 
 + (NSColor *)kv_colorWithRGBHex:(uint32_t)value colorSpace:(NSColorSpace *)colorSpace {
-  return [self kv_colorWithRGBAHex:AFXOpaqueRGBA(value) colorSpace:colorSpace];
+  return [self kv_colorWithRGBAHex:__AFXOpaqueRGBA(value) colorSpace:colorSpace];
 }
 
 + (NSColor *)kv_colorWithRGBHex:(uint32_t)value {

@@ -2,8 +2,6 @@
 
 #include <cmath>
 
-#include "ui/extensions/AFXFontFaces.h"
-
 /// The toolkit of the last 10.10 release.
 static const double sLastAppKitWithoutWeights = 1349.0;
 
@@ -18,6 +16,28 @@ static const NSFontWeight *const sAppKitWeights[] = {
     &NSFontWeightBold,       &NSFontWeightHeavy,  &NSFontWeightBlack,
 };
 
+/// Semibold shares the medium face, and the two heaviest are condensed ones: the family has no
+/// others.
+static NSString *const sLegacyFaces[] = {
+    @"HelveticaNeue-UltraLight",     @"HelveticaNeue-Thin",
+    @"HelveticaNeue-Light",          @"HelveticaNeue",
+    @"HelveticaNeue-Medium",         @"HelveticaNeue-Medium",
+    @"HelveticaNeue-Bold",           @"HelveticaNeue-CondensedBold",
+    @"HelveticaNeue-CondensedBlack",
+};
+
+/// The monospaced family has three faces only.
+static NSString *__AFXMonospacedFace(AFXFontWeight weight) {
+  switch (weight) {
+    case AFXFontWeightRegular:
+      return @"RobotoMono-Regular";
+    case AFXFontWeightBold:
+      return @"RobotoMono-Bold";
+    default:
+      return @"RobotoMono-Medium";
+  }
+}
+
 @implementation NSFont (Extensions)
 
 + (BOOL)afx_appKitKnowsNSFontWeight {
@@ -25,7 +45,7 @@ static const NSFontWeight *const sAppKitWeights[] = {
 }
 
 + (NSString *)afx_legacySystemFontNameForWeight:(AFXFontWeight)weight {
-  return @(AFXLegacyFace(weight));
+  return sLegacyFaces[weight > AFXFontWeightBlack ? AFXFontWeightRegular : weight];
 }
 
 + (CGFloat)afx_appKitFontWeightForWeight:(AFXFontWeight)weight {
@@ -47,7 +67,7 @@ static const NSFontWeight *const sAppKitWeights[] = {
 }
 
 + (NSFont *)afx_robotoMonoFontOfSize:(CGFloat)size weight:(AFXFontWeight)weight {
-  NSString *face = @(AFXMonospacedFace(weight));
+  NSString *face = __AFXMonospacedFace(weight);
   if ([NSFontManager.sharedFontManager.availableFonts containsObject:face]) {
     return [NSFont fontWithName:face size:size];
   }
