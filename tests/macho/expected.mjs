@@ -253,6 +253,7 @@ export const classes = [
       'isResting',
       'admitWaitersOfGeneration:',
       'dropConnectionOfGeneration:',
+      'dropConnectionOfGeneration:evenIfChecked:',
     ],
     classMethods: [],
     properties: [],
