@@ -49,10 +49,19 @@ find_package_handle_standard_args(NodeHeaders
   REQUIRED_VARS NODE_EXECUTABLE NODE_INCLUDE_DIR NODE_V8_INCLUDE_DIR NODE_UV_INCLUDE_DIR)
 mark_as_advanced(NODE_INCLUDE_DIR NODE_V8_INCLUDE_DIR NODE_UV_INCLUDE_DIR)
 
-# Adds a runtime's headers as the target `name`: `add_node_headers(NAME NODE_DIR V8_DIR UV_DIR)`.
+# Adds a runtime's headers as the target `name`: `add_node_headers(NAME NODE_DIR V8_DIR UV_DIR)`. What
+# is compiled against it has the engine's own settings.
 function(add_node_headers name node v8 uv)
   add_library(${name} INTERFACE IMPORTED GLOBAL)
   target_include_directories(${name} SYSTEM INTERFACE "${node}" "${v8}" "${uv}")
+  execute_process(
+    COMMAND "${NODE_EXECUTABLE}" "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/engine-defines.mjs" "${node}" "${v8}"
+    OUTPUT_VARIABLE defines OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  string(REPLACE "\n" ";" defines "${defines}")
+  target_compile_definitions(${name} INTERFACE ${defines})
+  file(STRINGS "${node}/node_version.h" version REGEX "^#define NODE_MODULE_VERSION +[0-9]+")
+  string(REGEX MATCH "[0-9]+" version "${version}")
+  set_target_properties(${name} PROPERTIES PELLMAR_MODULE_VERSION ${version})
   # The engine's headers say themselves when they ask for more than the tree's C++17; Node 24's do.
   file(STRINGS "${v8}/v8config.h" needs_cxx20 REGEX "C\\+\\+20 or later required")
   if(needs_cxx20)

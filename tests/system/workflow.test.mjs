@@ -29,14 +29,62 @@ test('the workflow calls scripts that are there, and pins the actions that it us
   }
 });
 
+/** As a runtime's headers come: its build's variables, and what they define. */
+const engineSettings = {
+  'config.gypi': `# Do not edit. Generated.
+{ 'target_defaults': { 'defines': [] },
+  'variables': { 'v8_enable_31bit_smis_on_64bit_arch': 1,  # a comment
+                 'v8_enable_pointer_compression': 1,
+                 'v8_enable_reverse_jsargs': 1 } }
+`,
+  'common.gypi': `{
+  'variables': {
+    'v8_embedder_string': '-#1' '.2',
+    'v8_enable_pointer_compression%': 0,
+    'v8_enable_31bit_smis_on_64bit_arch%': 0,
+    'v8_enable_reverse_jsargs%': 0,
+    'conditions': [
+      ['target_arch in "arm ia32 mips"', {
+        'v8_enable_pointer_compression': 0,
+        'v8_enable_reverse_jsargs': 0,
+      }],
+      ['unheard_of == "x"', { 'v8_enable_pointer_compression': 0 }],
+    ],
+  },
+  'target_defaults': {
+    'defines': ['V8_DEPRECATION_WARNINGS=1'],
+    'conditions': [
+      ['v8_enable_pointer_compression == 1', { 'defines': ['V8_COMPRESS_POINTERS'] }],
+      ['v8_enable_pointer_compression == 1 or v8_enable_31bit_smis_on_64bit_arch == 1', {
+        'defines': ['V8_31BIT_SMIS_ON_64BIT_ARCH'],
+      }],
+      ['OS == "win"', { 'defines': ['V8_OS_WIN'] }, {
+        'conditions': [['v8_enable_reverse_jsargs == 1 and OS not in "aix"', {
+          'defines': ['V8_REVERSE_JSARGS'],
+        }]],
+      }],
+    ],
+  },
+}
+`,
+  'v8.h': '#ifdef V8_COMPRESS_POINTERS\n#endif\n#if defined(V8_31BIT_SMIS_ON_64BIT_ARCH)\n#endif\n' +
+    '#ifdef V8_REVERSE_JSARGS\n#endif\n#ifdef V8_OS_WIN\n#endif\n',
+};
+
+function writeFiles(folder, files) {
+  for (const [name, content] of Object.entries(files)) fs.writeFileSync(path.join(folder, name), content);
+}
+
 test('the runtime\'s headers are taken only whole and of the right version', (t) => {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'pellmar-headers-'));
   t.after(() => fs.rmSync(folder, { recursive: true }));
   const archive = 'node-v11.5.0-headers.tar.gz';
-  const offer = (version) => {
+  const offer = (version, settings = engineSettings) => {
     const headers = path.join(folder, 'node_headers/include/node');
+    fs.rmSync(headers, { recursive: true, force: true });
     fs.mkdirSync(headers, { recursive: true });
     fs.writeFileSync(path.join(headers, 'node_version.h'), `#define NODE_MODULE_VERSION ${version}\n`);
+    writeFiles(headers, settings);
     execFileSync('tar', ['-czf', archive, 'node_headers'], { cwd: folder });
     const digest = createHash('sha256').update(fs.readFileSync(path.join(folder, archive))).digest('hex');
     fs.writeFileSync(path.join(folder, 'SHASUMS256.txt'), `${digest}  ${archive}\n`);
@@ -55,4 +103,35 @@ test('the runtime\'s headers are taken only whole and of the right version', (t)
 
   offer(88);
   assert.match(fetched('other').stderr, /not of module version 85/);
+
+  offer(85, {});
+  assert.match(fetched('bare').stderr, /do not set V8_COMPRESS_POINTERS/);
+  offer(85, { ...engineSettings,
+    'config.gypi': engineSettings['config.gypi'].replace("jsargs': 1", "jsargs': 0") });
+  assert.match(fetched('other settings').stderr, /do not set V8_REVERSE_JSARGS/);
+});
+
+test('an engine\'s settings are read from its headers as node-gyp reads them', (t) => {
+  const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'pellmar-headers-'));
+  t.after(() => fs.rmSync(folder, { recursive: true }));
+  const defines = (files) => {
+    fs.rmSync(folder, { recursive: true });
+    fs.mkdirSync(folder);
+    writeFiles(folder, files);
+    return execFileSync(process.execPath, [path.join(root, 'cmake/engine-defines.mjs'), folder],
+      { encoding: 'utf8' }).split('\n').filter(Boolean);
+  };
+  const three = ['V8_COMPRESS_POINTERS', 'V8_31BIT_SMIS_ON_64BIT_ARCH', 'V8_REVERSE_JSARGS'];
+  assert.deepEqual(defines(engineSettings), three);
+  assert.deepEqual(defines({ ...engineSettings, 'config.gypi': "{ 'variables': {} }" }), []);
+  assert.deepEqual(defines({}), []);
+  // What the headers do not ask about is of no use to them.
+  assert.deepEqual(defines({ ...engineSettings, 'v8.h': '#ifdef V8_REVERSE_JSARGS\n#endif\n' }), three.slice(2));
+  // Set by default in the other file, but for processors of 32 bits.
+  assert.deepEqual(defines({
+    ...engineSettings,
+    'config.gypi': '# nothing\n{}',
+    'common.gypi': engineSettings['common.gypi']
+      .replace("compression%': 0", "compression%': 1").replace("jsargs%': 0", "jsargs%': 1"),
+  }), three);
 });
