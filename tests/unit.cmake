@@ -41,6 +41,10 @@ pellmar_add_gtest(consent_flow_test DISPLAY
   SOURCES unit/consent_flow_test.mm unit/scripted_service.mm unit/application_environment.mm
   LIBRARIES pellmar_client pellmar_ui)
 
+pellmar_add_gtest(service_accessor_test
+  SOURCES unit/service_accessor_test.mm unit/scripted_connection.mm
+  LIBRARIES pellmar_client pellmar_ui)
+
 pellmar_add_gtest(functions_test
   SOURCES unit/functions_test.mm unit/scripted_service.mm
   LIBRARIES pellmar_client pellmar_ui)
