@@ -45,6 +45,9 @@ pellmar_add_gtest(service_accessor_test
   SOURCES unit/service_accessor_test.mm unit/scripted_connection.mm
   LIBRARIES pellmar_client pellmar_ui)
 
+pellmar_add_gtest(debug_log_relay_test
+  SOURCES unit/debug_log_relay_test.mm LIBRARIES pellmar_client pellmar_ui)
+
 pellmar_add_gtest(functions_test
   SOURCES unit/functions_test.mm unit/scripted_service.mm
   LIBRARIES pellmar_client pellmar_ui)

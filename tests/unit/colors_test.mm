@@ -68,10 +68,18 @@ std::string nameOf(NSColorSpace *space) {
   return [super kv_colorWithSRGBHex:value];
 }
 
+@end
+
+/// Makes no colors of its own.
+@interface ColorMaker : NSColor
+@end
+
+@implementation ColorMaker
+
 + (NSColor *)colorWithColorSpace:(NSColorSpace *)space
                       components:(const CGFloat *)components
                            count:(NSInteger)count {
-  sCalls.push_back("made by the wrong class");
+  ADD_FAILURE() << "colors come from NSColor itself";
   return [super colorWithColorSpace:space components:components count:count];
 }
 
@@ -110,6 +118,8 @@ TEST(ColorsFromHex, AreMadeByNSColorOfFourComponents) {
   EXPECT_TRUE([[NSColor kv_colorWithRGBAHex:0x11223344
                                  colorSpace:NSColorSpace.sRGBColorSpace] isEqual:NSColor.redColor]);
   EXPECT_EQ(taken(), std::vector<std::string>{"NSColor sRGB 4"});
+  EXPECT_TRUE([[ColorMaker kv_colorWithRGBAHex:0x11223344] isEqual:NSColor.redColor]);
+  EXPECT_EQ(taken(), std::vector<std::string>{"NSColor another 4"});
 }
 
 TEST(ColorChannels, AreEachByteThroughTwoHundredFiftyFiveExactly) {

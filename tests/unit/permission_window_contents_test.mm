@@ -7,6 +7,7 @@
 #import <AppKit/PlatformVersions.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <optional>
@@ -183,9 +184,26 @@ TEST_F(PermissionWindowContents, WindowIsClearShadowedDraggableAndReleasedWhenCl
   [window release];
 }
 
+/// The content views that windows were given.
+static Lines sContents;
+
+@implementation AFXPermissionWindow (ContentRecording)
+
+// The toolkit may give a content view a frame and a mask of its own.
+- (void)setContentView:(NSView *)view {
+  if (view) {
+    sContents.push_back(rect(view.frame) + ", mask " + std::to_string(view.autoresizingMask) +
+                        ", radius " + number(view.layer.cornerRadius));
+  }
+  [super setContentView:view];
+}
+
+@end
+
 TEST_F(PermissionWindowContents, BackgroundIsARoundedLayerThatGrowsWithItsWindow) {
   AFXPermissionWindow *window =
       [[AFXPermissionWindow alloc] initWithContentRect:NSMakeRect(0, 0, 300, 200)];
+  EXPECT_EQ(sContents.back(), "0 0 300 200, mask 18, radius 5");
   NSView *background = window.contentView;
   EXPECT_TRUE([background isMemberOfClass:NSView.class]);
   EXPECT_EQ(rect(background.frame), "0 0 300 200");

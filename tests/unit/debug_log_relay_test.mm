@@ -1,0 +1,129 @@
+//
+// The relay against a notification center of the test: what it asks of the center, and what it
+// makes of a notification.
+//
+
+#import <Foundation/Foundation.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#import "client/Pellmar.h"
+
+namespace {
+
+using Calls = std::vector<std::string>;
+
+Calls sCalls;
+const void *sObserver;
+CFNotificationCallback sCallback;
+NSString *sObject;
+char sCenter;
+
+Calls taken() {
+  Calls calls;
+  calls.swap(sCalls);
+  return calls;
+}
+
+/// The byte that is both the flag and, by its address, the observer.
+int flag() { return sObserver ? *static_cast<const unsigned char *>(sObserver) : -1; }
+
+std::string text(const void *string) { return [(NSString *)string UTF8String]; }
+
+/// What the relay logs for a notification.
+std::string logged(NSDictionary *userInfo) {
+  testing::internal::CaptureStderr();
+  sCallback(reinterpret_cast<CFNotificationCenterRef>(&sCenter), const_cast<void *>(sObserver),
+            nullptr, nullptr, reinterpret_cast<CFDictionaryRef>(userInfo));
+  return testing::internal::GetCapturedStderr();
+}
+
+}  // namespace
+
+// These stand before the system's for this program.
+
+CFNotificationCenterRef CFNotificationCenterGetDistributedCenter(void) {
+  sCalls.push_back("center, flag " + std::to_string(flag()));
+  return reinterpret_cast<CFNotificationCenterRef>(&sCenter);
+}
+
+void CFNotificationCenterAddObserver(CFNotificationCenterRef center, const void *observer,
+                                     CFNotificationCallback callback, CFNotificationName name,
+                                     const void *object,
+                                     CFNotificationSuspensionBehavior behavior) {
+  EXPECT_EQ(static_cast<const void *>(center), &sCenter);
+  sObserver = observer;
+  sCallback = callback;
+  sObject = [(NSString *)object retain];
+  sCalls.push_back("add " + text(name) + " " + text(object) + ", behavior " +
+                   std::to_string(behavior) + ", flag " + std::to_string(flag()));
+}
+
+void CFNotificationCenterRemoveObserver(CFNotificationCenterRef center, const void *observer,
+                                        CFNotificationName name, const void *object) {
+  // Also when the process ends, where no pool is left.
+  NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+  EXPECT_EQ(static_cast<const void *>(center), &sCenter);
+  EXPECT_EQ(observer, sObserver);
+  sCalls.push_back("remove " + text(name) + (object ? " of an object" : "") + ", flag " +
+                   std::to_string(flag()));
+  [pool release];
+}
+
+const void *CFDictionaryGetValue(CFDictionaryRef dictionary, const void *key) {
+  EXPECT_NE(dictionary, nullptr);
+  sCalls.push_back("look up " + text(key));
+  return [(NSDictionary *)dictionary objectForKey:(id)key];
+}
+
+TEST(DebugLogRelay, GoesOnAndOffOnceAndTellsItsFirstStart) {
+  NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+  PLEnableDebugLogging(NO);
+  EXPECT_EQ(taken(), Calls{});
+
+  testing::internal::CaptureStderr();
+  PLEnableDebugLogging(YES);
+  const std::string name = "com.pellmar.debug-log-notification";
+  const std::string process = std::to_string(getpid());
+  EXPECT_EQ(taken(),
+            (Calls{"center, flag -1", "add " + name + " " + process + ", behavior 4, flag 1"}));
+  PLEnableDebugLogging(YES);
+  EXPECT_EQ(taken(), Calls{});
+  PLEnableDebugLogging(NO);
+  EXPECT_EQ(taken(), (Calls{"center, flag 0", "remove " + name + ", flag 0"}));
+  PLEnableDebugLogging(NO);
+  EXPECT_EQ(taken(), Calls{});
+  PLEnableDebugLogging(YES);
+  EXPECT_EQ(taken().back(), "add " + name + " " + process + ", behavior 4, flag 1");
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("debug logging is on for this process"), std::string::npos);
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
+  [pool release];
+}
+
+TEST(DebugLogRelay, LeavesTheObjectToTheCenter) {
+  NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+  PLEnableDebugLogging(NO);
+  PLEnableDebugLogging(YES);
+  [pool release];
+  // This test's own reference is the last.
+  EXPECT_EQ(sObject.retainCount, 1u);
+}
+
+TEST(DebugLogRelay, LogsTheMessageAsItWasSentAndNothingElse) {
+  NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+  PLEnableDebugLogging(YES);
+  taken();
+  EXPECT_EQ(logged(nil), "");
+  EXPECT_EQ(taken(), Calls{});
+  EXPECT_EQ(logged(@{}), "");
+  EXPECT_EQ(taken(), Calls{"look up com.pellmar.debug-log-message"});
+  EXPECT_EQ(logged(@{AFXProvisioningDebugAppNameKey : @"Agent"}), "");
+  const std::string log = logged(@{AFXProvisioningDebugMessageKey : @"100 %@ %n"});
+  EXPECT_NE(log.find("] 100 %@ %n\n"), std::string::npos) << log;
+  EXPECT_NE(logged(@{AFXProvisioningDebugMessageKey : @42}).find("] 42\n"), std::string::npos);
+  [pool release];
+}
