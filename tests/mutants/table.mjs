@@ -75,7 +75,7 @@ export const mutants = [
     ['2 * NSEC_PER_SEC', '3 * NSEC_PER_SEC'],
     ['@"ShouldAskForPermissionLater"', '@"ShouldAskForPermission"'],
     ['  sCustomerPersonals.setStatus(AFXConsentStatusUnknown);\n', ''],
-    ['[customerEmail isKindOfClass:NSString.class] ? customerEmail : nil);', 'customerEmail);'],
+    ['[customerEmail isKindOfClass:NSString.class] ?', 'YES ?'],
     ['          sCustomerPersonals.setStatus(__AFXConsentStatusForReply(shouldAsk, __AFXHasPostponed));\n' +
       '          // An address', '          // An address'],
     ['setBool:YES', 'setBool:NO'],

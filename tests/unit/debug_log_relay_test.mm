@@ -97,7 +97,9 @@ TEST(DebugLogRelay, GoesOnAndOffOnceAndTellsItsFirstStart) {
   PLEnableDebugLogging(NO);
   EXPECT_EQ(taken(), Calls{});
   PLEnableDebugLogging(YES);
-  EXPECT_EQ(taken().back(), "add " + name + " " + process + ", behavior 4, flag 1");
+  // The flag is set before anything else.
+  EXPECT_EQ(taken(),
+            (Calls{"center, flag 1", "add " + name + " " + process + ", behavior 4, flag 1"}));
   const std::string log = testing::internal::GetCapturedStderr();
   EXPECT_NE(log.find("debug logging is on for this process"), std::string::npos);
   EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
