@@ -167,10 +167,11 @@ __attribute__((used)) const char sForChecking[] = "pellmar: built for checking, 
 #define PELLMAR_MODULE_VERSION NODE_MODULE_VERSION
 #endif
 
-// Headers with other settings than the engine's read its objects wrongly, and the application crashes.
-static_assert(v8::internal::kApiTaggedSize ==
-                  (PELLMAR_MODULE_VERSION == 85 ? v8::internal::kApiInt32Size
-                                                : v8::internal::kApiSystemPointerSize),
+// Headers with other settings than the engine's read its objects wrongly, and the application
+// crashes.
+static_assert(v8::internal::kApiTaggedSize == (PELLMAR_MODULE_VERSION == 85
+                                                   ? v8::internal::kApiInt32Size
+                                                   : v8::internal::kApiSystemPointerSize),
               "the engine of module version 85 compresses pointers, those of node do not");
 
 node::node_module sModule = {

@@ -867,7 +867,7 @@ TEST_F(Layout, LeadingIsRightInAViewThatIsLaidOutFromThere) {
   [content_ addConstraints:visual(@"H:|-10-[first(40)]-(>=6)-[second(20)]", views)];
   [content_ addConstraints:@[
     relate(second, NSLayoutAttributeLeading, NSLayoutRelationLessThanOrEqual, content_,
-           NSLayoutAttributeLeading, 1, 60),
+           NSLayoutAttributeLeading, 1, 56),
     relate(centred, NSLayoutAttributeCenterX, NSLayoutRelationEqual, content_,
            NSLayoutAttributeCenterX, 1, 30),
     relate(centred, NSLayoutAttributeTrailing, NSLayoutRelationEqual, content_,
