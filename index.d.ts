@@ -20,7 +20,8 @@ export type EmailSharingAnswer = 0 | 1 | 2;
 
 /**
  * Reports that something of interest happened in the application. Never waits for the agent. Events
- * reach it in the order of the calls; without an agent they are dropped.
+ * reach it in the order of the calls; without an agent they are dropped, and so are the newest of those
+ * that it does not take, beyond 4,096.
  *
  * @param name the event's name.
  * @throws TypeError without an argument, and also with a second one, then after the event has been
@@ -47,7 +48,8 @@ export function PLCanShowReleaseNotesWindow(): boolean;
  * What is known of the customer's answer. **Blocks** the caller until the agent replies, two seconds at
  * the most.
  *
- * @returns `0` at once when the agent does not run, and after two seconds when it does not reply.
+ * @returns `0` at once when the agent does not run, and after two seconds when it does not reply; then
+ *   at once as well, until it does.
  */
 export function PLGetLastUserEmailSharingResponse(): EmailSharingAnswer;
 

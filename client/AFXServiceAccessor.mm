@@ -1,15 +1,15 @@
 #import "client/AFXServiceAccessor.h"
 
-#import "client/Pellmar.h"
+#import "client/AFXAgentConnection.h"
 
 /// A call of the accessor that waits for the first check: takes the checked connection, or nil.
 typedef void (^AFXConnectionWaiter)(NSXPCConnection *connection);
 
 /// Long enough for an agent that the system has to start first.
-static const int64_t sCheckTimeout = 8 * NSEC_PER_SEC;
+static const int64_t sFirstCheckTimeout = 8 * NSEC_PER_SEC;
 
-/// Short enough for an agent that has just started to hear nearly everything.
-static const int64_t sRestAfterFailure = 20 * NSEC_PER_MSEC;
+/// As long as a caller waits for a reply: an agent that hangs holds up one caller, and no other.
+static const int64_t sCheckTimeout = 2 * NSEC_PER_SEC;
 
 @implementation AFXServiceAccessor
 
@@ -17,6 +17,7 @@ static const int64_t sRestAfterFailure = 20 * NSEC_PER_MSEC;
   self = [super init];
   if (self) {
     pthread_mutex_init(&_mutex, NULL);
+    _waiters = [[NSMutableArray alloc] init];
   }
   return self;
 }
@@ -24,7 +25,6 @@ static const int64_t sRestAfterFailure = 20 * NSEC_PER_MSEC;
 - (void)dealloc {
   [_connection invalidate];
   [_connection release];
-  [_eventService release];
   [_waiters release];
   pthread_mutex_destroy(&_mutex);
   [super dealloc];
@@ -45,86 +45,58 @@ static const int64_t sRestAfterFailure = 20 * NSEC_PER_MSEC;
 
   pthread_mutex_lock(&_mutex);
   NSXPCConnection *connection = [[self openedConnection] retain];
-  const uint64_t generation = _generation;
+  _isHung |= _checkDeadline && dispatch_time(DISPATCH_TIME_NOW, 0) >= _checkDeadline;
+  const BOOL isHung = _isHung;
   const BOOL isChecked = _isChecked;
-  const BOOL startsCheck = !isChecked && _waiters == nil;
-  if (!isChecked) {
-    if (startsCheck) {
-      _waiters = [[NSMutableArray alloc] init];
-    }
+  if (!isHung && !isChecked) {
     AFXConnectionWaiter kept = [waiter copy];
     [_waiters addObject:kept];
     [kept release];
   }
   pthread_mutex_unlock(&_mutex);
 
-  if (isChecked) {
+  if (isHung) {
+    waiter(nil);
+  } else if (isChecked) {
     waiter(connection);
-  } else if (startsCheck) {
-    id<AFXProvisioningService> service =
-        [connection remoteObjectProxyWithErrorHandler:^(NSError *) {
-          [self dropConnectionOfGeneration:generation];
-        }];
-    [service checkConnectionWithCallback:^(BOOL isReady) {
-      if (isReady) {
-        [self admitWaitersOfGeneration:generation];
-      } else {
-        [self dropConnectionOfGeneration:generation];
-      }
-    }];
-    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, sCheckTimeout),
-                   dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0), ^{
-                     [self dropConnectionOfGeneration:generation evenIfChecked:NO];
-                   });
   }
+  [self check:connection];
   [connection release];
 }
 
-- (void)reportUsageEvent:(NSString *)event eventInfo:(NSDictionary *)eventInfo {
+#pragma mark - Checks
+
+/// Asks the agent over the connection whether it serves, unless it has been asked and has not
+/// answered yet.
+- (void)check:(NSXPCConnection *)connection {
   pthread_mutex_lock(&_mutex);
-  if (_eventService == nil && ![self isResting]) {
-    _eventService = [[[self openedConnection] remoteObjectProxy] retain];
+  const uint64_t generation = _generation;
+  const BOOL isFirst = !_isChecked;
+  const BOOL starts = connection == _connection && _checkDeadline == 0;
+  if (starts) {
+    _checkDeadline = dispatch_time(DISPATCH_TIME_NOW, sCheckTimeout);
   }
-  id<AFXProvisioningService> service = [_eventService retain];
   pthread_mutex_unlock(&_mutex);
-
-  @try {
-    [service reportUsageEvent:event eventInfo:eventInfo];
-  } @catch (NSException *) {
-    // The connection raises for what cannot be sent, such as an application's own objects in the
-    // information. Such an event is dropped.
+  if (!starts) {
+    return;
   }
-  [service release];
-}
 
-#pragma mark - Connection
-
-/// The connection in use, opened if there is none. Call with the mutex held.
-- (NSXPCConnection *)openedConnection {
-  if (_connection == nil) {
-    const uint64_t generation = ++_generation;
-    _isChecked = NO;
-    _connection = [[NSXPCConnection alloc] initWithMachServiceName:AFXProvisioningServiceName
-                                                           options:0];
-    _connection.remoteObjectInterface =
-        [NSXPCInterface interfaceWithProtocol:@protocol(AFXProvisioningService)];
-    // After an interruption the connection could be used again, but then a message that was sent
-    // before the first check would not be told from one sent to the agent's successor.
-    _connection.interruptionHandler = ^{
+  id<AFXProvisioningService> service = [connection remoteObjectProxyWithErrorHandler:^(NSError *) {
+    [self dropConnectionOfGeneration:generation];
+  }];
+  [service checkConnectionWithCallback:^(BOOL isReady) {
+    if (isReady) {
+      [self admitWaitersOfGeneration:generation];
+    } else {
       [self dropConnectionOfGeneration:generation];
-    };
-    _connection.invalidationHandler = ^{
-      [self dropConnectionOfGeneration:generation];
-    };
-    [_connection resume];
+    }
+  }];
+  if (isFirst) {
+    dispatch_after(dispatch_time(DISPATCH_TIME_NOW, sFirstCheckTimeout),
+                   dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0), ^{
+                     [self dropUncheckedConnectionOfGeneration:generation];
+                   });
   }
-  return _connection;
-}
-
-/// Whether there is no connection and it is too early for an event to try again. Call with the
-/// mutex held.
-- (BOOL)isResting {
-  return _connection == nil && _restEnd != 0 && dispatch_time(DISPATCH_TIME_NOW, 0) < _restEnd;
 }
 
 /// Hands the connection to everyone who waits for it, now that the agent has answered on it.
@@ -135,45 +107,69 @@ static const int64_t sRestAfterFailure = 20 * NSEC_PER_MSEC;
     return;
   }
   NSXPCConnection *connection = [_connection retain];
-  NSArray *waiters = _waiters;
-  _waiters = nil;
+  NSArray *waiters = [self takenWaiters];
   _isChecked = YES;
+  _isHung = NO;
+  _checkDeadline = 0;
   pthread_mutex_unlock(&_mutex);
 
   for (AFXConnectionWaiter waiter in waiters) {
     waiter(connection);
   }
-  [waiters release];
+  if (waiters.count > 0) {
+    [self check:connection];
+  }
   [connection release];
+}
+
+#pragma mark - Connection
+
+/// The connection in use, opened if there is none. Call with the mutex held.
+- (NSXPCConnection *)openedConnection {
+  if (_connection == nil) {
+    const uint64_t generation = ++_generation;
+    _isChecked = NO;
+    _checkDeadline = 0;
+    _connection = __AFXOpenConnection(^{
+      [self dropConnectionOfGeneration:generation];
+    });
+  }
+  return _connection;
+}
+
+/// Those who wait, who do so no longer. Call with the mutex held.
+- (NSArray *)takenWaiters {
+  NSArray *waiters = [NSArray arrayWithArray:_waiters];
+  [_waiters removeAllObjects];
+  return waiters;
+}
+
+- (void)dropConnectionOfGeneration:(uint64_t)generation {
+  [self dropConnectionOfGeneration:generation isHung:NO];
+}
+
+/// For the end of a first check's time. A connection that was checked meanwhile stays.
+- (void)dropUncheckedConnectionOfGeneration:(uint64_t)generation {
+  [self dropConnectionOfGeneration:generation isHung:YES];
 }
 
 /// Forgets the connection, so that the next request opens a new one, and hands nil to everyone who
 /// waits for it.
-- (void)dropConnectionOfGeneration:(uint64_t)generation {
-  [self dropConnectionOfGeneration:generation evenIfChecked:YES];
-}
-
-- (void)dropConnectionOfGeneration:(uint64_t)generation evenIfChecked:(BOOL)evenIfChecked {
+- (void)dropConnectionOfGeneration:(uint64_t)generation isHung:(BOOL)isHung {
   pthread_mutex_lock(&_mutex);
-  if (generation != _generation || _connection == nil || (_isChecked && !evenIfChecked)) {
+  if (generation != _generation || _connection == nil || (isHung && _isChecked)) {
     pthread_mutex_unlock(&_mutex);
     return;
   }
   NSXPCConnection *connection = _connection;
-  id<AFXProvisioningService> eventService = _eventService;
-  NSArray *waiters = _waiters;
-  _restEnd = _isChecked ? 0 : dispatch_time(DISPATCH_TIME_NOW, sRestAfterFailure);
+  NSArray *waiters = [self takenWaiters];
   _connection = nil;
-  _eventService = nil;
-  _waiters = nil;
-  _isChecked = NO;
+  _isHung = isHung;
   pthread_mutex_unlock(&_mutex);
 
   for (AFXConnectionWaiter waiter in waiters) {
     waiter(nil);
   }
-  [waiters release];
-  [eventService release];
   [connection invalidate];
   [connection release];
 }

@@ -2,6 +2,7 @@
 
 #import "client/AFXConsentFlow.h"
 #import "client/AFXServiceAccessor.h"
+#import "client/AFXUsageReporter.h"
 #import "client/Pellmar.h"
 
 /// Whether a release-notes request of this process was answered without an error.
@@ -84,7 +85,7 @@ BOOL PLCanShowReleaseNotesWindow(void) { return YES; }
 void PLReportUsageEvent(NSString *name, NSDictionary *info) {
   [name retain];
   [info retain];
-  [__AFXSharedServiceAccessor() reportUsageEvent:name eventInfo:info];
+  [__AFXSharedUsageReporter() reportUsageEvent:name eventInfo:info];
   [info release];
   [name release];
 }

@@ -99,14 +99,16 @@ PL_EXPORT BOOL PLCanShowReleaseNotesWindow(void);
 /// Reports that something of interest happened in the application.
 ///
 /// Any thread; never waits for the agent. Events of one thread reach the agent in the order of the
-/// calls; without an agent they are dropped.
+/// calls. They are dropped while there is no agent, and the newest of them beyond 4,096 that an
+/// agent has not taken yet. One that is reported just before the process ends may be lost.
 ///
 /// @param name the event's name.
 /// @param info more about the event: strings, numbers, arrays and dictionaries; may be nil.
 PL_EXPORT void PLReportUsageEvent(NSString *name, NSDictionary *_Nullable info);
 
 /// What is known of the customer's answer. Any thread; asks the agent and blocks the caller until
-/// it replies, two seconds at the most. `PLEmailSharingAnswerUnknown` without an agent.
+/// it replies, two seconds at the most. `PLEmailSharingAnswerUnknown` without an agent, and at once
+/// for an agent that has kept a caller waiting for nothing, until something is heard of it.
 PL_EXPORT PLEmailSharingAnswer PLGetLastUserEmailSharingResponse(void);
 
 /// Asks the customer in a window whether the e-mail address may be shared, if the agent wants the

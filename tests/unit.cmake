@@ -45,6 +45,10 @@ pellmar_add_gtest(service_accessor_test
   SOURCES unit/service_accessor_test.mm unit/scripted_connection.mm
   LIBRARIES pellmar_client pellmar_ui)
 
+pellmar_add_gtest(usage_reporter_test
+  SOURCES unit/usage_reporter_test.mm unit/scripted_connection.mm
+  LIBRARIES pellmar_client pellmar_ui)
+
 pellmar_add_gtest(debug_log_relay_test
   SOURCES unit/debug_log_relay_test.mm LIBRARIES pellmar_client pellmar_ui)
 

@@ -23,6 +23,7 @@ const check = 'checkConnectionWithCallback:';
 const fetch = 'fetchAskingPermissionStatus:';
 const update = 'updateAllowedCustomerEmail:callback:';
 const notes = 'showReleaseNotesForAppWithCallback:';
+const event = 'reportUsageEvent:eventInfo:';
 const code = 'provideAuthCodeWithClientID:scope:callback:';
 
 const atOnce = [0, 500];
@@ -211,22 +212,71 @@ const silent = [
       await delay(pause);
       agent.process.kill('SIGCONT');
       const { value, ms } = await asking;
-      return { value: `${value}, then ${(await caller.tell('status()')).value}`, ms };
+      // Its reply to the check comes first.
+      let then;
+      await until(async () => (then = (await caller.tell('status()')).value) !== '0', 'it is there again');
+      return { value: `${value}, then ${then}`, ms };
+    },
+  })),
+  ...[['stopped before it answered', check], ['stopped after it answered', fetch]].map(([fault, last]) => ({
+    fault, call: 'status(), status(), status(), ask()', within: twoSeconds,
+    expected: '0, 0, 0, false, callback(0), and once it goes on 1',
+    async run(row) {
+      const caller = await row.startCaller();
+      const agent = await row.startAgent(...calm);
+      if (last === fetch) await caller.tell('status()');
+      agent.process.kill('SIGSTOP');
+      const start = performance.now();
+      const values = [];
+      for (const call of ['status()', 'status()', 'status()', 'ask()']) {
+        values.push((await caller.tell(call)).value);
+      }
+      const ms = performance.now() - start;
+      agent.process.kill('SIGCONT');
+      await until(async () => (await caller.tell('status()')).value === '1', 'it is there again');
+      return { value: `${values.join(', ')}, and once it goes on 1`, ms };
     },
   })),
   {
-    fault: 'stopped', call: '5,000 usage events', expected: 'none waits, all arrive in order',
-    within: [0, 2000],
+    fault: 'hangs over an event', call: 'report an event, status()', within: atOnce, expected: '1',
+    async run(row) {
+      const caller = await row.startCaller();
+      const agent = await row.startAgent(...calm, '--hang', event);
+      await caller.tell(`pellmar.PLReportUsageEvent('e')`);
+      await agent.waitFor(event);
+      return caller.tell('status()');
+    },
+  },
+  {
+    fault: 'busy with 100,000 events', call: 'status()', within: atOnce, expected: '1', alone: true,
+    async run(row) {
+      const caller = await row.startCaller();
+      await row.startAgent(...calm);
+      await caller.tell(`for (let i = 0; i < 100_000; ++i) pellmar.PLReportUsageEvent('e' + i)`);
+      return caller.tell('status()');
+    },
+  },
+  {
+    fault: 'stopped, then goes on', call: '3,000,000 usage events', alone: true, within: [0, 60_000],
+    expected: 'none waits, 4,096 arrive in order, and those after them',
     async run(row) {
       const caller = await row.startCaller();
       const agent = await row.startAgent(...calm);
       agent.process.kill('SIGSTOP');
       const { ms } = await caller.tell(
-        `for (let i = 0; i < 5000; ++i) pellmar.PLReportUsageEvent(i + ' '.repeat(200))`);
+        'for (let i = 0; i < 3_000_000; ++i) pellmar.PLReportUsageEvent(i)');
       agent.process.kill('SIGCONT');
-      const events = await agent.waitFor('reportUsageEvent:eventInfo:', 5000);
-      const isOrdered = events.every(({ arguments: [name] }, i) => Number(name) === i);
-      return { value: isOrdered ? 'none waits, all arrive in order' : 'out of order', ms };
+      await agent.waitFor(event, 4096, 60_000);
+      // What is dropped is the newest; there is room again once the agent has taken some.
+      await until(async () => {
+        await caller.tell(`pellmar.PLReportUsageEvent('later')`);
+        return agent.requestsOf(event).length > 4096;
+      }, 'events get through again');
+      const names = agent.requestsOf(event).map(({ arguments: [name] }) => name);
+      const isOrdered = names.slice(0, 4096).every((name, i) => Number(name) === i) &&
+        names.slice(4096).every((name) => name === 'later');
+      return { value: isOrdered
+        ? 'none waits, 4,096 arrive in order, and those after them' : 'out of order', ms };
     },
   },
 ];

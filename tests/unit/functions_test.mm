@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <mutex>
 
+#import "client/AFXUsageReporter.h"
 #import "client/Pellmar.h"
 #include "method_swap.h"
 #include "scripted_service.h"
@@ -101,8 +102,8 @@ void releasingReport(id, SEL, NSString *name, NSDictionary *info) {
 #pragma mark - Usage events
 
 TEST_F(Functions, HandAnEventOnAndHoldItForTheCall) {
-  MethodSwap swap(class_getInstanceMethod(AFXServiceAccessor.class, @selector(reportUsageEvent:
-                                                                                     eventInfo:)),
+  MethodSwap swap(class_getInstanceMethod(AFXUsageReporter.class, @selector(reportUsageEvent:
+                                                                                   eventInfo:)),
                   releasingReport);
   Tracked *name = [[Tracked alloc] init];
   Tracked *info = [[Tracked alloc] init];

@@ -56,6 +56,14 @@ class ServiceAccessor : public testing::Test {
     }];
   }
 
+  /// Asks for the service and sends it a request.
+  void fetch() {
+    [accessor_ accessService:^(id<AFXProvisioningService> service) {
+      [service fetchAskingPermissionStatus:^(BOOL, NSString *){
+      }];
+    }];
+  }
+
   /// What handlers got since the last call.
   Calls got() {
     Calls calls;
@@ -96,9 +104,85 @@ TEST_F(ServiceAccessor, ReadiesAConnectionBeforeItResumesAndChecksItOnce) {
   EXPECT_EQ(got(), (Calls{"1 has a proxy", "2 has a proxy"}));
   access();
   EXPECT_EQ(got(), Calls{"3 has a proxy"});
-  EXPECT_EQ(connections_.taken(), Calls{});
   NSString *protocol = NSStringFromProtocol(connections_.last().remoteObjectInterface.protocol);
   EXPECT_STREQ(protocol.UTF8String, "AFXProvisioningService");
+}
+
+TEST_F(ServiceAccessor, ChecksTheAgentBehindEveryRequestOnce) {
+  access();
+  [connections_.last() replyToCheck:YES];
+  // Behind the one that waited.
+  EXPECT_EQ(connections_.taken(), (Calls{"connect 1 to com.pellmar.ProvisioningService", "resume 1",
+                                         "check 1", "check 1"}));
+  fetch();
+  fetch();
+  EXPECT_EQ(connections_.taken(), (Calls{"fetch on 1", "fetch on 1"}));
+  [connections_.last() replyToCheck:YES];
+  EXPECT_EQ(connections_.taken(), Calls{});
+  fetch();
+  EXPECT_EQ(connections_.taken(), (Calls{"fetch on 1", "check 1"}));
+}
+
+TEST_F(ServiceAccessor, HandsNothingOutWhileACheckIsUnansweredForTwoSeconds) {
+  access();
+  [connections_.last() replyToCheck:YES];
+  [connections_.last() replyToCheck:YES];
+  access();
+  got();
+  connections_.taken();
+  sNow += 1'999'999'999;
+  access();
+  EXPECT_EQ(got(), Calls{"3 has a proxy"});
+  sNow += 1;
+  access();
+  access();
+  EXPECT_EQ(got(), (Calls{"4 has none", "5 has none"}));
+  EXPECT_EQ(connections_.taken(), Calls{});
+  // It answers after all, and is there again.
+  [connections_.last() replyToCheck:YES];
+  access();
+  EXPECT_EQ(got(), Calls{"6 has a proxy"});
+  EXPECT_EQ(connections_.made().count, 1u);
+}
+
+TEST_F(ServiceAccessor, KeepsThoseWaitingForTheFirstCheckWhoCameInTime) {
+  access();
+  sNow += 2'000'000'000;
+  access();
+  EXPECT_EQ(got(), Calls{"2 has none"});
+  sNow += 3'000'000'000;
+  [connections_.last() replyToCheck:YES];
+  EXPECT_EQ(got(), Calls{"1 has a proxy"});
+  access();
+  EXPECT_EQ(got(), Calls{"3 has a proxy"});
+}
+
+TEST_F(ServiceAccessor, DoesNotWaitAgainForAnAgentThatHadItsEightSeconds) {
+  access();
+  sNow += 8'000'000'000;
+  sTimers[0].block();
+  got();
+  connections_.taken();
+  access();
+  EXPECT_EQ(got(), Calls{"2 has none"});
+  EXPECT_EQ(connections_.taken(),
+            (Calls{"connect 2 to com.pellmar.ProvisioningService", "resume 2", "check 2"}));
+  [connections_.last() replyToCheck:YES];
+  access();
+  EXPECT_EQ(got(), Calls{"3 has a proxy"});
+}
+
+TEST_F(ServiceAccessor, WaitsForTheSuccessorOfAnAgentThatHung) {
+  access();
+  [connections_.last() replyToCheck:YES];
+  sNow += 2'000'000'000;
+  access();
+  EXPECT_EQ(got(), (Calls{"1 has a proxy", "2 has none"}));
+  connections_.last().interruptionHandler();
+  access();
+  EXPECT_EQ(got(), Calls{});
+  [connections_.last() replyToCheck:YES];
+  EXPECT_EQ(got(), Calls{"3 has a proxy"});
 }
 
 TEST_F(ServiceAccessor, HandsNothingOutWhenTheAgentIsNotReady) {
@@ -151,9 +235,6 @@ TEST_F(ServiceAccessor, GivesAnAgentEightSecondsToAnswerTheCheck) {
   // The reply that comes after all finds nobody.
   [connections_.last() replyToCheck:YES];
   EXPECT_EQ(got(), Calls{});
-  access();
-  EXPECT_EQ(got(), Calls{});
-  EXPECT_EQ(connections_.made().count, 2u);
 }
 
 TEST_F(ServiceAccessor, KeepsAConnectionThatWasCheckedInTime) {
@@ -194,23 +275,4 @@ TEST_F(ServiceAccessor, TellsOfAMessageThatFails) {
       }];
   [connections_.last() fail];
   EXPECT_EQ(errors, 1);
-}
-
-TEST_F(ServiceAccessor, SendsEventsAtOnceAndInOrder) {
-  [accessor_ reportUsageEvent:@"first" eventInfo:nil];
-  [accessor_ reportUsageEvent:@"second" eventInfo:nil];
-  EXPECT_EQ(connections_.taken(), (Calls{"connect 1 to com.pellmar.ProvisioningService", "resume 1",
-                                         "event first on 1", "event second on 1"}));
-}
-
-TEST_F(ServiceAccessor, LooksForAMissingAgentLessOften) {
-  [accessor_ reportUsageEvent:@"first" eventInfo:nil];
-  connections_.last().invalidationHandler();
-  connections_.taken();
-  sNow += 19'999'999;
-  [accessor_ reportUsageEvent:@"dropped" eventInfo:nil];
-  EXPECT_EQ(connections_.taken(), Calls{});
-  sNow += 1;
-  [accessor_ reportUsageEvent:@"sent" eventInfo:nil];
-  EXPECT_EQ(connections_.taken().back(), "event sent on 2");
 }
