@@ -99,9 +99,7 @@ static const uint64_t sEventsPerCheck = 256;
   id<AFXProvisioningService> service = _service;
   _connection = nil;
   _service = nil;
-  if (_taken > 0) {
-    _pauseEnd = 0;
-  } else {
+  if (_taken == 0) {
     _pause = MIN(MAX(2 * _pause, sShortestPause), sLongestPause);
     _pauseEnd = dispatch_time(DISPATCH_TIME_NOW, _pause);
   }

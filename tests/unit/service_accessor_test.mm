@@ -121,6 +121,8 @@ TEST_F(ServiceAccessor, ChecksTheAgentBehindEveryRequestOnce) {
   EXPECT_EQ(connections_.taken(), Calls{});
   fetch();
   EXPECT_EQ(connections_.taken(), (Calls{"fetch on 1", "check 1"}));
+  // Nobody waits for those, so nothing has to end the waiting.
+  EXPECT_EQ(sTimers.size(), 1u);
 }
 
 TEST_F(ServiceAccessor, HandsNothingOutWhileACheckIsUnansweredForTwoSeconds) {

@@ -174,7 +174,7 @@ TEST_F(UsageReporter, CountsAnewOnANewConnection) {
   [old fail];
   old.invalidationHandler();
   report(0, 1);
-  EXPECT_EQ(sent().first.size(), 0u);
+  EXPECT_EQ(connections_.taken(), Calls{});
 }
 
 TEST_F(UsageReporter, DropsTheConnectionWhoseCheckFails) {
