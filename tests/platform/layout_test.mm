@@ -242,7 +242,7 @@ TEST_F(Question, StandsAsWorkedOutByHand) {
 
 TEST_F(Question, AWrappedDescriptionSqueezesTheSpacer) {
   NSMutableString *text = [NSMutableString string];
-  for (int i = 0; i < 40; ++i) {
+  for (int i = 0; i < 6; ++i) {
     [text appendString:@"A very long name of an application "];
   }
   build(text);
@@ -255,6 +255,21 @@ TEST_F(Question, AWrappedDescriptionSqueezesTheSpacer) {
   EXPECT_EQ(NSMinY(fromTop(spacer_)), NSMaxY(description));
   EXPECT_EQ(NSMinY(fromTop(info_)), NSMaxY(fromTop(spacer_)) + 2);
   EXPECT_EQ(NSMaxY(fromTop(info_)), 355 - 8);
+  EXPECT_TRUE(NSEqualSizes([window_ frame].size, NSMakeSize(556, 355)));
+}
+
+TEST_F(Question, ADescriptionThatTheSpacerLeavesNoRoomMakesTheWindowTaller) {
+  NSMutableString *text = [NSMutableString string];
+  for (int i = 0; i < 40; ++i) {
+    [text appendString:@"A very long name of an application "];
+  }
+  build(text);
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(NSHeight(fromTop(spacer_)), 0);
+  EXPECT_EQ(NSHeight(fromTop(description_)), [description_ intrinsicContentSize].height);
+  EXPECT_GT(NSHeight([window_ frame]), 355);
+  EXPECT_EQ(NSMaxY(fromTop(info_)), NSHeight([window_ frame]) - 8);
+  EXPECT_EQ(NSWidth([window_ frame]), 556);
 }
 
 TEST_F(Question, TheSpacerKeepsItsHeightAsLongAsThereIsRoom) {
@@ -795,37 +810,88 @@ TEST_F(Layout, TextFieldsKnowTheirNaturalSize) {
   EXPECT_EQ([field intrinsicContentSize].width, NSViewNoIntrinsicMetric);
 }
 
-TEST_F(Layout, TextFieldsThatAreLeftLessThanALineWrapAndGrow) {
+TEST_F(Layout, TextFieldsWantOneLineUntilToldHowWideTheyMayBe) {
   NSTextField *field = addedLabel(content_, @"some words that take a line", 13);
   const NSSize line = [field intrinsicContentSize];
-  NSArray *inRow = visual(@"H:|[field]", entry(@"field", field));
-  [content_ addConstraints:inRow];
-  [content_ addConstraints:visual(@"V:|[field]", entry(@"field", field))];
+  NSDictionary *views = entry(@"field", field);
+  [content_ addConstraints:visual(@"H:|[field]", views)];
+  [content_ addConstraints:visual(@"V:|[field]", views)];
+  const CGFloat narrow = line.width / 2 + 20;
+  [content_ addConstraints:visual(@"H:[field(narrow)]", views, entry(@"narrow", @(narrow)))];
   [window_ layoutIfNeeded];
-  expectFrame(field, 0, 0, line.width, line.height);
+  EXPECT_NEAR(NSWidth([field frame]), narrow, 1);
+  EXPECT_EQ(NSHeight([field frame]), line.height);
+  EXPECT_TRUE(NSEqualSizes([field intrinsicContentSize], line));
 
-  NSArray *narrow = visual([NSString stringWithFormat:@"H:[field(%g)]", line.width / 2 + 20],
-                           entry(@"field", field));
-  [content_ addConstraints:narrow];
+  [field setPreferredMaxLayoutWidth:narrow];
   [window_ layoutIfNeeded];
   EXPECT_NEAR(NSHeight([field frame]), 2 * line.height, 2);
-  EXPECT_EQ([field intrinsicContentSize].width, line.width) << "it still wants a whole line";
 
-  [field setStringValue:@"some"];
+  [field setPreferredMaxLayoutWidth:0];
   [window_ layoutIfNeeded];
   EXPECT_EQ(NSHeight([field frame]), line.height);
+}
 
-  [field setStringValue:@"some words that take a line"];
+TEST_F(Layout, AWindowGrowsForWhatIsMoreUrgentThanItsSize) {
+  [window_ setFrameOrigin:NSMakePoint(100, 200)];
+  const NSRect before = [window_ frame];
+  NSView *a = addedView(content_);
+  add(@"H:|-20-[a(>=600@499)]-20-|", entry(@"a", a));
+  add(@"V:|-20-[a(>=400@499)]-20-|", entry(@"a", a));
   [window_ layoutIfNeeded];
-  EXPECT_NEAR(NSHeight([field frame]), 2 * line.height, 2);
-  [content_ removeConstraints:narrow];
-  [window_ layoutIfNeeded];
-  expectFrame(field, 0, 0, line.width, line.height);
+  EXPECT_TRUE(NSEqualRects([window_ frame], before));
 
-  [content_ addConstraints:narrow];
-  [[field cell] setUsesSingleLineMode:YES];
+  add(@"H:[a(>=600@501)]", entry(@"a", a));
   [window_ layoutIfNeeded];
-  EXPECT_EQ(NSHeight([field frame]), line.height);
+  EXPECT_TRUE(NSEqualRects([window_ frame], NSMakeRect(100, 200, 640, 355)));
+  expectFrame(a, 20, 20, 600, 315);
+
+  add(@"V:[a(>=400)]", entry(@"a", a));
+  testing::internal::CaptureStderr();
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  // Its top left corner stays where it is.
+  EXPECT_TRUE(NSEqualRects([window_ frame], NSMakeRect(100, 200 - 85, 640, 440)));
+  expectFrame(a, 20, 20, 600, 400);
+}
+
+TEST_F(Layout, AWindowKeepsTheSizeThatItHasGrownTo) {
+  NSTextField *field = addedLabel(content_, @"short", 13);
+  add(@"H:|-20-[field]-20-|", entry(@"field", field));
+  add(@"V:|[field]", entry(@"field", field));
+  [window_ orderFront:nil];
+  EXPECT_EQ(NSWidth([window_ frame]), 556);
+  [field setStringValue:[@"" stringByPaddingToLength:200 withString:@"wide " startingAtIndex:0]];
+  const CGFloat wide = [field intrinsicContentSize].width;
+  EXPECT_TRUE(turnUntil(^bool {
+    return NSWidth([window_ frame]) == wide + 40 && NSWidth([field frame]) == wide;
+  }));
+  [field setStringValue:@"short"];
+  [window_ layoutIfNeeded];
+  EXPECT_EQ(NSWidth([window_ frame]), wide + 40);
+  EXPECT_EQ(NSWidth([field frame]), wide);
+}
+
+TEST_F(Layout, AWindowStaysAsItIsForATextThatResistsLess) {
+  NSTextField *field = addedLabel(
+      content_, [@"" stringByPaddingToLength:200 withString:@"wide " startingAtIndex:0], 13);
+  add(@"H:|[field]|", entry(@"field", field));
+  add(@"V:|[field]", entry(@"field", field));
+  [field setContentCompressionResistancePriority:NSLayoutPriorityWindowSizeStayPut - 1
+                                  forOrientation:NSLayoutConstraintOrientationHorizontal];
+  [window_ orderFront:nil];
+  EXPECT_EQ(NSWidth([window_ frame]), 556);
+  EXPECT_EQ(NSWidth([field frame]), 556);
+}
+
+TEST_F(Layout, AWindowBecomesAsSmallAsItsContentsHaveToBe) {
+  NSView *a = addedView(content_);
+  add(@"H:|[a(300)]|", entry(@"a", a));
+  add(@"V:|[a(<=100)]|", entry(@"a", a));
+  const CGFloat top = NSMaxY([window_ frame]);
+  [window_ layoutIfNeeded];
+  EXPECT_TRUE(NSEqualSizes([window_ frame].size, NSMakeSize(300, 100)));
+  EXPECT_EQ(NSMaxY([window_ frame]), top);
 }
 
 TEST_F(Layout, ButtonsAndImageViewsKnowTheirNaturalSize) {

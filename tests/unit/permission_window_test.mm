@@ -272,6 +272,37 @@ TEST_F(PermissionWindow, KeepsTheFooterOfALongAddressInsideTheWindow) {
   EXPECT_EQ(NSHeight(controller_.window.frame), 355.0);
 }
 
+TEST_F(PermissionWindow, WrapsItsTextsInsteadOfGrowing) {
+  for (NSString *name in @[ @"titleField", @"descriptionField", @"informativeField" ]) {
+    SCOPED_TRACE(name.UTF8String);
+    open();
+    NSWindow *window = controller_.window;
+    NSTextField *field = [controller_ valueForKey:name];
+    const NSRect before = window.frame;
+    const CGFloat oneLine = NSHeight(field.frame);
+    const CGFloat width = field.preferredMaxLayoutWidth;
+    field.preferredMaxLayoutWidth = 0.0;
+    while (field.intrinsicContentSize.width < 600.0) {
+      field.stringValue = [field.stringValue stringByAppendingString:@" again"];
+    }
+    field.preferredMaxLayoutWidth = width;
+    [window layoutIfNeeded];
+    EXPECT_TRUE(NSEqualRects(window.frame, before));
+    EXPECT_GE(NSHeight(field.frame), 2.0 * oneLine - 8.0);
+
+    // Without a width to wrap at, it wants one line, and more than the window wants to keep its
+    // size.
+    field.preferredMaxLayoutWidth = 0.0;
+    [window layoutIfNeeded];
+    EXPECT_EQ(NSWidth(window.frame), field.intrinsicContentSize.width + 16.0);
+    EXPECT_EQ(NSMinX(window.frame), NSMinX(before));
+    EXPECT_EQ(NSMaxY(window.frame), NSMaxY(before));
+    [window orderOut:nil];
+    [controller_ release];
+    controller_ = nil;
+  }
+}
+
 #pragma mark - Contents
 
 TEST_F(PermissionWindow, FillsTheTextsWithTheApplicationsNameAndTheAddress) {

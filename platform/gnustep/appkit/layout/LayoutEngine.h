@@ -7,8 +7,8 @@
 
 namespace platform::layout {
 
-/// The view whose size a layout takes as given: the content view of the view's window, or the
-/// topmost view where there is no window. Nil outside of content views, and for nil.
+/// The view at the top of a layout: the content view of the view's window, or the topmost view
+/// where there is no window. Nil outside of content views, and for nil.
 NSView *rootOf(NSView *view);
 
 /// Asks for a pass before the next display. Nil is ignored.

@@ -41,10 +41,31 @@ void report(const LayoutModel &model, const ConstraintSystem::Solution &solution
   root.reported = std::move(reported);
 }
 
+RootSize rootSizeOf(NSView *root, const LayoutState &state) {
+  if ([root window] != nil) {
+    return RootSize::OfWindow;
+  }
+  return state.translatesMask ? RootSize::Given : RootSize::Smallest;
+}
+
+/// Gives a root another size, and its window with it, whose top left corner stays.
+void resize(NSView *root, NSSize size) {
+  NSWindow *window = [root window];
+  if (window == nil) {
+    [root setFrameSize:size];
+    return;
+  }
+  NSRect frame = [window frame];
+  const NSSize change = {size.width - NSWidth([root frame]), size.height - NSHeight([root frame])};
+  frame.size.width += change.width;
+  frame.size.height += change.height;
+  frame.origin.y -= change.height;
+  [window setFrame:frame display:NO];
+}
+
 /// Finds all frames below a root and the root's own size where that is free.
 void findFrames(NSView *root, LayoutState &state) {
-  const bool sizeFree = [root window] == nil && !state.translatesMask;
-  const LayoutModel model(root, sizeFree);
+  const LayoutModel model(root, rootSizeOf(root, state));
   const auto solution = model.solve();
   report(model, solution, state);
   for (const LayoutModel::Node &node : model.nodes()) {
@@ -58,17 +79,13 @@ void findFrames(NSView *root, LayoutState &state) {
       node.state->placed = true;
       node.state->intrinsicSize = node.naturalSize;
       node.state->intrinsicKnown = true;
-      if ([node.view isKindOfClass:[NSTextField class]]) {
-        // Only now it is known how wide the text can be, and so how high it must be.
-        node.state->foundWidth = edges.right - edges.left;
-        if (!NSEqualSizes([node.view intrinsicContentSize], node.naturalSize)) {
-          state.dirty = true;
-        }
+    } else if (node.parent < 0) {
+      const NSRect alignment = NSMakeRect(0, 0, edges.right - edges.left, edges.bottom - edges.top);
+      const NSSize size = [root frameForAlignmentRect:alignment].size;
+      const NSSize present = [root frame].size;
+      if (size.width != wholePoints(present.width) || size.height != wholePoints(present.height)) {
+        resize(root, size);
       }
-    } else if (node.parent < 0 && sizeFree) {
-      [root setFrameSize:[root frameForAlignmentRect:NSMakeRect(0, 0, edges.right - edges.left,
-                                                                edges.bottom - edges.top)]
-                             .size];
     }
   }
 }
@@ -187,7 +204,7 @@ void updateConstraintsBelow(NSView *view) {
 
 NSSize fittingSizeOf(NSView *view) {
   updateConstraintsBelow(view);
-  const LayoutModel model(view, true);
+  const LayoutModel model(view, RootSize::Smallest);
   const auto solution = model.solve();
   const LayoutModel::Node &root = model.nodes().front();
   const auto rounded = [](double value) { return std::ceil(std::round(value * 1000) / 1000); };

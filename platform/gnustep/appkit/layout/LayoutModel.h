@@ -19,6 +19,13 @@ struct LocalFrame {
 
 LocalFrame localFrameOf(NSView *view);
 
+/// What decides about the size of a hierarchy's topmost view.
+enum class RootSize {
+  Given,     ///< It has its present size.
+  OfWindow,  ///< Its present size, at the priority at which a window keeps its own.
+  Smallest,  ///< The smallest that is possible.
+};
+
 /// One hierarchy as a system of linear constraints. Variables are alignment rectangles, in points
 /// from the top left corner of the root. For the main thread, and not beyond one pass: views are
 /// not retained.
@@ -37,8 +44,7 @@ class LayoutModel {
     Variable left, top, width, height;
   };
 
-  /// The root has its present size, or the smallest that is possible.
-  LayoutModel(NSView *root, bool sizeFree);
+  LayoutModel(NSView *root, RootSize rootSize);
 
   const std::vector<Node> &nodes() const { return nodes_; }
 
@@ -75,6 +81,7 @@ class LayoutModel {
   void add(ConstraintSystem::Constraint constraint, const Origin &origin);
   void addSoft(Variable variable, Relation relation, double constant, double priority,
                double weight = 1);
+  void addRootSize(const Node &root);
   void addMask(const Node &node);
   void addMaskAlong(NSView *view, const Extent &own, const Extent &container, double containerSize,
                     double position, double size, bool nearFlexible, bool sizeFlexible,
@@ -87,7 +94,7 @@ class LayoutModel {
                              double factor, const Node &holder, bool mirrored);
   void addConstraint(PlatformLayoutConstraint *constraint, const Node &holder);
 
-  const bool sizeFree_;
+  const RootSize rootSize_;
   ConstraintSystem system_;
   std::vector<Node> nodes_;
   std::vector<Origin> origins_;  // By number of the constraint.

@@ -35,6 +35,13 @@ Growth growthOf(double container, double position, double size, bool nearFlexibl
   return {nearFlexible ? position / flexible : 0, sizeFlexible ? size / flexible : 0};
 }
 
+/// The present size of a node's alignment rectangle.
+NSSize presentSizeOf(const LayoutModel::Node &node) {
+  const NSSize frame = [node.view frame].size;
+  return NSMakeSize(std::max(0.0, frame.width - node.insets.left - node.insets.right),
+                    std::max(0.0, frame.height - node.insets.top - node.insets.bottom));
+}
+
 bool followsDirection(NSLayoutAttribute attribute) {
   return attribute == NSLayoutAttributeLeading || attribute == NSLayoutAttributeTrailing;
 }
@@ -61,7 +68,7 @@ LayoutModel::Extent LayoutModel::vertical(const Node &node) {
   return {node.top, node.height, node.insets.top, node.insets.bottom};
 }
 
-LayoutModel::LayoutModel(NSView *root, bool sizeFree) : sizeFree_(sizeFree) {
+LayoutModel::LayoutModel(NSView *root, RootSize rootSize) : rootSize_(rootSize) {
   want(root);
   gather(root);
   collect(root, -1);
@@ -69,7 +76,7 @@ LayoutModel::LayoutModel(NSView *root, bool sizeFree) : sizeFree_(sizeFree) {
     if (nodes_[i].parent >= 0 && !nodes_[i].managed) {
       addMask(nodes_[i]);
     }
-    if (nodes_[i].managed || (i == 0 && sizeFree)) {
+    if (nodes_[i].managed || (i == 0 && rootSize == RootSize::Smallest)) {
       addNaturalSize(nodes_[i]);
     }
     if (nodes_[i].managed) {
@@ -83,10 +90,7 @@ LayoutModel::LayoutModel(NSView *root, bool sizeFree) : sizeFree_(sizeFree) {
       }
     }
   }
-  if (sizeFree) {
-    addSoft(nodes_[0].width, Relation::LessOrEqual, 0, NSLayoutPriorityFittingSizeCompression);
-    addSoft(nodes_[0].height, Relation::LessOrEqual, 0, NSLayoutPriorityFittingSizeCompression);
-  }
+  addRootSize(nodes_[0]);
 }
 
 const void *LayoutModel::identityOf(int number) const {
@@ -143,13 +147,12 @@ void LayoutModel::collect(NSView *view, int parent) {
     node.width = system_.addVariable(0, HUGE_VAL);
     node.height = system_.addVariable(0, HUGE_VAL);
   } else {
-    const NSSize size = [view frame].size;
-    const double width = std::max(0.0, size.width - insets.left - insets.right);
-    const double height = std::max(0.0, size.height - insets.top - insets.bottom);
+    const bool isGiven = rootSize_ == RootSize::Given;
+    const NSSize size = presentSizeOf(node);
     node.left = system_.addVariable(insets.left, insets.left);
     node.top = system_.addVariable(insets.top, insets.top);
-    node.width = system_.addVariable(sizeFree_ ? 0 : width, sizeFree_ ? HUGE_VAL : width);
-    node.height = system_.addVariable(sizeFree_ ? 0 : height, sizeFree_ ? HUGE_VAL : height);
+    node.width = system_.addVariable(isGiven ? size.width : 0, isGiven ? size.width : HUGE_VAL);
+    node.height = system_.addVariable(isGiven ? size.height : 0, isGiven ? size.height : HUGE_VAL);
   }
   nodes_.push_back(node);
   indices_[view] = index;
@@ -166,6 +169,22 @@ void LayoutModel::add(ConstraintSystem::Constraint constraint, const Origin &ori
 void LayoutModel::addSoft(Variable variable, Relation relation, double constant, double priority,
                           double weight) {
   add({{{variable, 1}}, relation, constant, priority, weight}, {nil, nil, "preference"});
+}
+
+void LayoutModel::addRootSize(const Node &root) {
+  const NSSize size = presentSizeOf(root);
+  switch (rootSize_) {
+    case RootSize::Given:
+      break;
+    case RootSize::OfWindow:
+      addSoft(root.width, Relation::Equal, size.width, NSLayoutPriorityWindowSizeStayPut);
+      addSoft(root.height, Relation::Equal, size.height, NSLayoutPriorityWindowSizeStayPut);
+      break;
+    case RootSize::Smallest:
+      addSoft(root.width, Relation::LessOrEqual, 0, NSLayoutPriorityFittingSizeCompression);
+      addSoft(root.height, Relation::LessOrEqual, 0, NSLayoutPriorityFittingSizeCompression);
+      break;
+  }
 }
 
 void LayoutModel::addMask(const Node &node) {

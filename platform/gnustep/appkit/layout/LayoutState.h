@@ -36,8 +36,7 @@ struct LayoutState {
   float compression[2] = {0, 0};  ///< Likewise.
   CGFloat preferredMaxLayoutWidth = 0;
   std::optional<NSUserInterfaceLayoutDirection> direction;  ///< Of its own.
-  CGFloat foundWidth = 0;             ///< Of a text field: what the last pass left it, or 0.
-  NSMutableArray *const constraints;  ///< Held by the view. Owned.
+  NSMutableArray *const constraints;                        ///< Held by the view. Owned.
   std::vector<PlatformLayoutConstraint *> mentions;  ///< Of the view, wherever held. Not retained.
   std::vector<const void *> reported;  ///< Of a root: given up and told about in the last pass.
 };

@@ -42,25 +42,18 @@ NSSize lineSizeOf(NSTextField *field) {
   invalidateIfLaidOut(self);
 }
 
-// GNUstep's cellSizeForBounds: does not wrap, so the text is measured as the cell will draw it. A
-// text that wants all its room and was not left it grows in height, as from macOS 10.11 on.
+// GNUstep's cellSizeForBounds: does not wrap, so the text is measured as the cell will draw it.
 - (NSSize)intrinsicContentSize {
   const NSSize surround = surroundOf(self);
   NSAttributedString *text = [[self cell] attributedStringValue];
   NSSize size = [text length] == 0 ? NSMakeSize(0, lineSizeOf(self).height) : [text size];
-  const LayoutState *state = existingState(self);
-  const CGFloat preferred = state == nullptr ? 0 : state->preferredMaxLayoutWidth;
-  const CGFloat limit = preferred > 0 || state == nullptr ? preferred : state->foundWidth;
-  const CGFloat available = limit - surround.width;
+  const CGFloat available = [self preferredMaxLayoutWidth] - surround.width;
   if (available > 0 && std::ceil(size.width) > available && wraps(self)) {
     // The height only limits; it must not be 0, which would stand for no limit in width either.
-    const NSSize wrapped = [text boundingRectWithSize:NSMakeSize(available, 1e6)
-                                              options:NSStringDrawingUsesLineFragmentOrigin]
-                               .size;
-    size.height = wrapped.height;
-    if (preferred > 0) {
-      size.width = std::fmin(wrapped.width, available);
-    }
+    size = [text boundingRectWithSize:NSMakeSize(available, 1e6)
+                              options:NSStringDrawingUsesLineFragmentOrigin]
+               .size;
+    size.width = std::fmin(size.width, available);
   }
   const CGFloat width =
       [self isEditable] ? NSViewNoIntrinsicMetric : std::ceil(size.width + surround.width);

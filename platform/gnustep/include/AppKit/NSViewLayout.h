@@ -66,7 +66,7 @@ extern const CGFloat NSViewNoInstrinsicMetric;
 /// Gives the subviews the frames found for them. For subclasses, which send it to super first.
 - (void)layout;
 
-/// Brings the frames up to date, for the whole hierarchy that the receiver is in.
+/// Brings the frames up to date, for the whole hierarchy that the receiver is in and its window.
 - (void)layoutSubtreeIfNeeded;
 
 /// The smallest size that the constraints of the receiver and the views below it allow.
@@ -123,7 +123,8 @@ extern const CGFloat NSViewNoInstrinsicMetric;
 - (void)updateConstraintsIfNeeded;
 
 /// Brings the frames of the window's views up to date now. A window does so by itself before it is
-/// ordered in or displayed.
+/// ordered in or displayed. It becomes larger or smaller, its top left corner staying where it is,
+/// for constraints of the content view that are above NSLayoutPriorityWindowSizeStayPut.
 - (void)layoutIfNeeded;
 
 @end
