@@ -66,19 +66,22 @@ NSButton *addedPushButton(NSView *superview, NSString *title) {
   return button;
 }
 
-/// The frame seen from the top left corner of an unflipped superview.
+/// What constraints place of the view.
+NSRect aligned(NSView *view) { return [view alignmentRectForFrame:[view frame]]; }
+
+/// The same, seen from the top left corner of an unflipped superview.
 NSRect fromTop(NSView *view) {
-  NSRect frame = [view frame];
-  frame.origin.y = NSHeight([[view superview] bounds]) - NSMaxY(frame);
-  return frame;
+  NSRect rect = aligned(view);
+  rect.origin.y = NSHeight([[view superview] bounds]) - NSMaxY(rect);
+  return rect;
 }
 
-void expectFrame(NSView *view, CGFloat x, CGFloat top, CGFloat width, CGFloat height) {
-  const NSRect frame = fromTop(view);
-  EXPECT_EQ(NSMinX(frame), x);
-  EXPECT_EQ(NSMinY(frame), top);
-  EXPECT_EQ(NSWidth(frame), width);
-  EXPECT_EQ(NSHeight(frame), height);
+void expectPlace(NSView *view, CGFloat x, CGFloat top, CGFloat width, CGFloat height) {
+  const NSRect rect = fromTop(view);
+  EXPECT_EQ(NSMinX(rect), x);
+  EXPECT_EQ(NSMinY(rect), top);
+  EXPECT_EQ(NSWidth(rect), width);
+  EXPECT_EQ(NSHeight(rect), height);
 }
 
 std::string reasonOf(void (^block)(void), NSString *name) {
@@ -209,25 +212,25 @@ TEST_F(Question, StandsAsWorkedOutByHand) {
   [window_ layoutIfNeeded];
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 
-  expectFrame(close_, 10, 8, 12, 12);
-  expectFrame(invisible_, 0, 0, 0, 0);
-  expectFrame(images_, 162, 35, 232, 148);  // (556 − 232) / 2
-  expectFrame(envelope_, 18, 0, 214, 149);  // Hangs one point out of the bottom.
-  expectFrame(icon_, 0, 38, 110, 110);
+  expectPlace(close_, 10, 8, 12, 12);
+  expectPlace(invisible_, 0, 0, 0, 0);
+  expectPlace(images_, 162, 35, 232, 148);  // (556 − 232) / 2
+  expectPlace(envelope_, 18, 0, 214, 149);  // Hangs one point out of the bottom.
+  expectPlace(icon_, 0, 38, 110, 110);
 
   const CGFloat title = lineHeight(title_);
   const CGFloat description = lineHeight(description_);
   const CGFloat info = lineHeight(info_);
   CGFloat top = 35 + 148 + 13;
-  expectFrame(title_, 8, top, 540, title);
+  expectPlace(title_, 8, top, 540, title);
   top += title + 6;
-  expectFrame(description_, 8, top, 540, description);
+  expectPlace(description_, 8, top, 540, description);
   top += description;
   // A point wide and centred at 278: its edges lie at halves and are rounded up alike.
-  expectFrame(spacer_, 278, top, 1, 64);
+  expectPlace(spacer_, 278, top, 1, 64);
   const CGFloat middle = top + 32;
   top += 64 + 2;
-  expectFrame(info_, 8, top, 540, info);
+  expectPlace(info_, 8, top, 540, info);
   EXPECT_LE(top + info, 355 - 8);
 
   const CGFloat width =
@@ -236,8 +239,8 @@ TEST_F(Question, StandsAsWorkedOutByHand) {
   EXPECT_GE(height, 20);
   EXPECT_LE(height, 22);
   const CGFloat buttonTop = std::floor(middle - height / 2 + 0.5);
-  expectFrame(cancel_, 278 - 6 - width, buttonTop, width, height);
-  expectFrame(ok_, 279 + 6, buttonTop, width, height);
+  expectPlace(cancel_, 278 - 6 - width, buttonTop, width, height);
+  expectPlace(ok_, 279 + 6, buttonTop, width, height);
 }
 
 TEST_F(Question, AWrappedDescriptionSqueezesTheSpacer) {
@@ -286,14 +289,14 @@ TEST_F(Question, ButtonsStayEquallyWideWhateverTheirTitles) {
   [window_ layoutIfNeeded];
   const CGFloat width = [ok_ intrinsicContentSize].width;
   EXPECT_GT(width, 110);
-  EXPECT_EQ(NSWidth([ok_ frame]), width);
-  EXPECT_EQ(NSWidth([cancel_ frame]), width);
+  EXPECT_EQ(NSWidth(aligned(ok_)), width);
+  EXPECT_EQ(NSWidth(aligned(cancel_)), width);
 }
 
 TEST_F(Question, IsLaidOutBeforeTheWindowIsOrderedIn) {
   build(@"short");
   [window_ orderFront:nil];
-  expectFrame(images_, 162, 35, 232, 148);
+  expectPlace(images_, 162, 35, 232, 148);
 }
 
 TEST_F(Question, AChangedTextIsLaidOutInTheNextTurnOfTheMainLoop) {
@@ -334,7 +337,7 @@ TEST_F(Question, FollowsTheSizeOfTheWindow) {
   EXPECT_TRUE(turnUntil(^bool {
     return NSWidth([content_ frame]) == 600 && NSMinX([images_ frame]) == 184;
   }));
-  expectFrame(title_, 8, 196, 584, lineHeight(title_));
+  expectPlace(title_, 8, 196, 584, lineHeight(title_));
 }
 
 TEST_F(Question, FramesAreTheSameEveryTime) {
@@ -397,8 +400,8 @@ TEST_F(Layout, OptionsAlignNeighbours) {
   add(@"V:|-7-[a(40)]", views);
   add(@"V:[b(10)]", views);
   [window_ layoutIfNeeded];
-  expectFrame(a, 5, 7, 20, 40);
-  expectFrame(b, 33, 37, 30, 10);
+  expectPlace(a, 5, 7, 20, 40);
+  expectPlace(b, 33, 37, 30, 10);
 }
 
 TEST_F(Layout, OptionsTurnTheDirectionRound) {
@@ -412,8 +415,8 @@ TEST_F(Layout, OptionsTurnTheDirectionRound) {
   [content_ addConstraint:relate(b, NSLayoutAttributeRight, NSLayoutRelationEqual, content_,
                                  NSLayoutAttributeRight, 1, -40)];
   [window_ layoutIfNeeded];
-  expectFrame(a, 531, 0, 20, 1);
-  expectFrame(b, 486, 0, 30, 1);
+  expectPlace(a, 531, 0, 20, 1);
+  expectPlace(b, 486, 0, 30, 1);
 }
 
 TEST_F(Layout, BadFormatsRaise) {
@@ -533,7 +536,7 @@ TEST_F(Layout, AFlippedSuperviewCountsFromItsTopToo) {
   [table addConstraints:visual(@"H:|-3-[inner(4)]", entry(@"inner", inner))];
   [table addConstraints:visual(@"V:|-5-[inner(6)]", entry(@"inner", inner))];
   [window_ layoutIfNeeded];
-  expectFrame(table, 10, 20, 100, 80);
+  expectPlace(table, 10, 20, 100, 80);
   EXPECT_TRUE(NSEqualRects([inner frame], NSMakeRect(3, 5, 4, 6)));
 }
 
@@ -548,10 +551,10 @@ TEST_F(Layout, TheFrameOfATranslatingViewStands) {
   add(@"V:[a(9)]", entry(@"a", a));
   [window_ layoutIfNeeded];
   EXPECT_TRUE(NSEqualRects([fixed frame], NSMakeRect(50, 60, 70, 80)));
-  expectFrame(a, 124, 215, 70, 9);  // 355 − 60 − 80
+  expectPlace(a, 124, 215, 70, 9);  // 355 − 60 − 80
   [fixed setFrameOrigin:NSMakePoint(10, 60)];
   [window_ layoutIfNeeded];
-  expectFrame(a, 84, 215, 70, 9);
+  expectPlace(a, 84, 215, 70, 9);
 }
 
 TEST_F(Layout, TheMaskOfATranslatingViewFollowsALaidOutSuperview) {
@@ -568,8 +571,8 @@ TEST_F(Layout, TheMaskOfATranslatingViewFollowsALaidOutSuperview) {
   add(@"H:|[box(300)]", entry(@"box", box));
   add(@"V:|[box(200)]", entry(@"box", box));
   [window_ layoutIfNeeded];
-  expectFrame(inner, 10, 10, 280, 70);
-  expectFrame(a, 20, 0, 280, 5);
+  expectPlace(inner, 10, 10, 280, 70);
+  expectPlace(a, 20, 0, 280, 5);
 }
 
 TEST_F(Layout, AViewThatIsLaidOutIsNotAutoresizedToo) {
@@ -581,7 +584,7 @@ TEST_F(Layout, AViewThatIsLaidOutIsNotAutoresizedToo) {
   [content_ setFrameSize:NSMakeSize(700, 500)];
   EXPECT_EQ(NSWidth([a frame]), 20);
   [window_ layoutIfNeeded];
-  expectFrame(a, 10, 10, 20, 20);
+  expectPlace(a, 10, 10, 20, 20);
 }
 
 TEST_F(Layout, MultipliersCountFromTheHolder) {
@@ -592,7 +595,7 @@ TEST_F(Layout, MultipliersCountFromTheHolder) {
                                  NSLayoutAttributeCenterX, 1.5, 0)];
   add(@"V:|[a(5)]", entry(@"a", a));
   [window_ layoutIfNeeded];
-  expectFrame(a, 277, 0, 140, 5);  // 556 / 4 + 1, right edge at 417
+  expectPlace(a, 277, 0, 140, 5);  // 556 / 4 + 1, right edge at 417
 }
 
 TEST_F(Layout, HuggingDecidesWhichNeighbourGrows) {
@@ -604,11 +607,11 @@ TEST_F(Layout, HuggingDecidesWhichNeighbourGrows) {
   add(@"V:|[b]", views);
   [a setContentHuggingPriority:251 forOrientation:NSLayoutConstraintOrientationHorizontal];
   [window_ layoutIfNeeded];
-  EXPECT_EQ(NSWidth([a frame]), [a intrinsicContentSize].width);
-  EXPECT_EQ(NSMaxX([b frame]), 556);
+  EXPECT_EQ(NSWidth(aligned(a)), [a intrinsicContentSize].width);
+  EXPECT_EQ(NSMaxX(aligned(b)), 556);
   [b setContentHuggingPriority:252 forOrientation:NSLayoutConstraintOrientationHorizontal];
   [window_ layoutIfNeeded];
-  EXPECT_EQ(NSWidth([b frame]), [b intrinsicContentSize].width);
+  EXPECT_EQ(NSWidth(aligned(b)), [b intrinsicContentSize].width);
 }
 
 TEST_F(Layout, CompressionResistanceDecidesWhichNeighbourShrinks) {
@@ -626,8 +629,8 @@ TEST_F(Layout, CompressionResistanceDecidesWhichNeighbourShrinks) {
   [a setContentCompressionResistancePriority:749
                               forOrientation:NSLayoutConstraintOrientationHorizontal];
   [window_ layoutIfNeeded];
-  EXPECT_EQ(NSWidth([a frame]), 20);
-  EXPECT_EQ(NSWidth([b frame]), natural);
+  EXPECT_EQ(NSWidth(aligned(a)), 20);
+  EXPECT_EQ(NSWidth(aligned(b)), natural);
 }
 
 TEST_F(Layout, WhatNothingDecidesIsSmallAndInTheCorner) {
@@ -635,7 +638,7 @@ TEST_F(Layout, WhatNothingDecidesIsSmallAndInTheCorner) {
   [a setFrame:NSMakeRect(30, 40, 50, 60)];
   [content_ setNeedsLayout:YES];
   [window_ layoutIfNeeded];
-  expectFrame(a, 0, 0, 0, 0);
+  expectPlace(a, 0, 0, 0, 0);
 }
 
 TEST_F(Layout, PrioritiesAndConstantsMayChange) {
@@ -675,12 +678,12 @@ TEST_F(Layout, AContradictionIsToldOnceAndOneConstraintGivenUp) {
   EXPECT_NE(log.find("(10)]"), std::string::npos) << log;
   EXPECT_EQ(log.find("-(3)-"), std::string::npos) << log;
   EXPECT_NE(log.find("breaking constraint \n<NSLayoutConstraint:0x"), std::string::npos) << log;
-  expectFrame(a, 3, 0, 10, 5);
+  expectPlace(a, 3, 0, 10, 5);
   [content_ setNeedsLayout:YES];
   testing::internal::CaptureStderr();
   [window_ layoutIfNeeded];
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  expectFrame(a, 3, 0, 10, 5);
+  expectPlace(a, 3, 0, 10, 5);
 }
 
 TEST_F(Layout, DescriptionsReadLikeTheVisualFormat) {
@@ -772,10 +775,10 @@ TEST_F(Layout, ViewsBuiltOutsideAWindowAreLaidOutInIt) {
   [box addConstraints:visual(@"H:|-2-[a]-2-|", entry(@"a", a))];
   [box addConstraints:visual(@"V:|-2-[a(3)]", entry(@"a", a))];
   [box layoutSubtreeIfNeeded];
-  expectFrame(a, 2, 2, 6, 3);
+  expectPlace(a, 2, 2, 6, 3);
   [window_ setContentView:box];
   [window_ layoutIfNeeded];
-  expectFrame(a, 2, 2, 552, 3);
+  expectPlace(a, 2, 2, 552, 3);
 }
 
 TEST_F(Layout, FittingSizeIsTheSmallestThatConstraintsAllow) {
@@ -786,7 +789,7 @@ TEST_F(Layout, FittingSizeIsTheSmallestThatConstraintsAllow) {
   EXPECT_TRUE(NSEqualSizes([box fittingSize], NSMakeSize(54, 47)));
   EXPECT_TRUE(NSEqualSizes([box frame].size, NSMakeSize(500, 500)));
   NSButton *button = addedPushButton(content_, @"Title");
-  EXPECT_TRUE(NSEqualSizes([button fittingSize], [button intrinsicContentSize]));
+  EXPECT_TRUE(NSEqualSizes([button fittingSize], [[button cell] cellSize]));
 }
 
 TEST_F(Layout, TextFieldsKnowTheirNaturalSize) {
@@ -819,7 +822,7 @@ TEST_F(Layout, TextFieldsWantOneLineUntilToldHowWideTheyMayBe) {
   const CGFloat narrow = line.width / 2 + 20;
   [content_ addConstraints:visual(@"H:[field(narrow)]", views, entry(@"narrow", @(narrow)))];
   [window_ layoutIfNeeded];
-  EXPECT_NEAR(NSWidth([field frame]), narrow, 1);
+  EXPECT_NEAR(NSWidth(aligned(field)), narrow, 1);
   EXPECT_EQ(NSHeight([field frame]), line.height);
   EXPECT_TRUE(NSEqualSizes([field intrinsicContentSize], line));
 
@@ -844,7 +847,7 @@ TEST_F(Layout, AWindowGrowsForWhatIsMoreUrgentThanItsSize) {
   add(@"H:[a(>=600@501)]", entry(@"a", a));
   [window_ layoutIfNeeded];
   EXPECT_TRUE(NSEqualRects([window_ frame], NSMakeRect(100, 200, 640, 355)));
-  expectFrame(a, 20, 20, 600, 315);
+  expectPlace(a, 20, 20, 600, 315);
 
   add(@"V:[a(>=400)]", entry(@"a", a));
   testing::internal::CaptureStderr();
@@ -852,7 +855,7 @@ TEST_F(Layout, AWindowGrowsForWhatIsMoreUrgentThanItsSize) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   // Its top left corner stays where it is.
   EXPECT_TRUE(NSEqualRects([window_ frame], NSMakeRect(100, 200 - 85, 640, 440)));
-  expectFrame(a, 20, 20, 600, 400);
+  expectPlace(a, 20, 20, 600, 400);
 }
 
 TEST_F(Layout, AWindowKeepsTheSizeThatItHasGrownTo) {
@@ -864,12 +867,12 @@ TEST_F(Layout, AWindowKeepsTheSizeThatItHasGrownTo) {
   [field setStringValue:[@"" stringByPaddingToLength:200 withString:@"wide " startingAtIndex:0]];
   const CGFloat wide = [field intrinsicContentSize].width;
   EXPECT_TRUE(turnUntil(^bool {
-    return NSWidth([window_ frame]) == wide + 40 && NSWidth([field frame]) == wide;
+    return NSWidth([window_ frame]) == wide + 40 && NSWidth(aligned(field)) == wide;
   }));
   [field setStringValue:@"short"];
   [window_ layoutIfNeeded];
   EXPECT_EQ(NSWidth([window_ frame]), wide + 40);
-  EXPECT_EQ(NSWidth([field frame]), wide);
+  EXPECT_EQ(NSWidth(aligned(field)), wide);
 }
 
 TEST_F(Layout, AWindowStaysAsItIsForATextThatResistsLess) {
@@ -881,7 +884,7 @@ TEST_F(Layout, AWindowStaysAsItIsForATextThatResistsLess) {
                                   forOrientation:NSLayoutConstraintOrientationHorizontal];
   [window_ orderFront:nil];
   EXPECT_EQ(NSWidth([window_ frame]), 556);
-  EXPECT_EQ(NSWidth([field frame]), 556);
+  EXPECT_EQ(NSWidth(aligned(field)), 556);
 }
 
 TEST_F(Layout, AWindowBecomesAsSmallAsItsContentsHaveToBe) {
@@ -908,6 +911,51 @@ TEST_F(Layout, ButtonsAndImageViewsKnowTheirNaturalSize) {
   [picture setImage:image];
   EXPECT_TRUE(NSEqualSizes([picture intrinsicContentSize], NSMakeSize(12, 14)));
   EXPECT_EQ([content_ intrinsicContentSize].height, NSViewNoInstrinsicMetric);
+}
+
+TEST_F(Layout, PushButtonsAndLabelsAreSmallerThanTheirFrames) {
+  NSButton *button = addedPushButton(content_, @"Button");
+  NSTextField *label = addedLabel(content_, @"label", 13);
+  NSView *table = addedView(content_, [NSTableView class]);
+  ASSERT_TRUE([table isFlipped]);
+  NSButton *inTable = addedPushButton(table, @"Button");
+  for (NSView *view in @[ button, label, inTable ]) {
+    NSDictionary *views = entry(@"view", view);
+    [[view superview] addConstraints:visual(@"H:|-20-[view(100)]", views)];
+    [[view superview] addConstraints:visual(@"V:|-30-[view(21)]", views)];
+  }
+  NSDictionary *views = entry(@"table", table);
+  add(@"H:|[table(400)]", views);
+  add(@"V:|[table(200)]", views);
+  [window_ layoutIfNeeded];
+  const CGFloat bottom = 355 - 30 - 21;
+  EXPECT_TRUE(NSEqualRects([button frame], NSMakeRect(14, bottom - 7, 112, 32)));
+  EXPECT_TRUE(NSEqualRects([inTable frame], NSMakeRect(14, 26, 112, 32)));
+  EXPECT_TRUE(NSEqualRects([label frame], NSMakeRect(18, bottom, 104, 21)));
+  // Fitted to their contents, they are as large as constraints make them.
+  for (NSControl *control in @[ button, label ]) {
+    [control sizeToFit];
+    EXPECT_NEAR(NSWidth(aligned(control)), [control intrinsicContentSize].width, 1);
+    EXPECT_NEAR(NSHeight(aligned(control)), [control intrinsicContentSize].height, 1);
+  }
+}
+
+TEST_F(Layout, OtherControlsAreAsLargeAsTheirFrames) {
+  NSButton *mark = static_cast<NSButton *>(addedView(content_, [NSButton class]));
+  [mark setBezelStyle:NSRoundedBezelStyle];
+  [mark setBordered:NO];
+  NSTextField *editable = addedLabel(content_, @"text", 13);
+  [editable setEditable:YES];
+  NSTextField *bezeled = addedLabel(content_, @"text", 13);
+  [bezeled setBezeled:YES];
+  NSPopUpButton *menu = static_cast<NSPopUpButton *>(addedView(content_, [NSPopUpButton class]));
+  [menu setBezelStyle:NSRoundedBezelStyle];
+  NSView *image = addedView(content_, [NSImageView class]);
+  const NSRect frame = NSMakeRect(10, 20, 30, 40);
+  for (NSView *view in @[ mark, editable, bezeled, menu, image, addedView(content_) ]) {
+    EXPECT_TRUE(NSEqualRects([view alignmentRectForFrame:frame], frame))
+        << object_getClassName(view);
+  }
 }
 
 TEST_F(Layout, BaselinesAlign) {
@@ -1045,7 +1093,8 @@ TEST_F(Layout, SubclassesTakePart) {
   EXPECT_EQ(view->layouts, 1);
   EXPECT_TRUE(NSEqualRects([inner frame], NSMakeRect(0, 0, 1, 2)));
   // Constraints place the alignment rectangle; the frame lies around it.
-  expectFrame(view, 9, 6, 53, 67);
+  expectPlace(view, 10, 10, 50, 60);
+  EXPECT_TRUE(NSEqualRects([view frame], NSMakeRect(9, 355 - 73, 53, 67)));
   [window_ layoutIfNeeded];
   EXPECT_EQ(view->layouts, 1);
   [view setNeedsLayout:YES];

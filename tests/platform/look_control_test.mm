@@ -19,8 +19,9 @@ class LookControl : public look::LookTest {
   }
 
   NSButton *AddButton(NSString *key) {
-    NSButton *button = [[[NSButton alloc] initWithFrame:NSMakeRect(100, 100, 110, 21)] autorelease];
+    NSButton *button = [[[NSButton alloc] initWithFrame:NSZeroRect] autorelease];
     [button setBezelStyle:NSBezelStyleRounded];
+    [button setFrame:[button frameForAlignmentRect:NSMakeRect(100, 100, 110, 21)]];
     [button setTitle:@"Sure"];
     [button setFont:[NSFont systemFontOfSize:13 weight:NSFontWeightRegular]];
     if (key) [button setKeyEquivalent:key];
@@ -39,7 +40,7 @@ class LookControl : public look::LookTest {
   LookWindow *window_ = nil;
 };
 
-// The button stands at x 100 … 210 and y 79 … 100 from the top; (108, 89) is inside its bezel left
+// The button is seen at x 100 … 210 and y 79 … 100 from the top; (108, 89) is inside its bezel left
 // of the title.
 static const int kInsideX = 108;
 static const int kInsideY = 89;
@@ -83,7 +84,7 @@ TEST_F(LookControl, ButtonForReturnHasNoPictureAndNoOtherSize) {
 TEST_F(LookControl, PushButtonSizesAreWholePoints) {
   NSSize size = [[AddButton(nil) cell] cellSize];
   EXPECT_EQ(size.width, floor(size.width));
-  EXPECT_EQ(size.height, 22);
+  EXPECT_EQ(size.height, 32);
 }
 
 TEST_F(LookControl, PressedButtonIsDarker) {
@@ -119,7 +120,7 @@ TEST_F(LookControl, DarkAppearanceHasADarkButtonWithALightTitle) {
 TEST_F(LookControl, FocusShowsOnlyOnceTheTabKeyWasUsed) {
   NSButton *button = AddButton(nil);
   NSButton *other = AddButton(nil);
-  [other setFrameOrigin:NSMakePoint(100, 40)];
+  [other setFrameOrigin:NSMakePoint(NSMinX([other frame]), NSMinY([other frame]) - 60)];
   [button setNextKeyView:other];
   [other setNextKeyView:button];
   [window_ makeFirstResponder:button];

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "alignment.h"
 #include "method_swap.h"
 #import "ui/AFXPermissionWindow.h"
 #import "ui/AFXPermissionWindowController.h"
@@ -441,9 +442,10 @@ TEST_F(PermissionWindowContents, LongTranslationsWrapInsideTheWindow) {
   EXPECT_GE(NSHeight(controller_.informativeField.frame), 2 * infoLine - 6);
   for (NSTextField *field in
        @[ controller_.titleField, controller_.descriptionField, controller_.informativeField ]) {
-    EXPECT_EQ(NSMinX(field.frame), 8.0);
-    EXPECT_EQ(NSWidth(field.frame), 540.0);
-    EXPECT_GE(NSMinY(field.frame), 8.0);
+    const NSRect placed = AlignmentOf(field);
+    EXPECT_EQ(NSMinX(placed), 8.0);
+    EXPECT_EQ(NSWidth(placed), 540.0);
+    EXPECT_GE(NSMinY(placed), 8.0);
   }
   EXPECT_TRUE(NSEqualSizes(controller_.window.frame.size, NSMakeSize(556, 355)));
 }
@@ -712,11 +714,11 @@ TEST_F(PermissionWindowContents, PicturesStayAsTheyAreInARightToLeftApplication)
       rightToLeft);
   make();
   [controller_.window.contentView layoutSubtreeIfNeeded];
-  const auto frameOf = [](NSView *view) { return rect([view convertRect:view.bounds toView:nil]); };
-  EXPECT_EQ(frameOf(controller_.iconView), "162 172 110 110");
-  EXPECT_EQ(frameOf(controller_.envelopeView), "180 171 214 149");
-  EXPECT_EQ(frameOf(controller_.closeButton), "534 335 12 12");
-  EXPECT_LT(NSMaxX(controller_.okButton.frame), NSMinX(controller_.cancelButton.frame));
+  EXPECT_EQ(rect(AlignmentOf(controller_.iconView)), "162 172 110 110");
+  EXPECT_EQ(rect(AlignmentOf(controller_.envelopeView)), "180 171 214 149");
+  EXPECT_EQ(rect(AlignmentOf(controller_.closeButton)), "534 335 12 12");
+  EXPECT_LT(NSMaxX(AlignmentOf(controller_.okButton)),
+            NSMinX(AlignmentOf(controller_.cancelButton)));
   for (NSView *view in
        @[ controller_.iconView.superview, controller_.iconView, controller_.envelopeView ]) {
     EXPECT_EQ(view.userInterfaceLayoutDirection, NSUserInterfaceLayoutDirectionLeftToRight);

@@ -1,5 +1,5 @@
 //
-// The consent window from the inside: its frames, texts and answers. Keys and clicks of a real
+// The consent window from the inside: its layout, texts and answers. Keys and clicks of a real
 // display are tested from the outside, with the whole application.
 //
 
@@ -10,6 +10,7 @@
 #include <cmath>
 #include <vector>
 
+#include "alignment.h"
 #import "ui/AFXPermissionWindow.h"
 #import "ui/AFXPermissionWindowController.h"
 
@@ -82,9 +83,6 @@ class PermissionWindow : public testing::Test {
     return true;
   }
 
-  /// The view's frame in the window's coordinates.
-  static NSRect frameOf(NSView *view) { return [view convertRect:view.bounds toView:nil]; }
-
   /// The subview of the content view that is neither a control nor the images' container: 1 point
   /// wide.
   NSView *spacer() const {
@@ -113,11 +111,11 @@ class PermissionWindow : public testing::Test {
   NSAutoreleasePool *pool_ = nil;
 };
 
-void expectFrame(NSRect frame, CGFloat x, CGFloat y, CGFloat width, CGFloat height) {
-  EXPECT_EQ(NSMinX(frame), x);
-  EXPECT_EQ(NSMinY(frame), y);
-  EXPECT_EQ(NSWidth(frame), width);
-  EXPECT_EQ(NSHeight(frame), height);
+void expectRect(NSRect rect, CGFloat x, CGFloat y, CGFloat width, CGFloat height) {
+  EXPECT_EQ(NSMinX(rect), x);
+  EXPECT_EQ(NSMinY(rect), y);
+  EXPECT_EQ(NSWidth(rect), width);
+  EXPECT_EQ(NSHeight(rect), height);
 }
 
 }  // namespace
@@ -141,7 +139,7 @@ TEST_F(PermissionWindow, IsFiveHundredFiftySixByThreeHundredFiftyFivePoints) {
   NSWindow *window = open().window;
   EXPECT_EQ(NSWidth(window.frame), 556.0);
   EXPECT_EQ(NSHeight(window.frame), 355.0);
-  expectFrame(frameOf(window.contentView), 0, 0, 556, 355);
+  expectRect(AlignmentOf(window.contentView), 0, 0, 556, 355);
 }
 
 TEST_F(PermissionWindow, StandsInTheMiddleOfTheScreen) {
@@ -156,18 +154,18 @@ TEST_F(PermissionWindow, StandsInTheMiddleOfTheScreen) {
 
 TEST_F(PermissionWindow, HangsTheImagesThirtyFivePointsFromTheTopInTheMiddle) {
   open();
-  expectFrame(frameOf(controller_.iconView.superview), 162, 172, 232, 148);
+  expectRect(AlignmentOf(controller_.iconView.superview), 162, 172, 232, 148);
 }
 
 TEST_F(PermissionWindow, HangsTheEnvelopeFromTheContainersTopRightCorner) {
   open();
   // One point taller than its container, over whose bottom edge it stands.
-  expectFrame(frameOf(controller_.envelopeView), 180, 171, 214, 149);
+  expectRect(AlignmentOf(controller_.envelopeView), 180, 171, 214, 149);
 }
 
 TEST_F(PermissionWindow, StandsTheIconInTheContainersBottomLeftCornerOverTheEnvelope) {
   open();
-  expectFrame(frameOf(controller_.iconView), 162, 172, 110, 110);
+  expectRect(AlignmentOf(controller_.iconView), 162, 172, 110, 110);
   NSArray *images = controller_.iconView.superview.subviews;
   EXPECT_LT([images indexOfObject:controller_.envelopeView],
             [images indexOfObject:controller_.iconView]);
@@ -175,24 +173,24 @@ TEST_F(PermissionWindow, StandsTheIconInTheContainersBottomLeftCornerOverTheEnve
 
 TEST_F(PermissionWindow, HasTheCloseMarkInTheTopLeftCorner) {
   open();
-  expectFrame(frameOf(controller_.closeButton), 10, 335, 12, 12);
+  expectRect(AlignmentOf(controller_.closeButton), 10, 335, 12, 12);
 }
 
 TEST_F(PermissionWindow, GivesTheCommandWButtonNoSize) {
   open();
   NSButton *button = commandWButton();
   ASSERT_NE(button, nil);
-  expectFrame(frameOf(button), 0, 355, 0, 0);
+  expectRect(AlignmentOf(button), 0, 355, 0, 0);
   EXPECT_TRUE(button.refusesFirstResponder);
   EXPECT_EQ(button.keyEquivalentModifierMask, 1048576u);
 }
 
 TEST_F(PermissionWindow, StacksTheTextsBelowTheImages) {
   open();
-  const NSRect title = frameOf(controller_.titleField);
-  const NSRect description = frameOf(controller_.descriptionField);
-  const NSRect buttons = frameOf(spacer());
-  const NSRect info = frameOf(controller_.informativeField);
+  const NSRect title = AlignmentOf(controller_.titleField);
+  const NSRect description = AlignmentOf(controller_.descriptionField);
+  const NSRect buttons = AlignmentOf(spacer());
+  const NSRect info = AlignmentOf(controller_.informativeField);
   EXPECT_EQ(NSMaxY(title), 172.0 - 13.0);
   EXPECT_EQ(NSMaxY(description), NSMinY(title) - 6.0);
   EXPECT_EQ(NSMaxY(buttons), NSMinY(description));
@@ -208,9 +206,9 @@ TEST_F(PermissionWindow, StacksTheTextsBelowTheImages) {
 
 TEST_F(PermissionWindow, PutsEquallyWideButtonsSixPointsToEitherSideOfTheMiddle) {
   open();
-  const NSRect middle = frameOf(spacer());
-  const NSRect cancel = frameOf(controller_.cancelButton);
-  const NSRect ok = frameOf(controller_.okButton);
+  const NSRect middle = AlignmentOf(spacer());
+  const NSRect cancel = AlignmentOf(controller_.cancelButton);
+  const NSRect ok = AlignmentOf(controller_.okButton);
   EXPECT_EQ(NSWidth(middle), 1.0);
   EXPECT_NEAR(NSMidX(middle), 278.0, 0.5);
   EXPECT_EQ(NSMaxX(cancel), NSMinX(middle) - 6.0);
@@ -225,32 +223,32 @@ TEST_F(PermissionWindow, KeepsTheButtonsEquallyWideForAnyTitle) {
   open();
   controller_.okButton.title = @"Ja, ich möchte gern auf dem Laufenden bleiben";
   [controller_.window.contentView layoutSubtreeIfNeeded];
-  const CGFloat width = NSWidth(controller_.okButton.frame);
+  const CGFloat width = NSWidth(AlignmentOf(controller_.okButton));
   EXPECT_GT(width, 200.0);
-  EXPECT_EQ(NSWidth(controller_.cancelButton.frame), width);
+  EXPECT_EQ(NSWidth(AlignmentOf(controller_.cancelButton)), width);
 
   controller_.okButton.title = @"Ja";
   [controller_.window.contentView layoutSubtreeIfNeeded];
-  EXPECT_EQ(NSWidth(controller_.okButton.frame), 110.0);
-  EXPECT_EQ(NSWidth(controller_.cancelButton.frame), 110.0);
+  EXPECT_EQ(NSWidth(AlignmentOf(controller_.okButton)), 110.0);
+  EXPECT_EQ(NSWidth(AlignmentOf(controller_.cancelButton)), 110.0);
 }
 
 TEST_F(PermissionWindow, WrapsALongDescriptionAndTakesTheRoomFromTheRowOfButtons) {
   open();
-  const CGFloat oneLine = NSHeight(frameOf(controller_.descriptionField));
-  const NSRect images = frameOf(controller_.iconView.superview);
+  const CGFloat oneLine = NSHeight(AlignmentOf(controller_.descriptionField));
+  const NSRect images = AlignmentOf(controller_.iconView.superview);
   [controller_.window orderOut:nil];
   [controller_ release];
 
   sAppName = @"The Extraordinarily Long-Winded and Thoroughly Comprehensive Document Editor of "
              @"the Year";
   open();
-  const NSRect description = frameOf(controller_.descriptionField);
-  const NSRect buttons = frameOf(spacer());
-  const NSRect info = frameOf(controller_.informativeField);
+  const NSRect description = AlignmentOf(controller_.descriptionField);
+  const NSRect buttons = AlignmentOf(spacer());
+  const NSRect info = AlignmentOf(controller_.informativeField);
   EXPECT_EQ(NSWidth(description), 540.0);
   EXPECT_GE(NSHeight(description), 2.0 * oneLine - 4.0);
-  EXPECT_TRUE(NSEqualRects(frameOf(controller_.iconView.superview), images));
+  EXPECT_TRUE(NSEqualRects(AlignmentOf(controller_.iconView.superview), images));
   EXPECT_LT(NSHeight(buttons), 64.0);
   EXPECT_GT(NSHeight(buttons), 30.0);
   EXPECT_EQ(NSMaxY(info), NSMinY(buttons) - 2.0);
@@ -260,15 +258,15 @@ TEST_F(PermissionWindow, WrapsALongDescriptionAndTakesTheRoomFromTheRowOfButtons
 
 TEST_F(PermissionWindow, KeepsTheFooterOfALongAddressInsideTheWindow) {
   open();
-  const NSRect images = frameOf(controller_.iconView.superview);
+  const NSRect images = AlignmentOf(controller_.iconView.superview);
   [controller_.window orderOut:nil];
   [controller_ release];
 
   open(@"maximiliane.hohenzollern-sigmaringen+newsletters@post.department.example.com");
-  const NSRect info = frameOf(controller_.informativeField);
+  const NSRect info = AlignmentOf(controller_.informativeField);
   EXPECT_EQ(NSWidth(info), 540.0);
   EXPECT_GE(NSMinY(info), 8.0);
-  EXPECT_TRUE(NSEqualRects(frameOf(controller_.iconView.superview), images));
+  EXPECT_TRUE(NSEqualRects(AlignmentOf(controller_.iconView.superview), images));
   EXPECT_EQ(NSHeight(controller_.window.frame), 355.0);
 }
 

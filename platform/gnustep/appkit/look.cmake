@@ -9,6 +9,7 @@ target_sources(platform_appkit PRIVATE
   look/AttachedState.m
   look/CALayer.m
   look/CGColor.m
+  look/ControlInsets.m
   look/FocusVisibility.m
   look/HalvedPixels.cpp
   look/ImageInterpolation.m
@@ -24,6 +25,7 @@ target_sources(platform_appkit PRIVATE
   look/NSImageNames.mm
   look/NSProcessInfo+OperatingSystemVersion.m
   look/NSTextFieldCell+Border.m
+  look/NSTextFieldCell+Label.m
   look/NSView+Accessibility.m
   look/NSView+Appearance.m
   look/NSView+Layer.m

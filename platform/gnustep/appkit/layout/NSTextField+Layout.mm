@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#import "../look/ControlInsets.h"
 #import "LayoutEngine.h"
 #import "LayoutState.h"
 
@@ -9,11 +10,12 @@ using namespace platform::layout;
 
 namespace {
 
-/// What border and bezel take of a text field, on both sides together.
+/// What border and bezel take of a text field's alignment rectangle, on both sides together.
 NSSize surroundOf(NSTextField *field) {
   const NSRect large = NSMakeRect(0, 0, 1000, 1000);
+  const NSRect outer = [field alignmentRectForFrame:large];
   const NSRect inner = [[field cell] titleRectForBounds:large];
-  return NSMakeSize(large.size.width - inner.size.width, large.size.height - inner.size.height);
+  return NSMakeSize(NSWidth(outer) - NSWidth(inner), NSHeight(outer) - NSHeight(inner));
 }
 
 bool wraps(NSTextField *field) {
@@ -31,6 +33,10 @@ NSSize lineSizeOf(NSTextField *field) {
 }  // namespace
 
 @implementation NSTextField (PlatformLayout)
+
+- (NSEdgeInsets)alignmentRectInsets {
+  return PlatformInsetsOfCell([self cell]);
+}
 
 - (CGFloat)preferredMaxLayoutWidth {
   const LayoutState *state = existingState(self);

@@ -4,12 +4,16 @@
 #include <math.h>
 
 #import "AppearanceChange.h"
+#import "ControlInsets.h"
 #import "Install.h"
 #import "MethodReplacement.h"
 
 static const CGFloat kRadius = 5.5;
-// A push button is no taller than this however tall its frame is.
+// A push button is no taller than this however tall its frame is, and no lower, unless it is made
+// so.
 static const CGFloat kMaximumHeight = 24;
+// Around a title of 13 points.
+static const CGFloat kNaturalHeight = 21;
 
 static NSColor *(*sTextColor)(id, SEL);
 static NSSize (*sButtonSize)(id, SEL);
@@ -23,7 +27,8 @@ static NSColor *Blue(CGFloat red, CGFloat green, CGFloat blue) {
 }
 
 BOOL PlatformIsPushButton(NSCell *cell) {
-  return [cell isKindOfClass:[NSButtonCell class]] && [cell isBordered] &&
+  return [cell isKindOfClass:[NSButtonCell class]] &&
+         ![cell isKindOfClass:[NSMenuItemCell class]] && [cell isBordered] &&
          [(NSButtonCell *)cell bezelStyle] == NSRoundedBezelStyle;
 }
 
@@ -44,6 +49,10 @@ static NSColor *TextColor(id cell, SEL selector) {
 /// sharp.
 static NSSize ButtonSize(id cell, SEL selector) {
   NSSize size = sButtonSize(cell, selector);
+  if (PlatformIsPushButton(cell)) {
+    const NSEdgeInsets insets = PlatformInsetsOfCell(cell);
+    size.height = MAX(size.height, kNaturalHeight + insets.top + insets.bottom);
+  }
   return NSMakeSize(ceil(size.width), ceil(size.height));
 }
 
@@ -66,7 +75,12 @@ static void FillGradient(NSBezierPath *path, NSColor *top, NSColor *bottom, NSVi
 }
 
 /// Where in its frame the bezel of a push button lies, without its shadow.
-static NSRect PushButtonRect(NSRect frame, BOOL flipped) {
+static NSRect PushButtonRect(NSRect frame, NSCell *cell, BOOL flipped) {
+  const NSEdgeInsets insets = PlatformInsetsOfCell(cell);
+  frame.origin.x += insets.left;
+  frame.origin.y += flipped ? insets.top : insets.bottom;
+  frame.size.width -= insets.left + insets.right;
+  frame.size.height -= insets.top + insets.bottom;
   CGFloat height = MIN(floor(NSHeight(frame)), kMaximumHeight);
   frame.origin.y += floor((NSHeight(frame) - height) / 2) + (flipped ? 0 : 1);
   frame.size.height = height - 1;
@@ -81,7 +95,8 @@ void PlatformDrawPushButton(NSRect frame, NSButtonCell *cell, NSView *view,
   BOOL accent = PlatformIsDefaultButton(cell) && [cell isEnabled];
 
   // The lowest row of points is the shadow's.
-  NSRect outer = PushButtonRect(frame, [view isFlipped]);
+  NSRect outer = PushButtonRect(frame, cell, [view isFlipped]);
+  if (NSIsEmptyRect(outer)) return;
   NSRect shadow = NSOffsetRect(outer, 0, [view isFlipped] ? 1 : -1);
   [Gray(0, dark ? 0.35 : 0.08) setFill];
   [Rounded(shadow, kRadius) fill];
@@ -119,7 +134,7 @@ void PlatformDrawFocusRing(NSRect frame, NSView *view) {
     NSButtonCell *cell = [(NSButton *)view cell];
     if (PlatformIsPushButton(cell)) {
       onAccent = PlatformIsDefaultButton(cell);
-      frame = PushButtonRect([view bounds], [view isFlipped]);
+      frame = PushButtonRect([view bounds], cell, [view isFlipped]);
       radius = kRadius;
     } else {
       frame = [view bounds];

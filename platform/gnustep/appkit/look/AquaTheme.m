@@ -3,6 +3,7 @@
 #import <AppKit/AppKit.h>
 
 #import "AquaButton.h"
+#import "ControlInsets.h"
 #import "FocusVisibility.h"
 
 @implementation PlatformAquaTheme
@@ -42,7 +43,11 @@
                                  style:(int)style
                                  state:(GSThemeControlState)state {
   if (!PlatformIsPushButton(cell)) return [super buttonMarginsForCell:cell style:style state:state];
-  GSThemeMargins margins = {.left = 8, .right = 8, .top = 3, .bottom = 3};
+  const NSEdgeInsets insets = PlatformInsetsOfCell(cell);
+  GSThemeMargins margins = {.left = insets.left + 8,
+                            .right = insets.right + 8,
+                            .top = insets.top + 2,
+                            .bottom = insets.bottom + 2};
   return margins;
 }
 

@@ -76,8 +76,8 @@ extern const CGFloat NSViewNoInstrinsicMetric;
 
 @interface NSView (PlatformIntrinsicSize)
 
-/// The natural size of the contents in points, NSViewNoIntrinsicMetric where there is none. Text
-/// fields (editable ones in height only), buttons and image views have one.
+/// The natural size of the alignment rectangle in points, NSViewNoIntrinsicMetric where there is
+/// none. Text fields (editable ones in height only), buttons and image views have one.
 @property (readonly) NSSize intrinsicContentSize;
 - (void)invalidateIntrinsicContentSize;
 
@@ -97,8 +97,8 @@ extern const CGFloat NSViewNoInstrinsicMetric;
 
 @interface NSView (PlatformAlignment)
 
-/// What of the frame lies outside the rectangle that constraints align. Nothing here: GNUstep's
-/// controls are drawn out to their frames, where Apple's keep room for shadows.
+/// What of the frame lies outside the rectangle that constraints align: something around push
+/// buttons and labels, nothing around other views.
 @property (readonly) NSEdgeInsets alignmentRectInsets;
 - (NSRect)alignmentRectForFrame:(NSRect)frame;
 - (NSRect)frameForAlignmentRect:(NSRect)alignmentRect;
