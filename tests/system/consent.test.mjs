@@ -26,21 +26,21 @@ before(async () => (display = await startDisplay()));
 after(() => display.stop());
 
 /** Runs a script that finds the module as `pellmar`. */
-function host(t, session, text, env = {}) {
+function host(t, session, text, { env = {}, args } = {}) {
   return runHostScript(
     t,
     `const pellmar = require(${JSON.stringify(path.join(buildFolder, 'pellmar.node'))});\n${text}`,
-    { display, env: { ...session.env, ...env } }
+    { display, args, env: { ...session.env, ...env } }
   );
 }
 
 /** Starts an agent and an application that asks; returns both once the window has the keyboard. */
-async function ask(t, { options = [], session = makeSession(t), text = '', env } = {}) {
+async function ask(t, { options = [], session = makeSession(t), text = '', env, args } = {}) {
   const agent = await Agent.start(t, session, ...options);
   const app = host(t, session, `
     const result = pellmar.PLAskUserToShareEmail((...args) => print(['answer', ...args]));
     print(['result', result]);
-    ${text}`, env);
+    ${text}`, { env, args });
   assert.deepEqual(await app.next(), ['result', true]);
   await display.focused(application);
   return { agent, app, session };
@@ -52,10 +52,12 @@ async function geometry(window) {
   return { x: value('X'), y: value('Y'), width: value('WIDTH'), height: value('HEIGHT') };
 }
 
-async function click(place) {
+/** `mirrored`: where the place is when the window is laid out from right to left. */
+async function click(place, { mirrored = false } = {}) {
   const [window] = await display.windows(application);
-  const { x, y } = await geometry(window);
-  await display.click(x + places[place][0], y + places[place][1]);
+  const { x, y, width } = await geometry(window);
+  const [across, down] = places[place];
+  await display.click(x + (mirrored ? width - across : across), y + down);
 }
 
 async function windowIsGone() {
@@ -113,6 +115,21 @@ describe('the customer', () => {
       assert.deepEqual(await app.next(), ['now', 2]);
       assert.equal(agent.requestsOf(update).length, 0);
       await until(() => isPostponed(session), 'the postponement is on disk');
+    });
+  }
+
+  for (const [place, answer] of [['cancel', 1], ['ok', 1], ['closeMark', 2]]) {
+    test(`finds ${place} on the other side in a right-to-left application`, async (t) => {
+      const { agent, app } = await ask(t, {
+        args: ['-NSForceRightToLeftWritingDirection', 'YES'],
+      });
+      await click(place, { mirrored: true });
+      assert.deepEqual(await app.next(), ['answer', answer]);
+      if (answer === 1) {
+        const [request] = await agent.waitFor(update);
+        assert.deepEqual(request.arguments, [place === 'ok' ? address : null]);
+      }
+      await windowIsGone();
     });
   }
 

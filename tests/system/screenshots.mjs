@@ -25,6 +25,7 @@ const longAddress = 'maximiliane.hohenzollern-sigmaringen+newsletters@post.depar
 const contents = [
   { name: '' },
   { name: '-german', env: { LC_ALL: 'de_DE.UTF-8' } },
+  { name: '-right-to-left', args: ['-NSForceRightToLeftWritingDirection', 'YES'] },
   { name: '-long-name', applicationName: longName },
   { name: '-long-address', address: longAddress },
 ];
@@ -99,7 +100,8 @@ async function settledScreenshot(display, file) {
   }, 'the window is drawn', 30_000);
 }
 
-async function take(display, { applicationName, address = 'jane@example.com', env }, scale, look, file) {
+async function take(display, content, scale, look, file) {
+  const { applicationName, address = 'jane@example.com', args, env } = content;
   const t = new Context();
   try {
     const session = makeSession(t);
@@ -112,6 +114,7 @@ async function take(display, { applicationName, address = 'jane@example.com', en
       const pellmar = require(${JSON.stringify(path.join(buildFolder, 'pellmar.node'))});
       print(pellmar.PLAskUserToShareEmail());`, {
       display,
+      args,
       env: { ...session.env, PELLMAR_APPEARANCE: look, PELLMAR_BUILD_DIR: build, ...env },
     });
     if ((await host.next()) !== true) throw new Error('the window is not going to be shown');
