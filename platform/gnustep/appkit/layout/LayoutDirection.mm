@@ -24,9 +24,7 @@ using namespace platform::layout;
 
 - (NSUserInterfaceLayoutDirection)userInterfaceLayoutDirection {
   LayoutState *state = existingState(self);
-  return state && state->direction
-             ? *state->direction
-             : [[NSApplication sharedApplication] userInterfaceLayoutDirection];
+  return state && state->direction ? *state->direction : [NSApp userInterfaceLayoutDirection];
 }
 
 - (void)setUserInterfaceLayoutDirection:(NSUserInterfaceLayoutDirection)direction {

@@ -24,7 +24,8 @@ extern const CGFloat NSViewNoInstrinsicMetric;
 @end
 
 /// GNUstep declares this one: the application's until another is set. A constraint's leading and
-/// trailing edges are those of the view that holds it.
+/// trailing edges are those of the view that holds it; Apple does not say whether a plain view's
+/// own direction counts there.
 @interface NSView (PlatformLayoutDirection)
 - (NSUserInterfaceLayoutDirection)userInterfaceLayoutDirection;
 - (void)setUserInterfaceLayoutDirection:(NSUserInterfaceLayoutDirection)direction;
