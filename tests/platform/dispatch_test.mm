@@ -726,6 +726,53 @@ TEST_F(DispatchDeathTest, AnExceptionInAMainQueueBlockEndsTheProcess) {
       testing::KilledBySignal(SIGABRT), "terminate");
 }
 
+TEST_F(DispatchDeathTest, AnExceptionEndsTheProcessThoughTheCallerWouldCatchIt) {
+  const auto throws = ^{
+    throw 5;
+  };
+  const auto raises = ^{
+    [NSException raise:@"Escaped" format:@"from a block that is waited for"];
+  };
+  EXPECT_EXIT(
+      {
+        try {
+          dispatch_sync(dispatch_get_global_queue(0, 0), throws);
+        } catch (int) {
+          exit(0);
+        }
+      },
+      testing::KilledBySignal(SIGABRT), "terminate");
+  EXPECT_EXIT(
+      {
+        @try {
+          dispatch_barrier_sync(dispatch_get_global_queue(0, 0), raises);
+        } @catch (NSException *) {
+          exit(0);
+        }
+      },
+      testing::KilledBySignal(SIGABRT), "uncaught exception 'Escaped'");
+  EXPECT_EXIT(
+      {
+        static dispatch_once_t once;
+        @try {
+          dispatch_once(&once, raises);
+        } @catch (NSException *) {
+          exit(0);
+        }
+      },
+      testing::KilledBySignal(SIGABRT), "uncaught exception 'Escaped'");
+}
+
+// Callers are compiled without a way out by an exception, as they are on a Mac.
+static_assert(noexcept(dispatch_async(dispatch_get_main_queue(), dispatch_block_t())));
+static_assert(noexcept(dispatch_sync(dispatch_queue_t(), dispatch_block_t())));
+static_assert(noexcept(dispatch_after(dispatch_time(DISPATCH_TIME_NOW, 0), dispatch_queue_t(),
+                                      dispatch_block_t())));
+static_assert(noexcept(dispatch_once(nullptr, dispatch_block_t())));
+static_assert(noexcept(dispatch_group_wait(dispatch_group_create(), DISPATCH_TIME_FOREVER)));
+static_assert(noexcept(dispatch_semaphore_signal(dispatch_semaphore_create(0))));
+static_assert(noexcept(dispatch_release(dispatch_queue_t())));
+
 TEST_F(DispatchDeathTest, LoadingTheLibraryStartsNoThread) {
   EXPECT_EXIT(
       {
