@@ -153,6 +153,13 @@ TEST_F(LookWindowTest, RetainedBackingKeepsWhatWasDrawn) {
   EXPECT_EQ([window_ backingType], NSBackingStoreRetained);
 }
 
+TEST_F(LookWindowTest, ApplicationHasTheActivationPolicyThatItWasGiven) {
+  // The tests' own environment has given it one.
+  EXPECT_EQ([NSApp activationPolicy], NSApplicationActivationPolicyAccessory);
+  EXPECT_TRUE([NSApp setActivationPolicy:NSApplicationActivationPolicyRegular]);
+  EXPECT_EQ([NSApp activationPolicy], NSApplicationActivationPolicyRegular);
+}
+
 TEST_F(LookWindowTest, BorderlessWindowBecomesKeyAndMain) {
   Show(1);
   EXPECT_TRUE(PumpUntil([=] { return [window_ isKeyWindow] && [window_ isMainWindow]; }));

@@ -12,7 +12,10 @@ class ApplicationEnvironment : public testing::Environment {
   void SetUp() override {
     pool_ = [[NSAutoreleasePool alloc] init];
     [NSApplication sharedApplication];
+    // A program without a bundle is none whose windows could become key, until it says so.
+    [NSApp setActivationPolicy:NSApplicationActivationPolicyAccessory];
     [NSApp finishLaunching];
+    [NSApp activateIgnoringOtherApps:YES];
   }
   void TearDown() override { [pool_ release]; }
 

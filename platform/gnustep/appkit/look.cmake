@@ -16,6 +16,7 @@ target_sources(platform_appkit PRIVATE
   look/LayerOfView.m
   look/MethodReplacement.m
   look/NSAppearance+Matching.m
+  look/NSApplication+ActivationPolicy.m
   look/NSApplication+Appearance.m
   look/NSApplication+Look.m
   look/NSCell+Accessibility.m

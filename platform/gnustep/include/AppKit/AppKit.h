@@ -7,6 +7,7 @@
 
 #include_next <AppKit/AppKit.h>
 
+#include <AppKit/NSActivationPolicy.h>
 #include <AppKit/NSAppearanceCustomization.h>
 #include <AppKit/NSColorSpaces.h>
 #include <AppKit/NSFontWeight.h>
