@@ -37,6 +37,11 @@ foreach(test colors fonts layout_helpers permission_window permission_window_con
     LIBRARIES pellmar_ui ${versions})
 endforeach()
 
+pellmar_add_gtest(right_to_left_test DISPLAY
+  SOURCES unit/right_to_left_test.mm unit/application_environment.mm
+  LIBRARIES pellmar_ui
+  ARGUMENTS -NSForceRightToLeftWritingDirection YES -AppleTextDirection YES)
+
 pellmar_add_gtest(consent_flow_test DISPLAY
   SOURCES unit/consent_flow_test.mm unit/scripted_service.mm unit/application_environment.mm
   LIBRARIES pellmar_client pellmar_ui)

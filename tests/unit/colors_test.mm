@@ -43,10 +43,10 @@ std::string hex(uint32_t value) {
 }
 
 std::string nameOf(NSColorSpace *space) {
-  return space == nil                                ? "none"
-         : space == NSColorSpace.sRGBColorSpace      ? "sRGB"
-         : space == NSColorSpace.deviceRGBColorSpace ? "device"
-                                                     : "another";
+  return space == nil                                       ? "none"
+         : [space isEqual:NSColorSpace.sRGBColorSpace]      ? "sRGB"
+         : [space isEqual:NSColorSpace.deviceRGBColorSpace] ? "device"
+                                                            : "another";
 }
 
 }  // namespace

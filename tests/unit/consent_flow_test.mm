@@ -7,11 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #import "client/AFXConsentFlow.h"
+#include "event_loop.h"
 #include "method_swap.h"
 #include "scripted_service.h"
 #import "ui/AFXPermissionWindow.h"
@@ -23,7 +25,7 @@ using Calls = std::vector<std::string>;
 
 }  // namespace
 
-static int sWindowsFreed;
+static std::set<const void *> sWindowsFreed;
 
 @interface AFXPermissionWindow (Recording)
 @end
@@ -36,7 +38,7 @@ static int sWindowsFreed;
 }
 
 - (void)dealloc {
-  ++sWindowsFreed;
+  sWindowsFreed.insert(self);
   [super dealloc];
 }
 
@@ -110,19 +112,12 @@ class ConsentFlow : public testing::Test {
 
   /// Runs what the main queue holds, and nothing that comes later.
   static void runMainQueue() {
-    __block BOOL isDone = NO;
+    __block bool isDone = false;
     dispatch_async(dispatch_get_main_queue(), ^{
-      isDone = YES;
+      isDone = true;
     });
-    while (!isDone) {
-      NSEvent *event = [NSApp nextEventMatchingMask:NSAnyEventMask
-                                          untilDate:[NSDate dateWithTimeIntervalSinceNow:0.05]
-                                             inMode:NSDefaultRunLoopMode
-                                            dequeue:YES];
-      if (event) {
-        [NSApp sendEvent:event];
-      }
-    }
+    bool *done = &isDone;
+    ComesTrue([=] { return *done; });
   }
 
   static NSWindow *shownWindow() {
@@ -376,7 +371,8 @@ TEST_F(ConsentFlow, BringsTheWindowThatIsUpToTheFrontAndForgetsTheLaterCaller) {
             YES);
   runMainQueue();
   EXPECT_EQ(controller(), first);
-  EXPECT_TRUE(first.window.isKeyWindow);
+  NSWindow *window = first.window;
+  EXPECT_TRUE(ComesTrue([=] { return window.isKeyWindow; }));
   // It was not shown anew, which would centre it.
   EXPECT_EQ(takenCalls(), (Calls{"access", "fetch", "read ShouldAskForPermissionLater"}));
   [first forbidEmailSharing:nil];
@@ -418,13 +414,13 @@ TEST_F(ConsentFlow, IsReadyForTheNextQuestionBeforeTheCallerIsTold) {
 }
 
 TEST_F(ConsentFlow, KeepsTheWindowUntilItsActionHasReturned) {
-  sWindowsFreed = 0;
+  sWindowsFreed.clear();
   NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
   AFXPermissionWindowController *controller = ask();
+  const void *window = controller.window;
   [controller allowEmailSharing:nil];
-  EXPECT_EQ(sWindowsFreed, 0);
+  EXPECT_EQ(sWindowsFreed.count(window), 0u);
   EXPECT_EQ(textOf(controller.userEmail), "jane@example.com");
   [pool release];
-  runMainQueue();
-  EXPECT_EQ(sWindowsFreed, 1);
+  EXPECT_TRUE(ComesTrue([=] { return sWindowsFreed.count(window) == 1; }));
 }

@@ -15,14 +15,17 @@
 #include <vector>
 
 #include "alignment.h"
+#include "event_loop.h"
 #include "method_swap.h"
 #import "ui/AFXPermissionWindow.h"
 #import "ui/AFXPermissionWindowController.h"
+#import "ui/extensions/NSFont+Extensions.h"
 #import "ui/extensions/NSView+AFXEnxtensions.h"
 
 @interface AFXPermissionWindowController (Private)
 - (void)setupUI;
 - (void)setupAppearance;
+- (void)updateAccordingToAppearance;
 - (NSString *)_appName;
 - (NSTextField *)_defaultTextField;
 - (NSTextField *)_titleField;
@@ -61,8 +64,15 @@ Lines taken() {
   return calls;
 }
 
-/// A color by its space and components.
+/// What is said of the application where `Translations` lives.
+NSString *sName;
+NSDictionary *sTranslations;
+
+/// A color by its space and components; one of the toolkit's own, which has neither, by its name.
 std::string describe(NSColor *color) {
+  if ([color.colorSpaceName isEqualToString:NSNamedColorSpace]) {
+    return text(color.description);
+  }
   const std::map<std::string, NSColorSpace *> spaces = {
       {"generic", NSColorSpace.genericRGBColorSpace}, {"sRGB", NSColorSpace.sRGBColorSpace}};
   for (const auto &[name, space] : spaces) {
@@ -84,13 +94,15 @@ class PermissionWindowContents : public testing::Test {
  protected:
   void SetUp() override {
     pool_ = [[NSAutoreleasePool alloc] init];
-    NSApp.appearance = [NSAppearance appearanceNamed:NSAppearanceNameAqua];
+    ASSERT_TRUE(UseAppearance(NSAppearanceNameAqua));
     sCalls.clear();
+    sName = @"Editor";
+    sTranslations = @{};
   }
 
   void TearDown() override {
     close();
-    NSApp.appearance = nil;
+    UseAppearance(nil);
     [pool_ release];
   }
 
@@ -220,29 +232,28 @@ TEST_F(PermissionWindowContents, BackgroundIsARoundedLayerThatGrowsWithItsWindow
 
 namespace {
 
-using SystemFont = NSFont *(id, SEL, CGFloat, NSFontWeight);
+using SystemFont = NSFont *(id, SEL, CGFloat, AFXFontWeight);
 const MethodSwap *sSystemFont;
 
-NSFont *recordSystemFont(id self, SEL cmd, CGFloat size, NSFontWeight weight) {
-  const std::map<NSFontWeight, const char *> names = {{NSFontWeightUltraLight, "ultralight"},
-                                                      {NSFontWeightThin, "thin"},
-                                                      {NSFontWeightLight, "light"},
-                                                      {NSFontWeightRegular, "regular"},
-                                                      {NSFontWeightMedium, "medium"}};
-  // The toolkit's own controls begin with a font of its default size.
-  if (size == 0) {
-    return sSystemFont->original<SystemFont>()(self, cmd, size, weight);
-  }
+NSFont *recordSystemFont(id self, SEL cmd, CGFloat size, AFXFontWeight weight) {
+  const std::map<AFXFontWeight, const char *> names = {{AFXFontWeightUltraLight, "ultralight"},
+                                                       {AFXFontWeightThin, "thin"},
+                                                       {AFXFontWeightLight, "light"},
+                                                       {AFXFontWeightRegular, "regular"},
+                                                       {AFXFontWeightMedium, "medium"}};
   sCalls.push_back(number(size) + " " + (names.count(weight) ? names.at(weight) : "another"));
   return sSystemFont->original<SystemFont>()(self, cmd, size, weight);
+}
+
+Method systemFont() {
+  return class_getClassMethod(NSFont.class, @selector(afx_systemFontOfSize:weight:));
 }
 
 }  // namespace
 
 TEST_F(PermissionWindowContents, TextsHaveTheirFontsColorsAndBackgrounds) {
   make();
-  MethodSwap swap(class_getClassMethod(NSFont.class, @selector(systemFontOfSize:weight:)),
-                  recordSystemFont);
+  MethodSwap swap(systemFont(), recordSystemFont);
   sSystemFont = &swap;
   const std::string standard =
       describe([[[[NSTextField alloc] initWithFrame:NSZeroRect] autorelease] textColor]);
@@ -304,28 +315,49 @@ TEST_F(PermissionWindowContents, TextsWrapInsideTheWindow) {
 
 namespace {
 
-NSDictionary *sTranslations;
+// The toolkit looks texts and settings up too: in other bundles, and other keys.
 
-NSString *translate(NSBundle *bundle, SEL, NSString *key, NSString *value, NSString *table) {
-  sCalls.push_back((bundle == NSBundle.mainBundle ? "" : "another bundle: ") + text(key) + "|" +
-                   text(value) + "|" + text(table));
+const MethodSwap *sTranslate;
+
+using Translate = NSString *(id, SEL, NSString *, NSString *, NSString *);
+
+NSString *translate(NSBundle *bundle, SEL cmd, NSString *key, NSString *value, NSString *table) {
+  if (bundle != NSBundle.mainBundle) {
+    return sTranslate->original<Translate>()(bundle, cmd, key, value, table);
+  }
+  sCalls.push_back(text(key) + "|" + text(value) + "|" + text(table));
   return [sTranslations objectForKey:key] ?: key;
 }
 
-NSString *sName;
+const MethodSwap *sTellInfo;
 
-id tellInfo(NSBundle *bundle, SEL, NSString *key) {
-  sCalls.push_back((bundle == NSBundle.mainBundle ? "" : "another bundle: ") + text(key));
+using TellInfo = id(id, SEL, NSString *);
+
+id tellInfo(NSBundle *bundle, SEL cmd, NSString *key) {
+  if (bundle != NSBundle.mainBundle || ![key isEqualToString:@"CFBundleName"]) {
+    return sTellInfo->original<TellInfo>()(bundle, cmd, key);
+  }
   return sName;
 }
 
-Method lookUpOfTexts() {
-  return class_getInstanceMethod(NSBundle.class, @selector(localizedStringForKey:value:table:));
-}
+/// Has texts be looked up in `sTranslations`, and the application be called `sName`, while it
+/// lives.
+class Translations {
+ public:
+  Translations()
+      : texts_(class_getInstanceMethod(NSBundle.class, @selector(localizedStringForKey:
+                                                                                 value:table:)),
+               translate),
+        info_(class_getInstanceMethod(NSBundle.class, @selector(objectForInfoDictionaryKey:)),
+              tellInfo) {
+    sTranslate = &texts_;
+    sTellInfo = &info_;
+  }
 
-Method lookUpOfInfo() {
-  return class_getInstanceMethod(NSBundle.class, @selector(objectForInfoDictionaryKey:));
-}
+ private:
+  const MethodSwap texts_;
+  const MethodSwap info_;
+};
 
 NSString *const sTitleKey = @"Let’s stay in touch!";
 NSString *const sDescriptionKey = @"%@ invites you to receive its newsletters and offers.";
@@ -334,8 +366,7 @@ NSString *const sInfoKey = @"Pellmar will share your %@ email with the developer
 }  // namespace
 
 TEST_F(PermissionWindowContents, TextsAreLookedUpInTheTablePellmarOfTheMainBundle) {
-  sTranslations = @{};
-  MethodSwap swap(lookUpOfTexts(), translate);
+  Translations translations;
   make();
   EXPECT_EQ(taken(), (Lines{
                          "Let’s stay in touch!||Pellmar",
@@ -348,17 +379,14 @@ TEST_F(PermissionWindowContents, TextsAreLookedUpInTheTablePellmarOfTheMainBundl
 }
 
 TEST_F(PermissionWindowContents, NameIsTheMainBundles) {
-  sName = @"Editor";
   make();
-  MethodSwap swap(lookUpOfInfo(), tellInfo);
+  Translations translations;
   EXPECT_EQ(text([controller_ _appName]), "Editor");
-  EXPECT_EQ(taken(), Lines{"CFBundleName"});
   sName = nil;
   EXPECT_EQ([controller_ _appName], nil);
 }
 
 TEST_F(PermissionWindowContents, TranslationsAreFilledWithAddressAndName) {
-  sName = @"Editor";
   sTranslations = @{
     sTitleKey : @"Von %@, 100%%",
     sDescriptionKey : @"%1$@ lädt ein: %1$@",
@@ -367,8 +395,7 @@ TEST_F(PermissionWindowContents, TranslationsAreFilledWithAddressAndName) {
     @"Sure, I’m In" : @"Ja %d",
     @"Ask Me Later" : @"Später %n"
   };
-  MethodSwap texts(lookUpOfTexts(), translate);
-  MethodSwap info(lookUpOfInfo(), tellInfo);
+  Translations translations;
   make();
   EXPECT_EQ(text(controller_.titleField.stringValue), "Von Editor, 100%");
   EXPECT_EQ(text(controller_.descriptionField.stringValue), "Editor lädt ein: Editor");
@@ -379,7 +406,6 @@ TEST_F(PermissionWindowContents, TranslationsAreFilledWithAddressAndName) {
 }
 
 TEST_F(PermissionWindowContents, TranslationsWithOtherPlaceholdersGiveWayToTheEnglishText) {
-  sName = @"Editor";
   const std::map<NSString *,
                  std::pair<NSTextField *(*)(AFXPermissionWindowController *), const char *>>
       fields = {
@@ -398,24 +424,23 @@ TEST_F(PermissionWindowContents, TranslationsWithOtherPlaceholdersGiveWayToTheEn
          @[ @"%@ %@ %@", @"%d", @"%n", @"%s", @"%3$@", @"%0$@", @"100 %", @"%99$@", @"%1$@ %@" ]) {
       SCOPED_TRACE(text(key) + " = " + text(translation));
       sTranslations = @{key : translation};
-      MethodSwap texts(lookUpOfTexts(), translate);
-      MethodSwap info(lookUpOfInfo(), tellInfo);
+      Translations translations;
       testing::internal::CaptureStderr();
       make();
       const std::string log = testing::internal::GetCapturedStderr();
       EXPECT_EQ(text(expected.first(controller_).stringValue), expected.second);
-      EXPECT_NE(log.find(text(key)), std::string::npos) << log;
-      EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
+      // One line of the client's own.
+      const size_t line = log.find("Pellmar: ");
+      EXPECT_NE(log.find(text(key), line), std::string::npos) << log;
+      EXPECT_EQ(log.find("Pellmar: ", line + 1), std::string::npos) << log;
       close();
     }
   }
 }
 
 TEST_F(PermissionWindowContents, SecondPositionIsOnlyThereInTheFooter) {
-  sName = @"Editor";
   sTranslations = @{sTitleKey : @"%2$@", sDescriptionKey : @"%2$@", sInfoKey : @"%2$@"};
-  MethodSwap texts(lookUpOfTexts(), translate);
-  MethodSwap info(lookUpOfInfo(), tellInfo);
+  Translations translations;
   make();
   EXPECT_EQ(text(controller_.titleField.stringValue), "Let’s stay in touch!");
   EXPECT_EQ(text(controller_.descriptionField.stringValue),
@@ -424,17 +449,16 @@ TEST_F(PermissionWindowContents, SecondPositionIsOnlyThereInTheFooter) {
 }
 
 TEST_F(PermissionWindowContents, LongTranslationsWrapInsideTheWindow) {
-  sTranslations = @{};
-  MethodSwap swap(lookUpOfTexts(), translate);
+  Translations translations;
   make();
   [controller_.window.contentView layoutSubtreeIfNeeded];
   const CGFloat titleLine = NSHeight(controller_.titleField.frame);
   const CGFloat infoLine = NSHeight(controller_.informativeField.frame);
   close();
   sTranslations = @{
-    sTitleKey : @"Möchten Sie mit uns in Verbindung bleiben?",
+    sTitleKey : @"Möchten Sie auch weiterhin mit uns in Verbindung bleiben?",
     sInfoKey : @"Pellmar teilt Ihre E-Mail-Adresse %@ mit den Entwicklern von %@, die sie für "
-               @"Neuigkeiten und Angebote nutzen."
+               @"Neuigkeiten und besondere Angebote nutzen."
   };
   make();
   [controller_.window.contentView layoutSubtreeIfNeeded];
@@ -454,7 +478,7 @@ TEST_F(PermissionWindowContents, LongTranslationsWrapInsideTheWindow) {
 
 TEST_F(PermissionWindowContents, LongAddressIsShortenedOnlyWhereItIsShown) {
   sTranslations = @{sInfoKey : @"%@"};
-  MethodSwap swap(lookUpOfTexts(), translate);
+  Translations translations;
   const struct {
     NSUInteger length;
     std::string shown;
@@ -470,7 +494,7 @@ TEST_F(PermissionWindowContents, LongAddressIsShortenedOnlyWhereItIsShown) {
 
 TEST_F(PermissionWindowContents, LongAddressIsNotCutInTheMiddleOfACharacter) {
   sTranslations = @{sInfoKey : @"%@"};
-  MethodSwap swap(lookUpOfTexts(), translate);
+  Translations translations;
   NSString *email = [[@"" stringByPaddingToLength:319 withString:@"x"
                                   startingAtIndex:0] stringByAppendingString:@"🎉 party"];
   make(email);
@@ -484,21 +508,24 @@ namespace {
 using ImageNamed = NSImage *(id, SEL, NSString *);
 const MethodSwap *sImageNamed;
 
-NSImage *recordImageNamed(id self, SEL cmd, NSString *name) {
-  sCalls.push_back(text(name));
-  return sImageNamed->original<ImageNamed>()(self, cmd, name);
+NSImage *sIcon;
+
+NSImage *iconNamed(id self, SEL cmd, NSString *name) {
+  return [name isEqualToString:NSImageNameApplicationIcon]
+             ? sIcon
+             : sImageNamed->original<ImageNamed>()(self, cmd, name);
 }
 
 }  // namespace
 
 TEST_F(PermissionWindowContents, IconIsTheApplications) {
   make();
-  MethodSwap swap(class_getClassMethod(NSImage.class, @selector(imageNamed:)), recordImageNamed);
+  sIcon = [[[NSImage alloc] initWithSize:NSMakeSize(16, 16)] autorelease];
+  MethodSwap swap(class_getClassMethod(NSImage.class, @selector(imageNamed:)), iconNamed);
   sImageNamed = &swap;
   NSImageView *view = [controller_ _iconView];
-  EXPECT_EQ(taken(), Lines{text(NSImageNameApplicationIcon)});
   EXPECT_EQ(rect(view.frame), "0 0 110 110");
-  EXPECT_EQ(view.image, [NSImage imageNamed:NSImageNameApplicationIcon]);
+  EXPECT_EQ(view.image, sIcon);
 }
 
 TEST_F(PermissionWindowContents, EnvelopeIsAsLargeAsItsPicture) {
@@ -512,8 +539,7 @@ TEST_F(PermissionWindowContents, EnvelopeIsAsLargeAsItsPicture) {
 
 TEST_F(PermissionWindowContents, ButtonsHaveTheirKeysActionsAndBezels) {
   make();
-  MethodSwap swap(class_getClassMethod(NSFont.class, @selector(systemFontOfSize:weight:)),
-                  recordSystemFont);
+  MethodSwap swap(systemFont(), recordSystemFont);
   sSystemFont = &swap;
   const struct {
     SEL factory;
@@ -647,9 +673,13 @@ TEST_F(PermissionWindowContents, ConstraintsAreAddedInTheirOrder) {
     make();
   }
   sNameOf = [this](id view) { return nameOf(view); };
+  // Controls may be made of views of their own.
   Lines lines;
   for (const auto &call : sLayoutCalls) {
-    lines.push_back(call());
+    const std::string line = call();
+    if (line.rfind("images: ", 0) == 0 || line.rfind("content: ", 0) == 0) {
+      lines.push_back(line);
+    }
   }
   sLayoutCalls.clear();
   sNameOf = nullptr;
@@ -697,32 +727,6 @@ TEST_F(PermissionWindowContents, ViewsAreStackedInTheirOrderAndPlacedByConstrain
   }
   EXPECT_EQ(names, (Lines{"envelope", "icon"}));
   EXPECT_TRUE(content.wantsLayer);
-}
-
-namespace {
-
-/// Says that an application is one of a language that is written from right to left.
-NSUserInterfaceLayoutDirection rightToLeft(id, SEL) {
-  return NSUserInterfaceLayoutDirectionRightToLeft;
-}
-
-}  // namespace
-
-TEST_F(PermissionWindowContents, PicturesStayAsTheyAreInARightToLeftApplication) {
-  MethodSwap swap(
-      class_getInstanceMethod(NSApplication.class, @selector(userInterfaceLayoutDirection)),
-      rightToLeft);
-  make();
-  [controller_.window.contentView layoutSubtreeIfNeeded];
-  EXPECT_EQ(rect(AlignmentOf(controller_.iconView)), "162 172 110 110");
-  EXPECT_EQ(rect(AlignmentOf(controller_.envelopeView)), "180 171 214 149");
-  EXPECT_EQ(rect(AlignmentOf(controller_.closeButton)), "534 335 12 12");
-  EXPECT_LT(NSMaxX(AlignmentOf(controller_.okButton)),
-            NSMinX(AlignmentOf(controller_.cancelButton)));
-  for (NSView *view in
-       @[ controller_.iconView.superview, controller_.iconView, controller_.envelopeView ]) {
-    EXPECT_EQ(view.userInterfaceLayoutDirection, NSUserInterfaceLayoutDirectionLeftToRight);
-  }
 }
 
 #pragma mark - Making
@@ -786,7 +790,14 @@ TEST_F(PermissionWindowContents, CopiesItsPropertiesThatCanChange) {
 
 #pragma mark - Showing and answering
 
+/// What the window says is its appearance, instead of what is.
+static id sAppearance;
+
 @implementation AFXPermissionWindow (Recording)
+
+- (NSAppearance *)effectiveAppearance {
+  return sAppearance ?: [super effectiveAppearance];
+}
 
 - (void)center {
   sCalls.push_back("center");
@@ -869,8 +880,8 @@ TEST_F(PermissionWindowContents, HandsOnWhatElseIsObserved) {
   EXPECT_EQ(taken(), Lines{});
 }
 
-/// Puts down what it is compared with.
-@interface ComparedAppearance : NSAppearance
+/// Puts down what it is compared with. Only the window is given it, for one question.
+@interface ComparedAppearance : NSObject
 @end
 
 @implementation ComparedAppearance
@@ -883,13 +894,11 @@ TEST_F(PermissionWindowContents, HandsOnWhatElseIsObserved) {
 TEST_F(PermissionWindowContents, AsksForTheBetterOfLightAndDark) {
   make();
   taken();
-  controller_.window.appearance = [[[ComparedAppearance alloc] init] autorelease];
-  const Lines calls = taken();
-  ASSERT_FALSE(calls.empty());
-  for (const std::string &call : calls) {
-    EXPECT_EQ(call, "NSAppearanceNameAqua, NSAppearanceNameDarkAqua");
-  }
-  controller_.window.appearance = nil;
+  sAppearance = [[[ComparedAppearance alloc] init] autorelease];
+  [controller_ updateAccordingToAppearance];
+  sAppearance = nil;
+  EXPECT_EQ(taken(), Lines{"NSAppearanceNameAqua, NSAppearanceNameDarkAqua"});
+  EXPECT_EQ(controller_.envelopeView.image.size.width, 213.0);
 }
 
 TEST_F(PermissionWindowContents, HasTheColorsOfItsAppearance) {
@@ -907,6 +916,8 @@ TEST_F(PermissionWindowContents, HasTheColorsOfItsAppearance) {
   for (const auto &row : rows) {
     SCOPED_TRACE(text(row.appearance));
     controller_.window.appearance = [NSAppearance appearanceNamed:row.appearance];
+    ASSERT_TRUE(
+        ComesTrue([&] { return controller_.envelopeView.image.size.width == row.envelope; }));
     NSColor *background = controller_.informativeField.backgroundColor;
     EXPECT_EQ(describe(background), row.background);
     EXPECT_TRUE(CGColorEqualToColor([controller_.window.contentView layer].backgroundColor,
@@ -918,7 +929,6 @@ TEST_F(PermissionWindowContents, HasTheColorsOfItsAppearance) {
       EXPECT_EQ(describe(controller_.descriptionField.textColor), "sRGB 808080FF");
     }
     EXPECT_EQ(describe(controller_.informativeField.textColor), "sRGB A6A6A6FF");
-    EXPECT_EQ(controller_.envelopeView.image.size.width, row.envelope);
   }
 }
 
@@ -926,6 +936,7 @@ TEST_F(PermissionWindowContents, HasTheColorsOfItsAppearance) {
 
 TEST_F(PermissionWindowContents, IsADialogNamedByItsHeadline) {
   make();
-  EXPECT_EQ(controller_.window.accessibilitySubrole, NSAccessibilityDialogSubrole);
+  EXPECT_TRUE(
+      [controller_.window.accessibilitySubrole isEqualToString:NSAccessibilityDialogSubrole]);
   EXPECT_EQ(text(controller_.window.accessibilityTitle), "Let’s stay in touch!");
 }

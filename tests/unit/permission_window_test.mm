@@ -8,9 +8,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
 #include <vector>
 
 #include "alignment.h"
+#include "event_loop.h"
 #import "ui/AFXPermissionWindow.h"
 #import "ui/AFXPermissionWindowController.h"
 
@@ -30,6 +32,31 @@ static NSString *sAppName;
 }
 @end
 
+/// What its controller has begun (+) and ended (-) to observe of a window. Others may observe it
+/// too, the toolkit first of all.
+static std::vector<std::string> sObservations;
+
+@implementation AFXPermissionWindow (Observed)
+
+- (void)addObserver:(NSObject *)observer
+         forKeyPath:(NSString *)keyPath
+            options:(NSKeyValueObservingOptions)options
+            context:(void *)context {
+  if ([observer isKindOfClass:AFXPermissionWindowController.class]) {
+    sObservations.push_back(std::string("+") + keyPath.UTF8String);
+  }
+  [super addObserver:observer forKeyPath:keyPath options:options context:context];
+}
+
+- (void)removeObserver:(NSObject *)observer forKeyPath:(NSString *)keyPath {
+  if ([observer isKindOfClass:AFXPermissionWindowController.class]) {
+    sObservations.push_back(std::string("-") + keyPath.UTF8String);
+  }
+  [super removeObserver:observer forKeyPath:keyPath];
+}
+
+@end
+
 namespace {
 
 struct Answer {
@@ -45,9 +72,14 @@ class PermissionWindow : public testing::Test {
   }
 
   void TearDown() override {
+    close();
+    [pool_ release];
+  }
+
+  void close() {
     [controller_.window orderOut:nil];
     [controller_ release];
-    [pool_ release];
+    controller_ = nil;
   }
 
   /// Makes the controller and brings its window up, laid out.
@@ -66,21 +98,9 @@ class PermissionWindow : public testing::Test {
   /// Whether the window is in the middle from side to side, at once or before long: a window
   /// manager may tell late where a window has been, and what it tells last holds.
   bool comesToStandInTheMiddle() const {
-    NSDate *end = [NSDate dateWithTimeIntervalSinceNow:5];
     NSWindow *window = controller_.window;
-    while (std::abs(NSMidX(window.frame) - NSMidX(window.screen.visibleFrame)) > 1) {
-      if (end.timeIntervalSinceNow < 0) {
-        return false;
-      }
-      NSEvent *event = [NSApp nextEventMatchingMask:NSAnyEventMask
-                                          untilDate:[NSDate dateWithTimeIntervalSinceNow:0.02]
-                                             inMode:NSDefaultRunLoopMode
-                                            dequeue:YES];
-      if (event) {
-        [NSApp sendEvent:event];
-      }
-    }
-    return true;
+    return ComesTrue(
+        [=] { return std::abs(NSMidX(window.frame) - NSMidX(window.screen.visibleFrame)) <= 1; });
   }
 
   /// The subview of the content view that is neither a control nor the images' container: 1 point
@@ -237,8 +257,7 @@ TEST_F(PermissionWindow, WrapsALongDescriptionAndTakesTheRoomFromTheRowOfButtons
   open();
   const CGFloat oneLine = NSHeight(AlignmentOf(controller_.descriptionField));
   const NSRect images = AlignmentOf(controller_.iconView.superview);
-  [controller_.window orderOut:nil];
-  [controller_ release];
+  close();
 
   sAppName = @"The Extraordinarily Long-Winded and Thoroughly Comprehensive Document Editor of "
              @"the Year";
@@ -259,8 +278,7 @@ TEST_F(PermissionWindow, WrapsALongDescriptionAndTakesTheRoomFromTheRowOfButtons
 TEST_F(PermissionWindow, KeepsTheFooterOfALongAddressInsideTheWindow) {
   open();
   const NSRect images = AlignmentOf(controller_.iconView.superview);
-  [controller_.window orderOut:nil];
-  [controller_ release];
+  close();
 
   open(@"maximiliane.hohenzollern-sigmaringen+newsletters@post.department.example.com");
   const NSRect info = AlignmentOf(controller_.informativeField);
@@ -292,12 +310,11 @@ TEST_F(PermissionWindow, WrapsItsTextsInsteadOfGrowing) {
     // size.
     field.preferredMaxLayoutWidth = 0.0;
     [window layoutIfNeeded];
-    EXPECT_EQ(NSWidth(window.frame), field.intrinsicContentSize.width + 16.0);
+    EXPECT_TRUE(ComesTrue(
+        [=] { return NSWidth(window.frame) == field.intrinsicContentSize.width + 16.0; }));
     EXPECT_EQ(NSMinX(window.frame), NSMinX(before));
     EXPECT_EQ(NSMaxY(window.frame), NSMaxY(before));
-    [window orderOut:nil];
-    [controller_ release];
-    controller_ = nil;
+    close();
   }
 }
 
@@ -358,10 +375,13 @@ TEST_F(PermissionWindow, IsAnnouncedByItsHeadline) {
 
 namespace {
 
-/// Whether a screen reader comes upon a view: a control with a single cell stands back for that.
-bool isSpoken(NSView *view) {
-  return [view isAccessibilityElement] || ([view isKindOfClass:NSControl.class] &&
-                                           [[(NSControl *)view cell] isAccessibilityElement]);
+/// What a screen reader comes upon, or nil: a control with a single cell may stand back for that.
+id spokenPartOf(NSView *view) {
+  if ([view isAccessibilityElement]) {
+    return view;
+  }
+  NSCell *cell = [view isKindOfClass:NSControl.class] ? [(NSControl *)view cell] : nil;
+  return [cell isAccessibilityElement] ? cell : nil;
 }
 
 }  // namespace
@@ -378,10 +398,11 @@ TEST_F(PermissionWindow, NamesEveryButtonThatCanBeSeen) {
   };
   for (const auto &[button, name] : buttons) {
     SCOPED_TRACE(name);
-    EXPECT_TRUE(isSpoken(button));
-    EXPECT_TRUE([button.accessibilityRole isEqualToString:NSAccessibilityButtonRole]);
-    NSString *label = button.accessibilityLabel;
-    EXPECT_STREQ((label.length > 0 ? label : button.accessibilityTitle).UTF8String, name);
+    id part = spokenPartOf(button);
+    ASSERT_NE(part, nil);
+    EXPECT_TRUE([[part accessibilityRole] isEqualToString:NSAccessibilityButtonRole]);
+    NSString *label = [part accessibilityLabel];
+    EXPECT_STREQ((label.length > 0 ? label : [part accessibilityTitle]).UTF8String, name);
   }
   EXPECT_STREQ([controller_.closeButton.cell accessibilityLabel].UTF8String, "Ask Me Later");
   EXPECT_STREQ(controller_.closeButton.title.UTF8String, "");
@@ -391,9 +412,10 @@ TEST_F(PermissionWindow, ReadsItsTextsOut) {
   open();
   for (NSTextField *field in
        @[ controller_.titleField, controller_.descriptionField, controller_.informativeField ]) {
-    EXPECT_TRUE(isSpoken(field));
-    EXPECT_TRUE([field.accessibilityRole isEqualToString:NSAccessibilityStaticTextRole]);
-    EXPECT_STREQ([field.accessibilityValue UTF8String], field.stringValue.UTF8String);
+    id part = spokenPartOf(field);
+    ASSERT_NE(part, nil);
+    EXPECT_TRUE([[part accessibilityRole] isEqualToString:NSAccessibilityStaticTextRole]);
+    EXPECT_STREQ([[part accessibilityValue] UTF8String], field.stringValue.UTF8String);
   }
 }
 
@@ -402,21 +424,33 @@ TEST_F(PermissionWindow, KeepsPicturesAndTheInvisibleButtonFromScreenReaders) {
   NSView *button = commandWButton();
   ASSERT_NE(button, nil);
   for (NSView *view in @[ controller_.iconView, controller_.envelopeView, button ]) {
-    EXPECT_FALSE(isSpoken(view));
+    EXPECT_EQ(spokenPartOf(view), nil);
   }
 }
 
 TEST_F(PermissionWindow, SpeaksNothingButItsTextsAndButtons) {
   open();
+  // What a toolkit's control is made of is its own affair.
   NSMutableArray *views = [NSMutableArray arrayWithObject:controller_.window.contentView];
-  NSUInteger spoken = 0;
+  NSMutableSet *spoken = [NSMutableSet set];
   while (views.count > 0) {
     NSView *view = [[views.lastObject retain] autorelease];
     [views removeLastObject];
-    [views addObjectsFromArray:view.subviews];
-    spoken += isSpoken(view);
+    if (![view isKindOfClass:NSControl.class]) {
+      [views addObjectsFromArray:view.subviews];
+    }
+    if (spokenPartOf(view) != nil) {
+      [spoken addObject:[NSValue valueWithNonretainedObject:view]];
+    }
   }
-  EXPECT_EQ(spoken, 6u);
+  NSMutableSet *expected = [NSMutableSet set];
+  for (NSView *view in @[
+         controller_.titleField, controller_.descriptionField, controller_.informativeField,
+         controller_.okButton, controller_.cancelButton, controller_.closeButton
+       ]) {
+    [expected addObject:[NSValue valueWithNonretainedObject:view]];
+  }
+  EXPECT_TRUE([spoken isEqualToSet:expected]) << spoken.description.UTF8String;
 }
 
 #pragma mark - Answers
@@ -479,55 +513,67 @@ TEST_F(PermissionWindow, KeepsTheAddressAsItWasGiven) {
 
 namespace {
 
-void useAppearance(NSString *name) { NSApp.appearance = [NSAppearance appearanceNamed:name]; }
-
-/// The white of a gray color, or the components' common value.
-double brightness(NSColor *color) {
-  return [color colorUsingColorSpaceName:NSCalibratedWhiteColorSpace].whiteComponent;
+/// The red, green and blue of a gray color, in the space that it was made in.
+double brightness(NSColor *color, NSColorSpace *space) {
+  return [color colorUsingColorSpace:space].redComponent;
 }
 
 }  // namespace
 
 TEST_F(PermissionWindow, FollowsTheAppearanceWhileItIsUp) {
-  useAppearance(@"NSAppearanceNameAqua");
+  ASSERT_TRUE(UseAppearance(@"NSAppearanceNameAqua"));
   open();
-  NSImage *light = controller_.envelopeView.image;
-  EXPECT_EQ(light.size.width, 214.0);
-  EXPECT_NEAR(brightness(controller_.titleField.textColor), 0.0, 0.01);
+  const auto comesToShow = [this](CGFloat envelope) {
+    return ComesTrue([=] { return controller_.envelopeView.image.size.width == envelope; });
+  };
+  const auto textIs = [](NSTextField *field, double gray) {
+    EXPECT_NEAR(brightness(field.textColor, NSColorSpace.sRGBColorSpace), gray, 0.01);
+  };
+  const auto footerIs = [this](double gray) {
+    EXPECT_NEAR(
+        brightness(controller_.informativeField.backgroundColor, NSColorSpace.genericRGBColorSpace),
+        gray, 0.01);
+  };
+  EXPECT_TRUE(comesToShow(214.0));
+  textIs(controller_.titleField, 0.0);
 
-  useAppearance(@"NSAppearanceNameDarkAqua");
-  EXPECT_NEAR(brightness(controller_.titleField.textColor), 1.0, 0.01);
-  EXPECT_NEAR(brightness(controller_.descriptionField.textColor), 1.0, 0.01);
-  EXPECT_NEAR(brightness(controller_.informativeField.backgroundColor), 0x33 / 255.0, 0.01);
-  EXPECT_EQ(controller_.envelopeView.image.size.width, 213.0);
-  EXPECT_EQ(NSWidth(controller_.envelopeView.frame), 214.0);
+  ASSERT_TRUE(UseAppearance(@"NSAppearanceNameDarkAqua"));
+  EXPECT_TRUE(comesToShow(213.0));
+  textIs(controller_.titleField, 1.0);
+  textIs(controller_.descriptionField, 1.0);
+  footerIs(0x33 / 255.0);
+  EXPECT_EQ(NSWidth(AlignmentOf(controller_.envelopeView)), 214.0);
 
-  useAppearance(@"NSAppearanceNameAqua");
-  EXPECT_NEAR(brightness(controller_.titleField.textColor), 0.0, 0.01);
-  EXPECT_NEAR(brightness(controller_.descriptionField.textColor), 0x80 / 255.0, 0.01);
-  EXPECT_NEAR(brightness(controller_.informativeField.backgroundColor), 0xF9 / 255.0, 0.01);
-  EXPECT_EQ(controller_.envelopeView.image.size.width, 214.0);
+  ASSERT_TRUE(UseAppearance(@"NSAppearanceNameAqua"));
+  EXPECT_TRUE(comesToShow(214.0));
+  textIs(controller_.titleField, 0.0);
+  textIs(controller_.descriptionField, 0x80 / 255.0);
+  footerIs(0xF9 / 255.0);
 }
 
 TEST_F(PermissionWindow, NeitherObservesNorFollowsTheAppearanceOnAnOldSystem) {
+  sObservations.clear();
   PlatformSetOperatingSystemVersion((NSOperatingSystemVersion){10, 13, 6});
+  ASSERT_TRUE(UseAppearance(@"NSAppearanceNameAqua"));
   open();
-  EXPECT_EQ(controller_.window.observationInfo, nullptr);
-  useAppearance(@"NSAppearanceNameDarkAqua");
+  ASSERT_TRUE(UseAppearance(@"NSAppearanceNameDarkAqua"));
+  NSWindow *window = controller_.window;
+  EXPECT_TRUE(ComesTrue([=] {
+    return [window.effectiveAppearance.name isEqualToString:@"NSAppearanceNameDarkAqua"];
+  }));
   EXPECT_EQ(controller_.envelopeView.image.size.width, 214.0);
-  [controller_.window orderOut:nil];
-  [controller_ release];
-  controller_ = nil;
-  useAppearance(@"NSAppearanceNameAqua");
+  close();
+  EXPECT_EQ(sObservations, std::vector<std::string>{});
   PlatformSetOperatingSystemVersion((NSOperatingSystemVersion){14, 6, 0});
+  ASSERT_TRUE(UseAppearance(@"NSAppearanceNameAqua"));
 }
 
 TEST_F(PermissionWindow, LeavesNoObserverBehind) {
+  sObservations.clear();
   NSWindow *window = [open().window retain];
-  EXPECT_NE(window.observationInfo, nullptr);
-  [controller_.window orderOut:nil];
-  [controller_ release];
-  controller_ = nil;
-  EXPECT_EQ(window.observationInfo, nullptr);
+  EXPECT_EQ(sObservations, std::vector<std::string>{"+effectiveAppearance"});
+  close();
+  EXPECT_EQ(sObservations,
+            (std::vector<std::string>{"+effectiveAppearance", "-effectiveAppearance"}));
   [window release];
 }
