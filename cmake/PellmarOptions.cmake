@@ -54,7 +54,15 @@ function(pellmar_compile_as_one target)
   target_sources(${target} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}/${target}_all.mm")
 endfunction()
 
+# CMAKE_OSX_DEPLOYMENT_TARGET is one for all architectures, and arm64's oldest system is newer. This stands
+# behind it in each command, where the last one counts.
+if("arm64" IN_LIST CMAKE_OSX_ARCHITECTURES)
+  add_compile_options("SHELL:-Xarch_arm64 -mmacosx-version-min=11.0")
+  add_link_options("SHELL:-Xarch_arm64 -mmacosx-version-min=11.0")
+endif()
+
 if(APPLE)
+  add_compile_options(-Werror=unguarded-availability)
   target_compile_options(pellmar_flags INTERFACE
     $<$<COMPILE_LANGUAGE:OBJC,OBJCXX>:-fno-objc-arc>)
 endif()
