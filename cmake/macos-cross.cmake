@@ -31,9 +31,14 @@ set(CMAKE_RANLIB llvm-ranlib-19)
 set(CMAKE_INSTALL_NAME_TOOL llvm-install-name-tool-19)
 set(CMAKE_STRIP llvm-strip-19)
 
-# Local and debugging symbols are left out by the linker itself, since removing them afterwards would
-# break the signature.
-set(CMAKE_MODULE_LINKER_FLAGS_INIT "-Wl,-x -Wl,-S")
+# For the crash reports of what is shipped, without a path of the machine that built it.
+add_compile_options(-g "-fdebug-prefix-map=${CMAKE_SOURCE_DIR}=/pellmar"
+  "-fdebug-prefix-map=${PELLMAR_NODE_HEADERS}=/node")
+# dsymutil goes by the linker's list of objects, to which those belong that optimizing across files makes.
+# scripts/macos-cross sets ZERO_AR_DATE, since the file's UUID is a digest of that list as well.
+cmake_path(GET CMAKE_BINARY_DIR PARENT_PATH builds)
+set(CMAKE_MODULE_LINKER_FLAGS_INIT
+  "-Wl,-object_path_lto,${CMAKE_BINARY_DIR}/lto -Wl,-oso_prefix,${builds}/")
 add_link_options(-fuse-ld=lld)
 # A stub of libSystem may name only what the module uses; programs are linked to see that they compile
 # for a Mac, and look up the rest.

@@ -33,8 +33,13 @@ function makeBundle(session, { versions = [85, 85], mark } = {}) {
   });
   const file = path.join(session.folder, 'pellmar.node');
   run('llvm-lipo-19', ['-create', ...slices, '-output', file]);
+  // Symbols are told from others by the identifiers of the file, which it has itself.
+  fs.mkdirSync(path.dirname(symbolsOf(file)), { recursive: true });
+  fs.copyFileSync(file, symbolsOf(file));
   return file;
 }
+
+const symbolsOf = (bundle) => `${bundle}.dSYM/Contents/Resources/DWARF/pellmar.node`;
 
 function pack(session, ...args) {
   const { status, stdout, stderr } = spawnSync(path.join(root, 'scripts/package'),
@@ -42,7 +47,7 @@ function pack(session, ...args) {
   return { status, stdout, stderr };
 }
 
-const missing = ['llvm-lipo-19', 'llvm-objdump-19', 'llvm-nm-19', 'ld64.lld-19'].filter(
+const missing = ['llvm-lipo-19', 'llvm-objdump-19', 'llvm-nm-19', 'llvm-dwarfdump-19', 'ld64.lld-19'].filter(
   (tool) => spawnSync(tool, ['--version']).error);
 const skip = missing.length > 0 && `not installed: ${missing.join(', ')}`;
 
@@ -52,11 +57,32 @@ describe('scripts/package', { skip }, () => {
     const bundle = makeBundle(session);
     const { status, stdout, stderr } = pack(session, '--bundle', bundle);
     assert.equal(status, 0, stderr);
-    const file = path.join(session.folder, `pellmar-${version}.tgz`);
-    assert.equal(stdout, `${file}\n`);
+    const [file, symbols] = ['tgz', 'dSYM.tar.gz'].map((end) =>
+      path.join(session.folder, `pellmar-${version}.${end}`));
+    assert.equal(stdout, `${file}\n${symbols}\n`);
     assert.deepEqual(run('tar', ['-tzf', file]).trim().split('\n').sort(),
       content.map((name) => `package/${name}`).sort());
     assert.deepEqual(execFileSync('tar', ['-xzOf', file, `package/${prebuild}`]), fs.readFileSync(bundle));
+    assert.deepEqual(
+      execFileSync('tar', ['-xzOf', symbols, 'pellmar.node.dSYM/Contents/Resources/DWARF/pellmar.node']),
+      fs.readFileSync(symbolsOf(bundle)));
+    const archive = fs.readFileSync(symbols);
+    fs.utimesSync(symbolsOf(bundle), 1, 1);
+    pack(session, '--bundle', bundle);
+    assert.deepEqual(fs.readFileSync(symbols), archive);
+  });
+
+  test('refuses a bundle without its symbols, and one with those of another', (t) => {
+    const session = makeSession(t);
+    const other = fs.readFileSync(makeBundle(session, { mark: 'other' }));
+    const bundle = makeBundle(session);
+    fs.writeFileSync(symbolsOf(bundle), other);
+    const refused = pack(session, '--bundle', bundle);
+    assert.deepEqual([refused.status, refused.stdout], [1, '']);
+    assert.match(refused.stderr, /has the symbols of another bundle/);
+    fs.rmSync(`${bundle}.dSYM`, { recursive: true });
+    assert.match(pack(session, '--bundle', bundle).stderr, /there is no \S+\.dSYM with the bundle's symbols/);
+    assert.deepEqual(fs.readdirSync(session.folder).filter((name) => /gz$/.test(name)), []);
   });
 
   for (const [name, versions] of [['either slice', [83, 83]], ['one slice', [85, 87]]]) {
@@ -101,7 +127,8 @@ describe('scripts/package', { skip }, () => {
     assert.deepEqual(fs.readdirSync(session.folder).filter((name) => name.endsWith('.tgz')), []);
     const { status, stdout } = pack(session, '--bundle', bundle, '--for-checking');
     assert.equal(status, 0);
-    assert.equal(path.basename(stdout.trim()), `pellmar-${version}-checking.tgz`);
+    assert.deepEqual(stdout.trim().split('\n').map((file) => path.basename(file)),
+      [`pellmar-${version}-checking.tgz`, `pellmar-${version}-checking.dSYM.tar.gz`]);
   });
 });
 
