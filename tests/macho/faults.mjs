@@ -19,6 +19,7 @@ import {
   protocolMethodList,
 } from './objc.mjs';
 import { moduleRecordAddresses } from './record.mjs';
+import { compareSymbols } from './symbol-list.mjs';
 
 const bundle = process.env.PELLMAR_BUNDLE;
 const check = fileURLToPath(new URL('check.mjs', import.meta.url));
@@ -248,3 +249,20 @@ for (const { change, apply, failing } of faults) {
     );
   });
 }
+
+test('the check takes shortcuts of the runtime where the oldest system has them', { skip: reason }, () => {
+  const shortcuts = ['class', 'isKindOfClass', 'new', 'respondsToSelector', 'self'];
+  for (const architecture of Object.keys(expected.slices)) {
+    const slice = readSlice(bundle, architecture, folder);
+    for (const name of shortcuts.map((method) => `_objc_opt_${method}`)) {
+      for (const isWeak of [false, true]) {
+        const used = [...slice.undefined, { name, library: 'libobjc', isWeak }];
+        const isTaken = architecture === 'arm64' && !isWeak;
+        assert.deepEqual(compareSymbols(architecture, used), {
+          unlisted: isTaken ? [] : [`${name} of libobjc${isWeak ? ', weak' : ''}`],
+          unused: [],
+        });
+      }
+    }
+  }
+});
