@@ -45,7 +45,7 @@ typedef void (^AFXServiceHandler)(id<AFXProvisioningService> _Nullable service);
 /// As `accessService:`; besides, `errorHandler` runs once, on a queue of the connection, for a
 /// message sent to the proxy that ends without its reply block being called.
 - (void)accessService:(AFXServiceHandler)handler
-         errorHandler:(nullable void (^)(NSError *error))errorHandler;
+         errorHandler:(void (^)(NSError *error))errorHandler;
 
 @end
 
