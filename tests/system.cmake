@@ -9,6 +9,7 @@ if(NOT APPLE)
   # Debian's own interpreter, for which it has the processor emulator.
   add_test(NAME emulator COMMAND /usr/bin/python3 -m unittest discover "${CMAKE_CURRENT_SOURCE_DIR}/macho/emulator")
   set_tests_properties(emulator PROPERTIES TIMEOUT 400)
+  pellmar_add_node_test(mac_scripts system/mac_scripts.test.mjs)
 endif()
 pellmar_add_node_test(macho macho/check.mjs)
 if(APPLE)

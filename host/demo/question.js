@@ -3,6 +3,8 @@
 'use strict';
 
 const pellmar = require('../..');
+// The desktop host's, or on a Mac Electron's.
+const application = global.app || require('electron').app;
 
 function say(event, detail) {
   process.stdout.write(JSON.stringify({ event, detail }) + '\n');
@@ -24,6 +26,6 @@ const isAsking = pellmar.PLAskUserToShareEmail((answer) => {
   say('answered', answer);
   // The report of the answer is on its way to the agent; the next reply comes after it.
   say('known now', pellmar.PLGetLastUserEmailSharingResponse());
-  app.quit();
+  application.quit();
 });
 say('asking', isAsking);

@@ -1,5 +1,5 @@
-// Runs the demo's application beside a development agent and tells what each side saw.
-// Ends 0 only if both agree.
+// Runs the demo's application, whose command is this one's arguments, beside a development agent and tells
+// what each side saw. Ends 0 only if both agree.
 
 import { execFileSync, spawn } from 'node:child_process';
 import { once } from 'node:events';
@@ -14,9 +14,14 @@ const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..')
 const build = path.join(root, 'build/Release');
 const pictures = path.join(root, 'build/demo');
 const isHeadless = process.env.PELLMAR_DEMO_HEADLESS === '1';
+const [program, ...programArguments] = process.argv.slice(2);
+// Electron 11 can crash by itself while it quits on this processor.
+const mayCrashAtEnd = process.platform === 'darwin' && process.arch === 'arm64';
 
 const temporary = fs.mkdtempSync(path.join(os.tmpdir(), 'pellmar-demo-'));
-const env = { ...process.env, PELLMAR_SERVICE_DIR: path.join(temporary, 'services') };
+const env = {
+  ...process.env, PELLMAR_BUILD_DIR: build, PELLMAR_SERVICE_DIR: path.join(temporary, 'services'),
+};
 fs.mkdirSync(env.PELLMAR_SERVICE_DIR, { mode: 0o700 });
 if (isHeadless) env.HOME = env.TEMP = temporary;
 
@@ -74,14 +79,29 @@ async function answerByItself() {
 
 fs.mkdirSync(pictures, { recursive: true });
 
-const agent = spawn(path.join(build, 'pellmar-dev-agent'), ['serve'],
-  { env, stdio: ['ignore', 'pipe', 'inherit'] });
+const agent = spawn(path.join(root, 'scripts/agent'), [], { env, stdio: ['ignore', 'pipe', 'inherit'] });
+const agentEnd = once(agent, 'close');
+let app;
+
+// Whoever ends the demo ends both, and they put away what they have put somewhere.
+let interruption;
+for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) {
+  process.on(signal, () => {
+    interruption ??= signal;
+    (app ?? agent).kill();
+  });
+}
+
 const agentLines = listen('agent', agent.stdout, ({ event, method, arguments: args }) =>
   event === 'listening' ? 'listens' : `${method} ${JSON.stringify(args)}`);
-await agentLines.until(({ event }) => event === 'listening');
+await Promise.race([agentEnd, agentLines.until(({ event }) => event === 'listening')]);
+if (agent.exitCode !== null || interruption) {
+  await agentEnd;
+  fs.rmSync(temporary, { recursive: true, force: true });
+  process.exit(1);
+}
 
-const app = spawn(path.join(root, 'scripts/host'), [path.join(root, 'host/demo/question.js')],
-  { env: { ...env, PELLMAR_BUILD_DIR: build }, stdio: ['ignore', 'pipe', 'pipe'] });
+app = spawn(program, programArguments, { env, stdio: ['ignore', 'pipe', 'pipe'] });
 const log = [];
 createInterface({ input: app.stderr }).on('line', (line) => {
   log.push(line);
@@ -97,15 +117,16 @@ appLines.until(({ event, detail }) => event === 'asking' && detail).then(async (
 });
 
 const [status, signal] = await appEnd;
-agent.kill('SIGTERM');
-await once(agent, 'close');
+agent.kill();
+await agentEnd;
 fs.rmSync(temporary, { recursive: true, force: true });
+if (interruption) process.exit(1);
 
 const answer = appLines.seen.find(({ event }) => event === 'answered')?.detail;
 const requests = agentLines.seen.filter(({ event }) => event === 'request');
 const requestsOf = (method) => requests.filter((request) => request.method === method);
 const problems = [
-  [status !== 0, `the application ended with ${signal ?? status}`],
+  [status !== 0 && !(signal && mayCrashAtEnd), `the application ended with ${signal ?? status}`],
   [requestsOf('reportUsageEvent:eventInfo:').length !== 1, 'the agent did not get the event'],
   [requestsOf('showReleaseNotesForAppWithCallback:').length !== 1,
     'the agent was not asked for the release notes'],

@@ -115,7 +115,7 @@ export class Agent {
     });
     const agent = new Agent(child);
     t?.after(() => agent.stop());
-    await agent.#until((lines) => lines.some((line) => line.event === 'listening'), 10_000);
+    await agent.#until((lines) => lines.some((line) => line.event === 'listening'), 30_000);
     return agent;
   }
 

@@ -2,12 +2,13 @@
 
 import assert from 'node:assert/strict';
 import { execFileSync, spawnSync } from 'node:child_process';
-import { createHash } from 'node:crypto';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
 import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
+
+import { archive, engineSettings, offerHeaders, writeFiles } from './engine_headers.mjs';
 
 const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..');
 const read = (file) => fs.readFileSync(path.join(root, file), 'utf8');
@@ -29,66 +30,10 @@ test('the workflow calls scripts that are there, and pins the actions that it us
   }
 });
 
-/** As a runtime's headers come: its build's variables, and what they define. */
-const engineSettings = {
-  'config.gypi': `# Do not edit. Generated.
-{ 'target_defaults': { 'defines': [] },
-  'variables': { 'v8_enable_31bit_smis_on_64bit_arch': 1,  # a comment
-                 'v8_enable_pointer_compression': 1,
-                 'v8_enable_reverse_jsargs': 1 } }
-`,
-  'common.gypi': `{
-  'variables': {
-    'v8_embedder_string': '-#1' '.2',
-    'v8_enable_pointer_compression%': 0,
-    'v8_enable_31bit_smis_on_64bit_arch%': 0,
-    'v8_enable_reverse_jsargs%': 0,
-    'conditions': [
-      ['target_arch in "arm ia32 mips"', {
-        'v8_enable_pointer_compression': 0,
-        'v8_enable_reverse_jsargs': 0,
-      }],
-      ['unheard_of == "x"', { 'v8_enable_pointer_compression': 0 }],
-    ],
-  },
-  'target_defaults': {
-    'defines': ['V8_DEPRECATION_WARNINGS=1'],
-    'conditions': [
-      ['v8_enable_pointer_compression == 1', { 'defines': ['V8_COMPRESS_POINTERS'] }],
-      ['v8_enable_pointer_compression == 1 or v8_enable_31bit_smis_on_64bit_arch == 1', {
-        'defines': ['V8_31BIT_SMIS_ON_64BIT_ARCH'],
-      }],
-      ['OS == "win"', { 'defines': ['V8_OS_WIN'] }, {
-        'conditions': [['v8_enable_reverse_jsargs == 1 and OS not in "aix"', {
-          'defines': ['V8_REVERSE_JSARGS'],
-        }]],
-      }],
-    ],
-  },
-}
-`,
-  'v8.h': '#ifdef V8_COMPRESS_POINTERS\n#endif\n#if defined(V8_31BIT_SMIS_ON_64BIT_ARCH)\n#endif\n' +
-    '#ifdef V8_REVERSE_JSARGS\n#endif\n#ifdef V8_OS_WIN\n#endif\n',
-};
-
-function writeFiles(folder, files) {
-  for (const [name, content] of Object.entries(files)) fs.writeFileSync(path.join(folder, name), content);
-}
-
 test('the runtime\'s headers are taken only whole and of the right version', (t) => {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'pellmar-headers-'));
   t.after(() => fs.rmSync(folder, { recursive: true }));
-  const archive = 'node-v11.5.0-headers.tar.gz';
-  const offer = (version, settings = engineSettings) => {
-    const headers = path.join(folder, 'node_headers/include/node');
-    fs.rmSync(headers, { recursive: true, force: true });
-    fs.mkdirSync(headers, { recursive: true });
-    fs.writeFileSync(path.join(headers, 'node_version.h'), `#define NODE_MODULE_VERSION ${version}\n`);
-    writeFiles(headers, settings);
-    execFileSync('tar', ['-czf', archive, 'node_headers'], { cwd: folder });
-    const digest = createHash('sha256').update(fs.readFileSync(path.join(folder, archive))).digest('hex');
-    fs.writeFileSync(path.join(folder, 'SHASUMS256.txt'), `${digest}  ${archive}\n`);
-  };
+  const offer = (...headers) => offerHeaders(folder, ...headers);
   const fetched = (name) =>
     spawnSync(path.join(root, 'scripts/electron-headers'), [path.join(folder, name), `file://${folder}`],
       { encoding: 'utf8' });
