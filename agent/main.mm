@@ -4,6 +4,7 @@
 
 #import <Foundation/Foundation.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -11,6 +12,7 @@
 #import "agent/PLDevAgentJournal.h"
 #include "agent/PLDevAgentOptions.h"
 #import "agent/PLDevAgentService.h"
+#include "agent/PLServiceRegistration.h"
 #import "client/Pellmar.h"
 
 static const int sExitUsage = 2;
@@ -23,6 +25,9 @@ static int Refuse(const std::string &problem) {
 static int Serve(int count, char *const arguments[]) {
   PLDevAgentOptions options;
   if (const auto problem = options.parse(count, arguments)) {
+    return Refuse(*problem);
+  }
+  if (const auto problem = PLServiceRegistrationProblem(getppid())) {
     return Refuse(*problem);
   }
 
@@ -74,7 +79,8 @@ static int Help(void) {
       "       pellmar-dev-agent log --pid PID [--app-name NAME] MESSAGE\n"
       "\n"
       "serve answers applications in the place of the Pellmar agent until it is sent SIGTERM, and\n"
-      "prints what they ask, one JSON object a line. Options, with what holds without them:\n"
+      "prints what they ask, one JSON object a line. On a Mac scripts/agent has launchd start it.\n"
+      "Options, with what holds without them:\n"
       "%s"
       "\n"
       "log sends one debug message to the log of a process that has debug logging on.\n",

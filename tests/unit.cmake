@@ -10,6 +10,12 @@ pellmar_add_gtest(dev_agent_options_test
   SOURCES unit/dev_agent_options_test.cpp
   LIBRARIES pellmar_dev_agent_options)
 
+pellmar_add_gtest(macos_service_registration_test
+  SOURCES unit/macos_service_registration_test.cpp
+    "${PROJECT_SOURCE_DIR}/agent/macos/PLServiceRegistration.cpp"
+  LIBRARIES pellmar_flags)
+target_include_directories(macos_service_registration_test PRIVATE "${PROJECT_SOURCE_DIR}")
+
 pellmar_add_gtest(module_record_test
   SOURCES unit/module_record_test.cpp LIBRARIES pellmar_flags ${CMAKE_DL_LIBS})
 target_node_headers(module_record_test node_headers)
