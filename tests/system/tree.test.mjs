@@ -30,6 +30,13 @@ test('every source is formatted', () => {
   assert.equal(status, 0);
 });
 
+test('shellcheck finds nothing in the scripts', () => {
+  const scripts = files('.').filter((file) => /^#!.*\b(ba)?sh\b/.test(read(file).slice(0, 80)));
+  assert.ok(scripts.length > 20);
+  const { status, stdout } = spawnSync('shellcheck', scripts, { cwd: root, encoding: 'utf8' });
+  assert.equal(status, 0, stdout);
+});
+
 test('the product has no condition on a platform and no name of the Linux toolkit', () => {
   for (const file of files('binding', 'client', 'ui', 'resources').filter(isSource)) {
     const text = read(file);
