@@ -25,8 +25,8 @@ BINDING = 'binding/pellmar-lib-mapping.mm'
 SETTINGS = 'binding/CMakeLists.txt'
 
 # What a build of the same sources takes from the one that there is.
-TAKEN_OVER = ('CMAKE_BUILD_TYPE', 'PELLMAR_SLICE', 'PELLMAR_MACOS_SYSROOT', 'PELLMAR_LIBCXX_HEADERS',
-              'PELLMAR_NODE_HEADERS', 'PELLMAR_MODULE_VERSION')
+TAKEN_OVER = ('CMAKE_BUILD_TYPE', 'CMAKE_OSX_ARCHITECTURES', 'CMAKE_OSX_DEPLOYMENT_TARGET', 'PELLMAR_MACOS_SYSROOT',
+              'PELLMAR_LIBCXX_HEADERS', 'PELLMAR_NODE_HEADERS', 'PELLMAR_MODULE_VERSION')
 
 COMMAND = 'the binding is compiled with the settings of the engine'
 TYPES, ARGUMENTS, RECEIVER = 'probe: the types of arguments', 'probe: which argument is which', 'probe: the receiver'
