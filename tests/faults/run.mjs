@@ -1,5 +1,5 @@
-// Runs the table of faults and prints it: run.mjs [PATTERN], where PATTERN picks rows by their first
-// two columns. Ends with 1 if a row is not held.
+// Runs the table of faults and prints it: run.mjs [--scripts] [PATTERN], where PATTERN picks rows by their
+// first two columns, and --scripts those whose caller is a script. Ends with 1 if a row is not held.
 
 import { startDisplay } from '../system/display.mjs';
 import { isSanitized } from '../system/sanitizer.mjs';
@@ -13,8 +13,11 @@ const rowLimit = 60_000;
 /** What the sanitizers cost at the most. */
 const slowness = isSanitized() ? 3 : 1;
 
-const pattern = new RegExp(process.argv[2] ?? '', 'i');
-const rows = table.filter(({ fault, call }) => pattern.test(`${fault} ${call}`));
+const words = process.argv.slice(2);
+const scriptsOnly = words[0] === '--scripts' && Boolean(words.shift());
+const pattern = new RegExp(words[0] ?? '', 'i');
+const rows = table.filter(({ fault, call, caller }) =>
+  pattern.test(`${fault} ${call}`) && !(scriptsOnly && caller === 'native'));
 if (rows.length === 0) {
   console.error(`faults: no row has ${pattern}`);
   process.exit(2);
