@@ -1,11 +1,12 @@
 // Runs what there is to run of the Mac's bundle on Linux. scripts/macos-cross --run calls it:
 //
-//   node run.mjs --bundle FILE --compile-commands FILE --slice FILE --sysroot DIR
+//   node run.mjs --bundle FILE --headers DIR --build DIR --slice FILE --sysroot DIR
 //
-//   --bundle            the bundle that ships
-//   --compile-commands  how its x86_64 slice was compiled
-//   --slice             that slice once more, built for the node at hand, which is run in that
-//   --sysroot           what both were built against
+//   --bundle   the bundle that ships
+//   --headers  of its runtime
+//   --build    where each of its slices was built
+//   --slice    the one for x86_64 once more, built for the node at hand, which is run in that
+//   --sysroot  what all of them were built against
 //
 // Ends with one line, "N passed, N failed", of everything, and with 1 unless all have passed. What is
 // skipped has failed: it has shown nothing. Output is kept in the folder logs beside the slice.
@@ -21,10 +22,14 @@ import { oldFonts } from './fonts.mjs';
 
 const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..');
 const build = path.join(root, 'build/Release');
-const { values: given } = parseArgs({ options: {
-  bundle: { type: 'string' }, 'compile-commands': { type: 'string' }, slice: { type: 'string' },
-  sysroot: { type: 'string' } } });
+const options = ['bundle', 'headers', 'build', 'slice', 'sysroot'];
+const { values: given } = parseArgs({
+  options: Object.fromEntries(options.map((name) => [name, { type: 'string' }])),
+});
 const logs = path.join(path.dirname(given.slice), 'logs');
+
+/** In milliseconds; the longest part takes two minutes on two processors. */
+const partLimit = 1_200_000;
 
 /** The environment in which pellmar.node is the slice, and nothing else is taken for it. */
 const onSlice = {
@@ -68,12 +73,26 @@ const faultTable = (env) => ({
   },
 });
 
-/** Everything, in this order. Whatever else can run the bundle that ships belongs behind its check. */
+/** The bundle that ships in a processor emulator, for which Debian's own interpreter has the library. */
+const emulator = () => ({
+  command: ['/usr/bin/python3', path.join(root, 'tests/macho/emulator/run.py'),
+    '--headers', given.headers, '--build', given.build, given.bundle],
+  env: {},
+  count: (output) => ({
+    passed: output.match(/^ok (?!.*# SKIP)/gm)?.length ?? 0,
+    all: Number(/^# (\d+) checks, /m.exec(output)?.[1] ?? 0),
+  }),
+});
+
+/** Everything, in this order: first what is done with the bundle that ships. */
 const parts = {
   'check of the bundle': nodeTest('macho/check.mjs', { PELLMAR_BUNDLE: given.bundle }),
   'check of that check': nodeTest('macho/faults.mjs', { PELLMAR_BUNDLE: given.bundle }),
   'symbols beside the bundle': nodeTest('macho/symbols.mjs', { PELLMAR_BUNDLE: given.bundle }),
-  "the compiler's analyzer": nodeTest('macho/analyze.mjs', { PELLMAR_COMPILE_COMMANDS: given['compile-commands'] }),
+  "the compiler's analyzer": nodeTest('macho/analyze.mjs', {
+    PELLMAR_COMPILE_COMMANDS: path.join(given.build, 'x86_64/compile_commands.json'),
+  }),
+  'processor emulator': emulator(),
   'parts of the loader': googleTest('macho_loader_test', { PELLMAR_MACHO: given.slice }),
   'what the loader refuses': nodeTest('macho/loader/refusals.test.mjs', withSysroot),
   'what it understands': nodeTest('macho/loader/records.test.mjs', withSysroot),
@@ -93,7 +112,9 @@ async function run(name, { command: [program, ...args], env, count }) {
   // A file and no pipe, which the notification daemon would keep open.
   const output = fs.openSync(log, 'w');
   const child = spawn(program, args, {
-    env: { ...process.env, ...env, PELLMAR_MACHO_LOADS: loads }, stdio: ['ignore', output, output],
+    env: { ...process.env, ...env, PELLMAR_MACHO_LOADS: loads },
+    stdio: ['ignore', output, output],
+    timeout: partLimit,
   });
   const [status, signal] = await once(child, 'exit');
   fs.closeSync(output);

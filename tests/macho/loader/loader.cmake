@@ -42,7 +42,8 @@ set_target_properties(${macho_targets} PROPERTIES
   EXCLUDE_FROM_ALL ON LIBRARY_OUTPUT_DIRECTORY "${macho_folder}" LINKER_LANGUAGE CXX)
 
 add_custom_target(macho_run)
-add_dependencies(macho_run ${macho_targets} host pellmar-dev-agent debug_poster center_counter fault_peer)
+add_dependencies(macho_run ${macho_targets} macho_loader_test
+  pellmar host pellmar-dev-agent debug_poster center_counter fault_peer)
 file(MAKE_DIRECTORY "${macho_folder}")
 foreach(file CMakeCache.txt "Pellmar Demo.app" pellmar-dev-agent debug_poster center_counter.so fault_peer)
   file(CREATE_LINK "${CMAKE_BINARY_DIR}/${file}" "${macho_folder}/${file}" SYMBOLIC)
