@@ -189,7 +189,7 @@ const silent = [
     async run(row) {
       const caller = await row.startCaller();
       const agent = await row.startAgent();
-      agent.process.kill('SIGSTOP');
+      await agent.suspend();
       await caller.tell('codes 1 1');
       setTimeout(() => agent.process.kill('SIGCONT'), 5000);
       return caller.tell('outcome 10000');
@@ -207,7 +207,7 @@ const silent = [
     async run(row) {
       const caller = await row.startCaller();
       const agent = await row.startAgent(...calm);
-      agent.process.kill('SIGSTOP');
+      await agent.suspend();
       const asking = caller.tell('status()');
       await delay(pause);
       agent.process.kill('SIGCONT');
@@ -225,7 +225,7 @@ const silent = [
       const caller = await row.startCaller();
       const agent = await row.startAgent(...calm);
       if (last === fetch) await caller.tell('status()');
-      agent.process.kill('SIGSTOP');
+      await agent.suspend();
       const start = performance.now();
       const values = [];
       for (const call of ['status()', 'status()', 'status()', 'ask()']) {
@@ -262,7 +262,7 @@ const silent = [
     async run(row) {
       const caller = await row.startCaller();
       const agent = await row.startAgent(...calm);
-      agent.process.kill('SIGSTOP');
+      await agent.suspend();
       const { ms } = await caller.tell(
         'for (let i = 0; i < 3_000_000; ++i) pellmar.PLReportUsageEvent(i)');
       agent.process.kill('SIGCONT');

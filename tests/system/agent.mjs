@@ -151,6 +151,14 @@ export class Agent {
     });
   }
 
+  /** Stops it until SIGCONT, and waits until it stands: a thread of it may still answer meanwhile. */
+  async suspend() {
+    this.process.kill('SIGSTOP');
+    const threads = `/proc/${this.process.pid}/task`;
+    const stands = (thread) => / T \d+ /.test(fs.readFileSync(`${threads}/${thread}/stat`, 'utf8'));
+    while (!fs.readdirSync(threads).every(stands)) await delay(1);
+  }
+
   /** Ends the agent, stopped or not, and waits for its end. */
   async stop(signal = 'SIGTERM') {
     if (this.process.exitCode === null && this.process.signalCode === null) {

@@ -283,7 +283,7 @@ test('with an agent that hangs the e-mail functions answer 0 after two seconds',
 test('with an agent that is stopped they answer 0 after two seconds, and 1 once it goes on', async (t) => {
   const session = makeSession(t);
   const agent = await Agent.start(t, session, '--should-ask', 'no');
-  agent.process.kill('SIGSTOP');
+  await agent.suspend();
   const { values } = await script(session, `
     const start = performance.now();
     const answer = pellmar.PLGetLastUserEmailSharingResponse();
@@ -376,7 +376,7 @@ test('events arrive in the order of the calls', async (t) => {
 test('reporting never waits, not for a stopped agent with a full socket either', async (t) => {
   const session = makeSession(t);
   const agent = await Agent.start(t, session);
-  agent.process.kill('SIGSTOP');
+  await agent.suspend();
   const { values } = await script(session, `
     const event = 'x'.repeat(1000);
     let longest = 0;
