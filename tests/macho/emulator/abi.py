@@ -196,7 +196,8 @@ class Arguments:
 def write_result(machine, kind, value):
     """Leaves a function's result; one that is in memory has been written already."""
     abi, uc = machine.abi, machine.uc
-    abi.scramble(uc)
+    if machine.leaves_garbage:
+        abi.scramble(uc)
     if kind == 'v' or abi.is_returned_in_memory(kind):
         return
     if kind == 'd':

@@ -1,93 +1,103 @@
-"""The agent at the other end of the connection, and the connection's queue."""
+"""The agent at the other end of the connections, and the queue on which these call back."""
 
 from dataclasses import dataclass
 
+from objects import Object
+
+# What a case says of the agent: an attribute and its value.
+TRAITS = {
+    'serves': ('state', 'serves'),
+    'hangs': ('state', 'hangs'),
+    'is missing': ('state', 'is missing'),
+    'is not ready': ('is_ready', False),
+    'asks': ('should_ask', True),
+    'does not ask': ('should_ask', False),
+    'knows no address': ('email', None),
+    # The last character that would be shown is half of one.
+    'knows a long address': ('email', 'x' * 319 + '😀' + 'y' * 80),
+    'can show the notes': ('can_show_notes', True),
+    'cannot show the notes': ('can_show_notes', False),
+}
+
 
 @dataclass
-class Behaviour:
-    """How an agent answers."""
-    # 'serves', 'is missing' or 'hangs'.
-    state: str = 'is missing'
-    is_ready: bool = True
-    should_ask: bool = False
-    email: object = 'jane@example.com'
-    notes_error: bool = False
+class Request:
+    """A message that waits for its reply."""
+    connection: Object
+    question: str
+    reply: Object
+    error_handler: Object
 
 
 class Agent:
     def __init__(self, process):
-        self._process = process
-        self.behaviour = Behaviour()
-        # What the connection's queue has yet to do.
-        self.replies = []
+        self._objc = process.objc
+        self.state = 'is missing'
+        self.is_ready = True
+        self.should_ask = False
+        self.email = 'jane@example.com'
+        self.can_show_notes = True
+        self._requests = []
+        # What the connections' queue has yet to call before it brings replies.
+        self._calls = []
         self._ended = set()
 
-    def ask(self, proxy, request, reply):
-        """A message with a reply block. A missing agent has the proxy's error handler called instead."""
+    def ask(self, proxy, question, reply):
+        """A message with a reply block. Where no reply can come the proxy's error handler is called instead."""
         connection, error_handler = proxy.payload
-        objc = self._process.objc
-        kept = objc.copy(reply)
-        if self.behaviour.state == 'serves' and connection not in self._ended:
-            self.replies.append((kept, self._answer(request)))
-        elif self.behaviour.state == 'hangs' and connection not in self._ended:
-            objc.release(kept)
-        else:
-            objc.release(kept)
-            if error_handler:
-                error = objc.make('NSError', 'an error')
-                self.replies.append((objc.retain(error_handler), [('p', error)]))
+        self._requests.append(Request(connection, question, self._objc.copy(reply), self._objc.retain(error_handler)))
+        if self.state == 'is missing' or connection in self._ended:
             self.end(connection)
 
     def tell(self, proxy):
         """A message without a reply."""
-        if self.behaviour.state == 'is missing':
+        if self.state == 'is missing':
             self.end(proxy.payload[0])
 
     def end(self, connection):
         """The connection cannot be used any more, which its handler is told once."""
+        self._fail_requests(connection)
         if connection not in self._ended:
             self._ended.add(connection)
-            handler = connection.properties.get('invalidationHandler')
-            if handler:
-                self.replies.append((self._process.objc.retain(handler), []))
+            self._call_later(connection.properties['invalidationHandler'])
 
     def interrupt(self):
-        """The agent ends: the open connections' handlers are told, and no reply comes any more."""
-        objc = self._process.objc
-        for block, arguments in self.replies:
-            objc.release(block)
-            for kind, value in arguments:
-                if kind == 'p':
-                    objc.release(value)
-        self.replies = [(objc.retain(connection.properties['interruptionHandler']), [])
-                        for connection in objc.living('NSXPCConnection') if connection not in self._ended]
+        """The agent's process ends: its connections are told, and could be used again."""
+        for connection in self._objc.living('NSXPCConnection'):
+            if connection not in self._ended:
+                self._fail_requests(connection)
+                self._call_later(connection.properties['interruptionHandler'])
 
-    def _answer(self, request):
-        objc = self._process.objc
-        if request == 'check':
-            return [('B', self.behaviour.is_ready)]
-        if request == 'status':
-            email = self.behaviour.email
-            return [('B', self.behaviour.should_ask),
-                    ('p', objc.make('NSString', f'@"{email}"', email) if email else None)]
-        if request == 'update':
-            return [('B', True)]
-        return [('p', objc.make('NSError', 'an error') if self.behaviour.notes_error else None)]
+    def _fail_requests(self, connection):
+        for request in [each for each in self._requests if each.connection is connection]:
+            self._requests.remove(request)
+            self._call_later(request.error_handler, self._objc.make('NSError', 'an error'))
+            self._objc.release(request.error_handler)
+            self._objc.release(request.reply)
+
+    def _call_later(self, block, *arguments):
+        self._calls.append((self._objc.retain(block), arguments))
 
     def reply_once(self):
-        """Runs the next block of the connection's queue."""
-        objc = self._process.objc
-        block, arguments = self.replies.pop(0)
-        pool = objc.push_pool()
-        objc.invoke(block, *(value if kind == 'B' else value.address if value else 0 for kind, value in arguments),
-                    kinds=''.join(kind for kind, _ in arguments))
-        objc.pop_pool(pool)
-        objc.release(block)
-        for kind, value in arguments:
-            if kind == 'p':
-                objc.release(value)
+        """Runs the next block of the connections' queue; returns whether there was one."""
+        if self._calls:
+            block, arguments = self._calls.pop(0)
+        elif self._requests and self.state == 'serves':
+            request = self._requests.pop(0)
+            self._objc.release(request.error_handler)
+            block, arguments = request.reply, self._answer(request.question)
+        else:
+            return False
+        self._objc.run(block, *arguments)
+        return True
 
-    def reply(self):
-        """Runs everything that the connection's queue has to do."""
-        while self.replies:
-            self.reply_once()
+    def _answer(self, question):
+        """The arguments of a reply block. Objects have one reference, which the call uses up."""
+        make = self._objc.make
+        if question == 'check':
+            return [self.is_ready]
+        if question == 'status':
+            return [self.should_ask, make('NSString', f'@"{self.email}"', self.email) if self.email else None]
+        if question == 'update':
+            return [True]
+        return [None if self.can_show_notes else make('NSError', 'an error')]

@@ -4,11 +4,12 @@
     > something that is done      see `Case.STEPS`; a call is written as in a script
     a call outside of the bundle  in the order in which they come, then what the script gets
     x86_64| a call                of that processor alone
-    .. a name                     stands for the lines of that name in repeated.txt
+    .. a name: a text             stands for the lines of that name in repeated.txt, with the text for each #
 
-Lines that begin with # and empty lines are left out. After its last step a case ends with the objects that
-are alive. Calls that only count references, open scopes, lock or read are not listed: that they fit together
-is checked by the models themselves.
+Lines that begin with # and empty lines are left out. A step ends with what the connections' queue does then:
+to hold up a reply, a case has the agent hang. After the last step the timers run, and a case ends with the
+objects that are alive. Calls that only count references, open scopes, lock or read are not listed: that they
+fit together is checked by the models themselves.
 """
 
 import difflib
@@ -18,9 +19,11 @@ from collections import Counter
 from dataclasses import dataclass
 from pathlib import Path
 
+from agent import TRAITS
 from engine import UNDEFINED, ScriptError, ScriptException, ScriptFunction, ScriptObject
 from failure import Failure
 from process import Process
+from system import FOREVER
 
 REPEATED = Path(__file__).with_name('repeated.txt')
 ARCHITECTURE_LINE = re.compile(r'(x86_64|arm64)\| (.*)')
@@ -46,9 +49,20 @@ def read_cases(file, architecture):
     cases = _read(file, architecture)
     for case in cases:
         case.name = f'{file.stem}: {case.name}'
-        case.lines = [each for line in case.lines
-                      for each in (repeated[line[3:]] if line.startswith('.. ') else [line])]
+        case.lines = written_out(case.lines, repeated)
     return cases
+
+
+def written_out(lines, repeated):
+    """The lines, with those of repeated.txt in the place of their names."""
+    written = []
+    for line in lines:
+        if line.startswith('.. '):
+            name, _, text = line[3:].partition(': ')
+            written += written_out([each.replace('#', text) for each in repeated[name]], repeated)
+        else:
+            written.append(line)
+    return written
 
 
 def _read(file, architecture):
@@ -65,6 +79,11 @@ def _read(file, architecture):
             if chosen is not None:
                 cases[-1].lines.append(chosen)
     return cases
+
+
+def counted(lines):
+    """Each line once, with how often it is there."""
+    return [f'{count} × {line}' if count > 1 else line for line, count in Counter(lines).items()]
 
 
 def throw_error(*arguments):
@@ -114,9 +133,19 @@ class Case:
         for pattern, action in self.STEPS:
             match = re.fullmatch(pattern, step)
             if match:
+                self.process.machine.block_count = 0
                 action(self, *match.groups())
+                self.process.run_connections()
                 return
         raise Failure(f'no step is written like this: {step}')
+
+    def repeat(self, count, step):
+        """Does a step that the case had before. Now calls leave no garbage, which would take longest."""
+        self.process.machine.leaves_garbage = False
+        for _ in range(int(count)):
+            self.do(step)
+        self.process.machine.leaves_garbage = True
+        self.process.transcript = counted(self.take())
 
     def load(self):
         self.process.transcript = self._loaded
@@ -136,23 +165,10 @@ class Case:
             self.process.record(f'{field}: {self.process.machine.describe(value) if is_pointer else value}')
 
     def set_agent(self, words):
-        behaviour = self.process.agent.behaviour
         for word in words.split(', '):
-            if word in ('serves', 'hangs', 'is missing'):
-                behaviour.state = word
-            elif word in ('asks', 'does not ask'):
-                behaviour.should_ask = word == 'asks'
-            elif word == 'is not ready':
-                behaviour.is_ready = False
-            elif word == 'knows no address':
-                behaviour.email = None
-            elif word == 'knows a long address':
-                # The last character that would be shown is half of one.
-                behaviour.email = 'x' * 319 + '😀' + 'y' * 80
-            elif word == 'cannot show the notes':
-                behaviour.notes_error = True
-            else:
+            if word not in TRAITS:
                 raise Failure(f'no agent is like this: {word}')
+            setattr(self.process.agent, *TRAITS[word])
 
     def notify(self, text):
         process = self.process
@@ -167,15 +183,20 @@ class Case:
         self.process.run_main_queue()
         self.process.transcript = [line for line in self.take() if any(word in line for word in words.split(' or '))]
 
+    def finish(self):
+        """Has everything come to its end that is under way."""
+        while self.process.system.run_timer(FOREVER):
+            self.process.run_connections()
+
     STEPS = [
         (r'load the bundle', load),
         (r'the record of the module', tell_record),
         (r'require the module', require),
         (r'(PL\w+|probe\w+)\((.*)\)', call),
+        (r'(\d+) × (.*)', repeat),
+        (r'the agent ends', lambda self: self.process.agent.interrupt()),
         (r'the agent (.*)', set_agent),
-        (r'the connection replies', lambda self: self.process.agent.reply()),
-        (r'the connection is interrupted', lambda self: self.process.agent.interrupt()),
-        (r'the timers fire', lambda self: self.process.run_timers()),
+        (r'(\d+) ms pass', lambda self, count: self.process.system.let_pass(int(count) * 1_000_000)),
         (r'the main queue runs', lambda self: self.process.run_main_queue()),
         (r'the main queue runs, unlisted', lambda self: (self.process.run_main_queue(), self.take())),
         (r'the main queue runs, listed where it says (.*)', run_main_queue_and_pick),
@@ -205,10 +226,10 @@ def run_case(case, image, layout, find_functions):
             if step != OLDEST_SYSTEM:
                 run.do(step[2:])
                 actual += run.take()
+        run.finish()
+        actual += run.take()
         actual += [f'NOT GIVEN BACK: {fault}' for fault in run.process.remains()]
-        counted = Counter(run.process.objc.left())
-        actual += ['alive: ' + ', '.join(f'{count} × {name}' if count > 1 else name
-                                         for name, count in counted.items())] if counted else []
+        actual += [f'alive: {line}' for line in counted(run.process.objc.left())]
     except Failure as failure:
         actual += (run.take() if run else []) + [f'FAULT: {failure}']
     if actual != expected:

@@ -23,6 +23,8 @@ ARCHITECTURES = ('x86_64', 'arm64')
 
 BINDING = 'binding/pellmar-lib-mapping.mm'
 SETTINGS = 'binding/CMakeLists.txt'
+ACCESSOR = 'client/AFXServiceAccessor.mm'
+REPORTER = 'client/AFXUsageReporter.mm'
 
 # What a build of the same sources takes from the one that there is.
 TAKEN_OVER = ('CMAKE_BUILD_TYPE', 'CMAKE_OSX_ARCHITECTURES', 'CMAKE_OSX_DEPLOYMENT_TARGET', 'PELLMAR_MACOS_SYSROOT',
@@ -48,7 +50,7 @@ INLINE = [(BINDING, 'info.GetReturnValue().Set(PLCanShowReleaseNotesWindow() != 
 CAN_SHOW = 'PLCanShowReleaseNotesWindow: always'
 
 ASKING = [f'PLAskUserToShareEmail: {case}' for case in (
-    'a callback, and no question', 'a callback, and no agent', 'a callback that throws, and no question',
+    'no question', 'a callback, and no agent', 'a callback that throws, and no question',
     'a callback, and the address is allowed', 'a callback, and the address is not allowed',
     'a callback, and the answer is postponed', 'the dark look, and back to no address',
     'two callbacks, and one window')]
@@ -56,6 +58,9 @@ ON_THE_MAIN_QUEUE = [f'PLAskUserToShareEmail: {case}' for case in (
     'a callback, and the address is allowed', 'a callback, and the address is not allowed',
     'a callback, and the answer is postponed', 'an object, and a question', 'two callbacks, and one window',
     'the dark look, and back to no address')]
+MORE_ARGUMENTS = 'PLReportUsageEvent: no argument, and more than one'
+HANGING = [f'PLGetLastUserEmailSharingResponse: an agent that hangs {case}' for case in (
+    'from the first, and replies after all', 'later, and replies after all', 'for eight seconds, and serves then')]
 OLDEST = 'PLAskUserToShareEmail: the oldest system'
 
 # (what is changed, (file, text, replacement)…, the checks that fail, those of x86_64 alone)
@@ -69,24 +74,29 @@ FAULTS = [
      [CAN_SHOW, COMMAND, TYPES, ARGUMENTS, RECEIVER, SMALL, LARGE], []),
     ('the same, and no V8_REVERSE_JSARGS', INLINE + WITHOUT_REVERSED,
      [CAN_SHOW, COMMAND, TYPES, ARGUMENTS, RECEIVER], []),
-    ('another message', [(BINDING, 'supportted rignt now', 'supported right now')],
-     ['PLReportUsageEvent: a string and an object', 'PLReportUsageEvent: a string and two strings'], []),
+    ('another message', [(BINDING, 'supportted rignt now', 'supported right now')], [MORE_ARGUMENTS], []),
     ('another order of exports', [(BINDING, '    {"PLShowReleaseNotesWindow", _PLShowReleaseNotesWindow},\n', ''),
                                   (BINDING, '_PLEnableDebugLogging},\n};',
                                    '_PLEnableDebugLogging},\n'
                                    '    {"PLShowReleaseNotesWindow", _PLShowReleaseNotesWindow},\n};')],
      ['module: requiring'], []),
     ('an event that is not reported after the exception',
-     [(BINDING, '    // The event is reported all the same.\n', '    return;\n')],
-     ['PLReportUsageEvent: a string and an object', 'PLReportUsageEvent: a string and two strings'], []),
+     [(BINDING, '    // The event is reported all the same.\n', '    return;\n')], [MORE_ARGUMENTS], []),
     ('a callback with another receiver', [(BINDING, 'callback->Call(context->Global(), 1',
                                            'callback->Call(function.As<Object>(), 1')], ASKING, [OLDEST]),
     ('a callback in another async resource', [(BINDING, '"nan:Callback:Call"', '"pellmar"')], ASKING, [OLDEST]),
     ('an answer without a handle scope', [(BINDING, '  HandleScope scope(isolate);\n', '')],
      ON_THE_MAIN_QUEUE, [OLDEST]),
     ('a holder that is not freed', [(BINDING, '  delete callback;\n', '')],
-     [*ASKING, 'PLAskUserToShareEmail: an object, and no question', 'PLAskUserToShareEmail: an object, and a question'],
-     [OLDEST]),
+     [*ASKING, 'PLAskUserToShareEmail: an object, and a question'], [OLDEST]),
+    ('a wait for an agent that is known to hang',
+     [(ACCESSOR, '  _isHung |= _checkDeadline && dispatch_time(DISPATCH_TIME_NOW, 0) >= _checkDeadline;\n', '')],
+     HANGING[:2], []),
+    ('an agent that is not there again after it hung', [(ACCESSOR, '  _isHung = NO;\n', '')], HANGING, []),
+    ('an event too many on its way', [(REPORTER, '_sent - _taken < s', '_sent - _taken <= s')],
+     ['PLReportUsageEvent: checks with every 256 events, and no more than 4,096 that are not taken'], []),
+    ('a pause that does not become longer', [(REPORTER, 'MAX(2 * _pause', 'MAX(_pause')],
+     ['PLReportUsageEvent: no agent'], []),
 ]
 
 
@@ -106,7 +116,7 @@ class Tree:
 
     def change(self, edits):
         """Leaves the sources as they are in the tree but for the edits."""
-        for name in (BINDING, SETTINGS):
+        for name in (BINDING, SETTINGS, ACCESSOR, REPORTER):
             text = (ROOT / name).read_text()
             for _, old, new in (edit for edit in edits if edit[0] == name):
                 if text.count(old) != 1:
@@ -171,8 +181,7 @@ def check_renamed_import(build, headers, folder):
     bundle = Path(folder) / 'renamed.node'
     bundle.write_bytes(content.replace(b'_getpid\0', b'_getuid\0'))
     failed, output = failing_checks(bundle, headers)
-    expect([f'{architecture}: PLEnableDebugLogging: {case}' for architecture in ARCHITECTURES for case in (
-        'true', 'true twice, false twice, true', 'the end of the process, with messages')], failed, output)
+    expect([f'{architecture}: PLEnableDebugLogging: on, off and on' for architecture in ARCHITECTURES], failed, output)
     if output.count('FAULT: _getuid is called, of which the model has nothing') != len(failed):
         raise Failure(f'the name of the import is not told: {output}')
 

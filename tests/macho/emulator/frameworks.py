@@ -48,10 +48,13 @@ NSString < NSObject
 
 NSArray < NSObject
 + arrayWithObjects:count: pQ = do o quietly
++ arrayWithArray: o = do o quietly
+- count = do Q quietly
 - countByEnumeratingWithState:objects:count: ppQ = do Q quietly
 
 NSMutableArray < NSArray
 - addObject: o = do v quietly
+- removeAllObjects = do v quietly
 
 NSDictionary < NSObject
 + dictionaryWithObjects:forKeys:count: ppQ = do o quietly
@@ -227,6 +230,13 @@ def make_string(process, text):
     return process.objc.make_autoreleased('NSString', f'@{quoted(text)}', text)
 
 
+def make_array(process, objects):
+    made = process.objc.make_autoreleased('NSArray', f'({", ".join(map(repr, objects))})', list(objects))
+    for each in objects:
+        process.objc.hold(made, each)
+    return made
+
+
 def format_text(process, template, reader):
     """What +stringWithFormat: makes of a format, for the placeholders that the bundle uses."""
     parts = template.split('%')
@@ -250,68 +260,58 @@ def format_text(process, template, reader):
 
 
 class Behaviour:
-    """What methods do; named after their selectors with _ for : and with the class for a class method."""
+    """What methods do: functions of the process, the receiver and the arguments.
+
+    They are named after their selectors with _ for :, and with the class for a class method.
+    """
 
     # --- NSObject ---------------------------------------------------------------------------------------
 
-    @staticmethod
     def dealloc(process, target):
         process.objc.end(target)
 
-    @staticmethod
     def copy(process, target):
         return process.objc.copy(target)
 
-    @staticmethod
     def isKindOfClass_(process, target, kind):
         return kind in target.kind.lineage()
 
     # --- NSString ---------------------------------------------------------------------------------------
 
-    @staticmethod
     def stringWithUTF8String_(process, target, address):
         return make_string(process, process.machine.read_text(address).decode())
 
-    @staticmethod
     def stringWithFormat_(process, target, template, reader):
         return make_string(process, format_text(process, template.payload, reader))
 
-    @staticmethod
     def initWithUTF8String_(process, target, address):
         target.payload = process.machine.read_text(address).decode()
         target.name = f'@{quoted(target.payload)}'
         return target
 
-    @staticmethod
     def initWithFormat_(process, target, template, reader):
         target.payload = format_text(process, template.payload, reader)
         target.name = f'@{quoted(target.payload)}'
         return target
 
-    @staticmethod
     def UTF8String(process, target):
         content = target.payload.encode() + b'\0'
         address = process.machine.allocate(len(content))
         process.machine.write(address, content)
         return address
 
-    @staticmethod
     def length(process, target):
         return len(target.payload.encode('utf-16-le')) // 2
 
-    @staticmethod
     def isEqualToString_(process, target, other):
         return other is not None and target.payload == other.payload
 
-    @staticmethod
     def substringToIndex_(process, target, index):
         return make_string(process, target.payload.encode('utf-16-le')[:index * 2].decode('utf-16-le'))
 
-    @staticmethod
     def stringByAppendingString_(process, target, other):
         return make_string(process, target.payload + other.payload)
 
-    @staticmethod
     def rangeOfComposedCharacterSequenceAtIndex_(process, target, index):
         units = target.payload.encode('utf-16-le')
         # A surrogate pair is the only sequence that the cases have.
@@ -320,20 +320,24 @@ class Behaviour:
 
     # --- Collections and values -------------------------------------------------------------------------
 
-    @staticmethod
     def arrayWithObjects_count_(process, target, address, count):
-        objects = process.read_objects(address, count)
-        made = process.objc.make_autoreleased('NSArray', f'({", ".join(map(repr, objects))})', objects)
-        for each in objects:
-            process.objc.hold(made, each)
-        return made
+        return make_array(process, process.read_objects(address, count))
 
-    @staticmethod
+    def arrayWithArray_(process, target, other):
+        return make_array(process, other.payload or [])
+
+    def count(process, target):
+        return len(target.payload or [])
+
     def addObject_(process, target, added):
         target.payload = [*(target.payload or []), added]
         process.objc.hold(target, added)
 
-    @staticmethod
+    def removeAllObjects(process, target):
+        target.payload = []
+        while target.held:
+            process.objc.release(target.held.pop())
+
     def countByEnumeratingWithState_objects_count_(process, target, state, buffer, count):
         # NSFastEnumerationState: state, items, mutations. All is given at once.
         done, = struct.unpack('<Q', process.machine.read(state, 8))
@@ -347,7 +351,6 @@ class Behaviour:
         process.machine.write_pointer(items + 8 * len(objects), 0)
         return len(objects)
 
-    @staticmethod
     def dictionaryWithObjects_forKeys_count_(process, target, objects, keys, count):
         objects, keys = process.read_objects(objects, count), process.read_objects(keys, count)
         text = ', '.join(f'{key}: {value}' for key, value in zip(keys, objects))
@@ -356,11 +359,9 @@ class Behaviour:
             process.objc.hold(made, each)
         return made
 
-    @staticmethod
     def numberWithDouble_(process, target, value):
         return process.objc.make_autoreleased('NSNumber', f'@{value:g}', value)
 
-    @staticmethod
     def dataWithBytes_length_(process, target, address, length):
         digest = hashlib.sha256(process.machine.read(address, length)).hexdigest()
         name = PICTURES.get(digest, f'{length} bytes')
@@ -368,51 +369,40 @@ class Behaviour:
 
     # --- The application --------------------------------------------------------------------------------
 
-    @staticmethod
     def NSBundle_mainBundle(process, target):
         return process.shared('NSBundle')
 
-    @staticmethod
     def objectForInfoDictionaryKey_(process, target, key):
         return process.constant_string({'CFBundleName': 'Editor'}[key.payload])
 
-    @staticmethod
     def localizedStringForKey_value_table_(process, target, key, value, table):
         return make_string(process, process.translations.get(key.payload, value.payload or key.payload))
 
-    @staticmethod
     def NSUserDefaults_standardUserDefaults(process, target):
         return process.shared('NSUserDefaults')
 
-    @staticmethod
     def boolForKey_(process, target, key):
         return process.defaults.get(key.payload, False)
 
-    @staticmethod
     def setBool_forKey_(process, target, value, key):
         process.defaults[key.payload] = bool(value & 0xFF)
 
-    @staticmethod
     def NSProcessInfo_processInfo(process, target):
         return process.shared('NSProcessInfo')
 
-    @staticmethod
     def isOperatingSystemAtLeastVersion_(process, target, version):
         return process.system_version >= version
 
     # --- The connection and the agent -------------------------------------------------------------------
 
-    @staticmethod
     def invalidate(process, target):
         process.agent.end(target)
 
-    @staticmethod
     def remoteObjectProxy(process, target):
         proxy = process.objc.make_autoreleased('AgentProxy', 'the agent', (target, None))
         process.objc.hold(proxy, target)
         return proxy
 
-    @staticmethod
     def remoteObjectProxyWithErrorHandler_(process, target, handler):
         kept = process.objc.copy(handler)
         proxy = process.objc.make_autoreleased('AgentProxy', 'the agent', (target, kept))
@@ -420,50 +410,40 @@ class Behaviour:
         process.objc.hold(proxy, target)
         return proxy
 
-    @staticmethod
     def checkConnectionWithCallback_(process, target, reply):
         process.agent.ask(target, 'check', reply)
 
-    @staticmethod
     def reportUsageEvent_eventInfo_(process, target, event, info):
         process.agent.tell(target)
 
-    @staticmethod
     def fetchAskingPermissionStatus_(process, target, reply):
         process.agent.ask(target, 'status', reply)
 
-    @staticmethod
     def updateAllowedCustomerEmail_callback_(process, target, email, reply):
         process.agent.ask(target, 'update', reply)
 
-    @staticmethod
     def showReleaseNotesForAppWithCallback_(process, target, reply):
         process.agent.ask(target, 'notes', reply)
 
     # --- AppKit -----------------------------------------------------------------------------------------
 
-    @staticmethod
     def colorWithColorSpace_components_count_(process, target, space, components, count):
         values = struct.unpack(f'<{count}d', process.machine.read(components, 8 * count))
         # In 255ths, as colors are written.
         text = ' '.join(f'{value * 255:g}' for value in values)
         return process.objc.make_autoreleased('NSColor', f'NSColor {text} of {space}')
 
-    @staticmethod
     def initWithData_(process, target, data):
         target.payload = data.payload
         target.name = f'NSImage {data.payload}'
         return target
 
-    @staticmethod
     def size(process, target):
         return PICTURE_SIZES[target.payload]
 
-    @staticmethod
     def bestMatchFromAppearancesWithNames_(process, target, names):
         return process.constant_string('NSAppearanceNameDarkAqua' if process.is_dark else 'NSAppearanceNameAqua')
 
-    @staticmethod
     def addObserver_forKeyPath_options_context_(process, target, observer, path, options, context):
         target.observers = [*getattr(target, 'observers', []), (observer, path.payload)]
         if options & KEY_VALUE_OBSERVING_INITIAL:
@@ -471,32 +451,25 @@ class Behaviour:
             process.objc.send(observer, 'observeValueForKeyPath:ofObject:change:context:',
                               path.address, target.address, change.address, context)
 
-    @staticmethod
     def removeObserver_forKeyPath_(process, target, observer, path):
         target.observers.remove((observer, path.payload))
 
-    @staticmethod
     def isVisible(process, target):
         return getattr(target, 'is_visible', False)
 
-    @staticmethod
     def makeKeyAndOrderFront_(process, target, sender):
         target.is_visible = True
 
-    @staticmethod
     def orderOut_(process, target, sender):
         target.is_visible = False
 
-    @staticmethod
     def initWithWindow_(process, target, window):
         target.properties['window'] = process.objc.retain(window)
         return target
 
-    @staticmethod
     def isWindowLoaded(process, target):
         return 'window' in target.properties
 
-    @staticmethod
     def showWindow_(process, target, sender):
         window = target.properties['window']
         for question in ('canBecomeKeyWindow', 'canBecomeMainWindow'):
@@ -504,30 +477,24 @@ class Behaviour:
             process.record(f'{question}: {"YES" if answer else "NO"}')
         window.is_visible = True
 
-    @staticmethod
     def initWithFrame_(process, target, frame):
         target.payload = frame
         return target
 
-    @staticmethod
     def frame(process, target):
         return target.payload
 
-    @staticmethod
     def superview(process, target):
         return getattr(target, 'superview', None)
 
-    @staticmethod
     def addSubview_(process, target, added):
         added.superview = target
         process.objc.hold(target, added)
 
-    @staticmethod
     def setTarget_(process, target, receiver):
         # Not retained.
         target.target = receiver
 
-    @staticmethod
     def setAction_(process, target, selector):
         target.action = process.objc.selector_name(selector)
 

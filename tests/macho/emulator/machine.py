@@ -23,13 +23,13 @@ STACK = 0x44_0000_0000
 
 STUB_SIZE = 16
 STACK_SIZE = 0x10_0000
-HEAP_SIZE = 0x20_0000
+HEAP_SIZE = 0x40_0000
 ARENA_SIZE = 0x1_0000
 
 # What memory holds before somebody writes to it.
 FILLING = 0xC5
 
-# Far more than any case needs.
+# Far more than any step needs.
 BLOCK_LIMIT = 100_000
 
 
@@ -49,11 +49,13 @@ class Machine:
         self.abi = BY_ARCHITECTURE[architecture]()
         self.uc = Uc(*self.abi.engine)
         self.abi.prepare(self.uc)
-        # Where code of the image has run.
+        # Where code of the image has run, and how many blocks of code since a step began.
         self.blocks = set()
+        self.block_count = 0
+        # Whether calls leave garbage where they may.
+        self.leaves_garbage = True
         self.segments = []
         self._image_size = 0
-        self._block_count = 0
         self._stubs = {}
         self._names = {}
         self._fault = None
@@ -219,8 +221,8 @@ class Machine:
 
     def _count_block(self, uc, address, size, data):
         self.blocks.add(address)
-        self._block_count += 1
-        if self._block_count > BLOCK_LIMIT:
+        self.block_count += 1
+        if self.block_count > BLOCK_LIMIT:
             self._fault = 'the code does not come to an end'
             uc.emu_stop()
 

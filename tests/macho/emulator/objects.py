@@ -471,6 +471,15 @@ class ObjectiveC:
         function = self._machine.read_pointer(block.address + 16)
         return self._machine.call(function, block.address, *arguments, kinds='p' + (kinds or 'p' * len(arguments)))
 
+    def run(self, block, *arguments):
+        """Calls a block as a queue does, with objects and truth values; uses up a reference to each."""
+        pool = self.push_pool()
+        self.invoke(block, *(each if isinstance(each, bool) else each.address if each else 0 for each in arguments),
+                    kinds=''.join('B' if isinstance(each, bool) else 'p' for each in arguments))
+        self.pop_pool(pool)
+        for used in (block, *(each for each in arguments if isinstance(each, Object))):
+            self.release(used)
+
     def copy_block(self, block):
         machine = self._machine
         if machine.read_pointer(block.address) != self.block_classes['__NSConcreteStackBlock']:

@@ -140,20 +140,12 @@ class Process:
     def run_main_queue(self):
         """A turn of the main run loop, where no handle scope is open and no context entered."""
         while self.system.main_blocks:
-            pool = self.objc.push_pool()
-            block = self.system.main_blocks.pop(0)
-            self.objc.invoke(block)
-            self.objc.release(block)
-            self.objc.pop_pool(pool)
+            self.objc.run(self.system.main_blocks.pop(0))
 
-    def run_timers(self):
-        while self.system.timers:
-            time, block = self.system.timers.pop(0)
-            self.system.clock = max(self.system.clock, time)
-            pool = self.objc.push_pool()
-            self.objc.invoke(block)
-            self.objc.release(block)
-            self.objc.pop_pool(pool)
+    def run_connections(self):
+        """Has the connections' queue do what it has to do."""
+        while self.agent.reply_once():
+            pass
 
     def press(self, key, value):
         """Has the button whose title or key equivalent is `value` send its action."""

@@ -38,7 +38,7 @@ class System:
         }
         # (block) and (time, block): what other threads and the main queue have yet to do.
         self.main_blocks = []
-        self.timers = []
+        self._timers = []
 
     # --- Memory -----------------------------------------------------------------------------------------
 
@@ -156,7 +156,23 @@ class System:
     def run_after(self, time, queue, block):
         self._process.record(f'dispatch_after(in {(time - self.clock) / 1e9:g} s, {self._machine.describe(queue)}, '
                              'a block)')
-        self.timers.append((time, self._copy_of(block)))
+        self._timers.append((time, self._copy_of(block)))
+
+    def run_timer(self, until):
+        """Runs the timer that was set first, if it is due by then; returns whether it was."""
+        if not self._timers or self._timers[0][0] > until:
+            return False
+        time, block = self._timers.pop(0)
+        self.clock = max(self.clock, time)
+        self._process.objc.run(block)
+        return True
+
+    def let_pass(self, duration):
+        """Time passes, in nanoseconds."""
+        end = self.clock + duration
+        while self.run_timer(end):
+            pass
+        self.clock = end
 
     @imported('_dispatch_group_create', '', 'p')
     def create_group(self):
@@ -180,11 +196,12 @@ class System:
         if self._locked:
             raise Failure('a thread waits that has a mutex locked')
         group = self._process.objc.at(group)
-        while group.payload and self._process.agent.replies:
-            self._process.agent.reply_once()
+        while group.payload and (self._process.agent.reply_once() or self.run_timer(time)):
+            pass
         if group.payload == 0:
             return 0
-        self.clock = max(self.clock, time)
+        self._process.record(f'{(time - self.clock) / 1e9:g} s pass')
+        self.clock = time
         return 1
 
     @imported('_dispatch_retain', 'p')

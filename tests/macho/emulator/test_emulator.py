@@ -23,6 +23,7 @@ from failure import Failure
 from image import read_thin_image
 from layout import Layout
 from process import Process
+from system import NOW, START
 
 TARGETS = {'x86_64': 'x86_64-apple-macosx10.10', 'arm64': 'arm64-apple-macosx11.0'}
 
@@ -221,6 +222,16 @@ class ObjectsTest(TestCase):
         self.process.system.enter_group(group)
         self.assert_fault('while it is entered', self.process.system.release, group)
 
+    def test_a_wait_that_nobody_ends(self):
+        system = self.process.system
+        group = system.create_group()
+        system.enter_group(group)
+        self.assertEqual(system.wait_for_group(group, system.time(NOW, 5)), 1)
+        self.assertEqual(system.clock, START + 5)
+        system.leave_group(group)
+        self.assertEqual(system.wait_for_group(group, system.time(NOW, 5)), 0)
+        self.assertEqual(system.clock, START + 5)
+
     def test_a_mutex_that_is_locked_twice(self):
         mutex = self.process.machine.allocate(64)
         self.assert_fault('was not set up', self.process.system.mutex_lock, mutex)
@@ -273,6 +284,16 @@ class CasesTest(TestCase):
                 for architecture in TARGETS}
         self.assertEqual(read, {'x86_64': [('cases: both', ['> a', 'b'])],
                                 'arm64': [('cases: both', ['> a', 'c']), ('cases: one', ['> d'])]})
+
+    def test_writes_out_what_is_repeated(self):
+        repeated = {'both': ['.. one: 1', '.. one: #'], 'one': ['a # #']}
+        self.assertEqual(cases.written_out(['.. both: 2', 'b #'], repeated), ['a 1 1', 'a 2 2', 'b #'])
+
+    def test_does_a_step_often_and_counts_its_lines(self):
+        case = cases.Case(self.link('x86_64', 'int x;'), self.layout, Process.require, False)
+        case.do('3 × 5 ms pass')
+        self.assertEqual(case.process.system.clock, START + 15_000_000)
+        self.assertEqual(cases.counted(['a', 'b', 'a']), ['2 × a', 'b'])
 
     def test_a_step_that_is_none(self):
         image = self.link('x86_64', 'int x;')
