@@ -30,6 +30,21 @@ test('the workflow calls scripts that are there, and pins the actions that it us
   }
 });
 
+test('on a Mac Electron comes first, and no step that fails hides another', () => {
+  const [, mac] = /^ {2}macos:\n(.*?)^ {2}\w/ms.exec(read('.github/workflows/ci.yml'));
+  const steps = mac.split(/^ {6}- /m).slice(1);
+  const index = (pattern) => steps.findIndex((step) => pattern.test(step));
+  const order = [/id: agent/, /test-electron --client/, /id: build/, /upload-artifact/, /test-electron\n/, /ctest/]
+    .map(index);
+  assert.ok(!order.includes(-1));
+  assert.deepEqual(order, [...order].sort((a, b) => a - b));
+  for (const step of steps.slice(index(/id: agent/) + 1)) {
+    assert.match(step, /^ {8}if: \$\{\{ !cancelled\(\)/m);
+  }
+  const [, check] = /^ {2}native-check:\n(.*)/ms.exec(read('.github/workflows/ci.yml'));
+  assert.match(check, /^ {4}if: \$\{\{ !cancelled\(\) \}\}$/m);
+});
+
 test('the runtime\'s headers are taken only whole and of the right version', (t) => {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'pellmar-headers-'));
   t.after(() => fs.rmSync(folder, { recursive: true }));
