@@ -16,7 +16,7 @@
   NSMutableDictionary *_wanted;  // The observers by their numbers.
   NSMutableArray *_posts;        // What is still to be sent.
   uint64_t _lastNumber;
-  uint64_t _sent;  // How many notifications the daemon has taken.
+  uint64_t _sent;  // How many notifications have left _posts.
   BOOL _started;
   BOOL _signalled;
   BOOL _stopping;

@@ -12,7 +12,11 @@ static const NSTimeInterval kFirstPause = 0.05;
 static const NSTimeInterval kLongestPause = 2;
 // How long a notification waits for a daemon that is not there yet.
 static const NSTimeInterval kPostLife = 10;
+// How long the end of the process waits for a daemon that does nothing: for one that has only to be
+// told that the process ends, and for one that has not taken all that was posted. On a Mac posting
+// hands a notification over, so that none is lost by an exit.
 static const int64_t kExitPatience = 100 * (int64_t)NSEC_PER_MSEC;
+static const int64_t kPostPatience = 10 * (int64_t)NSEC_PER_SEC;
 
 /// One call of `addObserver:…`. Does not change.
 @interface DistributedObserver : NSObject {
@@ -229,12 +233,12 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
   pthread_mutex_lock(&_lock);
   _stopping = YES;
   [self wake];
-  // The patience is for a daemon that does nothing: what has been posted is handed over as long as
-  // one takes it.
+  // What has been posted is handed over as long as the daemon takes it.
   uint64_t sent;
   do {
     sent = _sent;
-    dispatch_time_t end = dispatch_time(DISPATCH_TIME_NOW, kExitPatience);
+    dispatch_time_t end =
+        dispatch_time(DISPATCH_TIME_NOW, [_posts count] ? kPostPatience : kExitPatience);
     BOOL inTime = YES;
     while (!_hasStopped && inTime) inTime = DispatchConditionWait(&_stopped, &_lock, end);
   } while (!_hasStopped && _sent != sent);
@@ -285,14 +289,12 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
     // Both at once: whoever posts after adding an observer of his own finds it in place.
     pthread_mutex_lock(&_lock);
     NSDictionary *wanted = [[_wanted copy] autorelease];
-    NSArray *posts = [[_posts copy] autorelease];
-    [_posts removeAllObjects];
+    NSUInteger posts = [_posts count];
     pthread_mutex_unlock(&_lock);
-    BOOL done = [self bringIntoLine:wanted] && [self send:posts];
-    BOOL more = [posts count] != 0;
+    BOOL done = [self bringIntoLine:wanted] && [self sendPosts:posts];
     [pool release];
     if (!done) return kFirstPause;
-    if (!more) return 0;
+    if (posts == 0) return 0;
   }
 }
 
@@ -349,20 +351,24 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
   return YES;
 }
 
-/// What cannot be sent is dropped: it may be what broke the link.
-- (BOOL)send:(NSArray *)posts {
-  for (DistributedPost *post in posts) {
-    if (![_link postName:post->_name
-                        object:post->_object
-                      userInfo:post->_archive
-            deliverImmediately:post->_deliverImmediately]) {
-      return NO;
-    }
+/// Sends the first ones. What cannot be sent is dropped: it may be what broke the link.
+- (BOOL)sendPosts:(NSUInteger)count {
+  BOOL taken = YES;
+  for (NSUInteger i = 0; i < count && taken; ++i) {
     pthread_mutex_lock(&_lock);
+    DistributedPost *post = [_posts objectAtIndex:0];
+    pthread_mutex_unlock(&_lock);
+    // Nobody else takes it out of the list.
+    taken = [_link postName:post->_name
+                     object:post->_object
+                   userInfo:post->_archive
+         deliverImmediately:post->_deliverImmediately];
+    pthread_mutex_lock(&_lock);
+    [_posts removeObjectAtIndex:0];
     ++_sent;
     pthread_mutex_unlock(&_lock);
   }
-  return YES;
+  return taken;
 }
 
 @end
