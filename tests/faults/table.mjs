@@ -26,12 +26,14 @@ const notes = 'showReleaseNotesForAppWithCallback:';
 const event = 'reportUsageEvent:eventInfo:';
 const code = 'provideAuthCodeWithClientID:scope:callback:';
 
-const atOnce = [0, 500];
-/** Of what nobody waits for: other processes take part in it, on a machine that has other work too. */
-const soon = [0, 2000];
-/** Of a call that waits for a reply and gets none. */
-const twoSeconds = [1900, 2600];
-const atMostTwoSeconds = [0, 2600];
+// The machine may be busy, so that a limit lies where the next longer wait would end, and not closer.
+/** Without the two seconds of a wait. */
+const atOnce = [0, 1900];
+/** Of what nobody waits for, and other processes take part in. */
+const soon = [0, 9000];
+/** Of a call that waits for a reply and gets none: one wait. */
+const twoSeconds = [1900, 3800];
+const atMostTwoSeconds = [0, 3800];
 /** Of a request that waits for the first check of an agent that does not answer it. */
 const checkTimeout = [7500, 10_000];
 const calm = ['--should-ask', 'no'];
@@ -76,7 +78,7 @@ function patientCode(row, error) {
     ...row,
     call: 'request a code',
     expected: `1 unanswered; once the agent is gone 1 × error ${error}`,
-    within: [300, 2000],
+    within: [300, 9000],
     caller: 'native',
     async run(running) {
       const caller = await running.startCaller();
@@ -117,7 +119,7 @@ function ending(row, end) {
     ...row,
     caller: 'window',
     ends: true,
-    within: [0, 3000],
+    within: soon,
     async run(running) {
       const { caller } = await running.startWindow();
       const start = performance.now();
@@ -185,7 +187,7 @@ const silent = [
     })),
   {
     fault: 'stopped, continued after 5 s', call: 'request a code', expected: '1 × code',
-    within: [4500, 7000], caller: 'native',
+    within: [4500, 9500], caller: 'native',
     async run(row) {
       const caller = await row.startCaller();
       const agent = await row.startAgent();
@@ -386,7 +388,7 @@ const replies = [
   patientCode({ fault: 'reply dropped', agent: ['--drop', code] }, 4097),
   call({
     fault: 'reply byte by byte', peer: ['slow', fetch],
-    call: 'status()', expected: '1', within: [50, 1500],
+    call: 'status()', expected: '1', within: [50, 1900],
   }),
 ];
 
@@ -446,11 +448,11 @@ const malformed = [
   },
   call({
     fault: 'reply of 64 MiB', peer: ['64-MiB', fetch], alone: true,
-    call: 'status()', expected: '1', within: [0, 2000],
+    call: 'status()', expected: '1', within: atOnce,
   }),
   oneCode({
     fault: 'reply of 64 MiB', peer: ['64-MiB', code], alone: true,
-    expected: '1 × code', within: [0, 3000],
+    expected: '1 × code', within: soon,
   }),
   call({
     fault: 'random bytes for the first check', peer: ['random-bytes', check],
@@ -485,11 +487,11 @@ function manyCodes(row, while_ = async () => {}) {
 
 const crowds = [
   manyCodes({
-    fault: 'none but the crowd', agent: [], expected: '10000 × code', within: [0, 10_000],
+    fault: 'none but the crowd', agent: [], expected: '10000 × code', within: [0, 60_000],
   }),
-  manyCodes({ fault: 'agent absent', expected: '10000 × error 4099', within: [0, 10_000] }),
+  manyCodes({ fault: 'agent absent', expected: '10000 × error 4099', within: [0, 60_000] }),
   manyCodes({
-    fault: 'agent killed meanwhile', agent: [], expected: 'each answered once', within: [0, 10_000],
+    fault: 'agent killed meanwhile', agent: [], expected: 'each answered once', within: [0, 60_000],
     summary(value) {
       const parts = value.split(', ').map((part) => /^(\d+) × (code|error \d+)$/.exec(part));
       const isWhole = parts.every(Boolean) &&
@@ -502,7 +504,7 @@ const crowds = [
   }),
   {
     fault: '64 hung requests', call: 'readFiles(200), twice', expected: '400 files read',
-    within: [0, 1500],
+    within: atOnce,
     async run(row) {
       const caller = await row.startCaller();
       const agent = await row.startAgent(...calm, '--hang', notes);
@@ -569,7 +571,7 @@ const scripts = [
     },
   },
   {
-    fault: 'a worker thread requires it', call: 'new Worker(…), then status()', within: [0, 3000],
+    fault: 'a worker thread requires it', call: 'new Worker(…), then status()', within: soon,
     expected: 'ERR_DLOPEN_FAILED: Module did not self-register; then 1',
     async run(row) {
       const caller = await row.startCaller();

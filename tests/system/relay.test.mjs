@@ -10,7 +10,7 @@ import { promisify } from 'node:util';
 
 import { agentPath, buildFolder, makeSession, nodePath } from './agent.mjs';
 import { runHostScript, startDisplay, until } from './display.mjs';
-import { isSanitized, sanitizerEnvironment } from './sanitizer.mjs';
+import { sanitizerEnvironment } from './sanitizer.mjs';
 
 const modulePath = path.join(buildFolder, 'pellmar.node');
 const poster = path.join(buildFolder, 'debug_poster');
@@ -175,13 +175,15 @@ test('a burst of 10,000 messages is logged in order and each once, and the scrip
   await app.tell('pellmar.PLEnableDebugLogging(true)');
   const before = await hears(session, app);
   await app.tell('watchStalls()');
+  const start = performance.now();
   await post(session, app, 'burst', '10000');
   await until(() => logged(app).length >= before + 10_000, 'all messages are logged', 300_000);
   assert.deepEqual(logged(app).slice(before),
     Array.from({ length: 10_000 }, (_, i) => `message ${i} of the burst`));
+  const all = performance.now() - start;
   const longest = await app.tell('longestStall');
-  t.diagnostic(`the script's longest stall: ${longest.toFixed(1)} ms`);
-  assert.ok(longest < 500, `${longest} ms`);
+  t.diagnostic(`the script's longest stall: ${longest.toFixed(1)} of ${all.toFixed(0)} ms`);
+  assert.ok(longest < all / 4, `${longest} of ${all} ms`);
 });
 
 /** Runs a script in plain node with the center's calls counted; returns the calls as letters. */
@@ -257,7 +259,7 @@ test('turning on does not wait for a daemon that is missing, and says nothing of
     const elapsed = performance.now() - start;
     setTimeout(() => console.log(elapsed), 1000);`],
     { env: { ...process.env, ...sanitizerEnvironment(), ...session.env, PATH: folderWithoutDaemon(session) } });
-  assert.ok(Number(stdout) < (isSanitized() ? 400 : 100), `${stdout} ms`);
+  assert.ok(Number(stdout) < 1900, `${stdout} ms`); // a wait is of two seconds
   assert.deepEqual(stderr.split('\n').filter((line) => line && !/debug logging is on/.test(line)), []);
 });
 
