@@ -61,6 +61,7 @@ ON_THE_MAIN_QUEUE = [f'PLAskUserToShareEmail: {case}' for case in (
 MORE_ARGUMENTS = 'PLReportUsageEvent: no argument, and more than one'
 HANGING = [f'PLGetLastUserEmailSharingResponse: an agent that hangs {case}' for case in (
     'from the first, and replies after all', 'later, and replies after all', 'for eight seconds, and serves then')]
+HANGING_NOTES = 'PLShowReleaseNotesWindow: an agent that hangs for two seconds'
 OLDEST = 'PLAskUserToShareEmail: the oldest system'
 
 # (what is changed, (file, text, replacement)…, the checks that fail, those of x86_64 alone)
@@ -91,8 +92,9 @@ FAULTS = [
      [*ASKING, 'PLAskUserToShareEmail: an object, and a question'], [OLDEST]),
     ('a wait for an agent that is known to hang',
      [(ACCESSOR, '  _isHung |= _checkDeadline && dispatch_time(DISPATCH_TIME_NOW, 0) >= _checkDeadline;\n', '')],
-     HANGING[:2], []),
-    ('an agent that is not there again after it hung', [(ACCESSOR, '  _isHung = NO;\n', '')], HANGING, []),
+     [*HANGING[:2], HANGING_NOTES], []),
+    ('an agent that is not there again after it hung', [(ACCESSOR, '  _isHung = NO;\n', '')],
+     [*HANGING, HANGING_NOTES], []),
     ('an event too many on its way', [(REPORTER, '_sent - _taken < s', '_sent - _taken <= s')],
      ['PLReportUsageEvent: checks with every 256 events, and no more than 4,096 that are not taken'], []),
     ('a pause that does not become longer', [(REPORTER, 'MAX(2 * _pause', 'MAX(_pause')],
