@@ -629,16 +629,18 @@ TEST_F(XPCFaults, AMessageThatIsTooLargeFailsAndHarmsNothing) {
   EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
 }
 
-TEST_F(XPCFaults, EventsJustBeforeANormalExitArrive) {
+/// Has a process send events and end in the way of `mode`, with `status`; they all arrive in order.
+static void ExpectEventsOfAProcessThatEnds(const char *mode, std::vector<unsigned> counts,
+                                           int status) {
   XPCTestServer *server = [[[XPCTestServer alloc] init] autorelease];
   NSXPCListener *listener = [[[NSXPCListener alloc] initWithMachServiceName:kService] autorelease];
   listener.delegate = server;
   [listener resume];
-  for (unsigned count : {1u, 10u, 5000u}) {
+  for (unsigned count : counts) {
     NSUInteger before = [[server events] count];
     Peer client;
-    ASSERT_TRUE(client.Start({"report", kName, std::to_string(count)}));
-    EXPECT_EQ(client.WaitForExit(), 0);
+    ASSERT_TRUE(client.Start({mode, kName, std::to_string(count)}));
+    EXPECT_EQ(client.WaitForExit(), status);
     auto end = Clock::now() + kPatience;
     while ([[server events] count] < before + count && Clock::now() < end) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -650,6 +652,15 @@ TEST_F(XPCFaults, EventsJustBeforeANormalExitArrive) {
     }
   }
   [listener invalidate];
+}
+
+TEST_F(XPCFaults, EventsJustBeforeANormalExitArrive) {
+  ExpectEventsOfAProcessThatEnds("report", {1, 10, 5000}, 0);
+}
+
+TEST_F(XPCFaults, EventsJustBeforeAKillArrive) {
+  // No more of them than a socket takes at once.
+  ExpectEventsOfAProcessThatEnds("killed", {1, 5, 5, 5, 5, 5, 5, 5, 5, 5}, -1);
 }
 
 TEST_F(XPCFaults, AStoppedServiceHoldsAnExitUpForAMomentAtMost) {

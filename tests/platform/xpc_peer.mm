@@ -2,8 +2,11 @@
 //
 //   xpc_peer serve NAME       Serves NAME until it is ended; says "ready" once it does.
 //   xpc_peer report NAME N    Sends N events right after `resume` and ends normally.
+//   xpc_peer killed NAME N    The same, but kills itself.
 
 #import "xpc_test_server.h"
+
+#include <signal.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -38,11 +41,14 @@ int main(int argc, char **argv) {
     if (argc == 3 && std::strcmp(argv[1], "serve") == 0) {
       return Serve([NSString stringWithUTF8String:argv[2]]);
     }
-    if (argc == 4 && std::strcmp(argv[1], "report") == 0) {
-      return Report([NSString stringWithUTF8String:argv[2]],
-                    static_cast<unsigned>(std::atoi(argv[3])));
+    const bool isKilled = argc == 4 && std::strcmp(argv[1], "killed") == 0;
+    if (isKilled || (argc == 4 && std::strcmp(argv[1], "report") == 0)) {
+      const int status = Report([NSString stringWithUTF8String:argv[2]],
+                                static_cast<unsigned>(std::atoi(argv[3])));
+      if (isKilled) raise(SIGKILL);
+      return status;
     }
   }
-  std::fputs("usage: xpc_peer serve NAME | report NAME N\n", stderr);
+  std::fputs("usage: xpc_peer serve NAME | report|killed NAME N\n", stderr);
   return 2;
 }

@@ -376,28 +376,6 @@ TEST_F(XPC, RepliesRunOnTheConnectionsQueueOneAtATime) {
   EXPECT_EQ(outcome.errors, 0u);
 }
 
-/// Sends `count` requests, each from the reply to the one before it.
-static void SendChain(id<XPCTestService> proxy, int count, Counter *ended) {
-  [proxy echo:nil
-        reply:^(id) {
-          if (count > 1) {
-            SendChain(proxy, count - 1, ended);
-          } else {
-            ended->Add();
-          }
-        }];
-}
-
-TEST_F(XPC, WhatIsSentFromAReplyGoesOutAtOnce) {
-  Client client(kService);
-  client.Echo(nil);
-  Counter ended;
-  const Clock::time_point start = Clock::now();
-  SendChain(client.Proxy(), 100, &ended);
-  ASSERT_TRUE(ended.Wait());
-  EXPECT_LT(MillisecondsSince(start), 200) << "each was kept for 4 ms as if others were to follow";
-}
-
 TEST_F(XPC, TenThousandRequestsFromEightThreadsAllEndOnce) {
   Client client(kService);
   Outcome stored;

@@ -11,5 +11,4 @@ target_sources(platform_foundation PRIVATE
   dispatch/DispatchSemaphore.m
   dispatch/DispatchTimer.m
   dispatch/DispatchTrap.c
-  dispatch/DispatchWait.c
   dispatch/DispatchWorkers.m)

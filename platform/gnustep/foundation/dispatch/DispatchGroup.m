@@ -7,7 +7,6 @@
 
 #include "DispatchClock.h"
 #include "DispatchTrap.h"
-#include "DispatchWait.h"
 
 static const int64_t kWakefulWait = 100 * NSEC_PER_USEC;
 
@@ -81,7 +80,6 @@ static BOOL HasEmptied(OS_dispatch_group *group, NSUInteger generation) {
 
 intptr_t dispatch_group_wait(dispatch_group_t object, dispatch_time_t timeout) {
   OS_dispatch_group *group = (OS_dispatch_group *)object;
-  DispatchBeforeWait();
   const NSUInteger generation = group->_generation;
   // Another process has often answered before this processor would have gone to sleep and woken
   // again, which in a virtual machine takes longer than all the rest.

@@ -4,7 +4,6 @@
 
 #include "DispatchClock.h"
 #include "DispatchTrap.h"
-#include "DispatchWait.h"
 
 @implementation OS_dispatch_semaphore
 
@@ -33,7 +32,6 @@ dispatch_semaphore_t dispatch_semaphore_create(intptr_t value) {
 intptr_t dispatch_semaphore_wait(dispatch_semaphore_t object, dispatch_time_t timeout) {
   OS_dispatch_semaphore *semaphore = (OS_dispatch_semaphore *)object;
   BOOL taken = YES;
-  DispatchBeforeWait();
   pthread_mutex_lock(&semaphore->_lock);
   if (--semaphore->_value < 0) {
     BOOL inTime = YES;

@@ -20,15 +20,12 @@ constexpr size_t kUnsentLimit = size_t{64} << 20;
 /// first tidies up what was freed (malloc_consolidate), which took 70 µs of a window's click.
 constexpr size_t kFirstChunkSize = 1000;
 constexpr size_t kChunkSize = size_t{64} << 10;
-/// Bytes that are not kept any longer.
-constexpr size_t kBatchSize = size_t{128} << 10;
 /// On the reading thread's stack, of which a connection costs no more than it has used.
 constexpr size_t kReceiveSize = size_t{64} << 10;
 /// Arrived bytes beyond which reading rests until the client has taken them.
 constexpr size_t kReadyLimit = size_t{1} << 20;
 constexpr std::chrono::milliseconds kLingerTime(2000);
 constexpr std::chrono::milliseconds kLongestRetry(64);
-constexpr std::chrono::milliseconds kLongestKept(4);
 
 /// Writes what the socket takes of `chunks`, and takes that off them. Returns the bytes, or -1 with
 /// errno set.
@@ -130,39 +127,23 @@ void Channel::Open(Descriptor socket) {
 }
 
 Channel::Sent Channel::Send(const uint8_t *frame, size_t length) {
-  const Sent sent = Take(frame, length);
-  if (sent != Sent::kYes || state_ != State::kOpen || flushing_) return sent;
-  if (unsent_ > kBatchSize) {
-    flushing_ = true;
-    io_->Kick(shared_from_this());
-  } else if (!keeping_) {
-    keeping_ = true;
-    io_->KickWithin(kLongestKept, shared_from_this());
-  }
-  return sent;
-}
-
-Channel::Sent Channel::Reply(const uint8_t *frame, size_t length) {
-  std::lock_guard<std::mutex> lock(*mutex_);
-  const Sent sent = Take(frame, length);
-  if (sent == Sent::kYes) Write();
-  return sent;
-}
-
-/// Call with the lock held.
-Channel::Sent Channel::Take(const uint8_t *frame, size_t length) {
   if (end_ != End::kNone || state_ == State::kLingering || state_ == State::kClosed) {
     return Sent::kClosed;
   }
   if (writeFailed_) return Sent::kYes;
   if (unsent_ && unsent_ + length > kUnsentLimit) return Sent::kFull;
   Append(frame, length);
+  Write();
   return Sent::kYes;
+}
+
+Channel::Sent Channel::Reply(const uint8_t *frame, size_t length) {
+  std::lock_guard<std::mutex> lock(*mutex_);
+  return Send(frame, length);
 }
 
 /// Writes on this thread. Call with the lock held.
 void Channel::Write() {
-  keeping_ = false;
   if (state_ != State::kOpen || flushing_ || out_.empty()) return;
   const ssize_t sent = WriteChunks(socket_.get(), &out_);
   if (sent < 0 && errno != EAGAIN && errno != EINTR) {
@@ -174,11 +155,6 @@ void Channel::Write() {
   flushing_ = true;
   wantWrite_ = true;
   Interest();
-}
-
-void Channel::OnWait() {
-  std::lock_guard<std::mutex> lock(*mutex_);
-  Write();
 }
 
 /// Call with the lock held.
@@ -248,7 +224,6 @@ void Channel::OnKick() {
 /// I/O thread.
 void Channel::Flush() {
   std::unique_lock<std::mutex> lock(*mutex_);
-  keeping_ = false;
   for (;;) {
     if (state_ != State::kOpen && state_ != State::kLingering) return;
     if (writeFailed_) {
@@ -297,8 +272,6 @@ void Channel::Flush() {
 void Channel::Read() {
   uint8_t buffer[kReceiveSize];
   while (WaitForRoom()) {
-    // What the client has sent while it handled the last frames.
-    io_->KickBeforeWait();
     const ssize_t count = recv(socket_.get(), buffer, sizeof buffer, 0);
     if (count > 0) {
       Receive(buffer, static_cast<size_t>(count));

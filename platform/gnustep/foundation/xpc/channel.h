@@ -75,13 +75,10 @@ class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
   /// `Connect`. Call with the lock held.
   bool Adopt(Descriptor socket);
 
-  /// Hands a frame over, behind all that was handed over before. Call with the lock held.
-  ///
-  /// To wake the peer takes longer than most callers' own work. So the frame is kept, with others,
-  /// until a thread begins to wait, the I/O thread has something to do, or 4 ms are over.
+  /// Hands a frame over, behind all that was handed over before. It may be the last thing that a
+  /// process does: it goes out on this thread if the socket takes it. Call with the lock held.
   Sent Send(const uint8_t *frame, size_t length);
-  /// Hands a reply over, which may be the last thing that a process does: it goes out on this
-  /// thread if the socket takes it.
+  /// The same, without the lock held.
   Sent Reply(const uint8_t *frame, size_t length);
 
   /// Takes all complete frames that have arrived, headers included, into `frames` (which is emptied
@@ -104,7 +101,6 @@ class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
 
   void OnReady() override;
   void OnKick() override;
-  void OnWait() override;
   size_t Unsent() const override;
 
  private:
@@ -112,7 +108,6 @@ class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
 
   void Open(Descriptor socket);
   void TryToConnect();
-  Sent Take(const uint8_t *frame, size_t length);
   void Append(const uint8_t *bytes, size_t length);
   void Interest();
   void WriteError();
@@ -138,7 +133,6 @@ class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
   Peer peer_;
   bool wantWrite_ = false;    ///< The socket was full.
   bool flushing_ = false;     ///< The I/O thread has been asked to write, or does.
-  bool keeping_ = false;      ///< Somebody will write what waits, before long.
   bool writeFailed_ = false;  ///< Nothing can be written any more; what can be read decides.
   bool reading_ = false;      ///< Its thread runs.
   End end_ = End::kNone;

@@ -1,7 +1,6 @@
 #include "io_thread.h"
 
 #include <sys/eventfd.h>
-#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,7 +8,6 @@
 #include <cstdlib>
 #include <thread>
 
-#include "../dispatch/DispatchWait.h"
 #include "../threads/PlatformThread.h"
 
 namespace platform::xpc {
@@ -19,15 +17,6 @@ namespace {
 constexpr std::chrono::milliseconds kExitLimit(250);
 constexpr std::chrono::milliseconds kExitWithoutProgress(50);
 constexpr std::chrono::milliseconds kPauseBetweenLooks(5);
-
-/// Sets a timer to less than a second. Returns whether it is set.
-bool SetTimer(int timer, IoThread::Clock::duration delay) {
-  itimerspec time{};
-  // Never 0, which would stop it.
-  time.it_value.tv_nsec =
-      std::max(1L, std::chrono::duration_cast<std::chrono::nanoseconds>(delay).count());
-  return timerfd_settime(timer, 0, &time, nullptr) == 0;
-}
 
 }  // namespace
 
@@ -43,19 +32,15 @@ IoThread *IoThread::Shared() {
     return nullptr;
   }
   shared = fresh;
-  DispatchSetBeforeWait([] { shared->KickBeforeWait(); });
   std::atexit([] { shared->FlushAtExit(); });
   return shared;
 }
 
 bool IoThread::Start() {
   wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  late_ = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
   const auto run = [](void *self) { static_cast<IoThread *>(self)->Run(); };
-  if (wake_ >= 0 && late_ >= 0 && PlatformStartThread("xpc-io", run, this)) return true;
-  for (int fd : {wake_, late_}) {
-    if (fd >= 0) close(fd);
-  }
+  if (wake_ >= 0 && PlatformStartThread("xpc-io", run, this)) return true;
+  if (wake_ >= 0) close(wake_);
   return false;
 }
 
@@ -118,24 +103,6 @@ void IoThread::KickAfter(std::chrono::milliseconds delay, std::shared_ptr<IoSour
   if (wake) eventfd_write(wake_, 1);
 }
 
-void IoThread::KickWithin(std::chrono::milliseconds delay, std::shared_ptr<IoSource> source) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  soon_.push_back(std::move(source));
-  if (!asleep_) return;
-  const Clock::time_point due = Clock::now() + delay;
-  if (due < soonDue_ && SetTimer(late_, delay)) soonDue_ = due;
-}
-
-/// The timer stays as it is: the next kick needs it again.
-void IoThread::KickBeforeWait() {
-  std::vector<std::shared_ptr<IoSource>> soon;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    soon.swap(soon_);
-  }
-  for (auto &source : soon) source->OnWait();
-}
-
 /// Moves what is due to `kicked_`. Returns how long the thread may sleep; call with the lock held.
 int IoThread::Timeout() {
   if (timers_.empty()) return kicked_.empty() ? -1 : 0;
@@ -156,27 +123,24 @@ int IoThread::Timeout() {
 }
 
 void IoThread::Run() {
-  std::vector<std::shared_ptr<IoSource>> kicked, soon;
+  std::vector<std::shared_ptr<IoSource>> kicked;
   for (;;) {
     {
       std::lock_guard<std::mutex> lock(mutex_);
       Timeout();
       kicked.swap(kicked_);
-      soon.swap(soon_);
     }
     for (auto &source : kicked) source->OnKick();
     kicked.clear();
-    for (auto &source : soon) source->OnKick();
-    soon.clear();
     int timeout = 0;
     {
       std::lock_guard<std::mutex> lock(mutex_);
-      if (soon_.empty()) timeout = Timeout();
+      timeout = Timeout();
       asleep_ = timeout != 0;
       if (watchedChanged_) {
         watchedChanged_ = false;
-        polled_ = {{wake_, POLLIN, 0}, {late_, POLLIN, 0}};
-        polledNumbers_ = {0, 0};
+        polled_ = {{wake_, POLLIN, 0}};
+        polledNumbers_ = {0};
         for (auto &[number, watched] : watched_) {
           polled_.push_back(watched);
           polledNumbers_.push_back(number);
@@ -188,9 +152,6 @@ void IoThread::Run() {
     {
       std::lock_guard<std::mutex> lock(mutex_);
       asleep_ = false;
-      if (soonDue_ != Clock::time_point::max() && soonDue_ <= Clock::now()) {
-        soonDue_ = Clock::time_point::max();
-      }
     }
     for (size_t i = 0; count > 0 && i < polled_.size(); ++i) {
       if (!polled_[i].revents) continue;
@@ -230,7 +191,6 @@ void IoThread::Progressed() {
 }
 
 void IoThread::FlushAtExit() {
-  KickBeforeWait();
   Clock::time_point end = Clock::now() + kExitLimit;
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {

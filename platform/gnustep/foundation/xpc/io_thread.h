@@ -25,8 +25,6 @@ class IoSource {
   virtual void OnReady() = 0;
   /// After `Kick` or when the time of `KickAfter` is over: look at what there is to do.
   virtual void OnKick() = 0;
-  /// After `KickWithin`, on a thread that is about to wait: do now what `OnKick` would.
-  virtual void OnWait() {}
   /// Bytes that wait to be written. Any thread.
   virtual size_t Unsent() const = 0;
 };
@@ -50,12 +48,6 @@ class IoThread {
   /// Calls `OnKick` soon. Any thread.
   void Kick(std::shared_ptr<IoSource> source);
   void KickAfter(std::chrono::milliseconds delay, std::shared_ptr<IoSource> source);
-  /// Calls `OnKick` when the thread is awake anyhow, or else after `delay`; or `OnWait` when a
-  /// thread is about to wait before that. Costs the caller nothing that wakes another thread.
-  void KickWithin(std::chrono::milliseconds delay, std::shared_ptr<IoSource> source);
-
-  /// Calls `OnWait` for what was kicked by `KickWithin`: for a thread that is about to wait.
-  void KickBeforeWait();
 
   /// Tells the exit handler that bytes went out.
   void Progressed();
@@ -74,7 +66,6 @@ class IoThread {
   void FlushAtExit();
 
   int wake_ = -1;
-  int late_ = -1;  ///< A timer for what was kicked by `KickWithin`.
 
   mutable std::mutex mutex_;
   std::condition_variable progress_;
@@ -83,8 +74,6 @@ class IoThread {
   bool watchedChanged_ = true;
   std::vector<std::shared_ptr<IoSource>> kicked_;
   std::vector<Timer> timers_;
-  std::vector<std::shared_ptr<IoSource>> soon_;
-  Clock::time_point soonDue_ = Clock::time_point::max();  ///< When `late_` is due.
   uint64_t lastNumber_ = 0;
   uint64_t progressed_ = 0;
   bool asleep_ = false;
