@@ -6,9 +6,8 @@
  @package
   pthread_mutex_t _lock;
   pthread_cond_t _emptied;
-  // Changed with the lock held.
-  _Atomic NSUInteger _entered;
-  _Atomic NSUInteger _generation;  // How often the group has become empty.
+  NSUInteger _entered;
+  NSUInteger _generation;  // How often the group has become empty.
   struct DispatchNotification *_firstNotification;
   struct DispatchNotification *_lastNotification;
 }

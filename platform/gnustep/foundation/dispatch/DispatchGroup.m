@@ -2,13 +2,10 @@
 
 #include <Block.h>
 #include <errno.h>
-#include <sched.h>
 #include <stdlib.h>
 
 #include "DispatchClock.h"
 #include "DispatchTrap.h"
-
-static const int64_t kWakefulWait = 100 * NSEC_PER_USEC;
 
 /// A block that waits for the group to become empty.
 struct DispatchNotification {
@@ -73,24 +70,13 @@ void dispatch_group_leave(dispatch_group_t object) {
   [group release];
 }
 
-/// Whether the group is empty or has been since `generation`.
-static BOOL HasEmptied(OS_dispatch_group *group, NSUInteger generation) {
-  return !group->_entered || group->_generation != generation;
-}
-
 intptr_t dispatch_group_wait(dispatch_group_t object, dispatch_time_t timeout) {
   OS_dispatch_group *group = (OS_dispatch_group *)object;
-  const NSUInteger generation = group->_generation;
-  // Another process has often answered before this processor would have gone to sleep and woken
-  // again, which in a virtual machine takes longer than all the rest.
-  for (const uint64_t end = MIN(dispatch_time(DISPATCH_TIME_NOW, kWakefulWait), timeout);
-       !HasEmptied(group, generation) && DispatchNow() < end;) {
-    sched_yield();
-  }
   pthread_mutex_lock(&group->_lock);
+  const NSUInteger generation = group->_generation;
   BOOL empty;
   BOOL inTime = YES;
-  while (!(empty = HasEmptied(group, generation)) && inTime) {
+  while (!(empty = !group->_entered || group->_generation != generation) && inTime) {
     inTime = DispatchConditionWait(&group->_emptied, &group->_lock, timeout);
   }
   pthread_mutex_unlock(&group->_lock);
