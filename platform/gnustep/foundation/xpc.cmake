@@ -14,7 +14,6 @@ target_sources(platform_foundation PRIVATE
   xpc/listener_core.mm
   xpc/object_coding.mm
   xpc/protocol_methods.mm
-  xpc/proxy_methods.mm
   xpc/reply_block.mm
   xpc/service_directory.cpp
   xpc/signature.cpp

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <mutex>
 
+#import "PlatformXPCConnection.h"
 #import "PlatformXPCProxy.h"
-#include "proxy_methods.h"
 #include "wire.h"
 
 namespace platform::xpc {
@@ -19,6 +19,25 @@ std::string RuntimeTypes(const Method &method) {
   std::string types = method.signature->text();
   types.erase(std::remove(types.begin(), types.end(), '?'), types.end());
   return types;
+}
+
+/// The code of a proxy's methods.
+void Send(ffi_cif *, void *, void **arguments, void *data) {
+  auto *proxy = *static_cast<PlatformXPCProxy **>(arguments[0]);
+  const auto &method = *static_cast<const Method *>(data);
+  (*proxy->_connection->_core)
+      ->SendMessage(method, proxy->_interface, arguments + 2, proxy->_errorHandler);
+}
+
+/// Returns code that sends `method`, or nullptr when there is no memory for it.
+IMP MakeCode(const Method &method) {
+  void *code = nullptr;
+  auto *closure = static_cast<ffi_closure *>(ffi_closure_alloc(sizeof(ffi_closure), &code));
+  if (!closure || ffi_prep_closure_loc(closure, method.signature->cif(), Send,
+                                       const_cast<Method *>(&method), code) != FFI_OK) {
+    return nullptr;
+  }
+  return reinterpret_cast<IMP>(code);
 }
 
 }  // namespace
@@ -94,8 +113,8 @@ const Method *ProtocolMethods::Find(std::string_view selector) const {
   return found == methods_.end() ? nullptr : found->second.get();
 }
 
-/// A class whose methods are closures spares every message the way through forwarding and an
-/// invocation, which costs microseconds.
+/// A message that was forwarded would be described by the types that the compiler left in its
+/// selector, and this runtime ends the process at the '?' of a block in them.
 void ProtocolMethods::MakeProxyClass() {
   static std::atomic<unsigned> number{0};
   std::string name =
@@ -103,7 +122,7 @@ void ProtocolMethods::MakeProxyClass() {
   Class made = objc_allocateClassPair([PlatformXPCProxy class], name.c_str(), 0);
   for (auto &entry : methods_) {
     const Method &method = *entry.second;
-    IMP code = MakeProxyMethod(method);
+    IMP code = MakeCode(method);
     if (!code) [NSException raise:NSMallocException format:@"No memory for a proxy's methods"];
     class_addMethod(made, method.selector, code, RuntimeTypes(method).c_str());
   }
