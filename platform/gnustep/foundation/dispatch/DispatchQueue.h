@@ -27,9 +27,6 @@
 /// Runs a call on this thread in its turn, and returns after it.
 - (void)runAndWait:(dispatch_function_t)function context:(void *)context barrier:(BOOL)barrier;
 
-/// As the former if its turn is now; else returns NO. For serial queues.
-- (BOOL)tryToRun:(dispatch_function_t)function context:(void *)context;
-
 /// Runs `work`, whose turn has come, on this thread, frees it, and returns what is to be run here
 /// after it.
 - (struct DispatchWork *)run:(struct DispatchWork *)work;

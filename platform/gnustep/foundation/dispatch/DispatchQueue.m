@@ -9,7 +9,6 @@
 
 #include "../threads/FoundationReady.h"
 #include "DispatchCallout.h"
-#include "DispatchHere.h"
 #include "DispatchTrap.h"
 #include "DispatchWorkers.h"
 
@@ -162,21 +161,6 @@ static void Destroy(struct DispatchSpecific *specific) {
   if (next) DispatchToWorkers(next, !_serial);
 }
 
-- (BOOL)tryToRun:(dispatch_function_t)function context:(void *)context {
-  pthread_mutex_lock(&_lock);
-  BOOL mayRun = !_list.first && !_exclusive;
-  if (mayRun) _exclusive = YES;
-  pthread_mutex_unlock(&_lock);
-  if (!mayRun) return NO;
-  [self retain];
-  [self own:YES];
-  DispatchRunInFrame(self, function, context, YES);
-  struct DispatchWork *next = [self end];
-  if (next) DispatchToWorkers(next, NO);
-  [self release];
-  return YES;
-}
-
 - (BOOL)isOwnedByThisThread {
   return __atomic_load_n(&_owner, __ATOMIC_RELAXED) == DispatchThread();
 }
@@ -252,10 +236,6 @@ void dispatch_sync(dispatch_queue_t queue, dispatch_block_t block) {
 void dispatch_barrier_sync(dispatch_queue_t queue, dispatch_block_t block) {
   if (!queue) DispatchTrap("NULL queue");
   [(OS_dispatch_queue *)queue runAndWait:DispatchCallBlock context:(void *)block barrier:YES];
-}
-
-BOOL DispatchTryToRunHere(dispatch_queue_t queue, void *context, dispatch_function_t function) {
-  return [(OS_dispatch_queue *)queue tryToRun:function context:context];
 }
 
 /// Called with the lock held. Returns the link that holds `key`, or the last one.

@@ -201,7 +201,7 @@ void Channel::OnKick() {
       TryToConnect();
       bool ended = end_ != End::kNone;
       lock.unlock();
-      if (ended) Tell(false);
+      if (ended) Tell();
       return;
     }
     case State::kClosed:
@@ -318,7 +318,7 @@ void Channel::Receive(const uint8_t *bytes, size_t count) {
     if (wrong) Finish(End::kBroken, wrong);
   }
   if (in_.empty() && in_.capacity() > kReadyLimit) std::vector<uint8_t>().swap(in_);
-  Tell(true);
+  Tell();
 }
 
 /// The reading thread.
@@ -335,7 +335,7 @@ void Channel::ReceiveEnd(int error) {
       Finish(End::kPeerClosed, {});
     }
   }
-  Tell(true);
+  Tell();
 }
 
 bool Channel::TakeFrames(std::vector<uint8_t> *frames) {
@@ -373,12 +373,12 @@ bool Channel::Break(const std::string &problem) {
     if (state_ != State::kOpen || end_ != End::kNone) return false;
     Finish(End::kBroken, problem);
   }
-  Tell(false);
+  Tell();
   return true;
 }
 
-void Channel::Tell(bool here) {
-  if (auto client = client_.lock()) client->OnNews(here);
+void Channel::Tell() {
+  if (auto client = client_.lock()) client->OnNews();
 }
 
 std::string Channel::Problem() const {

@@ -1,8 +1,6 @@
 // One end of a stream of frames over a Unix-domain socket. Sending never waits for the peer.
 //
-// Each channel reads on a thread of its own that blocks in recv(), and has its client handle there
-// what has arrived. With one thread for all of them, which waits in poll(), a round trip takes half
-// as long again; and to wake another thread takes longer than most messages do.
+// Each channel reads on a thread of its own that blocks in recv().
 
 #ifndef PLATFORM_XPC_CHANNEL_H
 #define PLATFORM_XPC_CHANNEL_H
@@ -29,10 +27,8 @@ class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
   class Client {
    public:
     virtual ~Client() = default;
-    /// `TakeFrames` has something, or `end` has been set.
-    /// @param here  Whether this thread may handle it, for as long as that takes; else it must only
-    /// hand the news on.
-    virtual void OnNews(bool here) = 0;
+    /// `TakeFrames` has something, or `end` has been set. Must only hand the news on.
+    virtual void OnNews() = 0;
   };
 
   enum class End {
@@ -120,7 +116,7 @@ class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
   void ReceiveEnd(int error);
   void Finish(End end, std::string problem);
   void ReleaseSocket();
-  void Tell(bool here);
+  void Tell();
 
   const std::weak_ptr<Client> client_;
 

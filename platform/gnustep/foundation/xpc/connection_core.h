@@ -67,7 +67,7 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
   /// The connection whose method or reply block runs on this thread, or nil.
   static NSXPCConnection *Current();
 
-  void OnNews(bool here) override;
+  void OnNews() override;
 
  private:
   enum class State { kFresh, kActive, kInterrupted, kInvalid };

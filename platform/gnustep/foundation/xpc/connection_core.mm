@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "../dispatch/DispatchHere.h"
 #import "PlatformXPCInterface.h"
 #include "listener_core.h"
 #include "object_coding.h"
@@ -111,17 +110,9 @@ void ConnectionCore::Schedule() {
   Enqueue([](ConnectionCore *core) { core->Drain(); });
 }
 
-void ConnectionCore::OnNews(bool here) {
-  {
-    std::lock_guard<std::mutex> lock(*mutex_);
-    again_ = true;
-    if (scheduled_) return;
-    scheduled_ = true;
-  }
-  const bool ran = here && DispatchTryToRunHere(queue_, this, [](void *core) {
-                     static_cast<ConnectionCore *>(core)->Drain();
-                   });
-  if (!ran) Enqueue([](ConnectionCore *core) { core->Drain(); });
+void ConnectionCore::OnNews() {
+  std::lock_guard<std::mutex> lock(*mutex_);
+  Schedule();
 }
 
 /// Call with the lock held.
