@@ -1,10 +1,7 @@
 #include "acceptor.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <cerrno>
 
 namespace platform::xpc {
 
@@ -19,56 +16,69 @@ bool Acceptor::Start(const std::string &service, std::string *problem) {
   std::lock_guard<std::mutex> lock(mutex_);
   io_ = IoThread::Shared();
   if (!io_) {
-    *problem = "no descriptors are left for the thread that waits for connections";
+    *problem = "no descriptors are left for the thread that reads and writes";
     return false;
   }
   if (OfferService(service, &service_, problem) != 0) return false;
-  number_ = io_->Add(shared_from_this());
-  io_->Watch(number_, service_.listening.get(), POLLIN);
+  listener_ = evconnlistener_new(
+      io_->base(),
+      [](evconnlistener *, evutil_socket_t socket, sockaddr *, int, void *self) {
+        static_cast<Acceptor *>(self)->OnAccepted(Descriptor(socket));
+      },
+      this, LEV_OPT_CLOSE_ON_EXEC | LEV_OPT_THREADSAFE | LEV_OPT_DISABLED, 0,
+      service_.listening.get());
+  if (!listener_) {
+    WithdrawService(&service_);
+    *problem = "there is no memory to offer the service " + service;
+    return false;
+  }
+  evconnlistener_set_error_cb(
+      listener_, [](evconnlistener *, void *self) { static_cast<Acceptor *>(self)->Pause(); });
+  self_ = shared_from_this();
+  evconnlistener_enable(listener_);
   return true;
 }
 
 void Acceptor::Stop() {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (stopped_ || !number_) return;
+  if (stopped_ || !listener_) return;
   stopped_ = true;
-  io_->Watch(number_, service_.listening.get(), 0);
   WithdrawService(&service_);
-  io_->Remove(number_);
+  io_->Run([self = self_] { self->Release(); });
 }
 
-void Acceptor::OnReady() {
-  for (;;) {
-    Descriptor socket;
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      if (stopped_) return;
-      socket = Descriptor(accept4(service_.listening.get(), nullptr, nullptr, SOCK_CLOEXEC));
-      if (!socket) {
-        if (errno == EINTR || errno == ECONNABORTED) continue;
-        if (errno != EAGAIN) {
-          io_->Watch(number_, service_.listening.get(), 0);
-          pausing_ = true;
-          io_->KickAfter(kExhaustedPause, shared_from_this());
-        }
-        return;
-      }
-    }
-    ucred peer{};
-    socklen_t length = sizeof peer;
-    if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0 ||
-        peer.uid != geteuid()) {
-      continue;
-    }
-    if (auto client = client_.lock()) client->OnAccepted(std::move(socket));
+/// I/O thread.
+void Acceptor::OnAccepted(Descriptor socket) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (stopped_) return;
   }
+  ucred peer{};
+  socklen_t length = sizeof peer;
+  if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0 ||
+      peer.uid != geteuid()) {
+    return;
+  }
+  if (auto client = client_.lock()) client->OnAccepted(std::move(socket));
 }
 
-void Acceptor::OnKick() {
+/// I/O thread, with libevent's lock held.
+void Acceptor::Pause() {
+  evconnlistener_disable(listener_);
+  const auto resume = [self = self_] {
+    if (self->listener_) evconnlistener_enable(self->listener_);
+  };
+  io_->Run(resume, kExhaustedPause);
+}
+
+/// I/O thread.
+void Acceptor::Release() {
+  std::shared_ptr<Acceptor> last;
   std::lock_guard<std::mutex> lock(mutex_);
-  if (stopped_ || !pausing_) return;
-  pausing_ = false;
-  io_->Watch(number_, service_.listening.get(), POLLIN);
+  last = std::move(self_);
+  evconnlistener_free(listener_);
+  listener_ = nullptr;
+  service_.listening.Reset();
 }
 
 }  // namespace platform::xpc

@@ -3,6 +3,8 @@
 #ifndef PLATFORM_XPC_ACCEPTOR_H
 #define PLATFORM_XPC_ACCEPTOR_H
 
+#include <event2/listener.h>
+
 #include <memory>
 #include <mutex>
 #include <string>
@@ -12,7 +14,7 @@
 
 namespace platform::xpc {
 
-class Acceptor : public IoSource, public std::enable_shared_from_this<Acceptor> {
+class Acceptor : public std::enable_shared_from_this<Acceptor> {
  public:
   class Client {
    public:
@@ -28,16 +30,16 @@ class Acceptor : public IoSource, public std::enable_shared_from_this<Acceptor> 
   /// Gives the name free. Connections that nobody has accepted are dropped.
   void Stop();
 
-  void OnReady() override;
-  void OnKick() override;
-  size_t Unsent() const override { return 0; }
-
  private:
+  void OnAccepted(Descriptor socket);
+  void Pause();
+  void Release();
+
   const std::weak_ptr<Client> client_;
   std::mutex mutex_;
   IoThread *io_ = nullptr;
-  uint64_t number_ = 0;
-  bool pausing_ = false;
+  evconnlistener *listener_ = nullptr;  ///< Until `Release`.
+  std::shared_ptr<Acceptor> self_;      ///< While the I/O thread may call.
   bool stopped_ = false;
   ServiceSocket service_;
 };

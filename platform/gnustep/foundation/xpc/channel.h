@@ -1,15 +1,12 @@
 // One end of a stream of frames over a Unix-domain socket. Sending never waits for the peer.
-//
-// Each channel reads on a thread of its own that blocks in recv().
 
 #ifndef PLATFORM_XPC_CHANNEL_H
 #define PLATFORM_XPC_CHANNEL_H
 
+#include <event2/bufferevent.h>
 #include <sys/types.h>
 
-#include <condition_variable>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -17,17 +14,17 @@
 
 #include "io_thread.h"
 #include "service_directory.h"
+#include "wire.h"
 
 namespace platform::xpc {
 
-class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
+class Channel : public std::enable_shared_from_this<Channel> {
  public:
-  /// Hears of a channel, on a thread of its own, on the I/O thread or on the one that calls
-  /// `Break`.
+  /// Hears of a channel, on the I/O thread or on the one that calls `Break`.
   class Client {
    public:
     virtual ~Client() = default;
-    /// `TakeFrames` has something, or `end` has been set. Must only hand the news on.
+    /// `TakeFrame` has something, or `end` has been set. Must only hand the news on.
     virtual void OnNews() = 0;
   };
 
@@ -35,12 +32,12 @@ class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
     kNone,         ///< Still open.
     kUnreachable,  ///< Nobody serves the name; `Problem` says it for the log.
     kPeerClosed,   ///< The peer went, between two frames.
-    kBroken,       ///< Frames that are none, a cut-off one, or a system error; see `Problem`.
+    kBroken,       ///< A malformed or truncated frame, or a system error; see `Problem`.
   };
 
   enum class Sent {
-    kYes,     ///< Written, or kept to be written in its turn.
-    kFull,    ///< Refused: too much waits already.
+    kYes,     ///< Written, or buffered to be written in its turn.
+    kFull,    ///< Refused: too much is buffered already.
     kClosed,  ///< Refused: the channel has ended.
   };
 
@@ -50,102 +47,75 @@ class Channel : public IoSource, public std::enable_shared_from_this<Channel> {
     gid_t group = static_cast<gid_t>(-1);
   };
 
-  /// A piece of what waits to be written.
-  struct Chunk {
-    std::unique_ptr<uint8_t[]> bytes;
-    size_t begin = 0;
-    size_t size = 0;
-    size_t capacity = 0;
+  /// A frame whose header was sound; the payload is as it came.
+  struct Received {
+    FrameKind kind;
+    std::vector<uint8_t> payload;
   };
 
-  /// Frames sent before `Connect` or `Adopt` are kept.
-  /// @param lock  The connection's, which its channels share, so that a message takes one lock
-  /// only.
-  Channel(std::weak_ptr<Client> client, std::shared_ptr<std::mutex> lock);
-  ~Channel() override;
+  /// Frames sent before `Connect` or `Adopt` are buffered.
+  explicit Channel(std::weak_ptr<Client> client);
+  ~Channel();
 
   /// Connects to a service; returns at once. Returns false, without news to the client, when that
-  /// failed and ended the channel. Call with the lock held.
+  /// failed and ended the channel.
   bool Connect(const std::string &service);
   /// Takes over a connected socket, or none when the peer could not be reached. Returns as
-  /// `Connect`. Call with the lock held.
+  /// `Connect`.
   bool Adopt(Descriptor socket);
 
   /// Hands a frame over, behind all that was handed over before. It may be the last thing that a
-  /// process does: it goes out on this thread if the socket takes it. Call with the lock held.
+  /// process does: it goes out on this thread if the socket takes it.
   Sent Send(const uint8_t *frame, size_t length);
-  /// The same, without the lock held.
-  Sent Reply(const uint8_t *frame, size_t length);
 
-  /// Takes all complete frames that have arrived, headers included, into `frames` (which is emptied
-  /// first). Returns false when there is none. Reading rests while too much waits here.
-  bool TakeFrames(std::vector<uint8_t> *frames);
+  /// Takes the frame that arrived first. Returns false when there is none. Reading rests while too
+  /// much waits here.
+  bool TakeFrame(Received *frame);
 
-  /// How the channel ended; frames that arrived before are still there. Call with the lock held.
-  End end() const { return end_; }
+  /// How the channel ended; frames that arrived before are still there.
+  End end() const;
   std::string Problem() const;
-  /// Call with the lock held.
-  Peer peer() const { return peer_; }
+  Peer peer() const;
 
   /// Ends the channel as one that cannot go on. Frames that have arrived are still there. Returns
   /// false when it had ended already.
   bool Break(const std::string &problem);
 
-  /// Ends the channel without news to the client. What waits to be written still goes out if the
-  /// peer takes it soon.
+  /// Ends the channel without news to the client. What is buffered still goes out if the peer takes
+  /// it soon.
   void Close();
-
-  void OnReady() override;
-  void OnKick() override;
-  size_t Unsent() const override;
 
  private:
   enum class State { kIdle, kConnecting, kOpen, kLingering, kClosed };
 
   void Open(Descriptor socket);
   void TryToConnect();
-  void Append(const uint8_t *bytes, size_t length);
-  void Interest();
-  void WriteError();
-  void Write();
-  void Flush();
-  bool IsReadable() const { return state_ == State::kOpen && end_ == End::kNone; }
-  void Read();
-  bool WaitForRoom();
-  void Receive(const uint8_t *bytes, size_t count);
-  void ReceiveEnd(int error);
+  void RetryToConnect();
+  size_t Unsent() const;
+  void DropUnsent();
+  void OnReadable();
+  void OnWritten();
+  void OnEvent(short what, int error);
   void Finish(End end, std::string problem);
-  void ReleaseSocket();
+  void Release();
   void Tell();
 
   const std::weak_ptr<Client> client_;
+  IoThread *const io_;
 
-  const std::shared_ptr<std::mutex> mutex_;
+  mutable std::mutex mutex_;
   State state_ = State::kIdle;
-  IoThread *io_ = nullptr;
-  uint64_t number_ = 0;
-  Descriptor socket_;
+  bufferevent *stream_ = nullptr;  ///< Until `Release`; without a socket until `Open`.
+  std::shared_ptr<Channel> self_;  ///< While the I/O thread may call.
+  Descriptor connecting_;
   std::string service_;
+  unsigned tries_ = 0;
   Peer peer_;
-  bool wantWrite_ = false;    ///< The socket was full.
-  bool flushing_ = false;     ///< The I/O thread has been asked to write, or does.
   bool writeFailed_ = false;  ///< Nothing can be written any more; what can be read decides.
-  bool reading_ = false;      ///< Its thread runs.
   End end_ = End::kNone;
   std::string problem_;
-  std::deque<Chunk> out_;
-  size_t unsent_ = 0;
-  std::vector<uint8_t> ready_;
-  bool resting_ = false;  ///< Too much waits to be taken.
-  std::condition_variable rested_;
-  IoThread::Clock::time_point lingerEnd_;
-
-  // Of the I/O thread alone.
-  std::deque<Chunk> writing_;
-  unsigned tries_ = 0;
-
-  // Of the reading thread alone.
-  std::vector<uint8_t> in_;
+  std::deque<Received> ready_;
+  size_t readySize_ = 0;
 };
 
 }  // namespace platform::xpc

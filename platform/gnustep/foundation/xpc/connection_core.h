@@ -86,7 +86,6 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
   void OpenChannel();
   void Schedule();
   void Drain();
-  bool NextFrame(const std::shared_ptr<Channel> &channel, Channel::End *end);
   void HandleFrame(const std::shared_ptr<Channel> &channel);
   const char *HandleMessage(const std::shared_ptr<Channel> &channel, const Frame &frame);
   const char *HandleReply(const Frame &frame);
@@ -104,7 +103,7 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
   const dispatch_queue_t queue_;
   std::atomic<uint64_t> lastRequest_{0};
 
-  const std::shared_ptr<std::mutex> mutex_ = std::make_shared<std::mutex>();
+  std::mutex mutex_;
   Target target_;
   State state_ = State::kFresh;
   unsigned suspensions_ = 1;
@@ -119,8 +118,7 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
   id keptOwner_ = nil;  ///< An accepted connection lives as long as it is active.
 
   // Of the queue alone.
-  std::vector<uint8_t> frames_;
-  size_t offset_ = 0;
+  Channel::Received received_;
   Frame frame_;
 };
 

@@ -67,14 +67,14 @@ NSString *ConnectionCore::ServiceName() const {
 }
 
 id ConnectionCore::Get(Part part) {
-  std::lock_guard<std::mutex> lock(*mutex_);
+  std::lock_guard<std::mutex> lock(mutex_);
   return [[parts_[part] retain] autorelease];
 }
 
 void ConnectionCore::Set(Part part, id object) {
   id old;
   {
-    std::lock_guard<std::mutex> lock(*mutex_);
+    std::lock_guard<std::mutex> lock(mutex_);
     if (state_ == State::kInvalid && part != kRemoteInterface) return;
     old = parts_[part];
     parts_[part] = [object retain];
@@ -83,7 +83,7 @@ void ConnectionCore::Set(Part part, id object) {
 }
 
 Channel::Peer ConnectionCore::peer() {
-  std::lock_guard<std::mutex> lock(*mutex_);
+  std::lock_guard<std::mutex> lock(mutex_);
   if (channel_ && channel_->peer().process) peer_ = channel_->peer();
   return peer_;
 }
@@ -111,13 +111,13 @@ void ConnectionCore::Schedule() {
 }
 
 void ConnectionCore::OnNews() {
-  std::lock_guard<std::mutex> lock(*mutex_);
+  std::lock_guard<std::mutex> lock(mutex_);
   Schedule();
 }
 
 /// Call with the lock held.
 void ConnectionCore::OpenChannel() {
-  if (!channel_) channel_ = std::make_shared<Channel>(weak_from_this(), mutex_);
+  if (!channel_) channel_ = std::make_shared<Channel>(weak_from_this());
   bool opened = false;
   switch (target_.kind) {
     case Target::kService:
@@ -137,7 +137,7 @@ void ConnectionCore::OpenChannel() {
 }
 
 void ConnectionCore::Resume() {
-  std::lock_guard<std::mutex> lock(*mutex_);
+  std::lock_guard<std::mutex> lock(mutex_);
   if (suspensions_ == 0 || --suspensions_ > 0 || state_ == State::kInvalid) return;
   if (state_ == State::kFresh) {
     if (target_.kind == Target::kAccepted) keptOwner_ = owner_->Retain();
@@ -147,7 +147,7 @@ void ConnectionCore::Resume() {
 }
 
 void ConnectionCore::Suspend() {
-  std::lock_guard<std::mutex> lock(*mutex_);
+  std::lock_guard<std::mutex> lock(mutex_);
   ++suspensions_;
 }
 
@@ -189,14 +189,14 @@ void ConnectionCore::SendMessage(const Method &method, PlatformXPCInterface *int
 
   NSInteger failure = 0;
   {
-    std::lock_guard<std::mutex> lock(*mutex_);
+    std::lock_guard<std::mutex> lock(mutex_);
     if (state_ == State::kInvalid) {
       failure = NSXPCConnectionInvalid;
     } else {
       if (state_ == State::kInterrupted) {
         OpenChannel();
       } else if (!channel_) {
-        channel_ = std::make_shared<Channel>(weak_from_this(), mutex_);
+        channel_ = std::make_shared<Channel>(weak_from_this());
       }
       Channel::Sent sent = channel_->Send(writer.data(), writer.size());
       if (sent == Channel::Sent::kFull) {
@@ -245,7 +245,7 @@ void ConnectionCore::Drain() {
   for (;;) {
     std::shared_ptr<Channel> channel;
     {
-      std::lock_guard<std::mutex> lock(*mutex_);
+      std::lock_guard<std::mutex> lock(mutex_);
       if (suspensions_ || state_ == State::kInvalid || !channel_) {
         scheduled_ = false;
         break;
@@ -253,8 +253,9 @@ void ConnectionCore::Drain() {
       channel = channel_;
       again_ = false;
     }
-    Channel::End end;
-    if (NextFrame(channel, &end)) {
+    // Asked first: what arrived before the end must not be overlooked.
+    const Channel::End end = channel->end();
+    if (channel->TakeFrame(&received_)) {
       HandleFrame(channel);
       if (++handled % 64 == 0) {
         [pool release];
@@ -266,7 +267,7 @@ void ConnectionCore::Drain() {
       HandleEnd(channel, end);
       continue;
     }
-    std::lock_guard<std::mutex> lock(*mutex_);
+    std::lock_guard<std::mutex> lock(mutex_);
     if (!again_) {
       scheduled_ = false;
       break;
@@ -275,34 +276,17 @@ void ConnectionCore::Drain() {
   [pool release];
 }
 
-/// Makes `frames_` hold a frame at `offset_`. Returns false when there is none; `end` says whether
-/// there will be more.
-bool ConnectionCore::NextFrame(const std::shared_ptr<Channel> &channel, Channel::End *end) {
-  if (offset_ < frames_.size()) return true;
-  offset_ = 0;
-  // Asked first: what arrived before the end must not be overlooked.
-  {
-    std::lock_guard<std::mutex> lock(*mutex_);
-    *end = channel->end();
-  }
-  return channel->TakeFrames(&frames_);
-}
-
+/// Takes `received_` apart.
 void ConnectionCore::HandleFrame(const std::shared_ptr<Channel> &channel) {
-  const uint8_t *bytes = frames_.data() + offset_;
-  uint32_t length = 0;
-  FrameKind kind;
-  const char *problem = DecodeHeader(bytes, &length, &kind);
-  offset_ += kHeaderSize + length;
-  if (!problem) problem = DecodePayload(kind, bytes + kHeaderSize, length, &frame_);
+  const std::vector<uint8_t> &payload = received_.payload;
+  const char *problem = DecodePayload(received_.kind, payload.data(), payload.size(), &frame_);
   if (!problem) {
-    problem = kind == FrameKind::kMessage ? HandleMessage(channel, frame_) : HandleReply(frame_);
+    problem = received_.kind == FrameKind::kMessage ? HandleMessage(channel, frame_)
+                                                    : HandleReply(frame_);
   }
   if (problem) {
-    frames_.clear();
     if (!channel->Break(problem)) NSLog(@"XPC: a connection has ended: %s", problem);
-    std::vector<uint8_t> dropped;
-    channel->TakeFrames(&dropped);
+    while (channel->TakeFrame(&received_)) continue;
   }
 }
 
@@ -349,7 +333,7 @@ const char *ConnectionCore::HandleMessage(const std::shared_ptr<Channel> &channe
   PlatformXPCInterface *interface;
   id object;
   {
-    std::lock_guard<std::mutex> lock(*mutex_);
+    std::lock_guard<std::mutex> lock(mutex_);
     interface = [parts_[kExportedInterface] retain];
     object = [parts_[kExportedObject] retain];
   }
@@ -398,7 +382,7 @@ const char *ConnectionCore::HandleMessage(const std::shared_ptr<Channel> &channe
 const char *ConnectionCore::HandleReply(const Frame &frame) {
   Request request;
   {
-    std::lock_guard<std::mutex> lock(*mutex_);
+    std::lock_guard<std::mutex> lock(mutex_);
     auto found = requests_.find(frame.request);
     if (found == requests_.end()) {
       if (!strangeReplyTold_) NSLog(@"XPC: replies to no outstanding request are ignored");
@@ -461,7 +445,7 @@ void ConnectionCore::End(State state, NSInteger code) {
   std::shared_ptr<Channel> channel;
   std::unique_ptr<Ended> ended(new Ended{});
   {
-    std::lock_guard<std::mutex> lock(*mutex_);
+    std::lock_guard<std::mutex> lock(mutex_);
     if (state_ == State::kInvalid) return;
     state_ = state;
     channel = std::move(channel_);

@@ -60,7 +60,7 @@ void ListenerCore::SetDelegate(id<NSXPCListenerDelegate> delegate) {
 Descriptor ListenerCore::ConnectHere() {
   int ends[2];
   std::lock_guard<std::mutex> lock(mutex_);
-  if (invalid_ || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+  if (invalid_ || socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) != 0) {
     return Descriptor();
   }
   waiting_.emplace_back(ends[0]);

@@ -107,7 +107,7 @@ void BlockType::Called(ffi_cif *, void *, void **arguments, void *data) {
   }
   // A reply that cannot be sent must not leave the peer waiting.
   if (problem.empty() &&
-      state->channel->Reply(writer.data(), writer.size()) == Channel::Sent::kFull) {
+      state->channel->Send(writer.data(), writer.size()) == Channel::Sent::kFull) {
     problem = "too much waits to be sent already";
   }
   if (!problem.empty()) {

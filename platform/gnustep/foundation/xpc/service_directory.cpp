@@ -107,7 +107,6 @@ int ConnectToService(const std::string &name, Descriptor *socket, std::string *p
   if (!error && connect(socket->get(), reinterpret_cast<sockaddr *>(&address), sizeof address)) {
     error = errno;
   }
-  if (!error && fcntl(socket->get(), F_SETFL, 0) != 0) error = errno;
   if (error == ENOENT || error == ECONNREFUSED) {
     problem->clear();
   } else if (error) {
@@ -162,10 +161,8 @@ int OfferService(const std::string &name, ServiceSocket *service, std::string *p
 }
 
 void WithdrawService(ServiceSocket *service) {
-  if (!service->listening) return;
   // While the lock is held: a successor's socket must not be the one that goes.
   unlink(service->path.c_str());
-  service->listening.Reset();
   service->lock.Reset();
 }
 

@@ -39,8 +39,7 @@ class Descriptor {
 /// The directory is `PELLMAR_SERVICE_DIR`, else `pellmar` in `XDG_RUNTIME_DIR`, else
 /// `pellmar-<user>` in the temporary folder. It is refused when it is a link, belongs to another
 /// user, or when its group or others have any right in it.
-/// @param socket  Is created when it holds none, and kept for another try. Blocking once it is
-///     connected.
+/// @param socket  Is created, not blocking, when it holds none, and kept for another try.
 /// @return 0 when connected, EAGAIN when the service's queue is full and to be tried again, else
 ///     what went wrong, with a line for the log in `problem`. It has none for ENOENT and
 ///     ECONNREFUSED: that nobody serves a name is no fault.
@@ -59,7 +58,7 @@ struct ServiceSocket {
 ///     the log in `problem`.
 int OfferService(const std::string &name, ServiceSocket *service, std::string *problem);
 
-/// Takes the socket away and gives the name free.
+/// Takes the socket's name away and gives it free. The socket stays open.
 void WithdrawService(ServiceSocket *service);
 
 }  // namespace platform::xpc
