@@ -1,7 +1,7 @@
 # Fuzzers. What reads bytes of others is fuzzed with libFuzzer, in the build with sanitizers: each
 # shortly and always alike among the tests, and for five minutes with `scripts/test --fuzz`. What once
 # was found stays in the folder of inputs.
-set(xpc_sources "${PROJECT_SOURCE_DIR}/platform/gnustep/foundation/xpc")
+set(xpc_sources "${PROJECT_SOURCE_DIR}/platform/gnustep/foundation/xpc/wire")
 set(layout_sources "${PROJECT_SOURCE_DIR}/platform/gnustep/appkit/layout")
 
 # pellmar_add_fuzzer(NAME RUNS runs SOURCES sources… LIBRARIES libraries… INCLUDES folders…)

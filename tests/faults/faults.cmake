@@ -3,9 +3,9 @@ set(faults_xpc "${PROJECT_SOURCE_DIR}/platform/gnustep/foundation/xpc")
 
 add_executable(fault_peer
   "${CMAKE_CURRENT_LIST_DIR}/fault_peer.cpp"
-  "${faults_xpc}/service_directory.cpp" "${faults_xpc}/wire_decoder.cpp"
-  "${faults_xpc}/wire_encoder.cpp")
-target_include_directories(fault_peer PRIVATE "${faults_xpc}")
+  "${faults_xpc}/transport/service_directory.cpp" "${faults_xpc}/wire/wire_decoder.cpp"
+  "${faults_xpc}/wire/wire_encoder.cpp")
+target_include_directories(fault_peer PRIVATE "${faults_xpc}/transport" "${faults_xpc}/wire")
 target_link_libraries(fault_peer PRIVATE pellmar_flags)
 
 add_executable(fault_caller "${CMAKE_CURRENT_LIST_DIR}/fault_caller.mm")

@@ -1,7 +1,7 @@
 # Tests of the Linux platform layer's connections. The faults have a process of their own as peer.
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(FFI REQUIRED IMPORTED_TARGET libffi)
-set(xpc_sources "${CMAKE_CURRENT_LIST_DIR}/../../platform/gnustep/foundation/xpc")
+set(xpc_sources "${CMAKE_CURRENT_LIST_DIR}/../../platform/gnustep/foundation/xpc/wire")
 
 add_executable(xpc_peer
   "${CMAKE_CURRENT_LIST_DIR}/xpc_peer.mm" "${CMAKE_CURRENT_LIST_DIR}/xpc_test_server.mm")

@@ -2,6 +2,7 @@
 
 #import "PlatformXPCListenerEndpoint.h"
 
+using platform::xpc::Descriptor;
 using platform::xpc::ListenerCore;
 using platform::xpc::OwnerLink;
 
@@ -57,7 +58,11 @@ using platform::xpc::OwnerLink;
 }
 
 - (NSXPCListenerEndpoint *)endpoint {
-  return [[[PlatformXPCListenerEndpoint alloc] initWithListener:*_core] autorelease];
+  const auto connect = [core = std::weak_ptr<ListenerCore>(*_core)] {
+    const auto listener = core.lock();
+    return listener ? listener->ConnectHere() : Descriptor();
+  };
+  return [[[PlatformXPCListenerEndpoint alloc] initWithConnect:connect] autorelease];
 }
 
 - (void)resume {
@@ -70,6 +75,28 @@ using platform::xpc::OwnerLink;
 
 - (void)invalidate {
   (*_core)->Invalidate();
+}
+
+@end
+
+/// Makes the name NSXPCListener, which GNUstep's stub holds, stand for this class.
+@interface NSXPCListener (Platform)
++ (id)allocWithZone:(NSZone *)zone;
+@end
+
+@implementation NSXPCListener (Platform)
+
++ (id)allocWithZone:(NSZone *)zone {
+  Class made = self == [NSXPCListener class] ? [PlatformXPCListener class] : self;
+  return NSAllocateObject(made, 0, zone);
+}
+
+@end
+
+@implementation NSXPCListener (NSXPCListenerCreation)
+
++ (NSXPCListener *)anonymousListener {
+  return [[[PlatformXPCListener alloc] initWithService:""] autorelease];
 }
 
 @end

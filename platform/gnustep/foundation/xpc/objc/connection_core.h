@@ -5,6 +5,7 @@
 #define PLATFORM_XPC_CONNECTION_CORE_H
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -13,24 +14,23 @@
 
 #import <Foundation/Foundation.h>
 
-#include "channel.h"
 #include "owner_link.h"
 #include "protocol_methods.h"
 #include "reply_block.h"
-#include "wire.h"
+#include "transport/channel.h"
+#include "wire/wire.h"
 
 @class PlatformXPCInterface;
 
 namespace platform::xpc {
 
-class ListenerCore;
-
 class ConnectionCore : public Channel::Client, public std::enable_shared_from_this<ConnectionCore> {
  public:
-  /// Where the peer is: a name, a listener of this process, or a socket that was accepted.
+  /// Where the peer is: a name, a listener of this process (what `connect` returns is one end of a
+  /// new connection to it, or nothing), or a socket that was accepted.
   struct Target {
     std::string service;
-    std::weak_ptr<ListenerCore> listener;
+    std::function<Descriptor()> connect;
     Descriptor accepted;
     enum { kService, kListener, kAccepted } kind;
   };

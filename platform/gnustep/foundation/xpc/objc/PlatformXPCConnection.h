@@ -5,10 +5,7 @@
 #include "connection_core.h"
 
 @interface PlatformXPCConnection : NSXPCConnection {
- @public
   std::shared_ptr<platform::xpc::ConnectionCore> *_core;
-
- @private
   std::shared_ptr<platform::xpc::OwnerLink> *_link;
   long _references;
   NSString *_serviceName;

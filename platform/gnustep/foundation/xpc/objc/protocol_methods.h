@@ -12,12 +12,15 @@
 
 #import <Foundation/Foundation.h>
 
-#include "signature.h"
+#include "wire/signature.h"
 
 namespace platform::xpc {
 
 struct Method {
   SEL selector;
+  /// The types as this runtime reads them: it ends the process at the '?' of a block when a message
+  /// is forwarded or a method signature made.
+  std::string types;
   std::string name;
   std::unique_ptr<Signature> signature;
   /// Which argument is the reply block, or -1.
@@ -36,20 +39,19 @@ class ProtocolMethods {
   const Method *Find(std::string_view selector) const;
   const Method *Find(SEL selector) const { return Find(sel_getName(selector)); }
 
-  Protocol *protocol() const { return protocol_; }
+  const std::unordered_map<std::string_view, std::unique_ptr<Method>> &all() const {
+    return methods_;
+  }
 
-  /// The class of proxies whose methods are these.
-  Class proxyClass() const { return proxyClass_; }
+  Protocol *protocol() const { return protocol_; }
 
  private:
   explicit ProtocolMethods(Protocol *protocol) : protocol_(protocol) {}
   void AddProtocol(Protocol *protocol);
   void AddMethod(const objc_method_description &description);
-  void MakeProxyClass();
 
   Protocol *const protocol_;
   std::unordered_map<std::string_view, std::unique_ptr<Method>> methods_;
-  Class proxyClass_ = Nil;
 };
 
 }  // namespace platform::xpc

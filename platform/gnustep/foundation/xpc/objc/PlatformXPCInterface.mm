@@ -3,7 +3,7 @@
 #include <map>
 #include <tuple>
 
-#include "object_coding.h"
+#include "wire/object_coding.h"
 
 using platform::xpc::CodableClasses;
 using platform::xpc::ProtocolMethods;
@@ -78,6 +78,28 @@ struct PlatformXPCInterfaceClasses {
   if (!_classes) return nil;
   auto found = _classes->sets.find({method->name, index, ofReply});
   return found == _classes->sets.end() ? nil : found->second;
+}
+
+@end
+
+/// Makes the name NSXPCInterface, which GNUstep's stub holds, stand for this class.
+@interface NSXPCInterface (Platform)
++ (id)allocWithZone:(NSZone *)zone;
+@end
+
+@implementation NSXPCInterface (Platform)
+
++ (id)allocWithZone:(NSZone *)zone {
+  Class made = self == [NSXPCInterface class] ? [PlatformXPCInterface class] : self;
+  return NSAllocateObject(made, 0, zone);
+}
+
+@end
+
+@implementation NSXPCInterface (NSXPCInterfaceCreation)
+
++ (NSXPCInterface *)interfaceWithProtocol:(Protocol *)protocol {
+  return [[[PlatformXPCInterface alloc] initWithProtocol:protocol] autorelease];
 }
 
 @end

@@ -8,8 +8,8 @@
 
 #import <Foundation/Foundation.h>
 
-#include "channel.h"
-#include "signature.h"
+#include "transport/channel.h"
+#include "wire/signature.h"
 
 namespace platform::xpc {
 

@@ -14,7 +14,7 @@
 
 #include "io_thread.h"
 #include "service_directory.h"
-#include "wire.h"
+#include "wire/wire.h"
 
 namespace platform::xpc {
 
@@ -86,7 +86,8 @@ class Channel : public std::enable_shared_from_this<Channel> {
   void Close();
 
  private:
-  enum class State { kIdle, kConnecting, kOpen, kLingering, kClosed };
+  /// See the diagram in the layer's README.
+  enum class State { kIdle, kConnecting, kOpen, kEnded, kLingering, kClosed };
 
   void Open(Descriptor socket);
   void TryToConnect();
@@ -96,6 +97,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   void OnReadable();
   void OnWritten();
   void OnEvent(short what, int error);
+  void FinishReading(int error);
   void Finish(End end, std::string problem);
   void Release();
   void Tell();
@@ -105,7 +107,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
 
   mutable std::mutex mutex_;
   State state_ = State::kIdle;
-  bufferevent *stream_ = nullptr;  ///< Until `Release`; without a socket until `Open`.
+  bufferevent *stream_ = nullptr;  ///< Without a socket until `Open`.
   std::shared_ptr<Channel> self_;  ///< While the I/O thread may call.
   Descriptor connecting_;
   std::string service_;

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "../threads/PlatformThread.h"
+#include "../../threads/PlatformThread.h"
 
 namespace platform::xpc {
 

@@ -81,7 +81,7 @@ void Channel::RetryToConnect() {
     std::lock_guard<std::mutex> lock(mutex_);
     if (state_ != State::kConnecting) return;
     TryToConnect();
-    if (end_ == End::kNone) return;
+    if (state_ != State::kEnded) return;
   }
   Tell();
 }
@@ -108,7 +108,7 @@ void Channel::Open(Descriptor socket) {
 
 Channel::Sent Channel::Send(const uint8_t *frame, size_t length) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (end_ != End::kNone || state_ == State::kLingering || state_ == State::kClosed) {
+  if (state_ != State::kIdle && state_ != State::kConnecting && state_ != State::kOpen) {
     return Sent::kClosed;
   }
   if (!stream_ || writeFailed_) return Sent::kYes;
@@ -146,7 +146,7 @@ void Channel::OnReadable() {
   bool news = false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (state_ != State::kOpen || end_ != End::kNone) return;
+    if (state_ != State::kOpen) return;
     evbuffer *input = bufferevent_get_input(stream_);
     uint8_t header[kHeaderSize];
     while (evbuffer_copyout(input, header, sizeof header) == sizeof header) {
@@ -181,21 +181,27 @@ void Channel::OnWritten() {
 
 /// I/O thread.
 void Channel::OnEvent(short what, int error) {
+  bool ends;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     // The peer may have said something before it went: the channel lives until that is read.
     if (what & BEV_EVENT_WRITING) DropUnsent();
-    if (state_ != State::kOpen || end_ != End::kNone || !(what & BEV_EVENT_READING)) return;
-    // A peer that goes while something waits for it unread resets the connection.
-    if ((what & BEV_EVENT_ERROR) && error != ECONNRESET && error != EPIPE) {
-      Finish(End::kBroken, std::strerror(error));
-    } else if (evbuffer_get_length(bufferevent_get_input(stream_))) {
-      Finish(End::kBroken, "the last frame is truncated");
-    } else {
-      Finish(End::kPeerClosed, {});
-    }
+    ends = state_ == State::kOpen && (what & BEV_EVENT_READING);
+    if (ends) FinishReading(what & BEV_EVENT_ERROR ? error : 0);
   }
-  Tell();
+  ends ? Tell() : OnWritten();
+}
+
+/// Call with the lock held.
+void Channel::FinishReading(int error) {
+  // A peer that goes while something waits for it unread resets the connection.
+  if (error && error != ECONNRESET && error != EPIPE) {
+    Finish(End::kBroken, std::strerror(error));
+  } else if (evbuffer_get_length(bufferevent_get_input(stream_))) {
+    Finish(End::kBroken, "the last frame is truncated");
+  } else {
+    Finish(End::kPeerClosed, {});
+  }
 }
 
 bool Channel::TakeFrame(Received *frame) {
@@ -205,15 +211,15 @@ bool Channel::TakeFrame(Received *frame) {
   ready_.pop_front();
   const bool rested = readySize_ > kReadyLimit;
   readySize_ -= kHeaderSize + frame->payload.size();
-  if (rested && readySize_ <= kReadyLimit && state_ == State::kOpen && end_ == End::kNone) {
+  if (rested && readySize_ <= kReadyLimit && state_ == State::kOpen) {
     bufferevent_enable(stream_, EV_READ);
   }
   return true;
 }
 
-/// Call with the lock held, then `Tell` without it.
+/// Call with the lock held, in state kIdle, kConnecting or kOpen, then `Tell` without it.
 void Channel::Finish(End end, std::string problem) {
-  if (end_ != End::kNone) return;
+  state_ = State::kEnded;
   end_ = end;
   problem_ = std::move(problem);
   connecting_.Reset();
@@ -227,7 +233,7 @@ void Channel::Finish(End end, std::string problem) {
 bool Channel::Break(const std::string &problem) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (state_ != State::kOpen || end_ != End::kNone) return false;
+    if (state_ != State::kOpen) return false;
     Finish(End::kBroken, problem);
   }
   Tell();
@@ -257,18 +263,17 @@ void Channel::Close() {
   std::lock_guard<std::mutex> lock(mutex_);
   ready_.clear();
   readySize_ = 0;
-  if (state_ == State::kOpen) {
-    const bool linger = Unsent() && end_ == End::kNone;
-    state_ = linger ? State::kLingering : State::kClosed;
-    bufferevent_disable(stream_, EV_READ);
-    shutdown(bufferevent_getfd(stream_), linger ? SHUT_RD : SHUT_RDWR);
-    io_->Run([self = self_] { self->Release(); },
-             linger ? kLingerTime : std::chrono::milliseconds(0));
-  } else if (state_ != State::kLingering) {
-    state_ = State::kClosed;
-    connecting_.Reset();
-    if (stream_) DropUnsent();
-  }
+  if (state_ == State::kLingering || state_ == State::kClosed) return;
+  const bool lingers = state_ == State::kOpen && Unsent();
+  state_ = lingers ? State::kLingering : State::kClosed;
+  connecting_.Reset();
+  if (!stream_) return;
+  if (!lingers) DropUnsent();
+  if (!self_) return;
+  bufferevent_disable(stream_, EV_READ);
+  shutdown(bufferevent_getfd(stream_), lingers ? SHUT_RD : SHUT_RDWR);
+  io_->Run([self = self_] { self->Release(); },
+           lingers ? kLingerTime : std::chrono::milliseconds(0));
 }
 
 /// I/O thread.

@@ -10,8 +10,8 @@
 
 #import <Foundation/Foundation.h>
 
-#include "acceptor.h"
 #include "owner_link.h"
+#include "transport/acceptor.h"
 
 namespace platform::xpc {
 

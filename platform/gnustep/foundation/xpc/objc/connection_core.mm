@@ -5,9 +5,7 @@
 #include <algorithm>
 
 #import "PlatformXPCInterface.h"
-#include "listener_core.h"
-#include "object_coding.h"
-#include "xpc_error.h"
+#include "wire/object_coding.h"
 
 namespace platform::xpc {
 
@@ -27,10 +25,21 @@ class CurrentConnection {
   NSXPCConnection *const before_;
 };
 
-struct LateFailure {
-  id errorHandler;
-  NSError *error;
-};
+/// Returns an error of NSCocoaErrorDomain, autoreleased, with texts in English.
+/// @param code  One of the NSXPCConnection… codes.
+/// @param service  The name of the service, or nil.
+NSError *MakeError(NSInteger code, NSString *service) {
+  NSString *to = service ? [@" to service named " stringByAppendingString:service] : @"";
+  NSString *what = @"was invalidated";
+  if (code == NSXPCConnectionInterrupted) what = @"was interrupted";
+  if (code == NSXPCConnectionReplyInvalid) what = @"received a reply that does not fit the block";
+  NSDictionary *info = [NSDictionary
+      dictionaryWithObjectsAndKeys:@"Couldn’t communicate with a helper application.",
+                                   NSLocalizedDescriptionKey,
+                                   [NSString stringWithFormat:@"The connection%@ %@.", to, what],
+                                   @"NSDebugDescription", nil];
+  return [NSError errorWithDomain:NSCocoaErrorDomain code:code userInfo:info];
+}
 
 void RunHandler(id handler) {
   if (handler) ((void (^)(void))handler)();
@@ -123,11 +132,9 @@ void ConnectionCore::OpenChannel() {
     case Target::kService:
       opened = channel_->Connect(target_.service);
       break;
-    case Target::kListener: {
-      auto listener = target_.listener.lock();
-      opened = channel_->Adopt(listener ? listener->ConnectHere() : Descriptor());
+    case Target::kListener:
+      opened = channel_->Adopt(target_.connect());
       break;
-    }
     case Target::kAccepted:
       opened = channel_->Adopt(std::move(target_.accepted));
       break;

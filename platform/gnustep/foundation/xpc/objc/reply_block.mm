@@ -6,7 +6,7 @@
 #include <unordered_map>
 
 #include "BlockLayout.h"
-#include "object_coding.h"
+#include "wire/object_coding.h"
 
 namespace platform::xpc {
 

@@ -36,12 +36,12 @@ using platform::xpc::OwnerLink;
 }
 
 - (instancetype)initWithListenerEndpoint:(NSXPCListenerEndpoint *)endpoint {
-  std::weak_ptr<platform::xpc::ListenerCore> listener;
+  std::function<Descriptor()> connect = [] { return Descriptor(); };
   if ([endpoint isKindOfClass:[PlatformXPCListenerEndpoint class]]) {
-    listener = [(PlatformXPCListenerEndpoint *)endpoint listener];
+    connect = [(PlatformXPCListenerEndpoint *)endpoint connect];
   }
   self = [self
-      initWithTarget:{"", std::move(listener), Descriptor(), ConnectionCore::Target::kListener}];
+      initWithTarget:{"", std::move(connect), Descriptor(), ConnectionCore::Target::kListener}];
   if (self) _endpoint = [endpoint retain];
   return self;
 }
@@ -139,8 +139,10 @@ using platform::xpc::OwnerLink;
     [NSException raise:NSInvalidArgumentException
                 format:@"A connection without a remoteObjectInterface has no proxy"];
   }
-  return [[[[interface methods]->proxyClass()
-      alloc] initWithConnection:self interface:interface errorHandler:handler] autorelease];
+  return [PlatformXPCProxy proxyForConnection:self
+                                         core:_core->get()
+                                    interface:interface
+                                 errorHandler:handler];
 }
 
 - (void)resume {
@@ -165,6 +167,28 @@ using platform::xpc::OwnerLink;
 
 - (gid_t)effectiveGroupIdentifier {
   return (*_core)->peer().group;
+}
+
+@end
+
+/// Makes the name NSXPCConnection, which GNUstep's stub holds, stand for this class.
+@interface NSXPCConnection (Platform)
++ (id)allocWithZone:(NSZone *)zone;
+@end
+
+@implementation NSXPCConnection (Platform)
+
++ (id)allocWithZone:(NSZone *)zone {
+  Class made = self == [NSXPCConnection class] ? [PlatformXPCConnection class] : self;
+  return NSAllocateObject(made, 0, zone);
+}
+
+@end
+
+@implementation NSXPCConnection (NSXPCConnectionCurrent)
+
++ (NSXPCConnection *)currentConnection {
+  return [[ConnectionCore::Current() retain] autorelease];
 }
 
 @end

@@ -1,0 +1,23 @@
+// What stands for the object at the other end. Each protocol has a subclass made at run time.
+
+#import <Foundation/Foundation.h>
+
+#include "connection_core.h"
+
+@class PlatformXPCInterface;
+
+@interface PlatformXPCProxy : NSObject {
+  NSXPCConnection *_connection;
+  platform::xpc::ConnectionCore *_core;
+  PlatformXPCInterface *_interface;
+  id _errorHandler;
+}
+
+/// Returns a proxy with the methods of `interface`.
+/// @param core  The connection's; lives as long as it.
++ (instancetype)proxyForConnection:(NSXPCConnection *)connection
+                              core:(platform::xpc::ConnectionCore *)core
+                         interface:(PlatformXPCInterface *)interface
+                      errorHandler:(id)errorHandler;
+
+@end
