@@ -15,6 +15,21 @@
 
 #include "blocked_queues.h"
 
+/// Notes whether a group is empty when it goes.
+@interface DispatchTestGroupWitness : NSObject {
+ @public
+  dispatch_group_t _group;
+  bool *_wasEmpty;
+}
+@end
+
+@implementation DispatchTestGroupWitness
+- (void)dealloc {
+  *_wasEmpty = dispatch_group_wait(_group, DISPATCH_TIME_NOW) == 0;
+  [super dealloc];
+}
+@end
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -564,6 +579,25 @@ TEST_F(DispatchGroup, MayBeReleasedByTheWaiterAsSoonAsItWakes) {
     ASSERT_EQ(0, dispatch_group_wait(group, DISPATCH_TIME_FOREVER));
     dispatch_release(group);
   }
+}
+
+TEST_F(DispatchGroup, ReleasesABlockBeforeItIsLeftForIt) {
+  bool wasEmpty = true;
+  dispatch_group_t group = dispatch_group_create();
+  DispatchTestGroupWitness *witness = [DispatchTestGroupWitness new];
+  witness->_group = group;
+  witness->_wasEmpty = &wasEmpty;
+  dispatch_semaphore_t mayRun = dispatch_semaphore_create(0);
+  dispatch_group_async(group, dispatch_get_global_queue(0, 0), ^{
+    dispatch_semaphore_wait(mayRun, DISPATCH_TIME_FOREVER);
+    (void)witness;
+  });
+  [witness release];
+  dispatch_semaphore_signal(mayRun);
+  EXPECT_EQ(0, dispatch_group_wait(group, DISPATCH_TIME_FOREVER));
+  EXPECT_FALSE(wasEmpty);
+  dispatch_release(mayRun);
+  dispatch_release(group);
 }
 
 // Semaphores

@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <stdlib.h>
 
+#include "DispatchCallout.h"
 #include "DispatchClock.h"
 #include "DispatchTrap.h"
 
@@ -105,10 +106,24 @@ void dispatch_group_notify(dispatch_group_t object, dispatch_queue_t queue,
   if (now) dispatch_async(queue, block);
 }
 
+struct DispatchGroupCall {
+  dispatch_group_t group;
+  dispatch_block_t block;
+};
+
+static void RunInGroup(void *context) {
+  const struct DispatchGroupCall call = *(struct DispatchGroupCall *)context;
+  free(context);
+  // Given up before whoever waits goes on.
+  DispatchCallAndReleaseBlock((void *)call.block);
+  dispatch_group_leave(call.group);
+  [call.group release];
+}
+
 void dispatch_group_async(dispatch_group_t group, dispatch_queue_t queue, dispatch_block_t block) {
   dispatch_group_enter(group);
-  dispatch_async(queue, ^{
-    block();
-    dispatch_group_leave(group);
-  });
+  struct DispatchGroupCall *call = malloc(sizeof(*call));
+  if (!call) abort();
+  *call = (struct DispatchGroupCall){[group retain], Block_copy(block)};
+  dispatch_async_f(queue, call, RunInGroup);
 }
