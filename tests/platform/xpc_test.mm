@@ -312,6 +312,37 @@ TEST_F(XPC, ADelegateStaysWhileItIsAsked) {
   EXPECT_TRUE(gone.Wait());
 }
 
+/// Looks at who wants to be connected before it resumes anything.
+@interface XPCTestDoorkeeper : NSObject <NSXPCListenerDelegate> {
+ @public
+  pid_t _process;
+  uid_t _user;
+  gid_t _group;
+}
+@end
+
+@implementation XPCTestDoorkeeper
+- (BOOL)listener:(NSXPCListener *)listener shouldAcceptNewConnection:(NSXPCConnection *)connection {
+  (void)listener;
+  _process = [connection processIdentifier];
+  _user = [connection effectiveUserIdentifier];
+  _group = [connection effectiveGroupIdentifier];
+  return NO;
+}
+@end
+
+TEST_F(XPC, AnAcceptedConnectionKnowsItsPeerBeforeResume) {
+  XPCTestDoorkeeper *doorkeeper = [[XPCTestDoorkeeper alloc] init];
+  listener_.delegate = doorkeeper;
+  Client client(kService);
+  EXPECT_TRUE(client.interrupted.Wait());
+  EXPECT_EQ(doorkeeper->_process, getpid());
+  EXPECT_EQ(doorkeeper->_user, geteuid());
+  EXPECT_EQ(doorkeeper->_group, getegid());
+  [listener_ invalidate];
+  [doorkeeper release];
+}
+
 /// Answers by forwarding to a server.
 @interface XPCTestForwarder : NSObject {
   XPCTestServer *_server;

@@ -62,7 +62,8 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
   id Get(Part part);
   void Set(Part part, id object);
 
-  Channel::Peer peer();
+  /// Zeroes and highest values before there was one.
+  Peer peer();
 
   /// The connection whose method or reply block runs on this thread, or nil.
   static NSXPCConnection *Current();
@@ -112,7 +113,7 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
   bool overflowTold_ = false;
   bool strangeReplyTold_ = false;
   std::shared_ptr<Channel> channel_;
-  Channel::Peer peer_;
+  Peer peer_;
   Requests requests_;
   id parts_[kParts] = {};
   id keptOwner_ = nil;  ///< An accepted connection lives as long as it is active.

@@ -60,7 +60,8 @@ void ConnectionCore::Request::Release() {
 ConnectionCore::ConnectionCore(Target target, std::shared_ptr<OwnerLink> owner)
     : owner_(std::move(owner)),
       queue_(dispatch_queue_create("NSXPCConnection", DISPATCH_QUEUE_SERIAL)),
-      target_(std::move(target)) {}
+      target_(std::move(target)),
+      peer_(PeerOf(target_.accepted)) {}
 
 ConnectionCore::~ConnectionCore() {
   if (channel_) channel_->Close();
@@ -91,7 +92,7 @@ void ConnectionCore::Set(Part part, id object) {
   [old release];
 }
 
-Channel::Peer ConnectionCore::peer() {
+Peer ConnectionCore::peer() {
   std::lock_guard<std::mutex> lock(mutex_);
   if (channel_ && channel_->peer().process) peer_ = channel_->peer();
   return peer_;

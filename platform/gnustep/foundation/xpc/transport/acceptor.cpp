@@ -1,6 +1,5 @@
 #include "acceptor.h"
 
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace platform::xpc {
@@ -53,12 +52,7 @@ void Acceptor::OnAccepted(Descriptor socket) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (stopped_) return;
   }
-  ucred peer{};
-  socklen_t length = sizeof peer;
-  if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0 ||
-      peer.uid != geteuid()) {
-    return;
-  }
+  if (PeerOf(socket).user != geteuid()) return;
   if (auto client = client_.lock()) client->OnAccepted(std::move(socket));
 }
 

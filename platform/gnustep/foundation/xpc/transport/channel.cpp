@@ -88,11 +88,7 @@ void Channel::RetryToConnect() {
 
 /// Call with the lock held.
 void Channel::Open(Descriptor socket) {
-  ucred credentials{};
-  socklen_t length = sizeof credentials;
-  if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &length) == 0) {
-    peer_ = {credentials.pid, credentials.uid, credentials.gid};
-  }
+  peer_ = PeerOf(socket);
   state_ = State::kOpen;
   self_ = shared_from_this();
   bufferevent_setcb(
@@ -254,7 +250,7 @@ std::string Channel::Problem() const {
   return problem_;
 }
 
-Channel::Peer Channel::peer() const {
+Peer Channel::peer() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return peer_;
 }

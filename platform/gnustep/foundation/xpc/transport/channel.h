@@ -4,7 +4,6 @@
 #define PLATFORM_XPC_CHANNEL_H
 
 #include <event2/bufferevent.h>
-#include <sys/types.h>
 
 #include <deque>
 #include <memory>
@@ -39,12 +38,6 @@ class Channel : public std::enable_shared_from_this<Channel> {
     kYes,     ///< Written, or buffered to be written in its turn.
     kFull,    ///< Refused: too much is buffered already.
     kClosed,  ///< Refused: the channel has ended.
-  };
-
-  struct Peer {
-    pid_t process = 0;
-    uid_t user = static_cast<uid_t>(-1);
-    gid_t group = static_cast<gid_t>(-1);
   };
 
   /// A frame whose header was sound; the payload is as it came.

@@ -91,6 +91,13 @@ void Descriptor::Reset() {
   fd_ = -1;
 }
 
+Peer PeerOf(const Descriptor &socket) {
+  ucred peer{};
+  socklen_t length = sizeof peer;
+  if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return {};
+  return {peer.pid, peer.uid, peer.gid};
+}
+
 int ConnectToService(const std::string &name, Descriptor *socket, std::string *problem) {
   Descriptor directory;
   std::string path;

@@ -3,6 +3,8 @@
 #ifndef PLATFORM_XPC_SERVICE_DIRECTORY_H
 #define PLATFORM_XPC_SERVICE_DIRECTORY_H
 
+#include <sys/types.h>
+
 #include <string>
 
 namespace platform::xpc {
@@ -33,6 +35,16 @@ class Descriptor {
  private:
   int fd_ = -1;
 };
+
+/// Who is at the other end of a connected socket, as the kernel says.
+struct Peer {
+  pid_t process = 0;
+  uid_t user = static_cast<uid_t>(-1);
+  gid_t group = static_cast<gid_t>(-1);
+};
+
+/// Returns the peer as initialized above where there is none.
+Peer PeerOf(const Descriptor &socket);
 
 /// Starts to connect to the service `name`.
 ///
