@@ -519,6 +519,33 @@ TEST_F(XPC, SuspensionHoldsRepliesBackAndLosesNone) {
   EXPECT_TRUE(outcome.ended.Wait(10));
 }
 
+TEST_F(XPC, SuspensionInsideAReplyLosesNone) {
+  Client client(kService);
+  NSXPCConnection *connection = client.connection();
+  Outcome stored;
+  Outcome &outcome = stored;
+  [connection suspend];
+  for (int i = 0; i < 10; ++i) {
+    [client.Proxy() echo:nil
+                   reply:^(id) {
+                     if (outcome.replies == 1) [connection suspend];
+                     outcome.Reply(YES);
+                   }];
+  }
+  [client.Proxy() reportEvent:@"e" info:nil];
+  Client other(kService);
+  while ([[server_ events] count] < 1) other.Echo(nil);
+  [connection resume];
+  ASSERT_TRUE(outcome.ended.Wait(2));
+  // Fails at once, on the queue: the queue has left the replies then.
+  Outcome without;
+  [client.Proxy(&without) echo:nil reply:(void (^_Nonnull)(id))nil];
+  ASSERT_TRUE(without.ended.Wait());
+  EXPECT_EQ(outcome.ended.count(), 2u);
+  [connection resume];
+  EXPECT_TRUE(outcome.ended.Wait(10));
+}
+
 TEST_F(XPC, MessagesBeforeResumeAreSentAfterIt) {
   NSXPCConnection *connection = [[[NSXPCConnection alloc] initWithMachServiceName:kService
                                                                           options:0] autorelease];

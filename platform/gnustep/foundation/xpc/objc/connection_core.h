@@ -109,7 +109,7 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
   State state_ = State::kFresh;
   unsigned suspensions_ = 1;
   bool scheduled_ = false;
-  bool again_ = false;  ///< News came while the queue was at work, or was suspended.
+  bool again_ = false;  ///< There may be more to handle than the queue has seen.
   bool overflowTold_ = false;
   bool strangeReplyTold_ = false;
   std::shared_ptr<Channel> channel_;

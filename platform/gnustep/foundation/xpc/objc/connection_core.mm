@@ -256,6 +256,7 @@ void ConnectionCore::Drain() {
       std::lock_guard<std::mutex> lock(mutex_);
       if (suspensions_ || state_ == State::kInvalid || !channel_) {
         scheduled_ = false;
+        again_ = true;
         break;
       }
       channel = channel_;
