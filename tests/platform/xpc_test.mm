@@ -501,6 +501,34 @@ TEST_F(XPC, ARefusedConnectionEnds) {
   EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
 }
 
+TEST_F(XPC, TheInvalidationHandlerIsTheLastToRun) {
+  server_.refuses = YES;
+  constexpr unsigned kCount = 2000;
+  std::vector<Counter> invalidated(kCount);
+  Counter lateOnes;
+  Counter *late = &lateOnes;
+  for (unsigned i = 0; i < kCount; ++i) {
+    NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+    NSXPCConnection *connection = [[NSXPCConnection alloc] initWithMachServiceName:kService
+                                                                           options:0];
+    Counter *ended = &invalidated[i];
+    connection.interruptionHandler = ^{
+      if (ended->count()) late->Add();
+    };
+    connection.invalidationHandler = ^{
+      ended->Add();
+    };
+    [connection resume];
+    // About as long as it takes to be refused.
+    std::this_thread::sleep_for(std::chrono::microseconds(i % 200));
+    [connection invalidate];
+    EXPECT_TRUE(ended->Wait());
+    [connection release];
+    [pool release];
+  }
+  EXPECT_EQ(late->count(), 0u);
+}
+
 TEST_F(XPC, SuspensionHoldsRepliesBackAndLosesNone) {
   Client client(kService);
   Outcome outcome;

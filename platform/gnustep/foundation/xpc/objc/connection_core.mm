@@ -451,34 +451,33 @@ void ConnectionCore::End(State state, NSInteger code) {
     id given[kParts];
     id owner;
   };
-  std::shared_ptr<Channel> channel;
-  std::unique_ptr<Ended> ended(new Ended{});
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (state_ == State::kInvalid) return;
-    state_ = state;
-    channel = std::move(channel_);
+  // Until the end, or an interruption and an invalidation would come in the wrong order.
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (state_ == State::kInvalid) return;
+  state_ = state;
+  if (channel_) {
+    if (channel_->peer().process) peer_ = channel_->peer();
+    channel_->Close();
     channel_.reset();
-    if (channel && channel->peer().process) peer_ = channel->peer();
-    ended->requests = std::move(requests_);
-    requests_.clear();
-    ended->code = code;
-    if (state == State::kInvalid) {
-      // The interfaces stay: a proxy may be asked for at any time.
-      for (Part part : {kExportedObject, kInterruption, kInvalidation}) {
-        ended->given[part] = parts_[part];
-        parts_[part] = nil;
-      }
-      ended->handler = [ended->given[kInvalidation] retain];
-      ended->owner = keptOwner_;
-      keptOwner_ = nil;
-      target_.accepted.Reset();
-    } else {
-      ended->handler = [parts_[kInterruption] retain];
-    }
   }
-  if (channel) channel->Close();
+  std::unique_ptr<Ended> ended(new Ended{});
   ended->core = shared_from_this();
+  ended->requests = std::move(requests_);
+  requests_.clear();
+  ended->code = code;
+  if (state == State::kInvalid) {
+    // The interfaces stay: a proxy may be asked for at any time.
+    for (Part part : {kExportedObject, kInterruption, kInvalidation}) {
+      ended->given[part] = parts_[part];
+      parts_[part] = nil;
+    }
+    ended->handler = [ended->given[kInvalidation] retain];
+    ended->owner = keptOwner_;
+    keptOwner_ = nil;
+    target_.accepted.Reset();
+  } else {
+    ended->handler = [parts_[kInterruption] retain];
+  }
   dispatch_async_f(queue_, ended.release(), [](void *context) {
     std::unique_ptr<Ended> ended(static_cast<Ended *>(context));
     @autoreleasepool {
