@@ -312,6 +312,48 @@ TEST_F(XPC, ADelegateStaysWhileItIsAsked) {
   EXPECT_TRUE(gone.Wait());
 }
 
+@protocol XPCTestChoice <NSObject>
+@optional
+- (void)chosenWithReply:(void (^_Nonnull)(BOOL flag))reply;
+- (void)leftOutWithReply:(void (^_Nonnull)(BOOL flag))reply;
+@end
+
+/// Serves one of two optional methods.
+@interface XPCTestChooser : NSObject <NSXPCListenerDelegate, XPCTestChoice>
+@end
+
+@implementation XPCTestChooser
+- (BOOL)listener:(NSXPCListener *)listener shouldAcceptNewConnection:(NSXPCConnection *)connection {
+  (void)listener;
+  connection.exportedInterface = [NSXPCInterface interfaceWithProtocol:@protocol(XPCTestChoice)];
+  connection.exportedObject = self;
+  [connection resume];
+  return YES;
+}
+- (void)chosenWithReply:(void (^)(BOOL))reply {
+  reply(YES);
+}
+@end
+
+TEST_F(XPC, OptionalMethodsAreSentAsOthers) {
+  XPCTestChooser *chooser = [[[XPCTestChooser alloc] init] autorelease];
+  listener_.delegate = chooser;
+  NSXPCConnection *connection = [[[NSXPCConnection alloc] initWithMachServiceName:kService
+                                                                          options:0] autorelease];
+  Client client(connection);
+  connection.remoteObjectInterface =
+      [NSXPCInterface interfaceWithProtocol:@protocol(XPCTestChoice)];
+  Outcome chosen, leftOut;
+  [[connection remoteObjectProxyWithErrorHandler:chosen.onError()] chosenWithReply:chosen.onFlag()];
+  ASSERT_TRUE(chosen.ended.Wait());
+  EXPECT_TRUE(chosen.flag);
+  [[connection remoteObjectProxyWithErrorHandler:leftOut.onError()]
+      leftOutWithReply:leftOut.onFlag()];
+  ASSERT_TRUE(leftOut.ended.Wait());
+  EXPECT_EQ(leftOut.code, NSXPCConnectionInterrupted);
+  [listener_ invalidate];
+}
+
 /// Looks at who wants to be connected before it resumes anything.
 @interface XPCTestDoorkeeper : NSObject <NSXPCListenerDelegate> {
  @public

@@ -143,8 +143,9 @@ enum {
 
 @end
 
-/// What may be sent over a connection: the methods of a protocol and of those it adopts, NSObject's
-/// excepted. They return nothing and take objects, scalars and at most one reply block.
+/// What may be sent over a connection: the methods, required and optional, of a protocol that clang
+/// has compiled and of those it adopts, NSObject's excepted. They return nothing and take objects,
+/// scalars and at most one reply block.
 @interface NSXPCInterface : NSObject
 
 @property (assign) Protocol *protocol;

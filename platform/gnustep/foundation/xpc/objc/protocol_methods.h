@@ -31,7 +31,8 @@ struct Method {
 
 class ProtocolMethods {
  public:
-  /// Returns the methods of `protocol` and of all that it adopts, without the protocol NSObject's,
+  /// Returns the methods of `protocol`, which clang has compiled, and of all that it adopts,
+  /// required and optional, without the protocol NSObject's,
   /// which are no business of a peer. Lives for ever. Raises NSInvalidArgumentException when one
   /// has types that cannot be sent.
   static const ProtocolMethods *Of(Protocol *protocol);
@@ -48,7 +49,7 @@ class ProtocolMethods {
  private:
   explicit ProtocolMethods(Protocol *protocol) : protocol_(protocol) {}
   void AddProtocol(Protocol *protocol);
-  void AddMethod(const objc_method_description &description);
+  void AddMethod(const char *name, const char *types);
 
   Protocol *const protocol_;
   std::unordered_map<std::string_view, std::unique_ptr<Method>> methods_;

@@ -8,6 +8,25 @@
 
 namespace platform::xpc {
 
+namespace {
+
+struct OptionalMethods {
+  int count;
+  struct {
+    const char *name;
+    const char *types;
+  } methods[1];
+};
+
+/// A protocol as clang writes it down. This runtime knows its beginning, which is all that gcc
+/// writes, and finds no optional methods in it.
+struct ProtocolRecord {
+  void *known[5];
+  const OptionalMethods *optional;
+};
+
+}  // namespace
+
 const ProtocolMethods *ProtocolMethods::Of(Protocol *protocol) {
   static std::mutex mutex;
   static auto *known = new std::unordered_map<void *, const ProtocolMethods *>;
@@ -28,25 +47,29 @@ const ProtocolMethods *ProtocolMethods::Of(Protocol *protocol) {
 
 void ProtocolMethods::AddProtocol(Protocol *protocol) {
   if (std::strcmp(protocol_getName(protocol), "NSObject") == 0) return;
-  for (BOOL required : {YES, NO}) {
-    unsigned count = 0;
-    objc_method_description *descriptions =
-        protocol_copyMethodDescriptionList(protocol, required, YES, &count);
-    std::unique_ptr<objc_method_description, decltype(&free)> owner(descriptions, &free);
-    for (unsigned i = 0; i < count; ++i) AddMethod(descriptions[i]);
-  }
   unsigned count = 0;
+  objc_method_description *descriptions =
+      protocol_copyMethodDescriptionList(protocol, YES, YES, &count);
+  std::unique_ptr<objc_method_description, decltype(&free)> owned(descriptions, &free);
+  for (unsigned i = 0; i < count; ++i) {
+    AddMethod(sel_getName(descriptions[i].name), descriptions[i].types);
+  }
+  const auto *record = reinterpret_cast<const ProtocolRecord *>(protocol);
+  if (const OptionalMethods *optional = record->optional) {
+    for (int i = 0; i < optional->count; ++i) {
+      AddMethod(optional->methods[i].name, optional->methods[i].types);
+    }
+  }
   Protocol **adopted = protocol_copyProtocolList(protocol, &count);
   std::unique_ptr<Protocol *, decltype(&free)> owner(adopted, &free);
   for (unsigned i = 0; i < count; ++i) AddProtocol(adopted[i]);
 }
 
-void ProtocolMethods::AddMethod(const objc_method_description &description) {
-  std::string name = sel_getName(description.name);
+void ProtocolMethods::AddMethod(const char *name, const char *types) {
   if (methods_.count(name)) return;
   std::unique_ptr<Method> method(new Method);
-  method->name = std::move(name);
-  method->signature = Signature::Parse(Signature::Form::kMethod, description.types);
+  method->name = name;
+  method->signature = Signature::Parse(Signature::Form::kMethod, types);
   unsigned blocks = 0;
   if (method->signature) {
     const auto &arguments = method->signature->arguments();
