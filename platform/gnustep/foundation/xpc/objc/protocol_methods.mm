@@ -41,8 +41,10 @@ const ProtocolMethods *ProtocolMethods::Of(Protocol *protocol) {
   std::unique_ptr<ProtocolMethods> methods(new ProtocolMethods(protocol));
   methods->AddProtocol(protocol);
   std::lock_guard<std::mutex> lock(mutex);
-  // Of two threads that come here together, one's work stays unused.
-  return known->emplace(protocol, methods.release()).first->second;
+  // Of two threads that come here together, one's work is not needed.
+  const ProtocolMethods *&place = (*known)[protocol];
+  if (!place) place = methods.release();
+  return place;
 }
 
 void ProtocolMethods::AddProtocol(Protocol *protocol) {
