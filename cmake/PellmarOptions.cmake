@@ -38,22 +38,6 @@ function(pellmar_optimize_across_files target)
   endif()
 endfunction()
 
-# Compiles the Objective-C++ sources of `target` as one file where the compiler writes every protocol
-# that a file has seen into its object, and the runtime registers each of them when the module is
-# loaded: for eleven files that was three of the five million instructions that loading took.
-function(pellmar_compile_as_one target)
-  if(APPLE)
-    return()
-  endif()
-  get_target_property(sources ${target} SOURCES)
-  list(FILTER sources INCLUDE REGEX "[.]mm$")
-  set_source_files_properties(${sources} PROPERTIES HEADER_FILE_ONLY ON)
-  list(TRANSFORM sources REPLACE "(.+)" "#import \"${CMAKE_CURRENT_SOURCE_DIR}/\\1\"\n")
-  list(JOIN sources "" content)
-  file(CONFIGURE OUTPUT ${target}_all.mm CONTENT "${content}" @ONLY)
-  target_sources(${target} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}/${target}_all.mm")
-endfunction()
-
 # CMAKE_OSX_DEPLOYMENT_TARGET is one for all architectures, and arm64's oldest system is newer. This stands
 # behind it in each command, where the last one counts.
 if("arm64" IN_LIST CMAKE_OSX_ARCHITECTURES)
