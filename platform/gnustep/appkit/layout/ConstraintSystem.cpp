@@ -22,58 +22,7 @@ constexpr int kMaximumPivots = 20000;
 
 using Constraint = ConstraintSystem::Constraint;
 
-/// The variables whose value required equations decide one after the other, as most of a layout is.
-struct Decided {
-  std::vector<double> values;  ///< By variable; NaN: not decided.
-
-  bool isDecided(ConstraintSystem::Variable variable) const {
-    return !std::isnan(values[variable]);
-  }
-
-  /// A constraint's constant, less what the decided variables contribute.
-  double remainder(const Constraint &constraint) const {
-    double constant = constraint.constant;
-    for (const auto &term : constraint.terms) {
-      if (isDecided(term.variable)) {
-        constant -= term.coefficient * values[term.variable];
-      }
-    }
-    return constant;
-  }
-
-  /// Decides the variable of an equation in which it is the only one left.
-  bool decideBy(const Constraint &constraint) {
-    const ConstraintSystem::Term *open = nullptr;
-    for (const auto &term : constraint.terms) {
-      if (!isDecided(term.variable)) {
-        if (open != nullptr) {
-          return false;
-        }
-        open = &term;
-      }
-    }
-    if (constraint.relation != Relation::Equal || open == nullptr) {
-      return false;
-    }
-    values[open->variable] = remainder(constraint) / open->coefficient;
-    return true;
-  }
-
-  /// False when a constraint is violated, all of whose variables are decided.
-  bool allows(const Constraint &constraint) const {
-    for (const auto &term : constraint.terms) {
-      if (!isDecided(term.variable)) {
-        return true;
-      }
-    }
-    const double missing = remainder(constraint);
-    return !(constraint.relation != Relation::LessOrEqual && missing > kTolerance) &&
-           !(constraint.relation != Relation::GreaterOrEqual && missing < -kTolerance);
-  }
-};
-
 struct Program {
-  std::vector<int> columnOf;  ///< By variable; -1: decided.
   std::vector<int> rows, columns;
   std::vector<double> elements;
   std::vector<double> columnLower, columnUpper, rowLower, rowUpper;
@@ -84,20 +33,12 @@ struct Program {
     return static_cast<int>(columnLower.size()) - 1;
   }
 
-  /// Adds what the decided variables leave of a constraint; returns the row, or -1 for nothing.
-  int addRow(const Constraint &constraint, const Decided &decided) {
+  int addRow(const Constraint &constraint) {
     const int row = static_cast<int>(rowLower.size());
-    const double constant = decided.remainder(constraint);
-    bool isEmpty = true;
     for (const auto &term : constraint.terms) {
-      if (!decided.isDecided(term.variable)) {
-        addElement(row, columnOf[term.variable], term.coefficient);
-        isEmpty = false;
-      }
+      addElement(row, term.variable, term.coefficient);
     }
-    if (isEmpty) {
-      return -1;
-    }
+    const double constant = constraint.constant;
     rowLower.push_back(constraint.relation == Relation::LessOrEqual ? -COIN_DBL_MAX : constant);
     rowUpper.push_back(constraint.relation == Relation::GreaterOrEqual ? COIN_DBL_MAX : constant);
     return row;
@@ -125,22 +66,8 @@ struct Program {
 /// Slack columns of one priority, with their costs.
 using Level = std::vector<std::pair<int, double>>;
 
-/// Finds an optimum from the last one, whose factorization still holds.
-void optimize(ClpSimplex &model) {
-  constexpr int kKeepFactorization = 1;
-  constexpr int kUseFactorization = 2;
-  model.primal(0, kKeepFactorization | kUseFactorization);
-}
-
-bool isMet(const ClpSimplex &model, const Level &level) {
-  return std::all_of(level.begin(), level.end(), [&](const auto &slack) {
-    return model.primalColumnSolution()[slack.first] <= kTolerance;
-  });
-}
-
 /// Leaves only the optima of the present objective: exactly those in which everything that has a
-/// reduced cost stays where it is. Adding a row with the objective's value instead would have Clp
-/// start all over.
+/// reduced cost stays where it is.
 void keepOptimum(ClpSimplex &model) {
   for (int column = 0; column < model.numberColumns(); ++column) {
     if (std::fabs(model.dualColumnSolution()[column]) > kTolerance) {
@@ -200,45 +127,15 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
     }
   }
 
-  Decided decided;
-  // Returns whether the decided variables keep their bounds and the constraints.
-  const auto decide = [&](const std::vector<int> &numbers) {
-    decided.values.assign(variables_.size(), std::nan(""));
-    for (size_t i = 0; i < variables_.size(); ++i) {
-      if (variables_[i].lower == variables_[i].upper) {
-        decided.values[i] = variables_[i].lower;
-      }
-    }
-    for (bool goesOn = true; goesOn;) {
-      goesOn = false;
-      for (int number : numbers) {
-        goesOn = decided.decideBy(constraints_[number]) || goesOn;
-      }
-    }
-    for (size_t i = 0; i < variables_.size(); ++i) {
-      if (decided.values[i] < variables_[i].lower - kTolerance ||
-          decided.values[i] > variables_[i].upper + kTolerance) {
-        return false;
-      }
-    }
-    return std::all_of(numbers.begin(), numbers.end(),
-                       [&](int number) { return decided.allows(constraints_[number]); });
-  };
   const auto load = [&](Program &program, const std::vector<int> &numbers) {
-    for (size_t i = 0; i < variables_.size(); ++i) {
-      const Bounds &bounds = variables_[i];
-      program.columnOf.push_back(decided.isDecided(static_cast<Variable>(i))
-                                     ? -1
-                                     : program.addColumn(bounds.lower, bounds.upper));
+    for (const Bounds &bounds : variables_) {
+      program.addColumn(bounds.lower, bounds.upper);
     }
     for (int number : numbers) {
-      program.addRow(constraints_[number], decided);
+      program.addRow(constraints_[number]);
     }
   };
   const auto feasible = [&](const std::vector<int> &numbers) {
-    if (!decide(numbers)) {
-      return false;
-    }
     Program program;
     load(program, numbers);
     ClpSimplex model;
@@ -251,22 +148,15 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
   std::map<double, Level, std::greater<double>> levels;
   // With everything that may be violated in it, the program has a solution if and only if the
   // required constraints have one.
-  Program program;
   const auto start = [&] {
-    if (!decide(required)) {
-      return false;
-    }
-    program = Program();
+    Program program;
     load(program, required);
     levels.clear();
     for (const Constraint &constraint : constraints_) {
       if (isRequired(constraint)) {
         continue;
       }
-      const int row = program.addRow(constraint, decided);
-      if (row < 0) {
-        continue;
-      }
+      const int row = program.addRow(constraint);
       Level &level = levels[constraint.priority];
       if (constraint.relation != Relation::LessOrEqual) {
         const int missing = program.addColumn(0, HUGE_VAL);
@@ -281,7 +171,7 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
     }
     model = ClpSimplex();
     program.loadInto(model);
-    optimize(model);
+    model.primal();
     return !model.isProvenPrimalInfeasible();
   };
 
@@ -314,25 +204,16 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
 
     const auto take = [&] {
       const double *values = model.primalColumnSolution();
-      for (size_t i = 0; i < variables_.size(); ++i) {
-        const int column = program.columnOf[i];
-        solution.values[i] = column < 0 ? decided.values[i] : values[column];
-      }
+      std::copy(values, values + variables_.size(), solution.values.begin());
     };
     if (model.isProvenOptimal()) {
       take();
     }
     for (const auto &[priority, level] : levels) {
-      if (isMet(model, level)) {
-        for (const auto &[column, cost] : level) {
-          model.setColumnBounds(column, 0, 0);
-        }
-        continue;
-      }
       for (const auto &[column, cost] : level) {
         model.setObjectiveCoefficient(column, cost);
       }
-      optimize(model);
+      model.primal();
       if (!model.isProvenOptimal()) {
         break;
       }
