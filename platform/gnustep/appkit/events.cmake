@@ -12,5 +12,4 @@ target_sources(platform_appkit PRIVATE ${events_categories}
   events/FirstClick.m
   events/KeyboardFocus.m
   events/NSControl+WindowDrag.m
-  events/PendingEvents.m
-  events/SuccessorWindow.m)
+  events/PendingEvents.m)
