@@ -4,14 +4,12 @@ find_package(X11 REQUIRED)
 find_package(TIFF REQUIRED)
 set(look_sources "${CMAKE_CURRENT_LIST_DIR}/../../platform/gnustep/appkit/look")
 
-pellmar_add_gtest(look_pixels_test
+pellmar_add_gtest(look_outline_test
   SOURCES
     "${CMAKE_CURRENT_LIST_DIR}/look_outline_test.cpp"
-    "${CMAKE_CURRENT_LIST_DIR}/look_pixels_test.cpp"
-    "${look_sources}/HalvedPixels.cpp"
     "${look_sources}/RoundedOutline.cpp"
   LIBRARIES pellmar_flags)
-target_include_directories(look_pixels_test PRIVATE "${look_sources}")
+target_include_directories(look_outline_test PRIVATE "${look_sources}")
 
 pellmar_add_gtest(look_test DISPLAY
   SOURCES

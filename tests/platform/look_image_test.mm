@@ -66,43 +66,6 @@ TEST_F(LookImage, TwoImagesOfOneFileAreOneImageWithTwoRepresentations) {
   }
 }
 
-static CGFloat AlphaOfRep(NSImage *image, NSUInteger index, NSInteger x, NSInteger y) {
-  NSBitmapImageRep *rep = [[image representations] objectAtIndex:index];
-  return [[rep colorAtX:x y:y] alphaComponent];
-}
-
-TEST_F(LookImage, PixelsOutliveTheBytesTheyCameFrom) {
-  NSMutableData *bytes = [[TwoImageTiff(40, 20) mutableCopy] autorelease];
-  NSData *data = [NSData dataWithBytesNoCopy:[bytes mutableBytes]
-                                      length:[bytes length]
-                                freeWhenDone:NO];
-  NSImage *image = [[[NSImage alloc] initWithData:data] autorelease];
-  NSImage *copy = [[image copy] autorelease];
-  memset([bytes mutableBytes], 0, [bytes length]);
-  for (NSImage *each in @[ image, copy ]) {
-    for (NSUInteger i = 0; i < 2; i++) {
-      EXPECT_EQ(AlphaOfRep(each, i, 20 * (i + 1), 10 * (i + 1)), 1);
-      EXPECT_EQ(AlphaOfRep(each, i, 0, 0), 0);
-    }
-  }
-}
-
-TEST_F(LookImage, PictureOfWhichNothingCanBeReadIsTransparent) {
-  NSMutableData *bytes = [[TwoImageTiff(40, 20) mutableCopy] autorelease];
-  // The strip of the first picture follows the file's header.
-  memset(static_cast<char *>([bytes mutableBytes]) + 8, 0xFF, 40);
-  NSImage *image = [[[NSImage alloc] initWithData:bytes] autorelease];
-  ASSERT_EQ([[image representations] count], 2u);
-  EXPECT_EQ(AlphaOfRep(image, 0, 20, 10), 0);
-  EXPECT_EQ(AlphaOfRep(image, 1, 40, 20), 1);
-}
-
-TEST_F(LookImage, FileWithoutPicturesIsNoImage) {
-  // Shorter, and gui 0.32 raises while it looks for other formats.
-  NSData *data = [TwoImageTiff(40, 20) subdataWithRange:NSMakeRange(0, 128)];
-  EXPECT_EQ([[[NSImage alloc] initWithData:data] autorelease], nil);
-}
-
 class LookImageOnScreen : public look::LookTest {
  protected:
   void SetUp() override {

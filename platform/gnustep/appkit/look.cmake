@@ -1,5 +1,4 @@
 # Layer-backed views, fonts, colors, appearances, controls and windows that look as on a Mac.
-find_package(TIFF REQUIRED)
 find_package(X11 REQUIRED)
 target_sources(platform_appkit PRIVATE
   look/AppKitVersion.m
@@ -11,7 +10,6 @@ target_sources(platform_appkit PRIVATE
   look/CGColor.m
   look/ControlInsets.m
   look/FocusVisibility.m
-  look/HalvedPixels.cpp
   look/ImageInterpolation.m
   look/LayerOfView.m
   look/MethodReplacement.m
@@ -23,7 +21,7 @@ target_sources(platform_appkit PRIVATE
   look/NSColor+Spaces.m
   look/NSColorSpace+Spaces.m
   look/NSFont+SystemWeight.m
-  look/NSImageNames.mm
+  look/NSImageNames.m
   look/NSProcessInfo+OperatingSystemVersion.m
   look/NSTextFieldCell+Border.m
   look/NSTextFieldCell+Label.m
@@ -34,11 +32,8 @@ target_sources(platform_appkit PRIVATE
   look/NSWindow+Appearance.m
   look/NSWindow+Center.m
   look/ObservedDealloc.m
-  look/PlatformTiffImageRep.mm
   look/RoundedOutline.cpp
   look/ServerOfWindow.m
   look/SpaceColor.m
-  look/TiffImages.mm
-  look/TiffPictures.cpp
   look/WindowOutline.mm)
-target_link_libraries(platform_appkit PRIVATE TIFF::TIFF X11::X11 X11::Xext)
+target_link_libraries(platform_appkit PRIVATE X11::X11 X11::Xext)

@@ -1,5 +1,5 @@
-// Smooth scaling of images. Every context of the backend starts with none at all, which takes
-// single pixels out of an image that is drawn at another size.
+// Smooth scaling of images. Every context of the backend starts with no interpolation, and its
+// default one takes single pixels out of an image that is much larger than it is drawn.
 
 #import <AppKit/NSGraphicsContext.h>
 
@@ -10,7 +10,7 @@ static id (*sInitWithContextInfo)(id, SEL, NSDictionary *);
 
 static id InitWithContextInfo(id self, SEL selector, NSDictionary *info) {
   self = sInitWithContextInfo(self, selector, info);
-  [self setImageInterpolation:NSImageInterpolationDefault];
+  [self setImageInterpolation:NSImageInterpolationHigh];
   return self;
 }
 

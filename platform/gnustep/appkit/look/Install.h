@@ -16,8 +16,6 @@ void PlatformInstallLayerDrawing(void);
 void PlatformInstallImageInterpolation(void);
 /// The application icon by its name.
 void PlatformInstallImageNames(void);
-/// Images from TIFF files: of their pixels only what is used is read.
-void PlatformInstallTiffImages(void);
 /// A line in the log for objects that are deallocated while they are observed.
 void PlatformInstallObservedDealloc(void);
 /// Focus rings from the first use of the Tab key on.

@@ -47,7 +47,6 @@ static void RegisterDefaults(void) {
     PlatformInstallLayerDrawing();
     PlatformInstallImageInterpolation();
     PlatformInstallImageNames();
-    PlatformInstallTiffImages();
     PlatformInstallObservedDealloc();
     PlatformInstallFocusVisibility();
     PlatformInstallButtons();
