@@ -2,7 +2,7 @@
 # shortly and always alike among the tests, and for five minutes with `scripts/test --fuzz`. What once
 # was found stays in the folder of inputs.
 set(xpc_sources "${PROJECT_SOURCE_DIR}/platform/gnustep/foundation/xpc/wire")
-set(layout_sources "${PROJECT_SOURCE_DIR}/platform/gnustep/appkit/layout")
+set(appkit_sources "${PROJECT_SOURCE_DIR}/platform/gnustep/appkit")
 
 # pellmar_add_fuzzer(NAME RUNS runs SOURCES sources… LIBRARIES libraries… INCLUDES folders…)
 function(pellmar_add_fuzzer name)
@@ -50,8 +50,8 @@ if(PELLMAR_SANITIZE MATCHES address)
       "${xpc_sources}/wire_decoder.cpp" "${xpc_sources}/wire_encoder.cpp"
     LIBRARIES platform_foundation PkgConfig::FFI INCLUDES "${xpc_sources}")
   pellmar_add_fuzzer(visual_format RUNS 40000
-    SOURCES fuzz/visual_format_fuzzer.cpp "${layout_sources}/VisualFormat.cpp"
-    LIBRARIES pellmar_flags INCLUDES "${layout_sources}")
+    SOURCES fuzz/visual_format_fuzzer.cpp "${appkit_sources}/layout/VisualFormat.cpp"
+    LIBRARIES pellmar_flags INCLUDES "${appkit_sources}")
 endif()
 
 pellmar_add_node_test(fuzz.script fuzz/script_fuzz.test.mjs)

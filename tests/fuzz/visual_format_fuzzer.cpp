@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "VisualFormat.h"
+#include "layout/VisualFormat.h"
 
 using namespace platform::layout;
 

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#import "LayoutState.h"
+#import "layout/LayoutState.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "RoundedOutline.h"
+#include "drawing/RoundedOutline.h"
 
 using platform::PixelRectangle;
 using platform::RoundedOutline;

@@ -4,7 +4,7 @@
 #include <random>
 #include <vector>
 
-#include "ConstraintSystem.h"
+#include "layout/ConstraintSystem.h"
 
 namespace {
 

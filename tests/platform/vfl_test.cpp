@@ -3,7 +3,7 @@
 #include <random>
 #include <string>
 
-#include "VisualFormat.h"
+#include "layout/VisualFormat.h"
 
 namespace {
 

@@ -3,9 +3,6 @@
 
 #import <AppKit/AppKit.h>
 
-@interface NSButton (PlatformKeyEquivalent)
-@end
-
 /// What a key equivalent is compared with: letters are large with Shift and small without.
 static NSString *KeyOfEvent(NSEvent *event) {
   NSString *key = [event charactersIgnoringModifiers];

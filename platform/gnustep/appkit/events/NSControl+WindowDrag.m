@@ -3,15 +3,6 @@
 
 #import <AppKit/AppKit.h>
 
-@interface NSControl (PlatformWindowDrag)
-@end
-
-@interface NSTextField (PlatformWindowDrag)
-@end
-
-@interface NSImageView (PlatformWindowDrag)
-@end
-
 @implementation NSControl (PlatformWindowDrag)
 
 - (BOOL)mouseDownCanMoveWindow {

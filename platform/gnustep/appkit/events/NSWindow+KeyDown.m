@@ -3,9 +3,6 @@
 
 #import <AppKit/AppKit.h>
 
-@interface NSWindow (PlatformKeyDown)
-@end
-
 @implementation NSWindow (PlatformKeyDown)
 
 - (void)keyDown:(NSEvent *)event {

@@ -3,9 +3,6 @@
 
 #import <AppKit/AppKit.h>
 
-@interface NSWindow (PlatformOrderOut)
-@end
-
 @implementation NSWindow (PlatformOrderOut)
 
 - (void)orderOut:(id)sender {

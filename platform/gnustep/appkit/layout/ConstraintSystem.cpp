@@ -1,6 +1,6 @@
 // GNUstep 0.32 brings a solver of its own, 0.29 none; Clp serves both and takes inequalities.
 
-#include "ConstraintSystem.h"
+#include "layout/ConstraintSystem.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,9 +1,9 @@
-#ifndef PLATFORM_LAYOUT_CONSTRAINTSYSTEM_H
-#define PLATFORM_LAYOUT_CONSTRAINTSYSTEM_H
+#ifndef PLATFORM_CONSTRAINT_SYSTEM_H
+#define PLATFORM_CONSTRAINT_SYSTEM_H
 
 #include <vector>
 
-#include "Relation.h"
+#include "layout/Relation.h"
 
 namespace platform::layout {
 

@@ -1,12 +1,12 @@
-#import "LayoutEngine.h"
+#import "layout/LayoutEngine.h"
 
 #include <algorithm>
 #include <cmath>
 #include <vector>
 
-#import "LayoutModel.h"
-#import "LayoutState.h"
-#import "PlatformLayoutConstraint.h"
+#import "layout/LayoutModel.h"
+#import "layout/LayoutState.h"
+#import "layout/PlatformLayoutConstraint.h"
 
 namespace platform::layout {
 namespace {

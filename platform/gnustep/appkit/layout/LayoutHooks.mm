@@ -1,15 +1,12 @@
-#import "LayoutHooks.h"
+// Puts Auto Layout in the way of those methods of NSView and NSWindow that change frames, hierarchy
+// and display; what was there runs as before.
 
 #import <AppKit/AppKit.h>
 
-#include <mutex>
-
-#import "../look/MethodReplacement.h"
-#import "LayoutEngine.h"
-#import "LayoutState.h"
-
-// Replacing at run time rather than in categories: the former method stays callable, and no hook
-// costs anything before it is needed.
+#import "layout/LayoutEngine.h"
+#import "layout/LayoutState.h"
+#import "runtime/MethodReplacement.h"
+#import "runtime/NSApplication+Launch.h"
 
 namespace platform::layout {
 namespace {
@@ -90,7 +87,7 @@ void resizeWithOldSuperviewSize(id self, SEL selector, NSSize size) {
 }
 
 void removeSubview(id self, SEL selector, NSView *subview) {
-  if (anyState() && subview != nil && [subview superview] == self) {
+  if (subview != nil && [subview superview] == self) {
     detach(subview);
   }
   viewRemoveSubview(self, selector, subview);
@@ -147,25 +144,23 @@ void replace(Class target, SEL selector, Function replacement, Function *former)
       PlatformReplaceMethod(target, selector, reinterpret_cast<PlatformFunction>(replacement)));
 }
 
-}  // namespace
-
-void installHooks() {
-  static std::once_flag once;
-  std::call_once(once, [] {
-    Class view = [NSView class];
-    replace(view, @selector(dealloc), deallocView, &viewDealloc);
-    replace(view, @selector(setFrame:), setFrame, &viewSetFrame);
-    replace(view, @selector(setFrameSize:), setFrameSize, &viewSetFrameSize);
-    replace(view, @selector(setFrameOrigin:), setFrameOrigin, &viewSetFrameOrigin);
-    replace(view, @selector(resizeWithOldSuperviewSize:), resizeWithOldSuperviewSize, &viewResize);
-    replace(view, @selector(removeSubview:), removeSubview, &viewRemoveSubview);
-    replace(view, @selector(addSubview:positioned:relativeTo:), addSubview, &viewAddSubview);
-    replace(view, @selector(replaceSubview:with:), replaceSubview, &viewReplaceSubview);
-    Class window = [NSWindow class];
-    replace(window, @selector(orderWindow:relativeTo:), orderWindow, &windowOrder);
-    replace(window, @selector(display), displayWindow, &windowDisplay);
-    replace(window, @selector(displayIfNeeded), displayWindowIfNeeded, &windowDisplayIfNeeded);
-  });
+void install() {
+  Class view = [NSView class];
+  replace(view, @selector(dealloc), deallocView, &viewDealloc);
+  replace(view, @selector(setFrame:), setFrame, &viewSetFrame);
+  replace(view, @selector(setFrameSize:), setFrameSize, &viewSetFrameSize);
+  replace(view, @selector(setFrameOrigin:), setFrameOrigin, &viewSetFrameOrigin);
+  replace(view, @selector(resizeWithOldSuperviewSize:), resizeWithOldSuperviewSize, &viewResize);
+  replace(view, @selector(removeSubview:), removeSubview, &viewRemoveSubview);
+  replace(view, @selector(addSubview:positioned:relativeTo:), addSubview, &viewAddSubview);
+  replace(view, @selector(replaceSubview:with:), replaceSubview, &viewReplaceSubview);
+  Class window = [NSWindow class];
+  replace(window, @selector(orderWindow:relativeTo:), orderWindow, &windowOrder);
+  replace(window, @selector(display), displayWindow, &windowDisplay);
+  replace(window, @selector(displayIfNeeded), displayWindowIfNeeded, &windowDisplayIfNeeded);
 }
 
+__attribute__((constructor)) void registerInstall() { PlatformInstallAtLaunch(install); }
+
+}  // namespace
 }  // namespace platform::layout

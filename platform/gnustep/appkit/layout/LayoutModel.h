@@ -1,5 +1,5 @@
-#ifndef PLATFORM_LAYOUT_LAYOUTMODEL_H
-#define PLATFORM_LAYOUT_LAYOUTMODEL_H
+#ifndef PLATFORM_LAYOUT_MODEL_H
+#define PLATFORM_LAYOUT_MODEL_H
 
 #import <AppKit/AppKit.h>
 
@@ -7,8 +7,8 @@
 #include <unordered_set>
 #include <vector>
 
-#include "ConstraintSystem.h"
-#import "LayoutState.h"
+#include "layout/ConstraintSystem.h"
+#import "layout/LayoutState.h"
 
 namespace platform::layout {
 

@@ -1,9 +1,9 @@
-#import "LayoutModel.h"
+#import "layout/LayoutModel.h"
 
 #include <algorithm>
 #include <cmath>
 
-#import "PlatformLayoutConstraint.h"
+#import "layout/PlatformLayoutConstraint.h"
 
 namespace platform::layout {
 namespace {

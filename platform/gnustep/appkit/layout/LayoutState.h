@@ -1,5 +1,5 @@
-#ifndef PLATFORM_LAYOUT_LAYOUTSTATE_H
-#define PLATFORM_LAYOUT_LAYOUTSTATE_H
+#ifndef PLATFORM_LAYOUT_STATE_H
+#define PLATFORM_LAYOUT_STATE_H
 
 #import <AppKit/AppKit.h>
 
@@ -15,8 +15,7 @@ struct Edges {
   double left = 0, top = 0, right = 0, bottom = 0;
 };
 
-/// What Auto Layout keeps about a view. GNUstep's NSView has no room for it and the runtime no
-/// associated objects, so it lies in a table beside; a hook on NSView's dealloc takes it out again.
+/// What Auto Layout keeps about a view, as an associated object of it.
 struct LayoutState {
   explicit LayoutState(NSView *of);
   ~LayoutState();
@@ -41,16 +40,14 @@ struct LayoutState {
   std::vector<const void *> reported;  ///< Of a root: given up and told about in the last pass.
 };
 
-/// Whether any view has a state: false until Auto Layout is used in this process.
-bool anyState();
-
 /// The state of a view, or null.
 LayoutState *existingState(NSView *view);
 
-/// The state of a view, made at the first call. Also installs the hooks at its very first call.
+/// The state of a view, made at the first call.
 LayoutState &stateOf(NSView *view);
 
-/// For the hook on dealloc, on any thread. Constraints that mention the view mention nil then.
+/// For a view that is deallocated, on any thread. Constraints that mention the view mention nil
+/// then.
 void forgetState(NSView *view);
 
 }  // namespace platform::layout

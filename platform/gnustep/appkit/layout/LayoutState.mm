@@ -1,26 +1,31 @@
-#import "LayoutState.h"
+#import "layout/LayoutState.h"
 
-#include <memory>
-#include <mutex>
-#include <unordered_map>
+#import "layout/PlatformLayoutConstraint.h"
+#import "runtime/AssociatedObjects.h"
 
-#import "LayoutHooks.h"
-#import "PlatformLayoutConstraint.h"
+using platform::layout::LayoutState;
 
-namespace platform::layout {
-namespace {
+@interface PlatformLayoutStateHolder : NSObject {
+ @public
+  LayoutState *_state;
+}
+@end
 
-struct Store {
-  std::mutex lock;  // Views may be deallocated on any thread.
-  std::unordered_map<const void *, std::unique_ptr<LayoutState>> states;
-};
+@implementation PlatformLayoutStateHolder
 
-Store &store() {
-  static Store *const instance = new Store;  // Views outlive the static destructors.
-  return *instance;
+- (void)dealloc {
+  for (PlatformLayoutConstraint *constraint : _state->mentions) {
+    [constraint forgetItem:_state->view];
+  }
+  delete _state;
+  [super dealloc];
 }
 
-}  // namespace
+@end
+
+namespace platform::layout {
+
+static const char sStateKey = 0;
 
 LayoutState::LayoutState(NSView *of) : view(of), constraints([[NSMutableArray alloc] init]) {}
 
@@ -31,44 +36,24 @@ LayoutState::~LayoutState() {
   [constraints release];
 }
 
-bool anyState() {
-  std::lock_guard<std::mutex> guard(store().lock);
-  return !store().states.empty();
-}
-
 LayoutState *existingState(NSView *view) {
-  std::lock_guard<std::mutex> guard(store().lock);
-  const auto found = store().states.find(view);
-  return found == store().states.end() ? nullptr : found->second.get();
+  PlatformLayoutStateHolder *holder = objc_getAssociatedObject(view, &sStateKey);
+  return holder == nil ? nullptr : holder->_state;
 }
 
 LayoutState &stateOf(NSView *view) {
   if (LayoutState *state = existingState(view)) {
     return *state;
   }
-  installHooks();
-  auto made = std::make_unique<LayoutState>(view);
-  LayoutState &state = *made;
-  std::lock_guard<std::mutex> guard(store().lock);
-  store().states.emplace(view, std::move(made));
-  return state;
+  PlatformLayoutStateHolder *holder = [[PlatformLayoutStateHolder alloc] init];
+  holder->_state = new LayoutState(view);
+  objc_setAssociatedObject(view, &sStateKey, holder, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
+  [holder release];
+  return *holder->_state;
 }
 
 void forgetState(NSView *view) {
-  std::unique_ptr<LayoutState> state;
-  {
-    std::lock_guard<std::mutex> guard(store().lock);
-    const auto found = store().states.find(view);
-    if (found == store().states.end()) {
-      return;
-    }
-    state = std::move(found->second);
-    store().states.erase(found);
-  }
-  // Outside the lock: letting constraints go comes back here for the views that they mention.
-  for (PlatformLayoutConstraint *constraint : state->mentions) {
-    [constraint forgetItem:view];
-  }
+  objc_setAssociatedObject(view, &sStateKey, nil, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
 }
 
 }  // namespace platform::layout

@@ -1,6 +1,6 @@
 #import <AppKit/AppKit.h>
 
-#import "../look/ControlInsets.h"
+#import "drawing/ControlInsets.h"
 
 @implementation NSButton (PlatformLayout)
 

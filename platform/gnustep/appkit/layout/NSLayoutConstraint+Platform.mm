@@ -2,7 +2,7 @@
 
 #import <AppKit/AppKit.h>
 
-#import "PlatformLayoutConstraint.h"
+#import "layout/PlatformLayoutConstraint.h"
 
 @implementation NSLayoutConstraint (Platform)
 

@@ -4,7 +4,7 @@
 #include <utility>
 #include <variant>
 
-#include "VisualFormat.h"
+#include "layout/VisualFormat.h"
 
 using namespace platform::layout;
 

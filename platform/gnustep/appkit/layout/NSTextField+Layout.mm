@@ -2,9 +2,9 @@
 
 #include <cmath>
 
-#import "../look/ControlInsets.h"
-#import "LayoutEngine.h"
-#import "LayoutState.h"
+#import "drawing/ControlInsets.h"
+#import "layout/LayoutEngine.h"
+#import "layout/LayoutState.h"
 
 using namespace platform::layout;
 

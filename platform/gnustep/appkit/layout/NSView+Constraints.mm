@@ -1,8 +1,8 @@
 #import <AppKit/AppKit.h>
 
-#import "LayoutEngine.h"
-#import "LayoutState.h"
-#import "PlatformLayoutConstraint.h"
+#import "layout/LayoutEngine.h"
+#import "layout/LayoutState.h"
+#import "layout/PlatformLayoutConstraint.h"
 
 using namespace platform::layout;
 

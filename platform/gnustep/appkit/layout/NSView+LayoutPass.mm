@@ -1,7 +1,7 @@
 #import <AppKit/AppKit.h>
 
-#import "LayoutEngine.h"
-#import "LayoutState.h"
+#import "layout/LayoutEngine.h"
+#import "layout/LayoutState.h"
 
 using namespace platform::layout;
 

@@ -1,6 +1,6 @@
 #import <AppKit/AppKit.h>
 
-#import "LayoutEngine.h"
+#import "layout/LayoutEngine.h"
 
 @implementation NSWindow (PlatformLayout)
 

@@ -1,10 +1,10 @@
-#import "PlatformLayoutConstraint.h"
+#import "layout/PlatformLayoutConstraint.h"
 
 #include <algorithm>
 #include <cmath>
 
-#import "LayoutEngine.h"
-#import "LayoutState.h"
+#import "layout/LayoutEngine.h"
+#import "layout/LayoutState.h"
 
 using platform::layout::existingState;
 using platform::layout::LayoutState;

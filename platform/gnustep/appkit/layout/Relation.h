@@ -1,5 +1,5 @@
-#ifndef PLATFORM_LAYOUT_RELATION_H
-#define PLATFORM_LAYOUT_RELATION_H
+#ifndef PLATFORM_RELATION_H
+#define PLATFORM_RELATION_H
 
 namespace platform::layout {
 

@@ -1,7 +1,7 @@
 // GNUstep's own parser rejects bracketed gaps, reads no lists and leaves out relations between
 // views.
 
-#include "VisualFormat.h"
+#include "layout/VisualFormat.h"
 
 #include <charconv>
 #include <cmath>

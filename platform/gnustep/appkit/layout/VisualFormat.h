@@ -1,5 +1,5 @@
-#ifndef PLATFORM_LAYOUT_VISUALFORMAT_H
-#define PLATFORM_LAYOUT_VISUALFORMAT_H
+#ifndef PLATFORM_VISUAL_FORMAT_H
+#define PLATFORM_VISUAL_FORMAT_H
 
 #include <cstddef>
 #include <optional>
@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-#include "Relation.h"
+#include "layout/Relation.h"
 
 namespace platform::layout {
 

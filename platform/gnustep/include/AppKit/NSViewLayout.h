@@ -31,8 +31,8 @@ extern const CGFloat NSViewNoInstrinsicMetric;
 - (void)setUserInterfaceLayoutDirection:(NSUserInterfaceLayoutDirection)direction;
 @end
 
-/// All on the main thread. Nothing here costs anything until the first constraint is made or the
-/// first autoresizing translation is switched off.
+/// All on the main thread. No frame is touched until the first constraint is made or the first
+/// autoresizing translation is switched off.
 @interface NSView (PlatformConstraints)
 
 /// The constraints the receiver holds, in the order they came.

@@ -1,0 +1,20 @@
+#import <AppKit/NSAppearanceCustomization.h>
+
+#import "appearance/AppearanceChange.h"
+
+@implementation NSWindow (PlatformAppearance)
+
+- (NSAppearance *)appearance {
+  return PlatformOwnAppearance(self);
+}
+
+- (void)setAppearance:(NSAppearance *)appearance {
+  PlatformSetOwnAppearance(self, appearance);
+}
+
+- (NSAppearance *)effectiveAppearance {
+  NSAppearance *own = [self appearance];
+  return own ? own : [[NSApplication sharedApplication] effectiveAppearance];
+}
+
+@end
