@@ -19,7 +19,9 @@ NS_ASSUME_NONNULL_BEGIN
 }
 
 - (instancetype)initWithOptions:(const PLDevAgentOptions &)options
-                        journal:(PLDevAgentJournal *)journal;
+                        journal:(PLDevAgentJournal *)journal NS_DESIGNATED_INITIALIZER;
+
+- (instancetype)init NS_UNAVAILABLE;
 
 @end
 

@@ -15,9 +15,8 @@ AFXConsentChoice AFXGetPreviousCustomerChoice(void);
 /// thread but the connection's own queue; blocks as `AFXGetPreviousCustomerChoice` does.
 ///
 /// @param completion may be nil; takes a consent status. Runs at once on the calling thread when
-/// the
-///   customer is not asked, else on the main thread. Only the call that brought the window up gets
-///   its answer.
+///   the customer is not asked, else on the main thread. Only the call that brought the window up
+///   gets its answer.
 /// @return YES when the window is going to be shown; NO when `completion` has already run.
 BOOL AFXAskCustomerPermissions(void (^_Nullable completion)(AFXConsentChoice status));
 

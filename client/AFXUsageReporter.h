@@ -23,9 +23,10 @@ NS_ASSUME_NONNULL_BEGIN
   // Events sent over the connection, and how many of them the agent is known to have taken.
   uint64_t _sent;
   uint64_t _taken;
-  // Without an agent: until when events are dropped, and how long the last such pause was.
-  dispatch_time_t _pauseEnd;
-  int64_t _pause;
+  // Without an agent: until when events are dropped and no connection is tried, and how long that
+  // last was.
+  dispatch_time_t _retryTime;
+  int64_t _retryDelay;
 }
 
 - (instancetype)init NS_UNAVAILABLE;

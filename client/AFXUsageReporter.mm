@@ -2,8 +2,8 @@
 
 #import "client/AFXAgentConnection.h"
 
-static const int64_t sShortestPause = 20 * NSEC_PER_MSEC;
-static const int64_t sLongestPause = 250 * NSEC_PER_MSEC;
+static const int64_t sShortestRetryDelay = 20 * NSEC_PER_MSEC;
+static const int64_t sLongestRetryDelay = 250 * NSEC_PER_MSEC;
 
 /// Events that may be on their way: the system keeps what the agent has not read, without a limit.
 static const uint64_t sMostOutstanding = 4096;
@@ -65,7 +65,7 @@ static const uint64_t sEventsPerCheck = 256;
   if (_connection) {
     return _sent - _taken < sMostOutstanding;
   }
-  if (_pauseEnd && dispatch_time(DISPATCH_TIME_NOW, 0) < _pauseEnd) {
+  if (_retryTime && dispatch_time(DISPATCH_TIME_NOW, 0) < _retryTime) {
     return NO;
   }
   const uint64_t generation = ++_generation;
@@ -82,13 +82,13 @@ static const uint64_t sEventsPerCheck = 256;
   pthread_mutex_lock(&_mutex);
   if (generation == _generation) {
     _taken = MAX(_taken, count);
-    _pause = 0;
+    _retryDelay = 0;
   }
   pthread_mutex_unlock(&_mutex);
 }
 
 /// Forgets the connection, so that a later event opens a new one: the next one, or where the agent
-/// has taken nothing over this one, the first after a pause.
+/// has taken nothing over this one, the first after a delay.
 - (void)dropConnectionOfGeneration:(uint64_t)generation {
   pthread_mutex_lock(&_mutex);
   if (generation != _generation || _connection == nil) {
@@ -100,8 +100,8 @@ static const uint64_t sEventsPerCheck = 256;
   _connection = nil;
   _service = nil;
   if (_taken == 0) {
-    _pause = MIN(MAX(2 * _pause, sShortestPause), sLongestPause);
-    _pauseEnd = dispatch_time(DISPATCH_TIME_NOW, _pause);
+    _retryDelay = MIN(MAX(2 * _retryDelay, sShortestRetryDelay), sLongestRetryDelay);
+    _retryTime = dispatch_time(DISPATCH_TIME_NOW, _retryDelay);
   }
   pthread_mutex_unlock(&_mutex);
   [service release];

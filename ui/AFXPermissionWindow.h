@@ -10,7 +10,13 @@ NS_ASSUME_NONNULL_BEGIN
 @interface AFXPermissionWindow : NSWindow
 
 /// @param contentRect the window's frame, in screen points: a borderless window has no other.
-- (nullable instancetype)initWithContentRect:(NSRect)contentRect;
+- (nullable instancetype)initWithContentRect:(NSRect)contentRect NS_DESIGNATED_INITIALIZER;
+
+- (instancetype)init NS_UNAVAILABLE;
+- (instancetype)initWithContentRect:(NSRect)contentRect
+                          styleMask:(NSWindowStyleMask)style
+                            backing:(NSBackingStoreType)backingStoreType
+                              defer:(BOOL)flag NS_UNAVAILABLE;
 
 @end
 

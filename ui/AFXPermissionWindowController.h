@@ -42,7 +42,12 @@ typedef void (^AFXPermissionCompletion)(AFXConsentChoice choice, NSString *_Null
 
 /// Builds the window and its contents without showing it. Both arguments are copied.
 - (nullable instancetype)initWithUserEmail:(nullable NSString *)userEmail
-                         completionHandler:(nullable AFXPermissionCompletion)completion;
+                         completionHandler:(nullable AFXPermissionCompletion)completion
+    NS_DESIGNATED_INITIALIZER;
+
+- (instancetype)init NS_UNAVAILABLE;
+- (instancetype)initWithWindow:(nullable NSWindow *)window NS_UNAVAILABLE;
+- (nullable instancetype)initWithCoder:(NSCoder *)coder NS_UNAVAILABLE;
 
 /// Hides the window, then hands the answer to the completion. The one way out of the window.
 - (void)endWithPermissionChoice:(AFXConsentChoice)choice;

@@ -124,13 +124,13 @@ TEST_F(UsageReporter, TakesAnyReplyForASignThatEventsWereTaken) {
 }
 
 TEST_F(UsageReporter, LooksForAMissingAgentLessAndLessOften) {
-  for (const int64_t pause : {20, 40, 80, 160, 250, 250}) {
-    SCOPED_TRACE(pause);
+  for (const int64_t delay : {20, 40, 80, 160, 250, 250}) {
+    SCOPED_TRACE(delay);
     report(@"1");
     EXPECT_EQ(connections_.taken().size(), 4u);
     connections_.last().invalidationHandler();
     connections_.taken();
-    sNow += static_cast<dispatch_time_t>(pause * 1'000'000 - 1);
+    sNow += static_cast<dispatch_time_t>(delay * 1'000'000 - 1);
     report(@"2");
     EXPECT_EQ(connections_.taken(), Calls{});
     sNow += 1;

@@ -97,7 +97,7 @@ FAULTS = [
      [*HANGING, HANGING_NOTES], []),
     ('an event too many on its way', [(REPORTER, '_sent - _taken < s', '_sent - _taken <= s')],
      ['PLReportUsageEvent: checks with every 256 events, and no more than 4,096 that are not taken'], []),
-    ('a pause that does not become longer', [(REPORTER, 'MAX(2 * _pause', 'MAX(_pause')],
+    ('a retry delay that does not become longer', [(REPORTER, 'MAX(2 * _retryDelay', 'MAX(_retryDelay')],
      ['PLReportUsageEvent: no agent'], []),
 ]
 
