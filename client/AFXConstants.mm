@@ -1,4 +1,3 @@
-#import "client/AFXVersion.h"
 #import "client/Pellmar.h"
 
 NSString *const AFXProvisioningServiceName = @"com.pellmar.ProvisioningService";

@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 
-#import "client/AFXVersion.h"
 #import "client/Pellmar.h"
 
 extern "C" int __cxa_atexit(void (*function)(void *), void *argument, void *image);

@@ -16,6 +16,12 @@ add_library(pellmar_flags INTERFACE)
 target_compile_options(pellmar_flags INTERFACE
   -Wall -Wextra -Werror -fblocks)
 
+# The version stands in package.json alone. A plain literal here, so that longer ones can be joined from it.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS package.json)
+file(READ "${PROJECT_SOURCE_DIR}/package.json" PELLMAR_PACKAGE)
+string(JSON PELLMAR_VERSION GET "${PELLMAR_PACKAGE}" version)
+target_compile_definitions(pellmar_flags INTERFACE AFX_VERSION="${PELLMAR_VERSION}")
+
 if(PELLMAR_SANITIZE)
   # The runtime is shared, since node itself is not built with it, and lies in the compiler's folder.
   execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.asan-x86_64.so

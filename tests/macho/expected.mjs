@@ -3,6 +3,10 @@
 //
 // In type encodings BOOL stands for the slice's own: a signed char on x86_64, a bool on arm64.
 
+import fs from 'node:fs';
+
+const { version } = JSON.parse(fs.readFileSync(new URL('../../package.json', import.meta.url), 'utf8'));
+
 export const slices = {
   x86_64: { minimumVersion: '10.10', boolEncoding: 'c' },
   arm64: { minimumVersion: '11.0', boolEncoding: 'B' },
@@ -63,7 +67,7 @@ export const constants = {
 };
 
 /** A variable, not a constant. */
-export const versionMarker = { name: '__PLV', value: '__plv__1.6.2' };
+export const versionMarker = { name: '__PLV', value: `__plv__${version}` };
 
 /** Where a field is a pointer into the bundle, the section that it leads to. */
 export const moduleRecord = {

@@ -13,7 +13,8 @@ import { sanitizerEnvironment } from '../system/sanitizer.mjs';
 
 const folder = path.dirname(fileURLToPath(import.meta.url));
 const root = path.resolve(folder, '../..');
-const { version } = JSON.parse(fs.readFileSync(path.join(root, 'package.json'), 'utf8'));
+const declared = JSON.parse(fs.readFileSync(path.join(root, 'package.json'), 'utf8'));
+const { version } = declared;
 const prebuild = 'prebuilds/darwin-x64+arm64/electron.abi85.node';
 const content = [
   'CHANGELOG.md', 'README.md', 'client/Pellmar.h', 'index.d.ts', 'index.js', 'package.json', prebuild,
@@ -66,6 +67,9 @@ describe('scripts/package', { skip }, () => {
     assert.deepEqual(
       execFileSync('tar', ['-xzOf', symbols, 'pellmar.node.dSYM/Contents/Resources/DWARF/pellmar.node']),
       fs.readFileSync(symbolsOf(bundle)));
+    const packed = JSON.parse(run('tar', ['-xzOf', file, 'package/package.json']));
+    assert.deepEqual([Object.keys(packed.scripts), packed.dependencies, packed.devDependencies],
+      [['prepack'], declared.dependencies, undefined]);
     const archive = fs.readFileSync(symbols);
     fs.utimesSync(symbolsOf(bundle), 1, 1);
     pack(session, '--bundle', bundle);

@@ -53,6 +53,16 @@ test('the names that the document gives are those of the code', () => {
   }
 });
 
+test('the version that the documents give is that of the package', () => {
+  const { version } = JSON.parse(read('package.json'));
+  assert.equal(/^## (\S+)$/m.exec(read('CHANGELOG.md'))[1], version);
+  for (const document of ['README.md', integrating]) {
+    const named = [...read(document).matchAll(/\b(?:pellmar-|Pellmar client )(\d+\.\d+\.\d+)/g)];
+    assert.ok(named.length > 0, document);
+    for (const [text, found] of named) assert.equal(found, version, `${document}: ${text}`);
+  }
+});
+
 test('links within the tree lead somewhere', () => {
   const documents = execFileSync('git', ['ls-files', '-co', '--exclude-standard', '*.md'],
     { cwd: root, encoding: 'utf8' }).split('\n').filter(Boolean);

@@ -82,7 +82,7 @@ TEST(Constants, HaveTheTextsThatTheAgentKnows) {
   EXPECT_STREQ(AFXProvisioningDebugMessageKey.UTF8String, "com.pellmar.debug-log-message");
   EXPECT_STREQ(AFXProvisioningDebugAppNameKey.UTF8String, "com.pellmar.debug-log-app-name");
   EXPECT_STREQ(PLVendorAuthScopeApplicationAccess.UTF8String, "application.access");
-  EXPECT_STREQ([__PLV UTF8String], "__plv__1.6.2");
+  EXPECT_STREQ([__PLV UTF8String], "__plv__" AFX_VERSION);
 }
 
 TEST_F(Client, CanShowReleaseNotesWithoutAskingAnybody) {

@@ -5,6 +5,7 @@
     a call outside of the bundle  in the order in which they come, then what the script gets
     x86_64| a call                of that processor alone
     .. a name: a text             stands for the lines of that name in repeated.txt, with the text for each #
+    VERSION                       stands for the client's version, in any line
 
 Lines that begin with # and empty lines are left out. A step ends with what the connections' queue does then:
 to hold up a reply, a case has the agent hang. After the last step the timers run, and a case ends with the
@@ -26,6 +27,7 @@ from process import Process
 from system import FOREVER
 
 REPEATED = Path(__file__).with_name('repeated.txt')
+VERSION = json.loads((Path(__file__).resolve().parents[3] / 'package.json').read_text(encoding='utf-8'))['version']
 ARCHITECTURE_LINE = re.compile(r'(x86_64|arm64)\| (.*)')
 
 
@@ -68,7 +70,7 @@ def written_out(lines, repeated):
 def _read(file, architecture):
     cases = []
     is_left_out = False
-    for line in file.read_text(encoding='utf-8').splitlines():
+    for line in file.read_text(encoding='utf-8').replace('VERSION', VERSION).splitlines():
         if line.startswith('== '):
             name = for_architecture(line[3:], architecture)
             is_left_out = name is None
