@@ -53,6 +53,17 @@ test('the names that the document gives are those of the code', () => {
   }
 });
 
+test('the spellings that are to stay are those of the code', () => {
+  const sources = execFileSync('git', ['ls-files', 'binding', 'client', 'ui'], { cwd: root, encoding: 'utf8' })
+    .split('\n').filter(Boolean).map((file) => file + '\n' + read(file)).join('\n');
+  const [, section] = /^## Spellings that are contracts\n(.*?)^## /ms.exec(read('CONTRIBUTING.md'));
+  const spellings = [...section.matchAll(/^\| (.*?) \|/gm)].slice(1)
+    .flatMap(([, cell]) => [...cell.matchAll(/`(.*?)`/g)].map(([, spelling]) => spelling))
+    .filter((spelling) => !spelling.includes('…'));
+  assert.ok(spellings.length > 15);
+  for (const spelling of spellings) assert.ok(sources.includes(spelling), spelling);
+});
+
 test('the version that the documents give is that of the package', () => {
   const { version } = JSON.parse(read('package.json'));
   assert.equal(/^## (\S+)$/m.exec(read('CHANGELOG.md'))[1], version);
