@@ -1,5 +1,5 @@
 //
-// How long single calls take, on a machine that stands still now and then.
+// How long single calls take, on a machine that its host suspends now and then.
 //
 
 #ifndef BENCH_CALL_CLOCK_H
@@ -22,7 +22,7 @@ class CallClock {
   /// Returns the milliseconds that the call since `Start` is charged with.
   double Stop();
 
-  /// The milliseconds for which the machine stood still during one call, at the longest.
+  /// The milliseconds for which the machine was suspended during one call, at the longest.
   double longestStandstill() const { return longestStandstill_; }
 
  private:

@@ -69,14 +69,14 @@ void Turn() {
   }
 }
 
-/// Turns the loop until `condition`, which `what` says in words. Returns the milliseconds since
-/// `start`.
+/// Runs the event loop until `condition`, which `what` says in words. Returns the milliseconds
+/// since `start`.
 template <typename Condition>
 double MillisecondsUntil(const char *what, Clock::time_point start, Condition condition) {
   while (!condition()) {
     Turn();
     if (Clock::now() - start > kPatience) {
-      fprintf(stderr, "bench: waited in vain until %s\n", what);
+      fprintf(stderr, "bench: timed out waiting until %s\n", what);
       exit(1);
     }
   }
@@ -98,7 +98,7 @@ NSWindow *ConsentWindow() {
   return nil;
 }
 
-/// Lets the application and the display come to rest.
+/// Runs the event loop until the application and the display are idle.
 void LetGo() {
   const Clock::time_point end = Clock::now() + std::chrono::milliseconds(30);
   while (Clock::now() < end) {

@@ -97,7 +97,7 @@ function measureCalls() {
         return JSON.parse((await lines.next()).value);
       };
     }
-    // The states take turns of a few milliseconds: the machine is faster or slower for some tens.
+    // The states are interleaved, a few milliseconds each: the machine is faster or slower for some tens.
     const all = Object.fromEntries(Object.keys(states).map((state) => [state, {}]));
     for (let round = 0; round < 200; round++) {
       for (const [state, measure] of Object.entries(scripts)) {
@@ -113,7 +113,7 @@ function measureConnection() {
   return within(async (scope, session) => {
     await startPeer(scope, session);
     const { stdout } = await run(`${build}/bench/connection_benchmark`, [
-      // Short ones by turns: what else the machine does changes every few milliseconds.
+      // Short ones, interleaved: what else the machine does changes every few milliseconds.
       '--benchmark_format=json', '--benchmark_repetitions=60', '--benchmark_min_time=0.005',
       '--benchmark_enable_random_interleaving=true',
     ], { env: { ...process.env, ...session.env, PELLMAR_BENCH_FOLDER: session.folder },

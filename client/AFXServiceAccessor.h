@@ -26,7 +26,7 @@ typedef void (^AFXServiceHandler)(id<AFXProvisioningService> _Nullable service);
   // this number instead of the connection, which would keep itself alive through its own handlers.
   uint64_t _generation;
   BOOL _isChecked;
-  // From when on the check that is under way counts as unanswered; 0 while there is none.
+  // When the outstanding check times out; 0 while there is none.
   dispatch_time_t _checkDeadline;
   // Whether the agent has left a check unanswered, and nothing has been heard of it since.
   BOOL _isHung;

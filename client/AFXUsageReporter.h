@@ -20,7 +20,7 @@ NS_ASSUME_NONNULL_BEGIN
   id<AFXProvisioningService> _service;
   // Tells a late callback of a connection that was dropped from one of the connection in use.
   uint64_t _generation;
-  // Events sent over the connection, and how many of them the agent is known to have taken.
+  // Events sent over the connection, and how many of them the agent has acknowledged.
   uint64_t _sent;
   uint64_t _taken;
   // Without an agent: until when events are dropped and no connection is tried, and how long that
@@ -33,10 +33,10 @@ NS_ASSUME_NONNULL_BEGIN
 
 /// Hands an event to the connection before it returns. Events of one thread keep their order.
 ///
-/// Dropped without a word are: what cannot be sent; events beyond 4,096 that the agent has not
-/// taken, until it takes some; and those that come while it is missing, since looking for it costs
-/// many times what an event may. It is looked for again after 20 ms, and less and less often until
-/// it is every 250 ms.
+/// Dropped silently are: what cannot be sent; with 4,096 events that the agent has not
+/// acknowledged, further ones until it has (back-pressure); and those that come while it is
+/// missing, since to connect costs many times what an event may. Attempts to connect have a retry
+/// delay of 20 ms that doubles up to 250 ms.
 - (void)reportUsageEvent:(NSString *)event eventInfo:(nullable NSDictionary *)eventInfo;
 
 @end

@@ -5,10 +5,9 @@
 static const int64_t sShortestRetryDelay = 20 * NSEC_PER_MSEC;
 static const int64_t sLongestRetryDelay = 250 * NSEC_PER_MSEC;
 
-/// Events that may be on their way: the system keeps what the agent has not read, without a limit.
+/// Back-pressure: the system buffers what the agent has not read, without a limit.
 static const uint64_t sMostOutstanding = 4096;
-/// How many events there are for each check, whose reply says that the agent has taken those
-/// before.
+/// How many events there are for each check, whose reply acknowledges those before.
 static const uint64_t sEventsPerCheck = 256;
 
 @implementation AFXUsageReporter

@@ -108,7 +108,7 @@ PL_EXPORT void PLReportUsageEvent(NSString *name, NSDictionary *_Nullable info);
 
 /// What is known of the customer's answer. Any thread; asks the agent and blocks the caller until
 /// it replies, two seconds at the most. `PLEmailSharingAnswerUnknown` without an agent, and at once
-/// for an agent that has kept a caller waiting for nothing, until something is heard of it.
+/// for an agent that did not answer an earlier call in time, until something is heard of it.
 PL_EXPORT PLEmailSharingAnswer PLGetLastUserEmailSharingResponse(void);
 
 /// Asks the customer in a window whether the e-mail address may be shared, if the agent wants the

@@ -19,7 +19,7 @@ static const NSUInteger sLongestShownEmail = 320;
 static NSString *const sAppearanceKeyPath = @"effectiveAppearance";
 
 /// Whether the system has light and dark appearances, as it does from 10.14 on. A question to the
-/// running system: the compiler's own check cannot be put to the test with an older one.
+/// running system: the compiler's own check cannot be tested with an older one.
 static BOOL __AFXSystemHasAppearances(void) {
   return [NSProcessInfo.processInfo
       isOperatingSystemAtLeastVersion:(NSOperatingSystemVersion){10, 14, 0}];

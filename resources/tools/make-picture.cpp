@@ -219,7 +219,7 @@ void writeImage(TIFF *tiff, Image &image, float pixelsPerInch,
 }
 
 // Writes both images with `gap` unused bytes between them and returns the file's length.
-std::uintmax_t writeFile(const std::string &path, Image &single, Image &twofold,
+std::uintmax_t writeFile(const std::string &path, Image &single, Image &doubled,
                          const std::vector<std::uint8_t> &profile, std::size_t gap) {
   {
     auto tiff = checked(TIFFOpen(path.c_str(), "wb"), &TIFFClose, "the picture");
@@ -233,7 +233,7 @@ std::uintmax_t writeFile(const std::string &path, Image &single, Image &twofold,
                                      static_cast<tmsize_t>(gap)) != static_cast<tmsize_t>(gap)) {
       throw std::runtime_error("cannot write the gap");
     }
-    writeImage(tiff.get(), twofold, 144, profile);
+    writeImage(tiff.get(), doubled, 144, profile);
   }
   return std::filesystem::file_size(path);
 }
@@ -242,15 +242,15 @@ void makePicture(const std::string &drawing, const std::string &picture, int wid
                  std::uintmax_t length) {
   Surface samples = render(drawing, width, height);
   Image single = reduce(samples.get(), width, height, 1);
-  Image twofold = reduce(samples.get(), width, height, 2);
+  Image doubled = reduce(samples.get(), width, height, 2);
   const std::vector<std::uint8_t> profile = makeProfile();
 
-  const std::uintmax_t tight = writeFile(picture, single, twofold, profile, 0);
+  const std::uintmax_t tight = writeFile(picture, single, doubled, profile, 0);
   if (tight > length) {
     throw std::runtime_error(picture + " takes " + std::to_string(tight) + " bytes, " +
                              std::to_string(tight - length) + " too many: simplify the drawing");
   }
-  if (writeFile(picture, single, twofold, profile, length - tight) != length) {
+  if (writeFile(picture, single, doubled, profile, length - tight) != length) {
     throw std::runtime_error(picture + " cannot be brought to its length");
   }
   std::printf("%s: %ju bytes, %ju of them unused\n",

@@ -113,7 +113,7 @@ export class Caller {
     let found;
     await new Promise((resolve, reject) => {
       const timer = setTimeout(
-        () => reject(new Error(`waited in vain for ${name}: ${this.stderr}`)), milliseconds);
+        () => reject(new Error(`timed out waiting for ${name}: ${this.stderr}`)), milliseconds);
       this.#check = () => {
         const at = this.#events.findIndex((event) => event.event === name);
         if (at < 0 && !this.#ended) return;

@@ -140,7 +140,7 @@ void SendUnsendable(Tally *tally) {
 }  // namespace
 
 int main() {
-  // Before other threads: Foundation readies itself for them here.
+  // Before other threads: Foundation becomes multi-threaded here.
   @autoreleasepool {
     PLGetLastUserEmailSharingResponse();
   }

@@ -51,7 +51,7 @@ const char *const sFaults[] = {
     "nil", "text-and-error", "wrong-class", "wrong-elements", "wrong-scalar", "too-few", "too-many",
     "too-deep", "64-MiB", "asks-with-8-MiB", "invalid-utf8",
     // of the frame
-    "cut-off", "length-too-short", "length-too-long", "length-beyond-limit", "random-bytes",
+    "truncated", "length-too-short", "length-too-long", "length-beyond-limit", "random-bytes",
     "unknown-selector"};
 
 /// What a reply's value is, as far as the faults need to know.
@@ -199,7 +199,7 @@ bool Misbehave(int fd, const std::string &fault, uint64_t request, const std::st
   if (fault == "late") usleep(2'500'000);
   Bytes reply = Reply(request, selector, fault);
   const size_t length = reply.size() - kHeaderSize;
-  if (fault == "cut-off") {
+  if (fault == "truncated") {
     WriteAll(fd, reply.data(), reply.size() - 3);
     return false;
   }
@@ -246,8 +246,8 @@ void Serve(Descriptor connection, std::string fault, std::string faulty) {
   }
 }
 
-/// Lets the queue hold one connection and fills it.
-void FillQueue(const ServiceSocket &service) {
+/// Sets a backlog of one connection and fills it.
+void FillBacklog(const ServiceSocket &service) {
   listen(service.listening.get(), 0);
   std::string problem;
   for (int i = 0; i < 2; ++i) {
@@ -273,7 +273,7 @@ int main(int argc, char *argv[]) {
     std::fprintf(stderr, "fault_peer: %s\n", problem.c_str());
     return 1;
   }
-  if (fault == "queue-full") FillQueue(service);
+  if (fault == "queue-full") FillBacklog(service);
   Say("{\"event\":\"listening\"}");
   if (fault == "never-accepts" || fault == "queue-full") {
     for (;;) pause();

@@ -110,7 +110,7 @@ export class Row {
   async shownBy(caller, ask = 'ask()') {
     const { value, ms } = await caller.tell(ask);
     if (value !== 'true') throw new Error(`asking returned ${value}`);
-    if (ms > 1900) throw new Error('asking waited in vain for the reply');
+    if (ms > 1900) throw new Error('asking timed out waiting for the reply');
     await this.display.focused(application);
   }
 

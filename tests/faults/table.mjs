@@ -402,7 +402,7 @@ const contents = [
   ['reply with an argument too many', 'too-many', '0', '4101'],
   ['reply nested too deeply', 'too-deep', '0', '4097'],
   ['invalid UTF-8', 'invalid-utf8', '0', '4097'],
-  ['truncated frame', 'cut-off', '0', '4097'],
+  ['truncated frame', 'truncated', '0', '4097'],
   ['length prefix too short', 'length-too-short', '0', '4097'],
   ['length prefix beyond the limit', 'length-beyond-limit', '0', '4097'],
   ['random bytes', 'random-bytes', '0', '4097'],
@@ -459,7 +459,7 @@ const malformed = [
     call: 'ask()', expected: 'false, callback(0)', within: atOnce,
   }),
   oneCode({
-    fault: 'truncated frame for the first check', peer: ['cut-off', check],
+    fault: 'truncated frame for the first check', peer: ['truncated', check],
     expected: '1 × error 4099', within: atOnce,
   }),
   call({

@@ -142,7 +142,7 @@ export class Agent {
         settle(value);
       };
       const timer = setTimeout(
-        () => finish(reject, new Error(`agent: waited in vain; heard ${JSON.stringify(this.#lines)}`)),
+        () => finish(reject, new Error(`agent: timed out; heard ${JSON.stringify(this.#lines)}`)),
         milliseconds
       );
       const check = () => condition(this.#lines) && finish(resolve);

@@ -58,7 +58,7 @@ test('the exports are the seven functions in their order and nothing else', asyn
   assert.deepEqual(values, [names, true]);
 });
 
-test('requiring the module starts no thread and no process and opens no file for good', async (t) => {
+test('requiring the module starts no thread or process and leaves no file open', async (t) => {
   const { values } = await script(makeSession(t), `
     const { readdirSync } = require('fs');
     print([readdirSync('/proc/self/task').length, readdirSync('/proc/self/fd').length]);`);
@@ -107,7 +107,7 @@ test('PLReportUsageEvent converts every value as the engine does', async (t) => 
     '42', 'true', 'null', 'undefined', '1,a', 'object', '1', '', 'Grüße, 世界 🎉', 'before']);
 });
 
-test('half a surrogate pair is an event all the same', async (t) => {
+test('an unpaired surrogate is reported, too', async (t) => {
   const session = makeSession(t);
   const agent = await Agent.start(t, session);
   await script(session, `pellmar.PLReportUsageEvent('\\ud800'); pellmar.PLReportUsageEvent('next');`);
@@ -198,7 +198,7 @@ test('an answer on record is 1, and the callback has run before the call returns
   assert.deepEqual(values, [1, [false, [[1, true]]]]);
 });
 
-test('PLAskUserToShareEmail lives with everything that is no function', async (t) => {
+test('PLAskUserToShareEmail survives arguments that are no functions', async (t) => {
   const session = makeSession(t);
   await Agent.start(t, session, '--should-ask', 'no');
   const { values } = await script(session, `
@@ -324,7 +324,7 @@ for (const [name, options] of [
   });
 }
 
-test('an agent that replies twice or with a wrong class is lived with', async (t) => {
+test('an agent that replies twice or with a wrong class does no harm', async (t) => {
   const session = makeSession(t);
   await Agent.start(t, session, '--should-ask', 'no', '--twice', 'fetchAskingPermissionStatus:',
     '--wrong-type', 'fetchAskingPermissionStatus:', '--wrong-type',

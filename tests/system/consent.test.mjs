@@ -215,7 +215,7 @@ test('a question without a callback is asked and answered all the same', async (
   await windowIsGone();
 });
 
-test('what cannot be called is dropped quietly when the answer comes', async (t) => {
+test('a callback that is no function is ignored when the answer comes', async (t) => {
   const session = makeSession(t);
   const agent = await Agent.start(t, session);
   const app = host(t, session, `

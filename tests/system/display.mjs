@@ -21,7 +21,7 @@ export async function until(condition, what, milliseconds = 10_000) {
   for (;;) {
     const result = await condition();
     if (result) return result;
-    if (performance.now() > end) throw new Error(`waited in vain until ${what}`);
+    if (performance.now() > end) throw new Error(`timed out waiting until ${what}`);
     await delay(10);
   }
 }

@@ -34,7 +34,7 @@ describe('a script in the desktop host', () => {
     assert.equal(status, 0);
   });
 
-  test('has its timers, promises, files and children while the event loop turns', async (t) => {
+  test('has its timers, promises, files and children while the event loop runs', async (t) => {
     const { status, stdout, stderr } = await host(t, display, `
       const order = [];
       process.nextTick(() => order.push('tick'));

@@ -129,7 +129,7 @@ test('on twice and off once leaves no observer, and the started line comes once'
   assert.equal(started(app).length, 1);
 });
 
-test('what has no message is no line', async (t) => {
+test('a notification without a message logs nothing', async (t) => {
   const session = makeSession(t);
   const app = await host(t, session);
   await app.tell('pellmar.PLEnableDebugLogging(true)');

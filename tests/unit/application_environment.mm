@@ -12,7 +12,7 @@ class ApplicationEnvironment : public testing::Environment {
   void SetUp() override {
     pool_ = [[NSAutoreleasePool alloc] init];
     [NSApplication sharedApplication];
-    // A program without a bundle is none whose windows could become key, until it says so.
+    // Windows of a program without a bundle cannot become key until it has an activation policy.
     [NSApp setActivationPolicy:NSApplicationActivationPolicyAccessory];
     [NSApp finishLaunching];
     [NSApp activateIgnoringOtherApps:YES];

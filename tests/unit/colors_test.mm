@@ -22,7 +22,7 @@ void expectComponents(NSColor *color, double red, double green, double blue, dou
 
 }  // namespace
 
-/// Puts down which of its methods are called, and makes another color in the end.
+/// Records which of its methods are called, and makes another color in the end.
 @interface OtherColor : NSColor
 @end
 

@@ -160,7 +160,8 @@ class ConsentFlow : public testing::Test {
 
 #pragma mark - Status
 
-// These stand before the system's for this program, so that a wait need not be measured.
+// Interposed: this program calls these instead of the system's, so that a wait need not be
+// measured.
 
 static bool sRecordsWaits;
 static dispatch_time_t sEnd;

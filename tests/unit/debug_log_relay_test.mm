@@ -43,7 +43,7 @@ std::string logged(NSDictionary *userInfo) {
 
 }  // namespace
 
-// These stand before the system's for this program.
+// Interposed: this program calls these instead of the system's.
 
 CFNotificationCenterRef CFNotificationCenterGetDistributedCenter(void) {
   sCalls.push_back("center, flag " + std::to_string(flag()));

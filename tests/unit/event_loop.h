@@ -5,8 +5,8 @@
 
 #include <functional>
 
-/// Lets the event loop turn until the condition holds, at once if it does. False if it never comes
-/// to hold. What is told through the loop, and what windows become by it, is waited for with this.
+/// Runs the event loop until the condition holds, not at all if it does already. False if it times
+/// out. For what comes through the loop: events, blocks of the main queue, changes of windows.
 inline bool ComesTrue(const std::function<bool()> &condition) {
   NSDate *end = [NSDate dateWithTimeIntervalSinceNow:30];
   while (!condition()) {

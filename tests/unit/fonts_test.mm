@@ -24,7 +24,7 @@ class ToolkitVersion {
 const double sNewToolkit = 1350.0;
 const double sOldToolkit = 1349.9;
 
-/// The replaced methods and the classes below put down here what they are called with.
+/// The replaced methods and the classes below record here what they are called with.
 std::vector<std::string> sCalls;
 
 std::vector<std::string> taken() {
@@ -36,7 +36,7 @@ std::vector<std::string> taken() {
 NSFont *sNamedFont;
 const MethodSwap *sFontWithName;
 
-/// Stands for a font of that name, unless it is one by which the toolkit makes its own.
+/// Fakes the font of that name, unless it is one by which the toolkit makes its own.
 NSFont *fontWithName(id self, SEL cmd, NSString *name, CGFloat size) {
   if (![name hasPrefix:@"HelveticaNeue"] && ![name hasPrefix:@"RobotoMono"] &&
       ![name isEqualToString:@"OtherFace"]) {

@@ -16,7 +16,7 @@
 
 static int sTrackedAlive;
 
-/// Stands for any argument; tells whether it is there.
+/// A dummy argument that counts how many of its kind are alive.
 @interface Tracked : NSObject
 @end
 

@@ -4,9 +4,9 @@
 #import <Foundation/Foundation.h>
 #import <objc/runtime.h>
 
-/// Has another function stand for a method while this lives. One swap of a method at a time; not
-/// while another thread may call it. The method must be the own one of the class that is asked:
-/// gcc's runtime does not tell a class below that has been used before.
+/// Swizzles a method: another function replaces it while this lives. One swap of a method at a
+/// time; not while another thread may call it. The method must be the own one of the class that is
+/// asked: gcc's runtime does not tell a class below that has been used before.
 class MethodSwap {
  public:
   template <typename Function>

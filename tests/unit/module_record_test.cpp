@@ -13,7 +13,7 @@ node::node_module sRecord;
 
 }  // namespace
 
-/// Stands for the runtime's, which the module finds in the program that loads it.
+/// A fake of the runtime's, which the module finds in the program that loads it.
 extern "C" __attribute__((visibility("default"))) void node_module_register(void *module) {
   ++sRegistrations;
   sRecord = *static_cast<node::node_module *>(module);

@@ -55,7 +55,7 @@ std::string rect(NSRect value) {
          " " + number(value.size.height);
 }
 
-/// The methods that are swapped put down here what they are called with.
+/// The swizzled methods record here what they are called with.
 Lines sCalls;
 
 Lines taken() {
@@ -731,7 +731,7 @@ TEST_F(PermissionWindowContents, ViewsAreStackedInTheirOrderAndPlacedByConstrain
 
 #pragma mark - Making
 
-/// Puts down in which order it is made.
+/// Records in which order it is made.
 @interface OrderedPermissionWindowController : AFXPermissionWindowController
 @end
 
@@ -852,7 +852,7 @@ TEST_F(PermissionWindowContents, IsHiddenAndThenTellsTheAnswer) {
 
 #pragma mark - Appearance
 
-/// Stands where the toolkit's controller has none of its own.
+/// Adds the method to the toolkit's controller, which has none of its own, to record its calls.
 @implementation NSWindowController (Recording)
 
 - (void)observeValueForKeyPath:(NSString *)keyPath
@@ -880,7 +880,7 @@ TEST_F(PermissionWindowContents, HandsOnWhatElseIsObserved) {
   EXPECT_EQ(taken(), Lines{});
 }
 
-/// Puts down what it is compared with. Only the window is given it, for one question.
+/// Records what it is compared with. Only the window is given it, for one question.
 @interface ComparedAppearance : NSObject
 @end
 

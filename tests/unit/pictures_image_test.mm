@@ -71,12 +71,12 @@ void expectImage(const unsigned char (&bytes)[length], NSSize points) {
   }
 }
 
-TEST(PicturesAsImages, EnvelopesHaveASingleAndATwofoldRepresentation) {
+TEST(PicturesAsImages, EnvelopesHaveRepresentationsForOneAndTwoPixelsAPoint) {
   expectImage(AFXEnvelopeLightPicture, NSMakeSize(214, 149));
   expectImage(AFXEnvelopeDarkPicture, NSMakeSize(213, 149));
 }
 
-TEST(PicturesAsImages, CloseMarksHaveASingleAndATwofoldRepresentation) {
+TEST(PicturesAsImages, CloseMarksHaveRepresentationsForOneAndTwoPixelsAPoint) {
   expectImage(AFXCloseLightPicture, NSMakeSize(12, 12));
   expectImage(AFXCloseDarkPicture, NSMakeSize(12, 12));
 }

@@ -153,7 +153,7 @@ TEST_P(Pictures, AreBigEndianTiff) {
   EXPECT_TRUE(std::equal(header.begin(), header.end(), GetParam().bytes));
 }
 
-TEST_P(Pictures, HoldASingleAndATwofoldImage) {
+TEST_P(Pictures, HoldImagesForOneAndTwoPixelsAPoint) {
   const Picture &picture = GetParam();
   Tiff tiff = openTiff(picture.path());
   ASSERT_TRUE(tiff);

@@ -41,14 +41,14 @@ TEST(Placeholders, TakeObjectsOnly) {
   }
 }
 
-TEST(Placeholders, AreNoPerCentSigns) {
+TEST(Placeholders, IgnoreEscapedPercentSigns) {
   EXPECT_TRUE(__AFXPlaceholdersFit("100 %%", 0));
   EXPECT_TRUE(__AFXPlaceholdersFit("%%@", 0));
   EXPECT_TRUE(__AFXPlaceholdersFit("%%%@", 1));
   EXPECT_TRUE(__AFXPlaceholdersFit("%%%%%@%%", 1));
 }
 
-TEST(Placeholders, AreWhole) {
+TEST(Placeholders, MustBeComplete) {
   for (const char *format : {"%", "100 %", "%@ %", "%1", "%1$", "%1$%", "%%%"}) {
     EXPECT_FALSE(__AFXPlaceholdersFit(format, 2)) << format;
   }

@@ -9,8 +9,7 @@
 #import "client/AFXProvisioningService.h"
 #include "method_swap.h"
 
-/// Stands for a connection to the agent: puts down what is asked of it, and does what the test
-/// says.
+/// A fake connection to the agent: records what is asked of it, and does what the test says.
 @interface ScriptedConnection : NSObject {
  @public
   NSUInteger _number;       ///< The first connection of a test is 1.

@@ -18,7 +18,7 @@ std::vector<std::string> takenCalls();
 
 std::string textOf(NSString *string);
 
-/// The agent's proxy: puts the requests down and keeps their replies for the test to give.
+/// A fake proxy of the agent: records the requests and keeps their replies for the test to give.
 @interface ScriptedService : NSObject <AFXProvisioningService> {
  @public
   void (^_statusReply)(BOOL, NSString *);

@@ -26,7 +26,7 @@ struct Timer {
   dispatch_block_t block;
 };
 
-/// The timers that were set, instead of those of the system, and the time, which stands still.
+/// The timers that were set, instead of those of the system, and a clock that tests set.
 std::vector<Timer> sTimers;
 dispatch_time_t sNow = 1'000'000;
 
@@ -47,7 +47,7 @@ class ServiceAccessor : public testing::Test {
     [pool_ release];
   }
 
-  /// Asks for the service; what the handler gets is put down.
+  /// Asks for the service; records what the handler gets.
   void access() {
     const std::string number = std::to_string(++accesses_);
     Calls *got = &got_;
@@ -82,7 +82,7 @@ class ServiceAccessor : public testing::Test {
 
 }  // namespace
 
-// These stand before the system's for this program.
+// Interposed: this program calls these instead of the system's.
 
 dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta) {
   EXPECT_EQ(when, DISPATCH_TIME_NOW);
@@ -93,7 +93,7 @@ void dispatch_after(dispatch_time_t when, dispatch_queue_t, dispatch_block_t blo
   sTimers.push_back({when, [block copy]});
 }
 
-TEST_F(ServiceAccessor, ReadiesAConnectionBeforeItResumesAndChecksItOnce) {
+TEST_F(ServiceAccessor, SetsAConnectionUpBeforeItResumesAndChecksItOnce) {
   access();
   EXPECT_EQ(connections_.taken(),
             (Calls{"connect 1 to com.pellmar.ProvisioningService", "resume 1", "check 1"}));
@@ -125,7 +125,7 @@ TEST_F(ServiceAccessor, ChecksTheAgentBehindEveryRequestOnce) {
   EXPECT_EQ(sTimers.size(), 1u);
 }
 
-TEST_F(ServiceAccessor, HandsNothingOutWhileACheckIsUnansweredForTwoSeconds) {
+TEST_F(ServiceAccessor, FailsAtOnceWhileACheckIsUnansweredForTwoSeconds) {
   access();
   [connections_.last() replyToCheck:YES];
   [connections_.last() replyToCheck:YES];
@@ -187,7 +187,7 @@ TEST_F(ServiceAccessor, WaitsForTheSuccessorOfAnAgentThatHung) {
   EXPECT_EQ(got(), Calls{"3 has a proxy"});
 }
 
-TEST_F(ServiceAccessor, HandsNothingOutWhenTheAgentIsNotReady) {
+TEST_F(ServiceAccessor, FailsWhenTheAgentIsNotReady) {
   access();
   [connections_.last() replyToCheck:NO];
   EXPECT_EQ(got(), Calls{"1 has none"});
@@ -197,7 +197,7 @@ TEST_F(ServiceAccessor, HandsNothingOutWhenTheAgentIsNotReady) {
             (Calls{"connect 2 to com.pellmar.ProvisioningService", "resume 2", "check 2"}));
 }
 
-TEST_F(ServiceAccessor, HandsNothingOutWhenTheCheckFails) {
+TEST_F(ServiceAccessor, FailsWhenTheCheckFails) {
   access();
   access();
   connections_.taken();

@@ -69,7 +69,7 @@ class UsageReporter : public testing::Test {
 
 }  // namespace
 
-// Stands before the system's for this program.
+// Interposed: this program calls it instead of the system's.
 dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta) {
   EXPECT_EQ(when, DISPATCH_TIME_NOW);
   return sNow + static_cast<dispatch_time_t>(delta);
@@ -92,7 +92,7 @@ TEST_F(UsageReporter, ChecksEvery256Events) {
   EXPECT_EQ(sent().second, 1);
 }
 
-TEST_F(UsageReporter, DropsTheNewestBeyond4096ThatAreNotTaken) {
+TEST_F(UsageReporter, DropsTheNewestBeyond4096ThatAreNotAcknowledged) {
   report(0, 5000);
   const auto [events, checks] = sent();
   EXPECT_EQ(events.size(), 4096u);
@@ -115,7 +115,7 @@ TEST_F(UsageReporter, DropsTheNewestBeyond4096ThatAreNotTaken) {
   EXPECT_EQ(sent().first.size(), 3000u);
 }
 
-TEST_F(UsageReporter, TakesAnyReplyForASignThatEventsWereTaken) {
+TEST_F(UsageReporter, TakesAnyReplyToACheckAsAnAcknowledgement) {
   report(0, 4096);
   sent();
   [connections_.last() replyToCheck:NO];
@@ -123,7 +123,7 @@ TEST_F(UsageReporter, TakesAnyReplyForASignThatEventsWereTaken) {
   EXPECT_EQ(sent().first.size(), 1u);
 }
 
-TEST_F(UsageReporter, LooksForAMissingAgentLessAndLessOften) {
+TEST_F(UsageReporter, RetriesAMissingAgentWithAGrowingDelay) {
   for (const int64_t delay : {20, 40, 80, 160, 250, 250}) {
     SCOPED_TRACE(delay);
     report(@"1");

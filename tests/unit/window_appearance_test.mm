@@ -125,8 +125,8 @@ const Look kDark{true,
                  AFXCloseDarkPicture,
                  AFXCloseDarkPictureLength};
 
-/// Turns the event loop once: what is due is handled and drawn, and nothing is waited for.
-void turnOnce() {
+/// Runs one iteration of the event loop: handles and draws what is due, without waiting.
+void runOneIteration() {
   NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
   while (NSEvent *event = [NSApp nextEventMatchingMask:NSAnyEventMask
                                              untilDate:[NSDate distantPast]
@@ -367,7 +367,7 @@ class WindowAppearance : public testing::Test {
     return "";
   }
 
-  /// Without another turn of the event loop.
+  /// Without another iteration of the event loop.
   void expectScreen(const Look &look) {
     std::string fault;
     screenComesToShow([&] { return (fault = faultOnScreen(look)).empty(); });
@@ -391,7 +391,7 @@ TEST_F(WindowAppearance, IsThatOfTheSystemFromTheStart) {
   waitForScreen(kDark);
 }
 
-TEST_F(WindowAppearance, IsFollowedAndSeenAfterOneTurnOfTheEventLoop) {
+TEST_F(WindowAppearance, IsFollowedAndSeenAfterOneIterationOfTheEventLoop) {
   open();
   waitForScreen(kLight);
   expectViews(kLight);
@@ -400,12 +400,12 @@ TEST_F(WindowAppearance, IsFollowedAndSeenAfterOneTurnOfTheEventLoop) {
     SCOPED_TRACE(i);
     UseAppearance(NSAppearanceNameDarkAqua);
     expectViews(kDark);
-    turnOnce();
+    runOneIteration();
     expectScreen(kDark);
 
     UseAppearance(NSAppearanceNameAqua);
     expectViews(kLight);
-    turnOnce();
+    runOneIteration();
     expectScreen(kLight);
   }
 }
@@ -449,7 +449,7 @@ TEST_F(WindowAppearance, TakesVibrantAndHighContrastOnesForWhatTheyAreMostLike) 
     SCOPED_TRACE(name.UTF8String);
     UseAppearance(name);
     expectViews(look);
-    turnOnce();
+    runOneIteration();
     expectScreen(look);
   }
 }
@@ -481,7 +481,7 @@ TEST_F(WindowAppearance, StaysLightAndUnobservedOnAnOlderSystem) {
   for (NSString *name in @[ NSAppearanceNameAqua, NSAppearanceNameDarkAqua ]) {
     UseAppearance(name);
     expectViews(kLight);
-    turnOnce();
+    runOneIteration();
     expectScreen(kLight);
   }
   // Nor does a message that comes all the same change anything.
@@ -586,10 +586,10 @@ TEST_F(WindowAppearance, TwoHundredWindowsComeAndGoAcrossSwitchesAndLeaveNothing
       };
       open();
       toggle();
-      turnOnce();
+      runOneIteration();
       expectGray(controller_.titleField.textColor, dark ? 0xFF : 0x00, NSColorSpace.sRGBColorSpace);
       toggle();
-      turnOnce();
+      runOneIteration();
       [controller_ askLater:nil];
       toggle();
       // Every other window is still somebody else's for a while.
@@ -602,10 +602,10 @@ TEST_F(WindowAppearance, TwoHundredWindowsComeAndGoAcrossSwitchesAndLeaveNothing
         [window release];
       }
       toggle();
-      turnOnce();
+      runOneIteration();
       [pool release];
     }
-    turnOnce();
+    runOneIteration();
     XSync(display, False);
   };
 

@@ -278,7 +278,7 @@ class Engine:
     @imported('__ZN2v82V813DisposeGlobalEPm', 'p')
     def dispose_global(self, slot):
         if slot not in self._persistent:
-            raise Failure('a persistent handle is disposed of that is none')
+            raise Failure('an invalid persistent handle is disposed of')
         self._record(f'v8::V8::DisposeGlobal({describe(self._persistent.pop(slot))})')
         self._machine.write_pointer(slot, DEAD_HANDLE)
 

@@ -138,7 +138,7 @@ class Process:
                 'private': private, 'link': link}
 
     def run_main_queue(self):
-        """A turn of the main run loop, where no handle scope is open and no context entered."""
+        """An iteration of the main run loop, where no handle scope is open and no context entered."""
         while self.system.main_blocks:
             self.objc.run(self.system.main_blocks.pop(0))
 

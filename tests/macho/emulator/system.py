@@ -113,7 +113,7 @@ class System:
         if mutex not in self._mutexes and self._machine.read_pointer(mutex) != 0x32AA_ABA7:
             raise Failure('a mutex is locked that was not set up')
         if mutex in self._locked:
-            raise Failure('a mutex is locked twice: the thread would stand still')
+            raise Failure('a mutex is locked twice: a deadlock')
         self._locked.add(mutex)
         return 0
 

@@ -194,7 +194,7 @@ class EngineTest(TestCase):
         self.assertEqual(self.engine.remains(), ['a persistent handle to function f'])
         self.engine.dispose_global(slot)
         self.assertEqual(self.engine.remains(), [])
-        self.assert_fault('disposed of that is none', self.engine.dispose_global, slot)
+        self.assert_fault('an invalid persistent handle is disposed of', self.engine.dispose_global, slot)
 
 
 class ObjectsTest(TestCase):

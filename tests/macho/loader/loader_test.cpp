@@ -201,8 +201,8 @@ TEST(Cursor, ReadsNumbersOfAnyLength) {
 }
 
 TEST(Cursor, RefusesWhatHasNoEnd) {
-  const Content cutOff = {0x80}, tooLong(11, 0x80), text = {'a', 'b'};
-  EXPECT_NE(RefusalOf([&] { Over(cutOff).Uleb(); }), "");
+  const Content truncated = {0x80}, tooLong(11, 0x80), text = {'a', 'b'};
+  EXPECT_NE(RefusalOf([&] { Over(truncated).Uleb(); }), "");
   EXPECT_EQ(RefusalOf([&] { Over(tooLong).Uleb(); }), "bytes: a number has more than 64 bits");
   EXPECT_EQ(RefusalOf([&] { Over(text).Text(); }), "bytes: a text at 0x0 has no end");
   EXPECT_NE(RefusalOf([&] { Over(text).Read<uint32_t>(); }), "");
@@ -267,7 +267,7 @@ TEST(MachoFile, RefusesWhatIsNotUnderstood) {
             "section __DATA,__init_offsets is of type 0x16, which is not understood");
 }
 
-TEST(MachoFile, RefusesWhatIsCutOff) {
+TEST(MachoFile, RefusesATruncatedFile) {
   Bundle bundle;
   bundle.data = {{"__data", 0, Words({1})}};
   const Content whole = bundle.Make();

@@ -157,7 +157,7 @@ const changes = {
     change: (bytes) => void bytes.writeUInt32LE(0x80000028, loadCommand(bytes, 0x1b)),
     message: /: load command 0x80000028 is not understood$/,
   },
-  'a slice that is cut off': {
+  'a truncated slice': {
     change: (bytes) => bytes.subarray(0, bytes.length - 20_000),
     message: /: the file: \d+ bytes at 0x\w+ are not there, of 0x\w+$/,
   },
