@@ -9,8 +9,8 @@ import { createInterface } from 'node:readline';
 import { fileURLToPath } from 'node:url';
 import { parseArgs, promisify } from 'node:util';
 
-import { Agent, makeSession } from '../tests/system/agent.mjs';
-import { runHost, startDisplay } from '../tests/system/display.mjs';
+import { Agent, makeSession } from '../tests/support/agent.mjs';
+import { runHost, startDisplay } from '../tests/support/display.mjs';
 import { plot } from './plot.mjs';
 
 const run = promisify(execFile);

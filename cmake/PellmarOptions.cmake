@@ -1,5 +1,4 @@
-# Flags that every Objective-C and C++ file of the tree is compiled with, as the target `pellmar_flags`.
-# Where the system brings Cocoa itself this is all; elsewhere `platform/gnustep` adds its headers to it.
+# Flags that the product's Objective-C and C++ files are compiled with, as the target `pellmar_flags`.
 
 option(PELLMAR_TESTS "Build the tests" ON)
 option(PELLMAR_BENCHMARKS "Build the benchmarks" OFF)
@@ -27,10 +26,10 @@ if(PELLMAR_SANITIZE)
   execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.asan-x86_64.so
     OUTPUT_VARIABLE sanitizer_runtime OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
   cmake_path(GET sanitizer_runtime PARENT_PATH sanitizer_folder)
-  target_compile_options(pellmar_flags INTERFACE
+  add_compile_options(
     -fsanitize=${PELLMAR_SANITIZE} -fno-sanitize-recover=undefined -fno-omit-frame-pointer -g
     -shared-libsan)
-  target_link_options(pellmar_flags INTERFACE -fsanitize=${PELLMAR_SANITIZE} -shared-libsan
+  add_link_options(-fsanitize=${PELLMAR_SANITIZE} -shared-libsan
     "LINKER:-rpath,${sanitizer_folder}")
 endif()
 

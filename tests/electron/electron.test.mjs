@@ -17,7 +17,7 @@ import { setTimeout as delay } from 'node:timers/promises';
 import { fileURLToPath } from 'node:url';
 import { isDeepStrictEqual } from 'node:util';
 
-import { Agent, agentPath } from '../system/agent.mjs';
+import { Agent, agentPath } from '../support/agent.mjs';
 
 const { PELLMAR_ELECTRON: electron, PELLMAR_CLIENT: client } = process.env;
 const file = (name) => fileURLToPath(new URL(name, import.meta.url));

@@ -7,9 +7,9 @@ import path from 'node:path';
 import { createInterface } from 'node:readline';
 import { fileURLToPath } from 'node:url';
 
-import { buildFolder } from '../system/agent.mjs';
-import { runHost, until } from '../system/display.mjs';
-import { sanitizerEnvironment } from '../system/sanitizer.mjs';
+import { buildFolder } from '../support/agent.mjs';
+import { runHost, until } from '../support/display.mjs';
+import { sanitizerEnvironment } from '../support/sanitizer.mjs';
 
 export const modulePath = path.join(buildFolder, 'pellmar.node');
 const script = fileURLToPath(new URL('script.js', import.meta.url));

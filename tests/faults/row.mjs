@@ -5,8 +5,8 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { setTimeout as delay } from 'node:timers/promises';
 
-import { Agent, agentPath, buildFolder, makeSession } from '../system/agent.mjs';
-import { until } from '../system/display.mjs';
+import { Agent, agentPath, buildFolder, makeSession } from '../support/agent.mjs';
+import { until } from '../support/display.mjs';
 import { Caller, complaintsIn } from './callers.mjs';
 
 export const application = 'Pellmar Demo';
@@ -141,10 +141,10 @@ export class Row {
   async prepareSuccessor(...options) {
     const folder = path.join(this.session.folder, 'successor');
     fs.mkdirSync(folder, { mode: 0o700 });
-    const successor = await this.startAgent(...options, { PELLMAR_SERVICE_DIR: folder });
+    const successor = await this.startAgent(...options, { COCOA_SERVICE_DIR: folder });
     return () => {
       fs.renameSync(path.join(folder, service),
-        path.join(this.session.env.PELLMAR_SERVICE_DIR, service));
+        path.join(this.session.env.COCOA_SERVICE_DIR, service));
       return successor;
     };
   }

@@ -1,8 +1,8 @@
 // Runs the table of faults and prints it: run.mjs [--scripts] [PATTERN], where PATTERN picks rows by their
 // first two columns, and --scripts those whose caller is a script. Ends with 1 if a row is not held.
 
-import { startDisplay } from '../system/display.mjs';
-import { isSanitized } from '../system/sanitizer.mjs';
+import { startDisplay } from '../support/display.mjs';
+import { isSanitized } from '../support/sanitizer.mjs';
 import { Row } from './row.mjs';
 import { table } from './table.mjs';
 

@@ -15,7 +15,7 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { setTimeout as delay } from 'node:timers/promises';
 
-import { until } from '../system/display.mjs';
+import { until } from '../support/display.mjs';
 import { modulePath } from './callers.mjs';
 import { application, decline } from './row.mjs';
 
@@ -156,7 +156,7 @@ const absent = [
     async run(row) {
       const caller = await row.startCaller();
       await row.startAgent(...calm);
-      fs.chmodSync(row.session.env.PELLMAR_SERVICE_DIR, 0o755);
+      fs.chmodSync(row.session.env.COCOA_SERVICE_DIR, 0o755);
       return caller.tell('status()');
     },
   },

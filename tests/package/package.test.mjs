@@ -8,8 +8,8 @@ import path from 'node:path';
 import { before, describe, test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
-import { buildFolder, makeSession } from '../system/agent.mjs';
-import { sanitizerEnvironment } from '../system/sanitizer.mjs';
+import { buildFolder, makeSession } from '../support/agent.mjs';
+import { sanitizerEnvironment } from '../support/sanitizer.mjs';
 
 const folder = path.dirname(fileURLToPath(import.meta.url));
 const root = path.resolve(folder, '../..');

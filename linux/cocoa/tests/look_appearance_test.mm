@@ -1,0 +1,224 @@
+#include <CocoaTesting/LookTest.h>
+
+using LookAppearance = look::LookTest;
+
+static NSAppearance *Named(NSString *name) { return [NSAppearance appearanceNamed:name]; }
+
+static NSString *Match(NSString *name, NSArray *names) {
+  return [Named(name) bestMatchFromAppearancesWithNames:names];
+}
+
+/// Counts notifications and keeps the last new and old value.
+@interface LookObserver : NSObject {
+ @public
+  int count;
+  NSString *name;
+  NSString *oldName;
+  id lastObject;
+}
+@end
+
+@implementation LookObserver
+
+- (void)observeValueForKeyPath:(NSString *)keyPath
+                      ofObject:(id)object
+                        change:(NSDictionary *)change
+                       context:(void *)context {
+  (void)context;
+  EXPECT_TRUE([keyPath isEqualToString:@"effectiveAppearance"]);
+  count++;
+  lastObject = object;
+  name = [[object effectiveAppearance] name];
+  id newValue = [change objectForKey:NSKeyValueChangeNewKey];
+  EXPECT_EQ([newValue name], name);
+  id oldValue = [change objectForKey:NSKeyValueChangeOldKey];
+  oldName = [oldValue isKindOfClass:[NSAppearance class]] ? [oldValue name] : nil;
+}
+
+@end
+
+static const NSKeyValueObservingOptions kNewAndInitial =
+    NSKeyValueObservingOptionNew | NSKeyValueObservingOptionInitial;
+
+TEST_F(LookAppearance, NamesAreOneObjectEach) {
+  EXPECT_EQ(Named(NSAppearanceNameAqua), Named(NSAppearanceNameAqua));
+  EXPECT_TRUE([[Named(@"NSAppearanceNameDarkAqua") name] isEqual:NSAppearanceNameDarkAqua]);
+  EXPECT_EQ(Named(@"NoSuchAppearance"), nil);
+}
+
+TEST_F(LookAppearance, MatchesItselfBeforeAnythingElse) {
+  for (NSString *name in @[
+         NSAppearanceNameAqua, NSAppearanceNameDarkAqua, NSAppearanceNameVibrantDark,
+         NSAppearanceNameAccessibilityHighContrastAqua
+       ])
+    EXPECT_EQ(Match(name, @[ NSAppearanceNameAqua, NSAppearanceNameDarkAqua, name ]), name);
+}
+
+TEST_F(LookAppearance, VariantsMatchLightOrDark) {
+  NSArray *both = @[ NSAppearanceNameAqua, NSAppearanceNameDarkAqua ];
+  for (NSString *name in @[
+         NSAppearanceNameVibrantLight, NSAppearanceNameAccessibilityHighContrastAqua,
+         NSAppearanceNameAccessibilityHighContrastVibrantLight
+       ])
+    EXPECT_EQ(Match(name, both), NSAppearanceNameAqua);
+  for (NSString *name in @[
+         NSAppearanceNameVibrantDark, NSAppearanceNameAccessibilityHighContrastDarkAqua,
+         NSAppearanceNameAccessibilityHighContrastVibrantDark
+       ])
+    EXPECT_EQ(Match(name, both), NSAppearanceNameDarkAqua);
+}
+
+TEST_F(LookAppearance, ContrastMattersLessThanVibrancy) {
+  EXPECT_EQ(Match(NSAppearanceNameAccessibilityHighContrastVibrantDark,
+                  @[ NSAppearanceNameDarkAqua, NSAppearanceNameVibrantDark ]),
+            NSAppearanceNameVibrantDark);
+}
+
+TEST_F(LookAppearance, NothingFitsGivesNil) {
+  EXPECT_EQ(Match(NSAppearanceNameAqua, @[ NSAppearanceNameDarkAqua ]), nil);
+  EXPECT_EQ(Match(NSAppearanceNameVibrantDark, @[ NSAppearanceNameAqua ]), nil);
+  EXPECT_EQ(Match(NSAppearanceNameAqua, @[]), nil);
+}
+
+TEST_F(LookAppearance, IsInheritedFromApplicationToView) {
+  LookWindow *window = [LookWindow windowWithSize:NSMakeSize(100, 100) white:1];
+  NSView *view = [[[NSView alloc] initWithFrame:NSMakeRect(0, 0, 10, 10)] autorelease];
+  [[window contentView] addSubview:view];
+  EXPECT_EQ([NSApp appearance], nil);
+  EXPECT_EQ([view effectiveAppearance], Named(NSAppearanceNameAqua));
+  [NSApp setAppearance:Named(NSAppearanceNameDarkAqua)];
+  EXPECT_EQ([view effectiveAppearance], Named(NSAppearanceNameDarkAqua));
+  EXPECT_EQ([window effectiveAppearance], Named(NSAppearanceNameDarkAqua));
+  [window setAppearance:Named(NSAppearanceNameVibrantLight)];
+  EXPECT_EQ([view effectiveAppearance], Named(NSAppearanceNameVibrantLight));
+  [view setAppearance:Named(NSAppearanceNameAqua)];
+  EXPECT_EQ([view effectiveAppearance], Named(NSAppearanceNameAqua));
+  EXPECT_EQ([NSApp effectiveAppearance], Named(NSAppearanceNameDarkAqua));
+  [window close];
+}
+
+TEST_F(LookAppearance, ObserverGetsTheInitialValueAndEachChangeBeforeTheSetterReturns) {
+  LookWindow *window = [LookWindow windowWithSize:NSMakeSize(100, 100) white:1];
+  LookObserver *observer = [[[LookObserver alloc] init] autorelease];
+  [window addObserver:observer
+           forKeyPath:@"effectiveAppearance"
+              options:kNewAndInitial
+              context:nullptr];
+  EXPECT_EQ(observer->count, 1);
+  EXPECT_EQ(observer->name, NSAppearanceNameAqua);
+  EXPECT_EQ(observer->lastObject, window);
+  [NSApp setAppearance:Named(NSAppearanceNameDarkAqua)];
+  EXPECT_EQ(observer->count, 2);
+  EXPECT_EQ(observer->name, NSAppearanceNameDarkAqua);
+  [NSApp setAppearance:nil];
+  EXPECT_EQ(observer->count, 3);
+  EXPECT_EQ(observer->name, NSAppearanceNameAqua);
+  [NSApp setAppearance:Named(NSAppearanceNameAqua)];
+  EXPECT_EQ(observer->count, 3) << "the same appearance under another owner is no change";
+  [window removeObserver:observer forKeyPath:@"effectiveAppearance"];
+  [NSApp setAppearance:Named(NSAppearanceNameDarkAqua)];
+  EXPECT_EQ(observer->count, 3);
+  [window close];
+}
+
+TEST_F(LookAppearance, ObserverThatAsksForTheOldValueGetsIt) {
+  LookWindow *window = [LookWindow windowWithSize:NSMakeSize(100, 100) white:1];
+  LookObserver *observer = [[[LookObserver alloc] init] autorelease];
+  [window addObserver:observer
+           forKeyPath:@"effectiveAppearance"
+              options:NSKeyValueObservingOptionNew | NSKeyValueObservingOptionOld
+              context:nullptr];
+  [window setAppearance:Named(NSAppearanceNameDarkAqua)];
+  EXPECT_EQ(observer->count, 1);
+  EXPECT_EQ(observer->oldName, NSAppearanceNameAqua);
+  [window removeObserver:observer forKeyPath:@"effectiveAppearance"];
+  [window close];
+}
+
+TEST_F(LookAppearance, WindowsOwnAppearanceShieldsItFromTheApplications) {
+  LookWindow *window = [LookWindow windowWithSize:NSMakeSize(100, 100) white:1];
+  [window setAppearance:Named(NSAppearanceNameAqua)];
+  LookObserver *observer = [[[LookObserver alloc] init] autorelease];
+  [window addObserver:observer
+           forKeyPath:@"effectiveAppearance"
+              options:kNewAndInitial
+              context:nullptr];
+  [NSApp setAppearance:Named(NSAppearanceNameDarkAqua)];
+  EXPECT_EQ(observer->count, 1);
+  [window setAppearance:nil];
+  EXPECT_EQ(observer->count, 2);
+  EXPECT_EQ(observer->name, NSAppearanceNameDarkAqua);
+  [window removeObserver:observer forKeyPath:@"effectiveAppearance"];
+  [window close];
+}
+
+TEST_F(LookAppearance, ViewAndApplicationCanBeObservedToo) {
+  LookWindow *window = [LookWindow windowWithSize:NSMakeSize(100, 100) white:1];
+  LookObserver *observer = [[[LookObserver alloc] init] autorelease];
+  for (id object in @[ [window contentView], NSApp ])
+    [object addObserver:observer
+             forKeyPath:@"effectiveAppearance"
+                options:kNewAndInitial
+                context:nullptr];
+  EXPECT_EQ(observer->count, 2);
+  [NSApp setAppearance:Named(NSAppearanceNameDarkAqua)];
+  EXPECT_EQ(observer->count, 4);
+  for (id object in @[ [window contentView], NSApp ])
+    [object removeObserver:observer forKeyPath:@"effectiveAppearance"];
+  [window close];
+}
+
+TEST_F(LookAppearance, TwoHundredWindowsComeAndGoAcrossSwitches) {
+  LookObserver *observer = [[[LookObserver alloc] init] autorelease];
+  NSUInteger windows = [[NSApp windows] count];
+  for (int i = 0; i < 200; i++) {
+    NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+    LookWindow *window = [LookWindow windowWithSize:NSMakeSize(50, 50) white:1];
+    [window addObserver:observer
+             forKeyPath:@"effectiveAppearance"
+                options:NSKeyValueObservingOptionNew
+                context:nullptr];
+    [NSApp setAppearance:i % 2 ? nil : Named(NSAppearanceNameDarkAqua)];
+    [window removeObserver:observer forKeyPath:@"effectiveAppearance"];
+    [window close];
+    [pool release];
+  }
+  EXPECT_EQ(observer->count, 200);
+  EXPECT_EQ([[NSApp windows] count], windows);
+}
+
+TEST_F(LookAppearance, WindowThatGoesAwayObservedIsLoggedAndHarmsNothing) {
+  LookObserver *observer = [[[LookObserver alloc] init] autorelease];
+  testing::internal::CaptureStderr();
+  NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+  LookWindow *window = [LookWindow windowWithSize:NSMakeSize(50, 50) white:1];
+  [window addObserver:observer
+           forKeyPath:@"effectiveAppearance"
+              options:NSKeyValueObservingOptionNew
+              context:nullptr];
+  [window close];
+  [pool release];
+  std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("class LookWindow was deallocated while key value observers were still "
+                     "registered with it"),
+            std::string::npos)
+      << log;
+  [NSApp setAppearance:Named(NSAppearanceNameDarkAqua)];
+  EXPECT_EQ(observer->count, 0);
+}
+
+TEST_F(LookAppearance, WindowWithoutObserversGoesAwaySilently) {
+  LookObserver *observer = [[[LookObserver alloc] init] autorelease];
+  testing::internal::CaptureStderr();
+  NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
+  LookWindow *window = [LookWindow windowWithSize:NSMakeSize(50, 50) white:1];
+  [window addObserver:observer
+           forKeyPath:@"effectiveAppearance"
+              options:NSKeyValueObservingOptionNew
+              context:nullptr];
+  [window removeObserver:observer forKeyPath:@"effectiveAppearance"];
+  [window close];
+  [pool release];
+  std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(log.find("deallocated while"), std::string::npos) << log;
+}

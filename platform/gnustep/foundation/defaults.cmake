@@ -1,1 +1,0 @@
-target_sources(platform_foundation PRIVATE defaults/WriteThrough.m)

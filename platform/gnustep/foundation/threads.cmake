@@ -1,1 +1,0 @@
-target_sources(platform_foundation PRIVATE threads/FoundationReady.m threads/PlatformThread.m)

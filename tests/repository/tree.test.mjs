@@ -1,0 +1,91 @@
+// What the sources themselves must keep to.
+
+import assert from 'node:assert/strict';
+import { execFileSync, spawnSync } from 'node:child_process';
+import fs from 'node:fs';
+import path from 'node:path';
+import { test } from 'node:test';
+import { fileURLToPath } from 'node:url';
+
+const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..');
+
+/** The files that git knows or would take, below the given folders. */
+function files(...folders) {
+  return execFileSync('git', ['ls-files', '-z', '-co', '--exclude-standard', '--', ...folders],
+    { cwd: root, encoding: 'utf8' }).split('\0').filter(Boolean)
+    .filter((file) => fs.existsSync(path.join(root, file)));
+}
+
+const isSource = (file) => /\.(h|c|m|mm|cpp)$/.test(file);
+const read = (file) => fs.readFileSync(path.join(root, file), 'utf8');
+const includesOf = (file) =>
+  [...read(file).matchAll(/^#\s*(?:import|include)\s*[<"]([^>"]+)[>"]/gm)].map((match) => match[1]);
+
+test('every source is formatted', () => {
+  const sources = files('.').filter(isSource);
+  assert.ok(sources.length > 40);
+  const { status, stderr } = spawnSync('clang-format-19', ['--dry-run', '--Werror', ...sources],
+    { cwd: root, encoding: 'utf8' });
+  assert.deepEqual(stderr.split('\n').filter((line) => line.includes('error:')), []);
+  assert.equal(status, 0);
+});
+
+test('shellcheck finds nothing in the scripts', () => {
+  const scripts = files('.').filter((file) => /^#!.*\b(ba)?sh\b/.test(read(file).slice(0, 80)));
+  assert.ok(scripts.length > 20);
+  const { status, stdout } = spawnSync('shellcheck', scripts, { cwd: root, encoding: 'utf8' });
+  assert.equal(status, 0, stdout);
+});
+
+test('the product has no condition on a platform and no name of the Linux toolkit', () => {
+  for (const file of files('binding', 'client', 'ui', 'resources').filter(isSource)) {
+    const text = read(file);
+    assert.doesNotMatch(text, /gnustep/i, file);
+    assert.doesNotMatch(text, /^#\s*(if|ifdef|ifndef|elif).*(__APPLE__|__linux__|TARGET_OS)/m, file);
+  }
+});
+
+test('the library for Linux names nothing of the product', () => {
+  const sources = files('linux/cocoa').filter((file) => !/\/fuzz\/\w+\/[^/]+$/.test(file));
+  assert.ok(sources.length > 100);
+  for (const file of sources) {
+    assert.doesNotMatch(read(file), /[Pp]ellmar|PELLMAR|\bAFX|\bPL[A-Z][a-z]/, file);
+  }
+});
+
+test('the tests of the product use the library for Linux through Apple\'s headers and its kit', () => {
+  const own = new Set(files('linux/cocoa').filter((file) => /\.h$/.test(file))
+    .filter((file) => !/^linux\/cocoa\/(include|testing)\//.test(file)).map((file) => path.basename(file)));
+  assert.ok(own.size > 50);
+  // An agent that breaks the rules of a connection has to write what is sent over one.
+  const wire = { 'tests/faults/fault_peer.cpp': ['service_directory.h', 'wire.h'] };
+  for (const file of files('tests', 'agent', 'bench').filter(isSource)) {
+    for (const include of includesOf(file).map((name) => path.basename(name))) {
+      assert.ok(!own.has(include) || fs.existsSync(path.join(root, path.dirname(file), include)) ||
+        wire[file]?.includes(include), `${file} may not use ${include}`);
+    }
+  }
+});
+
+test('each layer uses only what it may', () => {
+  const rules = [
+    { folder: 'ui/extensions', may: [/^AppKit\//, /^ui\/extensions\//, /^c\w+$/, /^array$/] },
+    { folder: 'ui', may: [/^AppKit\//, /^ui\//, /^resources\//, /^c\w+$/, /^(array|string_view)$/] },
+    {
+      folder: 'client',
+      may: [/^Foundation\//, /^client\//, /^(pthread|unistd)\.h$/, /^c\w+$/, /^atomic$/],
+      also: { 'client/AFXConsentFlow.mm': [/^ui\//], 'client/AFXConsentStatus.h': [/^ui\/AFXConsentChoice\.h$/] },
+    },
+    { folder: 'binding', may: [/^client\/Pellmar\.h$/, /^nan\.h$/, /^node\.h$/] },
+    { folder: 'resources', may: [/^resources\//, /^c\w+$/], except: /^resources\/tools\// },
+  ];
+  for (const { folder, may, also = {}, except } of rules) {
+    for (const file of files(folder).filter(isSource)) {
+      if (except?.test(file)) continue;
+      for (const include of includesOf(file)) {
+        assert.ok([...may, ...(also[file] ?? [])].some((pattern) => pattern.test(include)),
+          `${file} may not use ${include}`);
+      }
+    }
+  }
+});
