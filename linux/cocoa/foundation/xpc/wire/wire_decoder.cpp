@@ -58,7 +58,7 @@ class Decoder {
   uint64_t Number() {
     uint64_t value = 0;
     for (unsigned shift = 0; shift < 64; shift += 7) {
-      if (at_ == end_) return Fail("a number is cut off");
+      if (at_ == end_) return Fail("a number is truncated");
       uint8_t byte = *at_++;
       if (shift == 63 && byte > 1) return Fail("a number has more than 64 bits");
       value |= static_cast<uint64_t>(byte & 0x7f) << shift;
@@ -109,7 +109,7 @@ class Decoder {
       return;
     }
     if (at_ == end_) {
-      Fail("a value is cut off");
+      Fail("a value is truncated");
       return;
     }
     if (items_->size() >= kMaximumItems) {
@@ -197,7 +197,7 @@ class Decoder {
         return;
       default: {
         if (Left() < 8) {
-          Fail("a value is cut off");
+          Fail("a value is truncated");
           return;
         }
         uint64_t bits = 0;
@@ -212,7 +212,7 @@ class Decoder {
     uint64_t length = Number();
     if (problem_) return;
     if (length > Left()) {
-      Fail("a text or data is cut off");
+      Fail("a text or data is truncated");
       return;
     }
     if (item->tag != Tag::kData && !IsUTF8(at_, length)) {
@@ -233,7 +233,7 @@ class Decoder {
 }  // namespace
 
 const char *DecodeHeader(const uint8_t *bytes, uint32_t *length, FrameKind *kind) {
-  if (bytes[4] != 'P' || bytes[5] != 'X') return "this is no frame";
+  if (bytes[4] != 'P' || bytes[5] != 'X') return "a frame is malformed";
   if (bytes[6] != 1) return "a frame has an unknown version";
   if (bytes[7] != static_cast<uint8_t>(FrameKind::kMessage) &&
       bytes[7] != static_cast<uint8_t>(FrameKind::kReply)) {
