@@ -357,6 +357,7 @@ TEST_F(XPC, OptionalMethodsAreSentAsOthers) {
 /// Looks at who wants to be connected before it resumes anything.
 @interface XPCTestDoorkeeper : NSObject <NSXPCListenerDelegate> {
  @public
+  Counter *_looked;
   pid_t _process;
   uid_t _user;
   gid_t _group;
@@ -369,15 +370,18 @@ TEST_F(XPC, OptionalMethodsAreSentAsOthers) {
   _process = [connection processIdentifier];
   _user = [connection effectiveUserIdentifier];
   _group = [connection effectiveGroupIdentifier];
+  _looked->Add();
   return NO;
 }
 @end
 
 TEST_F(XPC, AnAcceptedConnectionKnowsItsPeerBeforeResume) {
+  Counter looked;
   XPCTestDoorkeeper *doorkeeper = [[XPCTestDoorkeeper alloc] init];
+  doorkeeper->_looked = &looked;
   listener_.delegate = doorkeeper;
   Client client(kService);
-  EXPECT_TRUE(client.interrupted.Wait());
+  ASSERT_TRUE(looked.Wait());
   EXPECT_EQ(doorkeeper->_process, getpid());
   EXPECT_EQ(doorkeeper->_user, geteuid());
   EXPECT_EQ(doorkeeper->_group, getegid());
