@@ -75,8 +75,14 @@
   (void)mode;
   uint64_t count;
   (void)!read(_descriptor, &count, sizeof(count));
-  // A run loop inside a block of this queue leaves the following ones alone.
-  if (_draining) return;
+  // A run loop inside a block of this queue leaves the following ones alone. It is woken for them
+  // all the same: whoever wants to wake it adds one.
+  if (_draining) {
+    pthread_mutex_lock(&_lock);
+    _signalled = NO;
+    pthread_mutex_unlock(&_lock);
+    return;
+  }
   _draining = YES;
   pthread_mutex_lock(&_lock);
   struct DispatchWorkList due = _list;
