@@ -62,11 +62,11 @@ void CheckFormat(const VisualFormat &format, std::string_view text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
   const std::string_view text(reinterpret_cast<const char *>(bytes), size);
-  const auto result = parseVisualFormat(text);
+  const auto result = ParseVisualFormat(text);
   if (const auto *error = std::get_if<VisualFormatError>(&result)) {
     Expect(!error->message.empty(), "an error says nothing");
     Expect(error->position <= size, "an error lies outside the format");
-    const std::string description = describeVisualFormatError(text, *error);
+    const std::string description = DescribeVisualFormatError(text, *error);
     Expect(description.find(text) != std::string::npos, "an error does not show the format");
   } else {
     CheckFormat(std::get<VisualFormat>(result), text);

@@ -731,12 +731,12 @@ TEST_F(Layout, StateAndConstraintsGoWithTheirViews) {
     address = a;
     add(@"H:|[a(10)]", entry(@"a", a));
     kept = [[[content_ constraints] objectAtIndex:0] retain];
-    EXPECT_NE(platform::layout::existingState(a), nullptr);
+    EXPECT_NE(platform::layout::ExistingState(a), nullptr);
     [window_ layoutIfNeeded];
     [a removeFromSuperview];
     [inner release];
   }
-  EXPECT_EQ(platform::layout::existingState(static_cast<NSView *>(const_cast<void *>(address))),
+  EXPECT_EQ(platform::layout::ExistingState(static_cast<NSView *>(const_cast<void *>(address))),
             nullptr);
   EXPECT_FALSE([kept isActive]);
   EXPECT_EQ([kept firstItem], nil);
@@ -1039,8 +1039,8 @@ TEST_F(Layout, AWindowWithoutConstraintsIsLeftAlone) {
   [window_ layoutIfNeeded];
   [window_ orderFront:nil];
   EXPECT_TRUE(NSEqualRects([a frame], NSMakeRect(10.5, 20.25, 30, 40)));
-  EXPECT_EQ(platform::layout::existingState(a), nullptr);
-  EXPECT_EQ(platform::layout::existingState(content_), nullptr);
+  EXPECT_EQ(platform::layout::ExistingState(a), nullptr);
+  EXPECT_EQ(platform::layout::ExistingState(content_), nullptr);
   EXPECT_EQ([[content_ constraints] count], 0u);
   EXPECT_FALSE([content_ needsLayout]);
 }

@@ -124,7 +124,7 @@ TEST(ConstraintSystem, KeepsRigidOnesInAConflict) {
   ConstraintSystem system;
   const int x = system.addVariable(0, HUGE_VAL);
   const int loose = system.addConstraint({{{x, 1}}, Relation::Equal, 10});
-  system.addConstraint({{{x, 1}}, Relation::Equal, 20, ConstraintSystem::kRequired, 1, true});
+  system.addConstraint({{{x, 1}}, Relation::Equal, 20, ConstraintSystem::sRequired, 1, true});
   const auto solution = system.solve();
   ASSERT_EQ(solution.conflicts.size(), 1u);
   EXPECT_EQ(solution.conflicts[0].broken, loose);

@@ -10,16 +10,16 @@ namespace {
 using namespace platform::layout;
 
 VisualFormat parsed(const std::string &text) {
-  auto result = parseVisualFormat(text);
+  auto result = ParseVisualFormat(text);
   if (const auto *error = std::get_if<VisualFormatError>(&result)) {
-    ADD_FAILURE() << describeVisualFormatError(text, *error);
+    ADD_FAILURE() << DescribeVisualFormatError(text, *error);
     return {};
   }
   return std::get<VisualFormat>(result);
 }
 
 VisualFormatError refused(const std::string &text) {
-  auto result = parseVisualFormat(text);
+  auto result = ParseVisualFormat(text);
   if (const auto *error = std::get_if<VisualFormatError>(&result)) {
     EXPECT_FALSE(error->message.empty());
     EXPECT_LE(error->position, text.size());
@@ -137,12 +137,12 @@ TEST(VisualFormat, PointsAtTheFirstMistake) {
 
 TEST(VisualFormat, TellsAnErrorInThreeLinesWithACaret) {
   const std::string text = "H:|-[ä]";
-  EXPECT_EQ(describeVisualFormatError(text, refused(text)),
+  EXPECT_EQ(DescribeVisualFormatError(text, refused(text)),
             "Unable to parse constraint format: \n"
             "Expected the name of a view \n"
             "H:|-[ä] \n"
             "     ^");
-  EXPECT_EQ(describeVisualFormatError("[ä]x", {"Here", 4}),
+  EXPECT_EQ(DescribeVisualFormatError("[ä]x", {"Here", 4}),
             "Unable to parse constraint format: \nHere \n[ä]x \n   ^");
 }
 
@@ -156,10 +156,10 @@ TEST(VisualFormat, SurvivesAnyInput) {
       text +=
           random() % 64 == 0 ? static_cast<char>(random()) : alphabet[random() % alphabet.size()];
     }
-    const auto result = parseVisualFormat(text);
+    const auto result = ParseVisualFormat(text);
     if (const auto *error = std::get_if<VisualFormatError>(&result)) {
       ASSERT_LE(error->position, text.size());
-      ASSERT_FALSE(describeVisualFormatError(text, *error).empty());
+      ASSERT_FALSE(DescribeVisualFormatError(text, *error).empty());
     } else {
       const auto &format = std::get<VisualFormat>(result);
       ASSERT_EQ(format.between.size() + 1, format.views.size()) << text;

@@ -19,7 +19,9 @@ static const char sElementKey, sLabelKey;
 
 - (NSString *)accessibilityLabel {
   NSString *label = objc_getAssociatedObject(self, &sLabelKey);
-  if (label || ![self isKindOfClass:[NSButtonCell class]]) return label;
+  if (label || ![self isKindOfClass:[NSButtonCell class]]) {
+    return label;
+  }
   NSString *title = [(NSButtonCell *)self title];
   return [title length] ? title : nil;
 }

@@ -7,7 +7,9 @@ static const char sElementKey, sLabelKey, sRoleKey, sSubroleKey, sTitleKey, sHel
     sRoleDescriptionKey, sIdentifierKey, sValueKey;
 
 static NSString *TitleOf(NSView *view) {
-  if (![view isKindOfClass:[NSButton class]]) return nil;
+  if (![view isKindOfClass:[NSButton class]]) {
+    return nil;
+  }
   NSString *title = [(NSButton *)view title];
   return [title length] ? title : nil;
 }
@@ -16,7 +18,9 @@ static NSString *TitleOf(NSView *view) {
 
 - (BOOL)isAccessibilityElement {
   NSNumber *element = objc_getAssociatedObject(self, &sElementKey);
-  if (element) return [element boolValue];
+  if (element) {
+    return [element boolValue];
+  }
   return [self isKindOfClass:[NSControl class]];
 }
 
@@ -36,12 +40,19 @@ static NSString *TitleOf(NSView *view) {
 
 - (NSAccessibilityRole)accessibilityRole {
   NSString *role = objc_getAssociatedObject(self, &sRoleKey);
-  if (role) return role;
-  if ([self isKindOfClass:[NSButton class]]) return NSAccessibilityButtonRole;
-  if ([self isKindOfClass:[NSImageView class]]) return NSAccessibilityImageRole;
-  if ([self isKindOfClass:[NSTextField class]])
+  if (role) {
+    return role;
+  }
+  if ([self isKindOfClass:[NSButton class]]) {
+    return NSAccessibilityButtonRole;
+  }
+  if ([self isKindOfClass:[NSImageView class]]) {
+    return NSAccessibilityImageRole;
+  }
+  if ([self isKindOfClass:[NSTextField class]]) {
     return [(NSTextField *)self isEditable] ? NSAccessibilityTextFieldRole
                                             : NSAccessibilityStaticTextRole;
+  }
   return NSAccessibilityGroupRole;
 }
 
@@ -93,7 +104,9 @@ static NSString *TitleOf(NSView *view) {
 
 - (id)accessibilityValue {
   id value = objc_getAssociatedObject(self, &sValueKey);
-  if (value) return value;
+  if (value) {
+    return value;
+  }
   return [self isKindOfClass:[NSTextField class]] ? [(NSTextField *)self stringValue] : nil;
 }
 

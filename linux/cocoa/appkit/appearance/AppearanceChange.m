@@ -19,12 +19,18 @@ static void SetAppearance(id owner, NSAppearance *appearance) {
 static void Gather(id owner, NSMutableArray *gathered) {
   [gathered addObject:owner];
   if (owner == NSApp) {
-    for (NSWindow *window in [NSApp windows]) Gather(window, gathered);
+    for (NSWindow *window in [NSApp windows]) {
+      Gather(window, gathered);
+    }
   } else if ([owner isKindOfClass:[NSWindow class]]) {
     NSView *frameView = [[owner contentView] superview];
-    if (frameView) Gather(frameView, gathered);
+    if (frameView) {
+      Gather(frameView, gathered);
+    }
   } else {
-    for (NSView *view in [owner subviews]) Gather(view, gathered);
+    for (NSView *view in [owner subviews]) {
+      Gather(view, gathered);
+    }
   }
 }
 
@@ -35,14 +41,18 @@ static void Redisplay(id owner) {
     return;
   }
   NSArray *windows = owner == NSApp ? [NSApp windows] : @[ owner ];
-  for (NSWindow *window in windows) [[[window contentView] superview] setNeedsDisplay:YES];
+  for (NSWindow *window in windows) {
+    [[[window contentView] superview] setNeedsDisplay:YES];
+  }
 }
 
 void PlatformSetOwnAppearance(id owner, NSAppearance *appearance) {
   NSMutableArray *members = [NSMutableArray array];
   NSMutableArray *before = [NSMutableArray array];
   Gather(owner, members);
-  for (id member in members) [before addObject:[member effectiveAppearance]];
+  for (id member in members) {
+    [before addObject:[member effectiveAppearance]];
+  }
 
   // Observers that ask for the old value get it only if the change is announced before it happens,
   // and who is affected shows only after it.
@@ -51,12 +61,18 @@ void PlatformSetOwnAppearance(id owner, NSAppearance *appearance) {
   NSMutableArray *affected = [NSMutableArray array];
   for (NSUInteger i = 0; i < [members count]; i++) {
     id member = [members objectAtIndex:i];
-    if ([member effectiveAppearance] != [before objectAtIndex:i]) [affected addObject:member];
+    if ([member effectiveAppearance] != [before objectAtIndex:i]) {
+      [affected addObject:member];
+    }
   }
   SetAppearance(owner, old);
-  for (id member in affected) [member willChangeValueForKey:sEffectiveAppearance];
+  for (id member in affected) {
+    [member willChangeValueForKey:sEffectiveAppearance];
+  }
   SetAppearance(owner, appearance);
-  for (id member in affected) [member didChangeValueForKey:sEffectiveAppearance];
+  for (id member in affected) {
+    [member didChangeValueForKey:sEffectiveAppearance];
+  }
   Redisplay(owner);
 }
 

@@ -7,7 +7,7 @@
 static NSDictionary *Fallbacks(void) {
   static NSDictionary *fallbacks;
   @synchronized([NSAppearance class]) {
-    if (!fallbacks)
+    if (!fallbacks) {
       fallbacks = [@{
         NSAppearanceNameAqua : @[],
         NSAppearanceNameDarkAqua : @[],
@@ -25,6 +25,7 @@ static NSDictionary *Fallbacks(void) {
           NSAppearanceNameDarkAqua
         ],
       } retain];
+    }
   }
   return fallbacks;
 }
@@ -49,10 +50,17 @@ static NSDictionary *Fallbacks(void) {
 
 - (NSAppearanceName)bestMatchFromAppearancesWithNames:(NSArray *)names {
   NSString *own = [self name];
-  if (!own) return nil;
-  if ([names containsObject:own]) return own;
-  for (NSString *name in [Fallbacks() objectForKey:own])
-    if ([names containsObject:name]) return name;
+  if (!own) {
+    return nil;
+  }
+  if ([names containsObject:own]) {
+    return own;
+  }
+  for (NSString *name in [Fallbacks() objectForKey:own]) {
+    if ([names containsObject:name]) {
+      return name;
+    }
+  }
   return nil;
 }
 

@@ -24,28 +24,34 @@ static CGFloat Limited(CGFloat value) { return value < 0 ? 0 : value > 1 ? 1 : v
   NSColorSpaceModel model = [space colorSpaceModel];
   if (model == NSRGBColorSpaceModel && count == 4) {
     BOOL inRange = YES;
-    for (int i = 0; i < 4; i++) inRange = inRange && Limited(components[i]) == components[i];
-    if (inRange && device)
+    for (int i = 0; i < 4; i++) {
+      inRange = inRange && Limited(components[i]) == components[i];
+    }
+    if (inRange && device) {
       return [NSColor colorWithDeviceRed:components[0]
                                    green:components[1]
                                     blue:components[2]
                                    alpha:components[3]];
-    if (inRange && space == [NSColorSpace genericRGBColorSpace])
+    }
+    if (inRange && space == [NSColorSpace genericRGBColorSpace]) {
       return [NSColor colorWithCalibratedRed:components[0]
                                        green:components[1]
                                         blue:components[2]
                                        alpha:components[3]];
+    }
     return [[[PlatformSpaceColor alloc] initWithSpace:space components:components] autorelease];
   }
-  if (model == NSGrayColorSpaceModel && count == 2)
+  if (model == NSGrayColorSpaceModel && count == 2) {
     return device ? [NSColor colorWithDeviceWhite:components[0] alpha:components[1]]
                   : [NSColor colorWithCalibratedWhite:components[0] alpha:components[1]];
-  if (model == NSCMYKColorSpaceModel && count == 5)
+  }
+  if (model == NSCMYKColorSpaceModel && count == 5) {
     return [NSColor colorWithDeviceCyan:components[0]
                                 magenta:components[1]
                                  yellow:components[2]
                                   black:components[3]
                                   alpha:components[4]];
+  }
   return nil;
 }
 
@@ -65,7 +71,9 @@ static CGFloat Limited(CGFloat value) { return value < 0 ? 0 : value > 1 ? 1 : v
 }
 
 + (NSColor *)colorWithCGColor:(CGColorRef)color {
-  if (!color) return nil;
+  if (!color) {
+    return nil;
+  }
   return [NSColor colorWithColorSpace:(NSColorSpace *)CGColorGetColorSpace(color)
                            components:CGColorGetComponents(color)
                                 count:CGColorGetNumberOfComponents(color)];
@@ -74,11 +82,16 @@ static CGFloat Limited(CGFloat value) { return value < 0 ? 0 : value > 1 ? 1 : v
 - (CGColorRef)CGColor {
   NSColor *color = self;
   NSString *name = [self colorSpaceName];
-  if ([name isEqualToString:NSPatternColorSpace]) return NULL;
-  if ([name isEqualToString:NSNamedColorSpace] || ![self colorSpace])
+  if ([name isEqualToString:NSPatternColorSpace]) {
+    return NULL;
+  }
+  if ([name isEqualToString:NSNamedColorSpace] || ![self colorSpace]) {
     color = [self colorUsingColorSpaceName:NSCalibratedRGBColorSpace];
+  }
   CGFloat components[PlatformCGColorMaximum];
-  if (!color || [color numberOfComponents] > PlatformCGColorMaximum) return NULL;
+  if (!color || [color numberOfComponents] > PlatformCGColorMaximum) {
+    return NULL;
+  }
   [color getComponents:components];
   return (CGColorRef)[[[PlatformCGColor alloc] initWithSpace:[color colorSpace]
                                                   components:components] autorelease];

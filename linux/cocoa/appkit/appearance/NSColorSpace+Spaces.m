@@ -9,7 +9,9 @@
 + (NSColorSpace *)sRGBColorSpace {
   static NSColorSpace *space;
   @synchronized([NSColorSpace class]) {
-    if (!space) space = [[NSColorSpace alloc] _initWithColorSpaceModel:NSRGBColorSpaceModel];
+    if (!space) {
+      space = [[NSColorSpace alloc] _initWithColorSpaceModel:NSRGBColorSpaceModel];
+    }
   }
   return space;
 }

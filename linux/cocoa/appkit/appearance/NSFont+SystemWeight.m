@@ -7,7 +7,7 @@ typedef struct {
 } Face;
 
 // Apple's lightest weight is ultra light, which type designers call thin, and the other way round.
-static const Face kFaces[] = {
+static const Face sFaces[] = {
     {&NSFontWeightUltraLight, @"Thin"}, {&NSFontWeightThin, @"ExtraLight"},
     {&NSFontWeightLight, @"Light"},     {&NSFontWeightRegular, @"Regular"},
     {&NSFontWeightMedium, @"Medium"},   {&NSFontWeightSemibold, @"SemiBold"},
@@ -17,12 +17,15 @@ static const Face kFaces[] = {
 
 // From this size on Apple's system font is its display face, which is drawn and spaced more
 // tightly.
-static const CGFloat kDisplaySize = 20;
+static const CGFloat sDisplaySize = 20;
 
 static NSString *NearestFace(CGFloat weight) {
-  const Face *nearest = &kFaces[0];
-  for (size_t i = 1; i < sizeof(kFaces) / sizeof(kFaces[0]); i++)
-    if (fabs(*kFaces[i].weight - weight) < fabs(*nearest->weight - weight)) nearest = &kFaces[i];
+  const Face *nearest = &sFaces[0];
+  for (size_t i = 1; i < sizeof(sFaces) / sizeof(sFaces[0]); i++) {
+    if (fabs(*sFaces[i].weight - weight) < fabs(*nearest->weight - weight)) {
+      nearest = &sFaces[i];
+    }
+  }
   return nearest->name;
 }
 
@@ -37,14 +40,21 @@ static NSString *NearestFace(CGFloat weight) {
 }
 
 + (NSFont *)systemFontOfSize:(CGFloat)size weight:(NSFontWeight)weight {
-  if (size <= 0) size = [NSFont systemFontSize];
+  if (size <= 0) {
+    size = [NSFont systemFontSize];
+  }
   NSString *face = NearestFace(weight);
   // The toolkit knows a face by its PostScript name.
   NSFont *font = nil;
-  if (size >= kDisplaySize)
+  if (size >= sDisplaySize) {
     font = [NSFont fontWithName:[@"InterDisplay-" stringByAppendingString:face] size:size];
-  if (!font) font = [NSFont fontWithName:[@"Inter-" stringByAppendingString:face] size:size];
-  if (font) return font;
+  }
+  if (!font) {
+    font = [NSFont fontWithName:[@"Inter-" stringByAppendingString:face] size:size];
+  }
+  if (font) {
+    return font;
+  }
   return weight < NSFontWeightSemibold ? [NSFont controlContentFontOfSize:size]
                                        : [NSFont titleBarFontOfSize:size];
 }

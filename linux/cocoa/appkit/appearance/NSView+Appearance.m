@@ -14,9 +14,15 @@
 
 - (NSAppearance *)effectiveAppearance {
   NSAppearance *own = [self appearance];
-  if (own) return own;
-  if ([self superview]) return [[self superview] effectiveAppearance];
-  if ([self window]) return [[self window] effectiveAppearance];
+  if (own) {
+    return own;
+  }
+  if ([self superview]) {
+    return [[self superview] effectiveAppearance];
+  }
+  if ([self window]) {
+    return [[self window] effectiveAppearance];
+  }
   return [[NSApplication sharedApplication] effectiveAppearance];
 }
 

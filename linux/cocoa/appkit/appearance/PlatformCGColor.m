@@ -6,7 +6,9 @@
 
 - (instancetype)initWithSpace:(NSColorSpace *)space components:(const CGFloat *)components {
   self = [super init];
-  if (!self) return nil;
+  if (!self) {
+    return nil;
+  }
   _space = [space retain];
   _count = [space numberOfColorComponents] + 1;
   if (_count < 2 || _count > PlatformCGColorMaximum) {
@@ -23,17 +25,26 @@
 }
 
 - (BOOL)isEqual:(id)other {
-  if (![other isKindOfClass:[PlatformCGColor class]]) return NO;
+  if (![other isKindOfClass:[PlatformCGColor class]]) {
+    return NO;
+  }
   PlatformCGColor *color = other;
-  if (color->_space != _space || color->_count != _count) return NO;
-  for (size_t i = 0; i < _count; i++)
-    if (color->_components[i] != _components[i]) return NO;
+  if (color->_space != _space || color->_count != _count) {
+    return NO;
+  }
+  for (size_t i = 0; i < _count; i++) {
+    if (color->_components[i] != _components[i]) {
+      return NO;
+    }
+  }
   return YES;
 }
 
 - (NSUInteger)hash {
   NSUInteger sum = _count;
-  for (size_t i = 0; i < _count; i++) sum = sum * 31 + (NSUInteger)(_components[i] * 65535.0);
+  for (size_t i = 0; i < _count; i++) {
+    sum = sum * 31 + (NSUInteger)(_components[i] * 65535.0);
+  }
   return sum;
 }
 
@@ -42,7 +53,9 @@
 static PlatformCGColor *Object(CGColorRef color) { return (PlatformCGColor *)color; }
 
 CGColorRef CGColorCreate(CGColorSpaceRef space, const CGFloat *components) {
-  if (!space || !components) return NULL;
+  if (!space || !components) {
+    return NULL;
+  }
   return (CGColorRef)[[PlatformCGColor alloc] initWithSpace:(NSColorSpace *)space
                                                  components:components];
 }

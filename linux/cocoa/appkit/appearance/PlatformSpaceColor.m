@@ -9,7 +9,9 @@
 
 - (instancetype)initWithSpace:(NSColorSpace *)space components:(const CGFloat *)components {
   self = [super init];
-  if (!self) return nil;
+  if (!self) {
+    return nil;
+  }
   _space = [space retain];
   memcpy(_components, components, sizeof(_components));
   _components[3] = components[3] < 0 ? 0 : components[3] > 1 ? 1 : components[3];
@@ -76,10 +78,18 @@
 }
 
 - (void)getRed:(CGFloat *)red green:(CGFloat *)green blue:(CGFloat *)blue alpha:(CGFloat *)alpha {
-  if (red) *red = _components[0];
-  if (green) *green = _components[1];
-  if (blue) *blue = _components[2];
-  if (alpha) *alpha = _components[3];
+  if (red) {
+    *red = _components[0];
+  }
+  if (green) {
+    *green = _components[1];
+  }
+  if (blue) {
+    *blue = _components[2];
+  }
+  if (alpha) {
+    *alpha = _components[3];
+  }
 }
 
 - (void)getHue:(CGFloat *)hue
@@ -117,12 +127,21 @@
 }
 
 - (BOOL)isEqual:(id)other {
-  if (other == self) return YES;
-  if (![other isKindOfClass:[PlatformSpaceColor class]]) return NO;
+  if (other == self) {
+    return YES;
+  }
+  if (![other isKindOfClass:[PlatformSpaceColor class]]) {
+    return NO;
+  }
   PlatformSpaceColor *color = other;
-  if (color->_space != _space) return NO;
-  for (int i = 0; i < 4; i++)
-    if (color->_components[i] != _components[i]) return NO;
+  if (color->_space != _space) {
+    return NO;
+  }
+  for (int i = 0; i < 4; i++) {
+    if (color->_components[i] != _components[i]) {
+      return NO;
+    }
+  }
   return YES;
 }
 

@@ -8,12 +8,12 @@
 #import "runtime/MethodReplacement.h"
 #import "runtime/NSApplication+Launch.h"
 
-static const CGFloat kRadius = 5.5;
+static const CGFloat sRadius = 5.5;
 // A push button is no taller than this however tall its frame is, and no lower, unless it is made
 // so.
-static const CGFloat kMaximumHeight = 24;
+static const CGFloat sMaximumHeight = 24;
 // Around a title of 13 points.
-static const CGFloat kNaturalHeight = 21;
+static const CGFloat sNaturalHeight = 21;
 
 static NSColor *(*sTextColor)(id, SEL);
 static NSSize (*sButtonSize)(id, SEL);
@@ -38,10 +38,16 @@ BOOL PlatformIsDefaultButton(NSButtonCell *cell) {
 }
 
 static NSColor *TextColor(id cell, SEL selector) {
-  if (!PlatformIsPushButton(cell)) return sTextColor(cell, selector);
+  if (!PlatformIsPushButton(cell)) {
+    return sTextColor(cell, selector);
+  }
   BOOL dark = PlatformAppearanceIsDark([cell controlView]);
-  if (![cell isEnabled]) return Gray(dark ? 1 : 0, 0.25);
-  if (PlatformIsDefaultButton(cell)) return Gray(1, 1);
+  if (![cell isEnabled]) {
+    return Gray(dark ? 1 : 0, 0.25);
+  }
+  if (PlatformIsDefaultButton(cell)) {
+    return Gray(1, 1);
+  }
   return dark ? Gray(1, 0.88) : Gray(0, 0.87);
 }
 
@@ -51,7 +57,7 @@ static NSSize ButtonSize(id cell, SEL selector) {
   NSSize size = sButtonSize(cell, selector);
   if (PlatformIsPushButton(cell)) {
     const NSEdgeInsets insets = PlatformInsetsOfCell(cell);
-    size.height = MAX(size.height, kNaturalHeight + insets.top + insets.bottom);
+    size.height = MAX(size.height, sNaturalHeight + insets.top + insets.bottom);
   }
   return NSMakeSize(ceil(size.width), ceil(size.height));
 }
@@ -83,7 +89,7 @@ static NSRect PushButtonRect(NSRect frame, NSCell *cell, BOOL flipped) {
   frame.origin.y += flipped ? insets.top : insets.bottom;
   frame.size.width -= insets.left + insets.right;
   frame.size.height -= insets.top + insets.bottom;
-  CGFloat height = MIN(floor(NSHeight(frame)), kMaximumHeight);
+  CGFloat height = MIN(floor(NSHeight(frame)), sMaximumHeight);
   frame.origin.y += floor((NSHeight(frame) - height) / 2) + (flipped ? 0 : 1);
   frame.size.height = height - 1;
   return frame;
@@ -98,17 +104,20 @@ void PlatformDrawPushButton(NSRect frame, NSButtonCell *cell, NSView *view,
 
   // The lowest row of points is the shadow's.
   NSRect outer = PushButtonRect(frame, cell, [view isFlipped]);
-  if (NSIsEmptyRect(outer)) return;
+  if (NSIsEmptyRect(outer)) {
+    return;
+  }
   NSRect shadow = NSOffsetRect(outer, 0, [view isFlipped] ? 1 : -1);
   [Gray(0, dark ? 0.35 : 0.08) setFill];
-  [Rounded(shadow, kRadius) fill];
+  [Rounded(shadow, sRadius) fill];
 
-  NSBezierPath *path = Rounded(outer, kRadius);
+  NSBezierPath *path = Rounded(outer, sRadius);
   if (accent) {
-    if (pressed)
+    if (pressed) {
       FillGradient(path, Blue(20, 110, 236), Blue(0, 91, 214), view);
-    else
+    } else {
       FillGradient(path, Blue(58, 149, 255), Blue(0, 116, 246), view);
+    }
   } else if (dark) {
     CGFloat white = pressed ? 0.49 : 0.40;
     FillGradient(path, Gray(white + 0.02, 1), Gray(white - 0.01, 1), view);
@@ -116,14 +125,16 @@ void PlatformDrawPushButton(NSRect frame, NSButtonCell *cell, NSView *view,
     [Gray(0.80, 1) setFill];
     [path fill];
     [Gray(pressed ? 0.92 : 1, 1) setFill];
-    [Rounded(NSInsetRect(outer, 1, 1), kRadius - 1) fill];
+    [Rounded(NSInsetRect(outer, 1, 1), sRadius - 1) fill];
   }
 
   if (dark || accent) {
     // Light from above on the upper edge.
-    NSRect edge = NSInsetRect(outer, kRadius - 1, 0);
+    NSRect edge = NSInsetRect(outer, sRadius - 1, 0);
     edge.size.height = 1;
-    if (![view isFlipped]) edge.origin.y = NSMaxY(outer) - 1;
+    if (![view isFlipped]) {
+      edge.origin.y = NSMaxY(outer) - 1;
+    }
     [Gray(1, dark && !accent ? 0.10 : 0.16) setFill];
     NSRectFillUsingOperation(edge, NSCompositeSourceOver);
   }
@@ -137,7 +148,7 @@ void PlatformDrawFocusRing(NSRect frame, NSView *view) {
     if (PlatformIsPushButton(cell)) {
       onAccent = PlatformIsDefaultButton(cell);
       frame = PushButtonRect([view bounds], cell, [view isFlipped]);
-      radius = kRadius;
+      radius = sRadius;
     } else {
       frame = [view bounds];
     }
@@ -145,9 +156,10 @@ void PlatformDrawFocusRing(NSRect frame, NSView *view) {
   // The view cannot draw beyond its bounds, so the ring lies inside the control.
   NSBezierPath *ring = Rounded(NSInsetRect(frame, 1, 1), radius - 1);
   [ring setLineWidth:2];
-  if (onAccent)
+  if (onAccent) {
     [Gray(1, 0.55) setStroke];
-  else
+  } else {
     [[NSColor colorWithCalibratedRed:0 green:103.0 / 255 blue:244.0 / 255 alpha:0.55] setStroke];
+  }
   [ring stroke];
 }

@@ -12,7 +12,9 @@ static id (*sImageNamed)(id, SEL, NSString *);
 /// only once the application has been asked for it.
 static id ImageNamed(id self, SEL selector, NSString *name) {
   NSImage *image = sImageNamed(self, selector, name);
-  if (image || ![name isEqualToString:NSImageNameApplicationIcon]) return image;
+  if (image || ![name isEqualToString:NSImageNameApplicationIcon]) {
+    return image;
+  }
   NSImage *icon = [[NSApplication sharedApplication] applicationIconImage];
   image = sImageNamed(self, selector, name);
   return image ? image : icon;

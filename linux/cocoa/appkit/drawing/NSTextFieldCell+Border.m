@@ -5,7 +5,9 @@
 /// Border and bezel exclude each other: whichever is set, the other is off. The toolkit leaves the
 /// bezel that every text field starts with when the border is turned off.
 - (void)setBordered:(BOOL)flag {
-  if (!flag) [self setBezeled:NO];
+  if (!flag) {
+    [self setBezeled:NO];
+  }
   [super setBordered:flag];
 }
 

@@ -21,16 +21,19 @@ static NSView *sDrawing;
 
 static void DrawLayer(NSView *view, CALayer *layer) {
   BOOL cut = PlatformUpdateWindowOutline(view, [layer cornerRadius]);
-  if (![layer backgroundColor]) return;
+  if (![layer backgroundColor]) {
+    return;
+  }
   NSColor *color = [NSColor colorWithCGColor:[layer backgroundColor]];
   [color setFill];
   NSRect bounds = [view bounds];
   CGFloat radius = cut ? 0 : [layer cornerRadius];
   radius = MIN(radius, MIN(NSWidth(bounds), NSHeight(bounds)) / 2);
-  if (radius > 0)
+  if (radius > 0) {
     [[NSBezierPath bezierPathWithRoundedRect:bounds xRadius:radius yRadius:radius] fill];
-  else
+  } else {
     NSRectFillUsingOperation(bounds, NSCompositeSourceOver);
+  }
 }
 
 static void Display(id self, SEL selector, NSRect rect, NSGraphicsContext *context) {
@@ -42,7 +45,9 @@ static void Display(id self, SEL selector, NSRect rect, NSGraphicsContext *conte
 
 static void LockFocus(id self, SEL selector, NSGraphicsContext *context, NSRect rect) {
   sLockFocus(self, selector, context, rect);
-  if (sDrawing != self) return;
+  if (sDrawing != self) {
+    return;
+  }
   sDrawing = nil;
   DrawLayer(self, [self layer]);
 }
@@ -67,7 +72,9 @@ __attribute__((constructor)) static void Register(void) { PlatformInstallAtLaunc
 }
 
 - (void)setWantsLayer:(BOOL)wantsLayer {
-  if (wantsLayer == [self wantsLayer]) return;
+  if (wantsLayer == [self wantsLayer]) {
+    return;
+  }
   [self setLayer:wantsLayer ? [CALayer layer] : nil];
 }
 
@@ -80,7 +87,9 @@ __attribute__((constructor)) static void Register(void) { PlatformInstallAtLaunc
   // The old holder has to be gone first, for on its way it takes the view from what may be this
   // layer.
   objc_setAssociatedObject(self, &sLayerKey, nil, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
-  if (layer) holder = [[[PlatformLayerHolder alloc] initWithLayer:layer view:self] autorelease];
+  if (layer) {
+    holder = [[[PlatformLayerHolder alloc] initWithLayer:layer view:self] autorelease];
+  }
   objc_setAssociatedObject(self, &sLayerKey, holder, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
   [self setNeedsDisplay:YES];
 }

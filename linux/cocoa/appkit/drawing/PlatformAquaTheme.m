@@ -36,16 +36,19 @@ __attribute__((constructor)) static void Register(void) { PlatformInstallAtLaunc
               view:(NSView *)view
              style:(int)style
              state:(GSThemeControlState)state {
-  if (PlatformIsPushButton(cell))
+  if (PlatformIsPushButton(cell)) {
     PlatformDrawPushButton(frame, (NSButtonCell *)cell, view, state);
-  else
+  } else {
     [super drawButton:frame in:cell view:view style:style state:state];
+  }
 }
 
 - (GSThemeMargins)buttonMarginsForCell:(NSCell *)cell
                                  style:(int)style
                                  state:(GSThemeControlState)state {
-  if (!PlatformIsPushButton(cell)) return [super buttonMarginsForCell:cell style:style state:state];
+  if (!PlatformIsPushButton(cell)) {
+    return [super buttonMarginsForCell:cell style:style state:state];
+  }
   const NSEdgeInsets insets = PlatformInsetsOfCell(cell);
   GSThemeMargins margins = {.left = insets.left + 8,
                             .right = insets.right + 8,
@@ -55,7 +58,9 @@ __attribute__((constructor)) static void Register(void) { PlatformInstallAtLaunc
 }
 
 - (void)drawFocusFrame:(NSRect)frame view:(NSView *)view {
-  if (!PlatformFocusIsVisible([view window])) return;
+  if (!PlatformFocusIsVisible([view window])) {
+    return;
+  }
   PlatformDrawFocusRing(frame, view);
 }
 

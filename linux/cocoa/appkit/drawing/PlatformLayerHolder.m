@@ -4,7 +4,9 @@
 
 - (instancetype)initWithLayer:(CALayer *)layer view:(NSView *)view {
   self = [super init];
-  if (!self) return nil;
+  if (!self) {
+    return nil;
+  }
   _layer = [layer retain];
   [_layer platformSetView:view];
   return self;

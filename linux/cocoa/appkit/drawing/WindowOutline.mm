@@ -22,7 +22,9 @@ static BOOL CompositorRuns(Display *display, Window window) {
   static std::chrono::steady_clock::time_point askedAt;
   static BOOL runs;
   const auto now = std::chrono::steady_clock::now();
-  if (window == asked && now < askedAt + std::chrono::seconds(1)) return runs;
+  if (window == asked && now < askedAt + std::chrono::seconds(1)) {
+    return runs;
+  }
   char name[32];
   snprintf(name, sizeof(name), "_NET_WM_CM_S%d", DefaultScreen(display));
   asked = window;
@@ -33,20 +35,28 @@ static BOOL CompositorRuns(Display *display, Window window) {
 
 BOOL PlatformUpdateWindowOutline(NSView *view, CGFloat radius) {
   NSWindow *window = [view window];
-  if (!window || [window contentView] != view || [window isOpaque]) return NO;
+  if (!window || [window contentView] != view || [window isOpaque]) {
+    return NO;
+  }
   NSSize size = [window frame].size;
-  if (!NSEqualSizes([view bounds].size, size)) return NO;
+  if (!NSEqualSizes([view bounds].size, size)) {
+    return NO;
+  }
 
   GSDisplayServer *server = GSServerForWindow(window);
   Display *display = static_cast<Display *>([server serverDevice]);
   Window ident = reinterpret_cast<Window>([server windowDevice:(int)[window windowNumber]]);
-  if (!display || !ident) return NO;
+  if (!display || !ident) {
+    return NO;
+  }
 
   BOOL cut = radius > 0 && !CompositorRuns(display, ident);
   NSString *before = objc_getAssociatedObject(window, &sOutlineKey);
   NSString *after =
       cut ? [NSString stringWithFormat:@"%g %g %g", size.width, size.height, radius] : nil;
-  if (before == after || [before isEqual:after]) return cut;
+  if (before == after || [before isEqual:after]) {
+    return cut;
+  }
   objc_setAssociatedObject(window, &sOutlineKey, after, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
 
   if (!cut) {
@@ -55,9 +65,10 @@ BOOL PlatformUpdateWindowOutline(NSView *view, CGFloat radius) {
   }
   std::vector<XRectangle> rectangles;
   for (const platform::PixelRectangle &part :
-       platform::RoundedOutline((int)lround(size.width), (int)lround(size.height), radius))
+       platform::RoundedOutline((int)lround(size.width), (int)lround(size.height), radius)) {
     rectangles.push_back(
         {(short)part.x, (short)part.y, (unsigned short)part.width, (unsigned short)part.height});
+  }
   XShapeCombineRectangles(display, ident, ShapeBounding, 0, 0, rectangles.data(),
                           (int)rectangles.size(), ShapeSet, YXBanded);
   return YES;

@@ -38,7 +38,9 @@ static void SetInputFocus(GSDisplayServer *server, SEL selector, int window) {
 
 static void Install(void) {
   GSDisplayServer *server = GSCurrentServer();
-  if (![server respondsToSelector:@selector(setLastTime:)]) return;
+  if (![server respondsToSelector:@selector(setLastTime:)]) {
+    return;
+  }
   sSetInputFocus = (SetInputFocusMethod)PlatformReplaceMethod(
       [server class], @selector(setinputfocus:), (PlatformFunction)SetInputFocus);
 }

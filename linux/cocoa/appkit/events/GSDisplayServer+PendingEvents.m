@@ -21,15 +21,18 @@ static ShouldBlockMethod sShouldBlock;
 /// would be handed out without a wake-up.
 static BOOL ShouldBlock(GSDisplayServer *server, SEL selector, BOOL *trigger) {
   const BOOL shouldBlock = sShouldBlock(server, selector, trigger);
-  if (!shouldBlock)
+  if (!shouldBlock) {
     dispatch_async(dispatch_get_main_queue(), ^{
                    });
+  }
   return shouldBlock;
 }
 
 static void Install(void) {
   GSDisplayServer *server = GSCurrentServer();
-  if (![server respondsToSelector:@selector(runLoopShouldBlock:)]) return;
+  if (![server respondsToSelector:@selector(runLoopShouldBlock:)]) {
+    return;
+  }
   sShouldBlock = (ShouldBlockMethod)PlatformReplaceMethod(
       [server class], @selector(runLoopShouldBlock:), (PlatformFunction)ShouldBlock);
 }

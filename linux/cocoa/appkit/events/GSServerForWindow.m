@@ -20,7 +20,9 @@ GSDisplayServer *GSServerForWindow(NSWindow *window) {
 
 /// Were the toolkit's function the one that is called, its notes would be needed.
 static void Note(id server, SEL selector, int number) {
-  if (!sIsAsked) sNote(server, selector, number);
+  if (!sIsAsked) {
+    sNote(server, selector, number);
+  }
 }
 
 static void Install(void) {

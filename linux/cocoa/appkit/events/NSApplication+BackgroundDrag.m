@@ -16,14 +16,20 @@ static NSWindow *sDragged;  // not retained, only compared with
 static NSPoint sHold;       // where the mouse has taken it, from its origin
 
 static BOOL StartsDrag(NSWindow *window, NSEvent *event) {
-  if (![window isVisible] || ![window isMovableByWindowBackground]) return NO;
+  if (![window isVisible] || ![window isMovableByWindowBackground]) {
+    return NO;
+  }
   NSView *frameView = [[window contentView] superview];
   return [[frameView hitTest:[event locationInWindow]] mouseDownCanMoveWindow];
 }
 
 static void StartDrag(NSWindow *window, NSEvent *event) {
-  if (![window isKeyWindow]) [window makeKeyAndOrderFront:window];
-  if (![NSApp isActive]) [NSApp activateIgnoringOtherApps:YES];
+  if (![window isKeyWindow]) {
+    [window makeKeyAndOrderFront:window];
+  }
+  if (![NSApp isActive]) {
+    [NSApp activateIgnoringOtherApps:YES];
+  }
   sDragged = window;
   sHold = [event locationInWindow];
 }

@@ -6,7 +6,9 @@
 /// What a key equivalent is compared with: letters are large with Shift and small without.
 static NSString *KeyOfEvent(NSEvent *event) {
   NSString *key = [event charactersIgnoringModifiers];
-  if ([key isEqualToString:@"\x03"]) return @"\r";
+  if ([key isEqualToString:@"\x03"]) {
+    return @"\r";
+  }
   if ([event modifierFlags] & NSAlphaShiftKeyMask) {
     return [event modifierFlags] & NSShiftKeyMask ? [key uppercaseString] : [key lowercaseString];
   }
@@ -28,14 +30,19 @@ static NSUInteger DecisiveModifiers(NSString *key, NSEvent *event) {
 
 - (BOOL)performKeyEquivalent:(NSEvent *)event {
   NSString *key = [self keyEquivalent];
-  if ([key length] == 0 || ![key isEqualToString:KeyOfEvent(event)]) return NO;
-  NSUInteger decisive = DecisiveModifiers(key, event);
-  if (([event modifierFlags] & decisive) != ([self keyEquivalentModifierMask] & decisive))
+  if ([key length] == 0 || ![key isEqualToString:KeyOfEvent(event)]) {
     return NO;
+  }
+  NSUInteger decisive = DecisiveModifiers(key, event);
+  if (([event modifierFlags] & decisive) != ([self keyEquivalentModifierMask] & decisive)) {
+    return NO;
+  }
 
   NSWindow *modal = [NSApp modalWindow];
   BOOL blocked = modal != nil && modal != [self window] && ![[self window] worksWhenModal];
-  if (blocked || ![self isEnabled] || [self isHiddenOrHasHiddenAncestor]) return NO;
+  if (blocked || ![self isEnabled] || [self isHiddenOrHasHiddenAncestor]) {
+    return NO;
+  }
   [self performClick:self];
   return YES;
 }

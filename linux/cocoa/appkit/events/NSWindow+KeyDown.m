@@ -7,7 +7,9 @@
 
 - (void)keyDown:(NSEvent *)event {
   NSString *characters = [event characters];
-  if ([characters length] == 0) return;  // a modifier, or the first part of an accented letter
+  if ([characters length] == 0) {
+    return;  // a modifier, or the first part of an accented letter
+  }
   switch ([characters characterAtIndex:0]) {
     case NSBackTabCharacter:
       [self selectPreviousKeyView:self];
@@ -20,7 +22,9 @@
       }
       break;
     case '\x1b':
-      if ([NSApp modalWindow] == self) [NSApp abortModal];  // raises, and so does not return
+      if ([NSApp modalWindow] == self) {
+        [NSApp abortModal];  // raises, and so does not return
+      }
       break;
     default:
       [super keyDown:event];

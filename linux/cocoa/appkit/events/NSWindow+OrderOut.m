@@ -7,8 +7,12 @@
 
 - (void)orderOut:(id)sender {
   [self orderWindow:NSWindowOut relativeTo:0];
-  if ([self isKeyWindow]) [self resignKeyWindow];
-  if ([self isMainWindow]) [self resignMainWindow];
+  if ([self isKeyWindow]) {
+    [self resignKeyWindow];
+  }
+  if ([self isMainWindow]) {
+    [self resignMainWindow];
+  }
 }
 
 @end

@@ -15,10 +15,10 @@ namespace platform::layout {
 namespace {
 
 /// What counts as nothing: Clp's own tolerance, far below what a frame can show.
-constexpr double kTolerance = 1e-7;
+constexpr double sTolerance = 1e-7;
 
 /// Frames have a few dozen rows; a pivot count beyond this is a cycle, and the best so far is kept.
-constexpr int kMaximumPivots = 20000;
+constexpr int sMaximumPivots = 20000;
 
 using Constraint = ConstraintSystem::Constraint;
 
@@ -57,7 +57,7 @@ struct Program {
     model.setLogLevel(0);
     model.setPerturbation(100);  // Off: an optimum must not depend on random shifts.
     model.scaling(0);            // All coefficients are near 1.
-    model.setMaximumIterations(kMaximumPivots);
+    model.setMaximumIterations(sMaximumPivots);
     model.loadProblem(matrix, columnLower.data(), columnUpper.data(), nullptr, rowLower.data(),
                       rowUpper.data());
   }
@@ -68,23 +68,23 @@ using Level = std::vector<std::pair<int, double>>;
 
 /// Leaves only the optima of the present objective: exactly those in which everything that has a
 /// reduced cost stays where it is.
-void keepOptimum(ClpSimplex &model) {
+void KeepOptimum(ClpSimplex &model) {
   for (int column = 0; column < model.numberColumns(); ++column) {
-    if (std::fabs(model.dualColumnSolution()[column]) > kTolerance) {
+    if (std::fabs(model.dualColumnSolution()[column]) > sTolerance) {
       const double value = model.primalColumnSolution()[column];
       model.setColumnBounds(column, value, value);
     }
   }
   for (int row = 0; row < model.numberRows(); ++row) {
-    if (std::fabs(model.dualRowSolution()[row]) > kTolerance) {
+    if (std::fabs(model.dualRowSolution()[row]) > sTolerance) {
       const double value = model.primalRowSolution()[row];
       model.setRowBounds(row, value, value);
     }
   }
 }
 
-bool isRequired(const Constraint &constraint) {
-  return constraint.priority >= ConstraintSystem::kRequired;
+bool IsRequired(const Constraint &constraint) {
+  return constraint.priority >= ConstraintSystem::sRequired;
 }
 
 }  // namespace
@@ -122,7 +122,7 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
 
   std::vector<int> required;
   for (size_t i = 0; i < constraints_.size(); ++i) {
-    if (isRequired(constraints_[i])) {
+    if (IsRequired(constraints_[i])) {
       required.push_back(static_cast<int>(i));
     }
   }
@@ -153,7 +153,7 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
     load(program, required);
     levels.clear();
     for (const Constraint &constraint : constraints_) {
-      if (isRequired(constraint)) {
+      if (IsRequired(constraint)) {
         continue;
       }
       const int row = program.addRow(constraint);
@@ -218,7 +218,7 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
         break;
       }
       take();
-      keepOptimum(model);
+      KeepOptimum(model);
       for (const auto &[column, cost] : level) {
         model.setObjectiveCoefficient(column, 0);
       }

@@ -26,7 +26,7 @@ class ConstraintSystem {
     std::vector<Term> terms;
     Relation relation = Relation::Equal;
     double constant = 0;
-    double priority = kRequired;  ///< Any number; kRequired and above must hold.
+    double priority = sRequired;  ///< Any number; sRequired and above must hold.
     double weight = 1;            ///< Cost of a violation of 1, among those of the same priority.
     bool rigid = false;           ///< Of two required ones in conflict the other is given up.
   };
@@ -43,7 +43,7 @@ class ConstraintSystem {
     std::vector<Conflict> conflicts;
   };
 
-  static constexpr double kRequired = 1000;
+  static constexpr double sRequired = 1000;
 
   /// Adds a variable that stays between two bounds (HUGE_VAL and its negative: none).
   Variable addVariable(double lower, double upper);

@@ -9,31 +9,31 @@ namespace platform::layout {
 
 /// The view at the top of a layout: the content view of the view's window, or the topmost view
 /// where there is no window. Nil outside of content views, and for nil.
-NSView *rootOf(NSView *view);
+NSView *RootOf(NSView *view);
 
 /// Asks for a pass before the next display. Nil is ignored.
-void invalidate(NSView *view);
+void Invalidate(NSView *view);
 
 /// The same, where Auto Layout is in use in the view's hierarchy; otherwise nothing.
-void invalidateIfLaidOut(NSView *view);
+void InvalidateIfLaidOut(NSView *view);
 
 /// A pass, if one was asked for or a control's natural size has changed since the last one.
-void layOutIfNeeded(NSView *root);
+void LayOutIfNeeded(NSView *root);
 
 /// Sends updateConstraints where it is due.
-void updateConstraintsBelow(NSView *view);
+void UpdateConstraintsBelow(NSView *view);
 
 /// The smallest size of the alignment rectangle of a view that its constraints allow.
-NSSize fittingSizeOf(NSView *view);
+NSSize FittingSizeOf(NSView *view);
 
 /// Gives a view's subviews the frames that the last pass found.
-void placeSubviewsOf(NSView *view);
+void PlaceSubviewsOf(NSView *view);
 
 /// Takes a view and those below it out of the constraints that views above them hold.
-void detach(NSView *view);
+void Detach(NSView *view);
 
 /// Whether a frame is being set by a pass.
-bool isPlacing();
+bool IsPlacing();
 
 }  // namespace platform::layout
 

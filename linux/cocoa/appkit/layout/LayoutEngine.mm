@@ -12,16 +12,16 @@ namespace platform::layout {
 namespace {
 
 /// Layouts that change what they depend on end after so many passes.
-constexpr int kMaximumPasses = 4;
+constexpr int sMaximumPasses = 4;
 
-bool placing = false;
-bool passing = false;
+bool sPlacing = false;
+bool sPassing = false;
 
 /// Whole points, as on a display of one pixel a point. Anything but a difference of a thousandth is
 /// the solver's tolerance and must not decide a half.
-double wholePoints(double value) { return std::floor(std::round(value * 1000) / 1000 + 0.5); }
+double WholePoints(double value) { return std::floor(std::round(value * 1000) / 1000 + 0.5); }
 
-void report(const LayoutModel &model, const ConstraintSystem::Solution &solution,
+void Report(const LayoutModel &model, const ConstraintSystem::Solution &solution,
             LayoutState &root) {
   std::vector<const void *> reported;
   for (const auto &conflict : solution.conflicts) {
@@ -41,7 +41,7 @@ void report(const LayoutModel &model, const ConstraintSystem::Solution &solution
   root.reported = std::move(reported);
 }
 
-RootSize rootSizeOf(NSView *root, const LayoutState &state) {
+RootSize RootSizeOf(NSView *root, const LayoutState &state) {
   if ([root window] != nil) {
     return RootSize::OfWindow;
   }
@@ -49,7 +49,7 @@ RootSize rootSizeOf(NSView *root, const LayoutState &state) {
 }
 
 /// Gives a root another size, and its window with it, whose top left corner stays.
-void resize(NSView *root, NSSize size) {
+void Resize(NSView *root, NSSize size) {
   NSWindow *window = [root window];
   if (window == nil) {
     [root setFrameSize:size];
@@ -64,16 +64,16 @@ void resize(NSView *root, NSSize size) {
 }
 
 /// Finds all frames below a root and the root's own size where that is free.
-void findFrames(NSView *root, LayoutState &state) {
-  const LayoutModel model(root, rootSizeOf(root, state));
+void FindFrames(NSView *root, LayoutState &state) {
+  const LayoutModel model(root, RootSizeOf(root, state));
   const auto solution = model.solve();
-  report(model, solution, state);
+  Report(model, solution, state);
   for (const LayoutModel::Node &node : model.nodes()) {
     const double left = solution.values[node.left];
     const double top = solution.values[node.top];
-    const Edges edges = {wholePoints(left), wholePoints(top),
-                         wholePoints(left + solution.values[node.width]),
-                         wholePoints(top + solution.values[node.height])};
+    const Edges edges = {WholePoints(left), WholePoints(top),
+                         WholePoints(left + solution.values[node.width]),
+                         WholePoints(top + solution.values[node.height])};
     if (node.managed) {
       node.state->edges = edges;
       node.state->placed = true;
@@ -83,20 +83,20 @@ void findFrames(NSView *root, LayoutState &state) {
       const NSRect alignment = NSMakeRect(0, 0, edges.right - edges.left, edges.bottom - edges.top);
       const NSSize size = [root frameForAlignmentRect:alignment].size;
       const NSSize present = [root frame].size;
-      if (size.width != wholePoints(present.width) || size.height != wholePoints(present.height)) {
-        resize(root, size);
+      if (size.width != WholePoints(present.width) || size.height != WholePoints(present.height)) {
+        Resize(root, size);
       }
     }
   }
 }
 
 /// Sends layout from the top down, where a frame was found or the view asked for it.
-void placeBelow(NSView *view) {
+void PlaceBelow(NSView *view) {
   NSArray *subviews = [NSArray arrayWithArray:[view subviews]];
-  LayoutState *state = existingState(view);
+  LayoutState *state = ExistingState(view);
   bool due = state != nullptr && state->needsLayout;
   for (NSView *subview in subviews) {
-    const LayoutState *each = existingState(subview);
+    const LayoutState *each = ExistingState(subview);
     due = due || (each != nullptr && each->placed);
   }
   if (due) {
@@ -106,20 +106,20 @@ void placeBelow(NSView *view) {
     [view layout];
   }
   for (NSView *subview in subviews) {
-    placeBelow(subview);
+    PlaceBelow(subview);
   }
 }
 
 /// Whether a control's contents have grown or shrunk: GNUstep's controls and cells have no single
 /// place that all changes of text, font and image go through, so they are asked.
-bool naturalSizesChanged(NSView *view) {
-  const LayoutState *state = existingState(view);
+bool NaturalSizesChanged(NSView *view) {
+  const LayoutState *state = ExistingState(view);
   if (state != nullptr && state->intrinsicKnown && [view isKindOfClass:[NSControl class]] &&
       !NSEqualSizes(state->intrinsicSize, [view intrinsicContentSize])) {
     return true;
   }
   for (NSView *subview in [view subviews]) {
-    if (naturalSizesChanged(subview)) {
+    if (NaturalSizesChanged(subview)) {
       return true;
     }
   }
@@ -128,7 +128,7 @@ bool naturalSizesChanged(NSView *view) {
 
 }  // namespace
 
-NSView *rootOf(NSView *view) {
+NSView *RootOf(NSView *view) {
   NSWindow *window = [view window];
   NSView *content = [window contentView];
   NSView *top = nil;
@@ -141,60 +141,60 @@ NSView *rootOf(NSView *view) {
   return window == nil ? top : nil;
 }
 
-void invalidate(NSView *view) {
-  NSView *root = rootOf(view);
+void Invalidate(NSView *view) {
+  NSView *root = RootOf(view);
   if (root == nil) {
     return;
   }
-  stateOf(root).dirty = true;
+  StateOf(root).dirty = true;
   NSWindow *window = [root window];
   if ([window isVisible]) {
     [window setViewsNeedDisplay:YES];
   }
 }
 
-void invalidateIfLaidOut(NSView *view) {
-  NSView *root = rootOf(view);
-  if (root != nil && existingState(root) != nullptr) {
-    invalidate(root);
+void InvalidateIfLaidOut(NSView *view) {
+  NSView *root = RootOf(view);
+  if (root != nil && ExistingState(root) != nullptr) {
+    Invalidate(root);
   }
 }
 
-void layOutIfNeeded(NSView *root) {
-  LayoutState *state = root == nil ? nullptr : existingState(root);
-  if (state == nullptr || passing) {
+void LayOutIfNeeded(NSView *root) {
+  LayoutState *state = root == nil ? nullptr : ExistingState(root);
+  if (state == nullptr || sPassing) {
     return;
   }
-  if (!state->dirty && !naturalSizesChanged(root)) {
+  if (!state->dirty && !NaturalSizesChanged(root)) {
     return;
   }
-  passing = true;
+  sPassing = true;
   [root retain];
   @try {
     int passes = 0;
     do {
-      updateConstraintsBelow(root);
+      UpdateConstraintsBelow(root);
       state->dirty = false;
-      placing = true;
-      findFrames(root, *state);
-      placeBelow(root);
-      placing = false;
-    } while (++passes < kMaximumPasses && state->dirty);
+      sPlacing = true;
+      FindFrames(root, *state);
+      PlaceBelow(root);
+      sPlacing = false;
+    } while (++passes < sMaximumPasses && state->dirty);
   } @finally {
-    placing = false;
-    passing = false;
+    sPlacing = false;
+    sPassing = false;
     [root release];
   }
 }
 
-void updateConstraintsBelow(NSView *view) {
+void UpdateConstraintsBelow(NSView *view) {
   for (NSView *subview in [NSArray arrayWithArray:[view subviews]]) {
-    updateConstraintsBelow(subview);
+    UpdateConstraintsBelow(subview);
   }
   static const IMP inherited = [NSView instanceMethodForSelector:@selector(updateConstraints)];
-  LayoutState *state = existingState(view);
+  LayoutState *state = ExistingState(view);
   if (state == nullptr && [view methodForSelector:@selector(updateConstraints)] != inherited) {
-    state = &stateOf(view);
+    state = &StateOf(view);
   }
   if (state != nullptr && state->needsUpdateConstraints) {
     state->needsUpdateConstraints = false;
@@ -202,8 +202,8 @@ void updateConstraintsBelow(NSView *view) {
   }
 }
 
-NSSize fittingSizeOf(NSView *view) {
-  updateConstraintsBelow(view);
+NSSize FittingSizeOf(NSView *view) {
+  UpdateConstraintsBelow(view);
   const LayoutModel model(view, RootSize::Smallest);
   const auto solution = model.solve();
   const LayoutModel::Node &root = model.nodes().front();
@@ -211,22 +211,22 @@ NSSize fittingSizeOf(NSView *view) {
   return NSMakeSize(rounded(solution.values[root.width]), rounded(solution.values[root.height]));
 }
 
-void placeSubviewsOf(NSView *view) {
-  NSView *root = rootOf(view);
+void PlaceSubviewsOf(NSView *view) {
+  NSView *root = RootOf(view);
   if (root == nil) {
     return;
   }
   double left = 0;
   double top = 0;
   for (NSView *each = view; each != root; each = [each superview]) {
-    const LocalFrame local = localFrameOf(each);
+    const LocalFrame local = LocalFrameOf(each);
     left += local.x;
     top += local.y;
   }
   const NSRect bounds = [view bounds];
   const bool flipped = [view isFlipped];
   for (NSView *subview in [NSArray arrayWithArray:[view subviews]]) {
-    const LayoutState *state = existingState(subview);
+    const LayoutState *state = ExistingState(subview);
     if (state == nullptr || !state->placed) {
       continue;
     }
@@ -245,7 +245,7 @@ void placeSubviewsOf(NSView *view) {
   }
 }
 
-void detach(NSView *view) {
+void Detach(NSView *view) {
   std::vector<NSView *> views = {view};
   for (size_t i = 0; i < views.size(); ++i) {
     for (NSView *subview in [views[i] subviews]) {
@@ -253,7 +253,7 @@ void detach(NSView *view) {
     }
   }
   for (NSView *each : views) {
-    LayoutState *state = existingState(each);
+    LayoutState *state = ExistingState(each);
     if (state == nullptr) {
       continue;
     }
@@ -273,6 +273,6 @@ void detach(NSView *view) {
   }
 }
 
-bool isPlacing() { return placing; }
+bool IsPlacing() { return sPlacing; }
 
 }  // namespace platform::layout

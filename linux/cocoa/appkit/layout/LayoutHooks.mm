@@ -20,147 +20,147 @@ using AddMethod = void (*)(id, SEL, NSView *, NSWindowOrderingMode, NSView *);
 using ReplaceMethod = void (*)(id, SEL, NSView *, NSView *);
 using OrderMethod = void (*)(id, SEL, NSWindowOrderingMode, NSInteger);
 
-VoidMethod viewDealloc, windowDisplay, windowDisplayIfNeeded;
-RectMethod viewSetFrame;
-SizeMethod viewSetFrameSize, viewResize;
-PointMethod viewSetFrameOrigin;
-ViewMethod viewRemoveSubview;
-AddMethod viewAddSubview;
-ReplaceMethod viewReplaceSubview;
-OrderMethod windowOrder;
+VoidMethod sViewDealloc, sWindowDisplay, sWindowDisplayIfNeeded;
+RectMethod sViewSetFrame;
+SizeMethod sViewSetFrameSize, sViewResize;
+PointMethod sViewSetFrameOrigin;
+ViewMethod sViewRemoveSubview;
+AddMethod sViewAddSubview;
+ReplaceMethod sViewReplaceSubview;
+OrderMethod sWindowOrder;
 
-void frameChanged(NSView *view, NSRect before) {
+void FrameChanged(NSView *view, NSRect before) {
   const NSRect after = [view frame];
   if (NSEqualRects(before, after)) {
     return;
   }
   if (!NSEqualSizes(before.size, after.size)) {
-    if (LayoutState *state = existingState(view)) {
+    if (LayoutState *state = ExistingState(view)) {
       state->needsLayout = true;
     }
   }
-  if (!isPlacing()) {
-    invalidateIfLaidOut(view);
+  if (!IsPlacing()) {
+    InvalidateIfLaidOut(view);
   }
 }
 
-bool usesLayout(NSView *view) {
-  if (existingState(view) != nullptr) {
+bool UsesLayout(NSView *view) {
+  if (ExistingState(view) != nullptr) {
     return true;
   }
   for (NSView *subview in [view subviews]) {
-    if (usesLayout(subview)) {
+    if (UsesLayout(subview)) {
       return true;
     }
   }
   return false;
 }
 
-void deallocView(id self, SEL selector) {
-  forgetState(self);
-  viewDealloc(self, selector);
+void DeallocView(id self, SEL selector) {
+  ForgetState(self);
+  sViewDealloc(self, selector);
 }
 
-void setFrame(id self, SEL selector, NSRect frame) {
+void SetFrame(id self, SEL selector, NSRect frame) {
   const NSRect before = [self frame];
-  viewSetFrame(self, selector, frame);
-  frameChanged(self, before);
+  sViewSetFrame(self, selector, frame);
+  FrameChanged(self, before);
 }
 
-void setFrameSize(id self, SEL selector, NSSize size) {
+void SetFrameSize(id self, SEL selector, NSSize size) {
   const NSRect before = [self frame];
-  viewSetFrameSize(self, selector, size);
-  frameChanged(self, before);
+  sViewSetFrameSize(self, selector, size);
+  FrameChanged(self, before);
 }
 
-void setFrameOrigin(id self, SEL selector, NSPoint origin) {
+void SetFrameOrigin(id self, SEL selector, NSPoint origin) {
   const NSRect before = [self frame];
-  viewSetFrameOrigin(self, selector, origin);
-  frameChanged(self, before);
+  sViewSetFrameOrigin(self, selector, origin);
+  FrameChanged(self, before);
 }
 
-void resizeWithOldSuperviewSize(id self, SEL selector, NSSize size) {
-  const LayoutState *state = existingState(self);
+void ResizeWithOldSuperviewSize(id self, SEL selector, NSSize size) {
+  const LayoutState *state = ExistingState(self);
   if (state == nullptr || state->translatesMask) {
-    viewResize(self, selector, size);
+    sViewResize(self, selector, size);
   }
 }
 
-void removeSubview(id self, SEL selector, NSView *subview) {
+void RemoveSubview(id self, SEL selector, NSView *subview) {
   if (subview != nil && [subview superview] == self) {
-    detach(subview);
+    Detach(subview);
   }
-  viewRemoveSubview(self, selector, subview);
-  invalidateIfLaidOut(self);
+  sViewRemoveSubview(self, selector, subview);
+  InvalidateIfLaidOut(self);
 }
 
-void arrived(NSView *subview) {
-  if (subview == nil || !usesLayout(subview)) {
+void Arrived(NSView *subview) {
+  if (subview == nil || !UsesLayout(subview)) {
     return;
   }
   // It was a root until now, and as a content view it still is.
-  LayoutState *state = existingState(subview);
-  if (state != nullptr && rootOf(subview) != subview) {
+  LayoutState *state = ExistingState(subview);
+  if (state != nullptr && RootOf(subview) != subview) {
     state->dirty = false;
   }
-  invalidate(subview);
+  Invalidate(subview);
 }
 
-void addSubview(id self, SEL selector, NSView *subview, NSWindowOrderingMode place, NSView *other) {
-  viewAddSubview(self, selector, subview, place, other);
-  arrived(subview);
+void AddSubview(id self, SEL selector, NSView *subview, NSWindowOrderingMode place, NSView *other) {
+  sViewAddSubview(self, selector, subview, place, other);
+  Arrived(subview);
 }
 
-void replaceSubview(id self, SEL selector, NSView *before, NSView *after) {
-  viewReplaceSubview(self, selector, before, after);
-  arrived(after);
+void ReplaceSubview(id self, SEL selector, NSView *before, NSView *after) {
+  sViewReplaceSubview(self, selector, before, after);
+  Arrived(after);
 }
 
-void layOutContent(NSWindow *window) { layOutIfNeeded([window contentView]); }
+void LayOutContent(NSWindow *window) { LayOutIfNeeded([window contentView]); }
 
-void orderWindow(id self, SEL selector, NSWindowOrderingMode place, NSInteger other) {
+void OrderWindow(id self, SEL selector, NSWindowOrderingMode place, NSInteger other) {
   if (place != NSWindowOut) {
-    layOutContent(self);
+    LayOutContent(self);
   }
-  windowOrder(self, selector, place, other);
+  sWindowOrder(self, selector, place, other);
 }
 
-void displayWindow(id self, SEL selector) {
-  layOutContent(self);
-  windowDisplay(self, selector);
+void DisplayWindow(id self, SEL selector) {
+  LayOutContent(self);
+  sWindowDisplay(self, selector);
 }
 
-void displayWindowIfNeeded(id self, SEL selector) {
+void DisplayWindowIfNeeded(id self, SEL selector) {
   // What changes a layout asks for a display, and asking all controls for their sizes takes time.
   if ([self viewsNeedDisplay]) {
-    layOutContent(self);
+    LayOutContent(self);
   }
-  windowDisplayIfNeeded(self, selector);
+  sWindowDisplayIfNeeded(self, selector);
 }
 
 template <typename Function>
-void replace(Class target, SEL selector, Function replacement, Function *former) {
+void Replace(Class target, SEL selector, Function replacement, Function *former) {
   *former = reinterpret_cast<Function>(
       PlatformReplaceMethod(target, selector, reinterpret_cast<PlatformFunction>(replacement)));
 }
 
-void install() {
+void Install() {
   Class view = [NSView class];
-  replace(view, @selector(dealloc), deallocView, &viewDealloc);
-  replace(view, @selector(setFrame:), setFrame, &viewSetFrame);
-  replace(view, @selector(setFrameSize:), setFrameSize, &viewSetFrameSize);
-  replace(view, @selector(setFrameOrigin:), setFrameOrigin, &viewSetFrameOrigin);
-  replace(view, @selector(resizeWithOldSuperviewSize:), resizeWithOldSuperviewSize, &viewResize);
-  replace(view, @selector(removeSubview:), removeSubview, &viewRemoveSubview);
-  replace(view, @selector(addSubview:positioned:relativeTo:), addSubview, &viewAddSubview);
-  replace(view, @selector(replaceSubview:with:), replaceSubview, &viewReplaceSubview);
+  Replace(view, @selector(dealloc), DeallocView, &sViewDealloc);
+  Replace(view, @selector(setFrame:), SetFrame, &sViewSetFrame);
+  Replace(view, @selector(setFrameSize:), SetFrameSize, &sViewSetFrameSize);
+  Replace(view, @selector(setFrameOrigin:), SetFrameOrigin, &sViewSetFrameOrigin);
+  Replace(view, @selector(resizeWithOldSuperviewSize:), ResizeWithOldSuperviewSize, &sViewResize);
+  Replace(view, @selector(removeSubview:), RemoveSubview, &sViewRemoveSubview);
+  Replace(view, @selector(addSubview:positioned:relativeTo:), AddSubview, &sViewAddSubview);
+  Replace(view, @selector(replaceSubview:with:), ReplaceSubview, &sViewReplaceSubview);
   Class window = [NSWindow class];
-  replace(window, @selector(orderWindow:relativeTo:), orderWindow, &windowOrder);
-  replace(window, @selector(display), displayWindow, &windowDisplay);
-  replace(window, @selector(displayIfNeeded), displayWindowIfNeeded, &windowDisplayIfNeeded);
+  Replace(window, @selector(orderWindow:relativeTo:), OrderWindow, &sWindowOrder);
+  Replace(window, @selector(display), DisplayWindow, &sWindowDisplay);
+  Replace(window, @selector(displayIfNeeded), DisplayWindowIfNeeded, &sWindowDisplayIfNeeded);
 }
 
-__attribute__((constructor)) void registerInstall() { PlatformInstallAtLaunch(install); }
+__attribute__((constructor)) void Register() { PlatformInstallAtLaunch(Install); }
 
 }  // namespace
 }  // namespace platform::layout

@@ -17,7 +17,7 @@ struct LocalFrame {
   double x, y, width, height;
 };
 
-LocalFrame localFrameOf(NSView *view);
+LocalFrame LocalFrameOf(NSView *view);
 
 /// What decides about the size of a hierarchy's topmost view.
 enum class RootSize {

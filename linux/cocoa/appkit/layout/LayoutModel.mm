@@ -10,8 +10,8 @@ namespace {
 
 // Below every priority that can be set: what no constraint decides is small, and near its
 // superview's top left corner.
-constexpr double kSmallPriority = -1;
-constexpr double kNearPriority = -2;
+constexpr double sSmallPriority = -1;
+constexpr double sNearPriority = -2;
 
 /// How much of a container's growth goes into the position and the size of its content: GNUstep's
 /// autoresizing, which distributes it in proportion to what can grow.
@@ -20,7 +20,7 @@ struct Growth {
   double size = 0;
 };
 
-Growth growthOf(double container, double position, double size, bool nearFlexible,
+Growth GrowthOf(double container, double position, double size, bool nearFlexible,
                 bool sizeFlexible, bool farFlexible) {
   const double far = container - position - size;
   const double flexible =
@@ -36,19 +36,19 @@ Growth growthOf(double container, double position, double size, bool nearFlexibl
 }
 
 /// The present size of a node's alignment rectangle.
-NSSize presentSizeOf(const LayoutModel::Node &node) {
+NSSize PresentSizeOf(const LayoutModel::Node &node) {
   const NSSize frame = [node.view frame].size;
   return NSMakeSize(std::max(0.0, frame.width - node.insets.left - node.insets.right),
                     std::max(0.0, frame.height - node.insets.top - node.insets.bottom));
 }
 
-bool followsDirection(NSLayoutAttribute attribute) {
+bool FollowsDirection(NSLayoutAttribute attribute) {
   return attribute == NSLayoutAttributeLeading || attribute == NSLayoutAttributeTrailing;
 }
 
 }  // namespace
 
-LocalFrame localFrameOf(NSView *view) {
+LocalFrame LocalFrameOf(NSView *view) {
   const NSRect frame = [view frame];
   NSView *superview = [view superview];
   if (superview == nil) {
@@ -117,7 +117,7 @@ void LayoutModel::want(NSView *view) {
 
 /// Finds the views that take part: placed by constraints or mentioned by one, and all above them.
 void LayoutModel::gather(NSView *view) {
-  if (LayoutState *state = existingState(view)) {
+  if (LayoutState *state = ExistingState(view)) {
     if (!state->translatesMask) {
       want(view);
     }
@@ -137,7 +137,7 @@ void LayoutModel::collect(NSView *view, int parent) {
     return;
   }
   const int index = static_cast<int>(nodes_.size());
-  LayoutState *state = existingState(view);
+  LayoutState *state = ExistingState(view);
   const NSEdgeInsets insets = [view alignmentRectInsets];
   const bool managed = parent >= 0 && state != nullptr && !state->translatesMask;
   Node node = {view, state, parent, managed, insets, NSZeroSize, 0, 0, 0, 0};
@@ -148,7 +148,7 @@ void LayoutModel::collect(NSView *view, int parent) {
     node.height = system_.addVariable(0, HUGE_VAL);
   } else {
     const bool isGiven = rootSize_ == RootSize::Given;
-    const NSSize size = presentSizeOf(node);
+    const NSSize size = PresentSizeOf(node);
     node.left = system_.addVariable(insets.left, insets.left);
     node.top = system_.addVariable(insets.top, insets.top);
     node.width = system_.addVariable(isGiven ? size.width : 0, isGiven ? size.width : HUGE_VAL);
@@ -172,7 +172,7 @@ void LayoutModel::addSoft(Variable variable, Relation relation, double constant,
 }
 
 void LayoutModel::addRootSize(const Node &root) {
-  const NSSize size = presentSizeOf(root);
+  const NSSize size = PresentSizeOf(root);
   switch (rootSize_) {
     case RootSize::Given:
       break;
@@ -189,7 +189,7 @@ void LayoutModel::addRootSize(const Node &root) {
 
 void LayoutModel::addMask(const Node &node) {
   const Node &parent = nodes_[node.parent];
-  const LocalFrame local = localFrameOf(node.view);
+  const LocalFrame local = LocalFrameOf(node.view);
   const NSSize container = [parent.view frame].size;
   const NSUInteger mask = [parent.view autoresizesSubviews] ? [node.view autoresizingMask] : 0;
   addMaskAlong(node.view, horizontal(node), horizontal(parent), container.width, local.x,
@@ -204,7 +204,7 @@ void LayoutModel::addMaskAlong(NSView *view, const Extent &own, const Extent &co
                                double containerSize, double position, double size,
                                bool nearFlexible, bool sizeFlexible, bool farFlexible) {
   const Growth growth =
-      growthOf(containerSize, position, size, nearFlexible, sizeFlexible, farFlexible);
+      GrowthOf(containerSize, position, size, nearFlexible, sizeFlexible, farFlexible);
   // Of frames: position = p + g·(container − its present size). Insets turn that into alignment
   // rectangles.
   const double change = container.nearInset + container.farInset - containerSize;
@@ -212,14 +212,14 @@ void LayoutModel::addMaskAlong(NSView *view, const Extent &own, const Extent &co
   add({{{own.start, 1}, {container.start, -1}, {container.size, -growth.position}},
        Relation::Equal,
        position + growth.position * change + own.nearInset - container.nearInset,
-       ConstraintSystem::kRequired,
+       ConstraintSystem::sRequired,
        1,
        true},
       origin);
   add({{{own.size, 1}, {container.size, -growth.size}},
        Relation::Equal,
        size + growth.size * change - own.nearInset - own.farInset,
-       ConstraintSystem::kRequired,
+       ConstraintSystem::sRequired,
        1,
        true},
       origin);
@@ -257,12 +257,12 @@ void LayoutModel::addNaturalSizeAlong(const Node &node, Variable variable, CGFlo
 void LayoutModel::addTieBreaks(const Node &node, size_t index) {
   // Different weights: of views that could grow alike the earlier one does, every time.
   const double weight = 1 + 0.001 * static_cast<double>(index);
-  addSoft(node.width, Relation::LessOrEqual, 0, kSmallPriority, weight);
-  addSoft(node.height, Relation::LessOrEqual, 0, kSmallPriority, weight);
+  addSoft(node.width, Relation::LessOrEqual, 0, sSmallPriority, weight);
+  addSoft(node.height, Relation::LessOrEqual, 0, sSmallPriority, weight);
   const Node &parent = nodes_[node.parent];
   const Origin origin = {nil, node.view, "preference"};
-  add({{{node.left, 1}, {parent.left, -1}}, Relation::Equal, 0, kNearPriority, weight}, origin);
-  add({{{node.top, 1}, {parent.top, -1}}, Relation::Equal, 0, kNearPriority, weight}, origin);
+  add({{{node.left, 1}, {parent.left, -1}}, Relation::Equal, 0, sNearPriority, weight}, origin);
+  add({{{node.top, 1}, {parent.top, -1}}, Relation::Equal, 0, sNearPriority, weight}, origin);
 }
 
 /// Adds an attribute to the terms; returns what it has besides. Locations count from the corner
@@ -329,8 +329,8 @@ void LayoutModel::addConstraint(PlatformLayoutConstraint *constraint, const Node
     return;
   }
   const bool mirrored =
-      (followsDirection([constraint firstAttribute]) ||
-       followsDirection([constraint secondAttribute])) &&
+      (FollowsDirection([constraint firstAttribute]) ||
+       FollowsDirection([constraint secondAttribute])) &&
       [holder.view userInterfaceLayoutDirection] == NSUserInterfaceLayoutDirectionRightToLeft;
   Terms terms;
   double constant = [constraint constant];

@@ -41,14 +41,14 @@ struct LayoutState {
 };
 
 /// The state of a view, or null.
-LayoutState *existingState(NSView *view);
+LayoutState *ExistingState(NSView *view);
 
 /// The state of a view, made at the first call.
-LayoutState &stateOf(NSView *view);
+LayoutState &StateOf(NSView *view);
 
 /// For a view that is deallocated, on any thread. Constraints that mention the view mention nil
 /// then.
-void forgetState(NSView *view);
+void ForgetState(NSView *view);
 
 }  // namespace platform::layout
 

@@ -36,13 +36,13 @@ LayoutState::~LayoutState() {
   [constraints release];
 }
 
-LayoutState *existingState(NSView *view) {
+LayoutState *ExistingState(NSView *view) {
   PlatformLayoutStateHolder *holder = objc_getAssociatedObject(view, &sStateKey);
   return holder == nil ? nullptr : holder->_state;
 }
 
-LayoutState &stateOf(NSView *view) {
-  if (LayoutState *state = existingState(view)) {
+LayoutState &StateOf(NSView *view) {
+  if (LayoutState *state = ExistingState(view)) {
     return *state;
   }
   PlatformLayoutStateHolder *holder = [[PlatformLayoutStateHolder alloc] init];
@@ -52,7 +52,7 @@ LayoutState &stateOf(NSView *view) {
   return *holder->_state;
 }
 
-void forgetState(NSView *view) {
+void ForgetState(NSView *view) {
   objc_setAssociatedObject(view, &sStateKey, nil, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
 }
 

@@ -11,10 +11,10 @@ using namespace platform::layout;
 namespace {
 
 // Apple's standard distances: between neighbours, and to the edge of the superview.
-constexpr CGFloat kNeighbourGap = 8;
-constexpr CGFloat kSuperviewGap = 20;
+constexpr CGFloat sNeighbourGap = 8;
+constexpr CGFloat sSuperviewGap = 20;
 
-NSString *stringOf(const std::string &text) { return [NSString stringWithUTF8String:text.c_str()]; }
+NSString *StringOf(const std::string &text) { return [NSString stringWithUTF8String:text.c_str()]; }
 
 /// Turns a format that was taken apart into constraints. Names are looked up here.
 class Builder {
@@ -33,11 +33,11 @@ class Builder {
       NSView *view = viewNamed(each.name, each.position);
       if (i == 0 && format.leading) {
         NSView *superview = superviewOf(view, format.leadingPosition);
-        connect(superview, near_, view, near_, *format.leading, kSuperviewGap);
+        connect(superview, near_, view, near_, *format.leading, sSuperviewGap);
       }
       if (i > 0) {
         NSView *before = viewNamed(format.views[i - 1].name, format.views[i - 1].position);
-        connect(before, far_, view, near_, format.between[i - 1], kNeighbourGap);
+        connect(before, far_, view, near_, format.between[i - 1], sNeighbourGap);
         for (NSLayoutAttribute attribute : alignments) {
           add(view, attribute, NSLayoutRelationEqual, before, attribute, 0, nullptr);
         }
@@ -47,7 +47,7 @@ class Builder {
       }
       if (i + 1 == count && format.trailing) {
         NSView *superview = superviewOf(view, format.trailingPosition);
-        connect(view, far_, superview, far_, *format.trailing, kSuperviewGap);
+        connect(view, far_, superview, far_, *format.trailing, sSuperviewGap);
       }
     }
     return constraints_;
@@ -55,7 +55,7 @@ class Builder {
 
   [[noreturn]] void fail(const VisualFormatError &error) const {
     const char *text = [format_ UTF8String];
-    NSString *reason = stringOf(describeVisualFormatError(text == nullptr ? "" : text, error));
+    NSString *reason = StringOf(DescribeVisualFormatError(text == nullptr ? "" : text, error));
     @throw [NSException exceptionWithName:NSInvalidArgumentException reason:reason userInfo:nil];
   }
 
@@ -106,7 +106,7 @@ class Builder {
   }
 
   NSView *viewNamed(const std::string &name, size_t position) const {
-    NSView *view = [views_ objectForKey:stringOf(name)];
+    NSView *view = [views_ objectForKey:StringOf(name)];
     if (view == nil) {
       fail({name + " is not a key in the views dictionary.", position});
     }
@@ -126,7 +126,7 @@ class Builder {
     if (operand.number) {
       return *operand.number;
     }
-    id metric = [metrics_ objectForKey:stringOf(operand.name)];
+    id metric = [metrics_ objectForKey:StringOf(operand.name)];
     if (![metric isKindOfClass:[NSNumber class]]) {
       fail({operand.name + (metric == nil ? " is not a key in the metrics dictionary."
                                           : " is not a number in the metrics dictionary."),
@@ -163,8 +163,8 @@ class Builder {
     const auto relation = static_cast<NSLayoutRelation>(predicate.relation);
     const VisualOperand &object = predicate.object;
     // A name may be a metric's or a view's; the metric is asked first.
-    if (!object.number && [metrics_ objectForKey:stringOf(object.name)] == nil) {
-      NSView *other = [views_ objectForKey:stringOf(object.name)];
+    if (!object.number && [metrics_ objectForKey:StringOf(object.name)] == nil) {
+      NSView *other = [views_ objectForKey:StringOf(object.name)];
       if (other == nil) {
         fail({object.name + " is not a key in the metrics or the views dictionary.",
               object.position});
@@ -220,7 +220,7 @@ class Builder {
     [NSException raise:NSInvalidArgumentException format:@"The visual format is nil"];
   }
   Builder builder(format, options, metrics, views);
-  const auto parsed = parseVisualFormat([format UTF8String]);
+  const auto parsed = ParseVisualFormat([format UTF8String]);
   if (const auto *error = std::get_if<VisualFormatError>(&parsed)) {
     builder.fail(*error);
   }

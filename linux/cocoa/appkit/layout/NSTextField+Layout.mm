@@ -11,20 +11,20 @@ using namespace platform::layout;
 namespace {
 
 /// What border and bezel take of a text field's alignment rectangle, on both sides together.
-NSSize surroundOf(NSTextField *field) {
+NSSize SurroundOf(NSTextField *field) {
   const NSRect large = NSMakeRect(0, 0, 1000, 1000);
   const NSRect outer = [field alignmentRectForFrame:large];
   const NSRect inner = [[field cell] titleRectForBounds:large];
   return NSMakeSize(NSWidth(outer) - NSWidth(inner), NSHeight(outer) - NSHeight(inner));
 }
 
-bool wraps(NSTextField *field) {
+bool Wraps(NSTextField *field) {
   NSCell *cell = [field cell];
   return ![cell usesSingleLineMode] && ([cell lineBreakMode] == NSLineBreakByWordWrapping ||
                                         [cell lineBreakMode] == NSLineBreakByCharWrapping);
 }
 
-NSSize lineSizeOf(NSTextField *field) {
+NSSize LineSizeOf(NSTextField *field) {
   NSDictionary *attributes = [NSDictionary dictionaryWithObject:[field font]
                                                          forKey:NSFontAttributeName];
   return [@"A" sizeWithAttributes:attributes];
@@ -39,22 +39,22 @@ NSSize lineSizeOf(NSTextField *field) {
 }
 
 - (CGFloat)preferredMaxLayoutWidth {
-  const LayoutState *state = existingState(self);
+  const LayoutState *state = ExistingState(self);
   return state == nullptr ? 0 : state->preferredMaxLayoutWidth;
 }
 
 - (void)setPreferredMaxLayoutWidth:(CGFloat)width {
-  stateOf(self).preferredMaxLayoutWidth = width;
-  invalidateIfLaidOut(self);
+  StateOf(self).preferredMaxLayoutWidth = width;
+  InvalidateIfLaidOut(self);
 }
 
 // GNUstep's cellSizeForBounds: does not wrap, so the text is measured as the cell will draw it.
 - (NSSize)intrinsicContentSize {
-  const NSSize surround = surroundOf(self);
+  const NSSize surround = SurroundOf(self);
   NSAttributedString *text = [[self cell] attributedStringValue];
-  NSSize size = [text length] == 0 ? NSMakeSize(0, lineSizeOf(self).height) : [text size];
+  NSSize size = [text length] == 0 ? NSMakeSize(0, LineSizeOf(self).height) : [text size];
   const CGFloat available = [self preferredMaxLayoutWidth] - surround.width;
-  if (available > 0 && std::ceil(size.width) > available && wraps(self)) {
+  if (available > 0 && std::ceil(size.width) > available && Wraps(self)) {
     // The height only limits; it must not be 0, which would stand for no limit in width either.
     size = [text boundingRectWithSize:NSMakeSize(available, 1e6)
                               options:NSStringDrawingUsesLineFragmentOrigin]
@@ -67,11 +67,11 @@ NSSize lineSizeOf(NSTextField *field) {
 }
 
 - (CGFloat)baselineOffsetFromBottom {
-  return surroundOf(self).height / 2 - [[self font] descender];
+  return SurroundOf(self).height / 2 - [[self font] descender];
 }
 
 - (CGFloat)firstBaselineOffsetFromTop {
-  return surroundOf(self).height / 2 + lineSizeOf(self).height + [[self font] descender];
+  return SurroundOf(self).height / 2 + LineSizeOf(self).height + [[self font] descender];
 }
 
 @end

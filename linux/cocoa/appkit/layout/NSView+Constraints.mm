@@ -9,7 +9,7 @@ using namespace platform::layout;
 @implementation NSView (PlatformConstraints)
 
 - (NSArray *)constraints {
-  const LayoutState *state = existingState(self);
+  const LayoutState *state = ExistingState(self);
   return state == nullptr ? [NSArray array] : [NSArray arrayWithArray:state->constraints];
 }
 
@@ -33,10 +33,10 @@ using namespace platform::layout;
   }
   [added retain];
   [[added holder] removeConstraint:added];
-  [stateOf(self).constraints addObject:added];
+  [StateOf(self).constraints addObject:added];
   [added setHolder:self];
   [added release];
-  invalidate(self);
+  Invalidate(self);
 }
 
 - (void)addConstraints:(NSArray *)constraints {
@@ -46,14 +46,14 @@ using namespace platform::layout;
 }
 
 - (void)removeConstraint:(NSLayoutConstraint *)constraint {
-  const LayoutState *state = existingState(self);
+  const LayoutState *state = ExistingState(self);
   if (state == nullptr || ![constraint isKindOfClass:[PlatformLayoutConstraint class]] ||
       [(PlatformLayoutConstraint *)constraint holder] != self) {
     return;
   }
   [(PlatformLayoutConstraint *)constraint setHolder:nil];
   [state->constraints removeObjectIdenticalTo:constraint];
-  invalidate(self);
+  Invalidate(self);
 }
 
 - (void)removeConstraints:(NSArray *)constraints {
@@ -63,7 +63,7 @@ using namespace platform::layout;
 }
 
 - (BOOL)translatesAutoresizingMaskIntoConstraints {
-  const LayoutState *state = existingState(self);
+  const LayoutState *state = ExistingState(self);
   return state == nullptr || state->translatesMask;
 }
 
@@ -71,10 +71,10 @@ using namespace platform::layout;
   if (translates == [self translatesAutoresizingMaskIntoConstraints]) {
     return;
   }
-  LayoutState &state = stateOf(self);
+  LayoutState &state = StateOf(self);
   state.translatesMask = translates;
   state.placed = false;
-  invalidate(self);
+  Invalidate(self);
 }
 
 @end

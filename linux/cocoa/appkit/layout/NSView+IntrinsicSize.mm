@@ -10,7 +10,7 @@ const CGFloat NSViewNoInstrinsicMetric = -1;
 
 namespace {
 
-void checkPriority(NSLayoutPriority priority) {
+void CheckPriority(NSLayoutPriority priority) {
   if (!(priority > 0 && priority <= NSLayoutPriorityRequired)) {
     [NSException raise:NSInvalidArgumentException
                 format:@"Priorities must be greater than 0 and at most %g, not %g",
@@ -18,7 +18,7 @@ void checkPriority(NSLayoutPriority priority) {
   }
 }
 
-size_t indexOf(NSLayoutConstraintOrientation orientation) {
+size_t IndexOf(NSLayoutConstraintOrientation orientation) {
   return orientation == NSLayoutConstraintOrientationVertical ? 1 : 0;
 }
 
@@ -31,17 +31,17 @@ size_t indexOf(NSLayoutConstraintOrientation orientation) {
 }
 
 - (void)invalidateIntrinsicContentSize {
-  if (LayoutState *state = existingState(self)) {
+  if (LayoutState *state = ExistingState(self)) {
     state->intrinsicKnown = false;
-    invalidateIfLaidOut(self);
+    InvalidateIfLaidOut(self);
   }
 }
 
 - (NSLayoutPriority)contentHuggingPriorityForOrientation:
     (NSLayoutConstraintOrientation)orientation {
-  const LayoutState *state = existingState(self);
-  if (state != nullptr && state->hugging[indexOf(orientation)] > 0) {
-    return state->hugging[indexOf(orientation)];
+  const LayoutState *state = ExistingState(self);
+  if (state != nullptr && state->hugging[IndexOf(orientation)] > 0) {
+    return state->hugging[IndexOf(orientation)];
   }
   const bool holdsHeight =
       [self isKindOfClass:[NSTextField class]] || [self isKindOfClass:[NSButton class]];
@@ -52,24 +52,24 @@ size_t indexOf(NSLayoutConstraintOrientation orientation) {
 
 - (void)setContentHuggingPriority:(NSLayoutPriority)priority
                    forOrientation:(NSLayoutConstraintOrientation)orientation {
-  checkPriority(priority);
-  stateOf(self).hugging[indexOf(orientation)] = priority;
-  invalidate(self);
+  CheckPriority(priority);
+  StateOf(self).hugging[IndexOf(orientation)] = priority;
+  Invalidate(self);
 }
 
 - (NSLayoutPriority)contentCompressionResistancePriorityForOrientation:
     (NSLayoutConstraintOrientation)orientation {
-  const LayoutState *state = existingState(self);
-  return state != nullptr && state->compression[indexOf(orientation)] > 0
-             ? state->compression[indexOf(orientation)]
+  const LayoutState *state = ExistingState(self);
+  return state != nullptr && state->compression[IndexOf(orientation)] > 0
+             ? state->compression[IndexOf(orientation)]
              : NSLayoutPriorityDefaultHigh;
 }
 
 - (void)setContentCompressionResistancePriority:(NSLayoutPriority)priority
                                  forOrientation:(NSLayoutConstraintOrientation)orientation {
-  checkPriority(priority);
-  stateOf(self).compression[indexOf(orientation)] = priority;
-  invalidate(self);
+  CheckPriority(priority);
+  StateOf(self).compression[IndexOf(orientation)] = priority;
+  Invalidate(self);
 }
 
 @end

@@ -7,12 +7,12 @@ using namespace platform::layout;
 @implementation NSView (PlatformLayoutDirection)
 
 - (NSUserInterfaceLayoutDirection)userInterfaceLayoutDirection {
-  LayoutState *state = existingState(self);
+  LayoutState *state = ExistingState(self);
   return state && state->direction ? *state->direction : [NSApp userInterfaceLayoutDirection];
 }
 
 - (void)setUserInterfaceLayoutDirection:(NSUserInterfaceLayoutDirection)direction {
-  stateOf(self).direction = direction;
+  StateOf(self).direction = direction;
   [self setNeedsLayout:YES];
 }
 

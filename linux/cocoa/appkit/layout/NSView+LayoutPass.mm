@@ -8,50 +8,50 @@ using namespace platform::layout;
 @implementation NSView (PlatformLayoutPass)
 
 - (BOOL)needsUpdateConstraints {
-  const LayoutState *state = existingState(self);
+  const LayoutState *state = ExistingState(self);
   return state == nullptr || state->needsUpdateConstraints;
 }
 
 - (void)setNeedsUpdateConstraints:(BOOL)needed {
   if (needed) {
-    stateOf(self).needsUpdateConstraints = true;
-    invalidate(self);
+    StateOf(self).needsUpdateConstraints = true;
+    Invalidate(self);
   }
 }
 
 - (void)updateConstraints {
   // A subclass that is asked by hand and not by a pass has done what was due.
-  if (LayoutState *state = existingState(self)) {
+  if (LayoutState *state = ExistingState(self)) {
     state->needsUpdateConstraints = false;
   }
 }
 
 - (void)updateConstraintsForSubtreeIfNeeded {
-  updateConstraintsBelow(self);
+  UpdateConstraintsBelow(self);
 }
 
 - (BOOL)needsLayout {
-  const LayoutState *state = existingState(self);
+  const LayoutState *state = ExistingState(self);
   return state != nullptr && (state->needsLayout || state->dirty);
 }
 
 - (void)setNeedsLayout:(BOOL)needed {
   if (needed) {
-    stateOf(self).needsLayout = true;
-    invalidate(self);
+    StateOf(self).needsLayout = true;
+    Invalidate(self);
   }
 }
 
 - (void)layout {
-  placeSubviewsOf(self);
+  PlaceSubviewsOf(self);
 }
 
 - (void)layoutSubtreeIfNeeded {
-  layOutIfNeeded(rootOf(self));
+  LayOutIfNeeded(RootOf(self));
 }
 
 - (NSSize)fittingSize {
-  const NSRect alignment = {NSZeroPoint, fittingSizeOf(self)};
+  const NSRect alignment = {NSZeroPoint, FittingSizeOf(self)};
   return [self frameForAlignmentRect:alignment].size;
 }
 

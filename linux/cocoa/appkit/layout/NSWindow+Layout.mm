@@ -5,11 +5,11 @@
 @implementation NSWindow (PlatformLayout)
 
 - (void)updateConstraintsIfNeeded {
-  platform::layout::updateConstraintsBelow([self contentView]);
+  platform::layout::UpdateConstraintsBelow([self contentView]);
 }
 
 - (void)layoutIfNeeded {
-  platform::layout::layOutIfNeeded([self contentView]);
+  platform::layout::LayOutIfNeeded([self contentView]);
 }
 
 @end

@@ -6,15 +6,15 @@
 #import "layout/LayoutEngine.h"
 #import "layout/LayoutState.h"
 
-using platform::layout::existingState;
+using platform::layout::ExistingState;
 using platform::layout::LayoutState;
-using platform::layout::stateOf;
+using platform::layout::StateOf;
 
 namespace {
 
 enum class Kind { None, Horizontal, Vertical, Size };
 
-Kind kindOf(NSLayoutAttribute attribute) {
+Kind KindOf(NSLayoutAttribute attribute) {
   switch (attribute) {
     case NSLayoutAttributeNotAnAttribute:
       return Kind::None;
@@ -32,7 +32,7 @@ Kind kindOf(NSLayoutAttribute attribute) {
   }
 }
 
-NSString *nameOf(NSLayoutAttribute attribute) {
+NSString *NameOf(NSLayoutAttribute attribute) {
   static NSString *const names[] = {@"notAnAttribute", @"left",    @"right",    @"top",
                                     @"bottom",         @"leading", @"trailing", @"width",
                                     @"height",         @"centerX", @"centerY",  @"lastBaseline",
@@ -41,17 +41,17 @@ NSString *nameOf(NSLayoutAttribute attribute) {
   return index < std::size(names) ? names[index] : @"unknown";
 }
 
-NSString *nameOf(NSView *view) {
+NSString *NameOf(NSView *view) {
   return [NSString stringWithFormat:@"%@:%p", NSStringFromClass([view class]), view];
 }
 
-NSString *textOf(NSLayoutRelation relation) {
+NSString *TextOf(NSLayoutRelation relation) {
   return relation == NSLayoutRelationEqual             ? @"=="
          : relation == NSLayoutRelationLessThanOrEqual ? @"<="
                                                        : @">=";
 }
 
-void checkFinite(CGFloat number, const char *what) {
+void CheckFinite(CGFloat number, const char *what) {
   if (!std::isfinite(number)) {
     [NSException raise:NSInvalidArgumentException
                 format:@"NSLayoutConstraint: the %s is not a finite number", what];
@@ -90,24 +90,24 @@ void checkFinite(CGFloat number, const char *what) {
   }
   _firstItem = firstItem;
   _secondItem = secondItem;
-  stateOf(firstItem).mentions.push_back(self);
+  StateOf(firstItem).mentions.push_back(self);
   if (secondItem != nil && secondItem != firstItem) {
-    stateOf(secondItem).mentions.push_back(self);
+    StateOf(secondItem).mentions.push_back(self);
   }
   return self;
 }
 
 - (void)checkItem:(id)first andItem:(id)second {
-  checkFinite(_multiplier, "multiplier");
-  checkFinite(_constant, "constant");
+  CheckFinite(_multiplier, "multiplier");
+  CheckFinite(_constant, "constant");
   if (![first isKindOfClass:[NSView class]] ||
       (second != nil && ![second isKindOfClass:[NSView class]])) {
     [NSException
          raise:NSInvalidArgumentException
         format:@"NSLayoutConstraint: constraint items must be views, not %@ and %@", first, second];
   }
-  const Kind firstKind = kindOf(_firstAttribute);
-  const Kind secondKind = kindOf(_secondAttribute);
+  const Kind firstKind = KindOf(_firstAttribute);
+  const Kind secondKind = KindOf(_secondAttribute);
   if (firstKind == Kind::None) {
     [NSException raise:NSInvalidArgumentException
                 format:@"NSLayoutConstraint: the first attribute must be one"];
@@ -116,7 +116,7 @@ void checkFinite(CGFloat number, const char *what) {
     [NSException raise:NSInvalidArgumentException
                 format:@"NSLayoutConstraint: a multiplier is not legal here: attribute %@ has no "
                        @"item",
-                       nameOf(_secondAttribute)];
+                       NameOf(_secondAttribute)];
   }
   if (second == nil && firstKind != Kind::Size) {
     [NSException raise:NSInvalidArgumentException
@@ -125,13 +125,13 @@ void checkFinite(CGFloat number, const char *what) {
   if (second != nil && firstKind != secondKind) {
     [NSException raise:NSInvalidArgumentException
                 format:@"NSLayoutConstraint: invalid pairing of layout attributes %@ and %@",
-                       nameOf(_firstAttribute), nameOf(_secondAttribute)];
+                       NameOf(_firstAttribute), NameOf(_secondAttribute)];
   }
 }
 
 - (void)dealloc {
   for (NSView *item : {static_cast<NSView *>(_firstItem), static_cast<NSView *>(_secondItem)}) {
-    if (LayoutState *state = item == nil ? nullptr : existingState(item)) {
+    if (LayoutState *state = item == nil ? nullptr : ExistingState(item)) {
       auto &mentions = state->mentions;
       mentions.erase(std::remove(mentions.begin(), mentions.end(), self), mentions.end());
     }
@@ -174,10 +174,10 @@ void checkFinite(CGFloat number, const char *what) {
 }
 
 - (void)setConstant:(CGFloat)constant {
-  checkFinite(constant, "constant");
+  CheckFinite(constant, "constant");
   if (constant != _constant) {
     _constant = constant;
-    platform::layout::invalidate(_holder);
+    platform::layout::Invalidate(_holder);
   }
 }
 
@@ -190,7 +190,7 @@ void checkFinite(CGFloat number, const char *what) {
   }
   if (priority != _priority) {
     _priority = priority;
-    platform::layout::invalidate(_holder);
+    platform::layout::Invalidate(_holder);
   }
 }
 
@@ -233,12 +233,12 @@ void checkFinite(CGFloat number, const char *what) {
 
 - (NSString *)equation {
   const bool vertical =
-      kindOf(_firstAttribute) == Kind::Vertical || _firstAttribute == NSLayoutAttributeHeight;
+      KindOf(_firstAttribute) == Kind::Vertical || _firstAttribute == NSLayoutAttributeHeight;
   NSString *axis = vertical ? @"V" : @"H";
-  NSString *relation = _relation == NSLayoutRelationEqual ? @"" : textOf(_relation);
-  if (_secondItem == nil && kindOf(_firstAttribute) == Kind::Size) {
+  NSString *relation = _relation == NSLayoutRelationEqual ? @"" : TextOf(_relation);
+  if (_secondItem == nil && KindOf(_firstAttribute) == Kind::Size) {
     return
-        [NSString stringWithFormat:@"%@:[%@(%@%g)]", axis, nameOf(_firstItem), relation, _constant];
+        [NSString stringWithFormat:@"%@:[%@(%@%g)]", axis, NameOf(_firstItem), relation, _constant];
   }
   NSString *gap = _constant == 0 && _relation == NSLayoutRelationEqual
                       ? @""
@@ -258,23 +258,23 @@ void checkFinite(CGFloat number, const char *what) {
       (_firstAttribute == NSLayoutAttributeTop && _secondAttribute == NSLayoutAttributeBottom);
   if (_multiplier == 1 && atStart && [_firstItem superview] == _secondItem) {
     return [NSString stringWithFormat:@"%@:|%@[%@]   (names: '|':%@)", axis, gap,
-                                      nameOf(_firstItem), nameOf(_secondItem)];
+                                      NameOf(_firstItem), NameOf(_secondItem)];
   }
   if (_multiplier == 1 && atEnd && [_secondItem superview] == _firstItem) {
-    return [NSString stringWithFormat:@"%@:[%@]%@|   (names: '|':%@)", axis, nameOf(_secondItem),
-                                      gap, nameOf(_firstItem)];
+    return [NSString stringWithFormat:@"%@:[%@]%@|   (names: '|':%@)", axis, NameOf(_secondItem),
+                                      gap, NameOf(_firstItem)];
   }
   if (_multiplier == 1 && between) {
     return [NSString
-        stringWithFormat:@"%@:[%@]%@[%@]", axis, nameOf(_secondItem), gap, nameOf(_firstItem)];
+        stringWithFormat:@"%@:[%@]%@[%@]", axis, NameOf(_secondItem), gap, NameOf(_firstItem)];
   }
   NSMutableString *text =
-      [NSMutableString stringWithFormat:@"%@.%@ %@ ", nameOf(_firstItem), nameOf(_firstAttribute),
-                                        textOf(_relation)];
+      [NSMutableString stringWithFormat:@"%@.%@ %@ ", NameOf(_firstItem), NameOf(_firstAttribute),
+                                        TextOf(_relation)];
   if (_multiplier != 1) {
     [text appendFormat:@"%g*", _multiplier];
   }
-  [text appendFormat:@"%@.%@", nameOf(_secondItem), nameOf(_secondAttribute)];
+  [text appendFormat:@"%@.%@", NameOf(_secondItem), NameOf(_secondAttribute)];
   if (_constant != 0) {
     [text appendFormat:@" %c %g", _constant < 0 ? '-' : '+', std::fabs(_constant)];
   }

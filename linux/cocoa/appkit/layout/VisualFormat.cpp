@@ -11,9 +11,9 @@
 namespace platform::layout {
 namespace {
 
-bool isNameStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
+bool IsNameStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 /// A parser by recursive descent without recursion: the language has no nesting. The first error
 /// sticks, and every step after it does nothing.
@@ -186,8 +186,8 @@ class Parser {
 
   std::string readName() {
     std::string name;
-    if (isNameStart(peek())) {
-      while (isNameStart(peek()) || isDigit(peek())) {
+    if (IsNameStart(peek())) {
+      while (IsNameStart(peek()) || IsDigit(peek())) {
         name += text_[at_++];
       }
     }
@@ -211,7 +211,7 @@ class Parser {
       ++start;
     }
     const size_t digits = start + (start == at_ && peek() == '-' ? 1 : 0);
-    if (digits >= text_.size() || !(isDigit(text_[digits]) || text_[digits] == '.')) {
+    if (digits >= text_.size() || !(IsDigit(text_[digits]) || text_[digits] == '.')) {
       fail(expectation);
       return operand;
     }
@@ -235,11 +235,11 @@ class Parser {
 
 }  // namespace
 
-std::variant<VisualFormat, VisualFormatError> parseVisualFormat(std::string_view format) {
+std::variant<VisualFormat, VisualFormatError> ParseVisualFormat(std::string_view format) {
   return Parser(format).run();
 }
 
-std::string describeVisualFormatError(std::string_view format, const VisualFormatError &error) {
+std::string DescribeVisualFormatError(std::string_view format, const VisualFormatError &error) {
   std::string text = "Unable to parse constraint format: \n";
   text += error.message;
   text += " \n";

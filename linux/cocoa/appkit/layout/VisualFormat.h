@@ -60,10 +60,10 @@ struct VisualFormatError {
 
 /// Takes a format of Apple's visual format language apart (UTF-8). Any input is safe. Blanks are
 /// allowed between the parts. Numbers are what strtod takes in the C locale, infinities excepted.
-std::variant<VisualFormat, VisualFormatError> parseVisualFormat(std::string_view format);
+std::variant<VisualFormat, VisualFormatError> ParseVisualFormat(std::string_view format);
 
 /// The text of the exception for an error: what is wrong, the format, a caret under the place.
-std::string describeVisualFormatError(std::string_view format, const VisualFormatError &error);
+std::string DescribeVisualFormatError(std::string_view format, const VisualFormatError &error);
 
 }  // namespace platform::layout
 

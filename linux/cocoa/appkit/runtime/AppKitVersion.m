@@ -11,5 +11,7 @@ void PlatformSetAppKitVersionNumber(double number) { NSAppKitVersionNumber = num
 __attribute__((constructor)) static void ReadEnvironment(void) {
   const char *wanted = getenv("PLATFORM_APPKIT_VERSION");
   double number = wanted ? strtod(wanted, NULL) : 0;
-  if (number > 0) NSAppKitVersionNumber = number;
+  if (number > 0) {
+    NSAppKitVersionNumber = number;
+  }
 }

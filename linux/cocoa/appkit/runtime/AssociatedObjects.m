@@ -38,7 +38,9 @@ static void Dealloc(id object, SEL selector) {
 /// Under the lock.
 static void ObserveDealloc(id object) {
   Class class = TopmostClass(object);
-  if (NSMapGet(sDeallocs, class)) return;
+  if (NSMapGet(sDeallocs, class)) {
+    return;
+  }
   PlatformFunction dealloc =
       PlatformReplaceMethod(class, @selector(dealloc), (PlatformFunction)Dealloc);
   NSMapInsert(sDeallocs, class, (void *)dealloc);
@@ -51,7 +53,9 @@ static NSMapTable *NewMapTable(BOOL ownsValues) {
 }
 
 id objc_getAssociatedObject(id object, const void *key) {
-  if (!object) return nil;
+  if (!object) {
+    return nil;
+  }
   pthread_mutex_lock(&sLock);
   NSMapTable *values = sAssociations ? NSMapGet(sAssociations, object) : nil;
   id value = values ? NSMapGet(values, key) : nil;

@@ -10,8 +10,9 @@ static PlatformFunction Replace(Class target, SEL selector, PlatformFunction rep
   NSCAssert(method, @"no method of this name to replace");
   const char *types = method_getTypeEncoding(method);
   IMP inherited = method_getImplementation(method);
-  if (class_addMethod(target, selector, (IMP)replacement, types))
+  if (class_addMethod(target, selector, (IMP)replacement, types)) {
     return (PlatformFunction)inherited;
+  }
 
   IMP own = method_setImplementation(method, (IMP)replacement);
   // libobjc has now changed the dispatch table of this class, but not those of subclasses that are

@@ -9,7 +9,9 @@ static void (*sInstalls[sMostInstalls])(void);
 static int sCount;
 
 void PlatformInstallAtLaunch(void (*install)(void)) {
-  if (sCount == sMostInstalls) abort();
+  if (sCount == sMostInstalls) {
+    abort();
+  }
   sInstalls[sCount++] = install;
 }
 
@@ -29,13 +31,17 @@ static void RegisterDefaults(void) {
 
 // As GNUstep's does. Its init sets NSApp, and reads the defaults.
 + (NSApplication *)sharedApplication {
-  if (NSApp) return NSApp;
+  if (NSApp) {
+    return NSApp;
+  }
   @autoreleasepool {
     RegisterDefaults();
   }
   (void)[[self alloc] init];
   @autoreleasepool {
-    for (int i = 0; i < sCount; i++) sInstalls[i]();
+    for (int i = 0; i < sCount; i++) {
+      sInstalls[i]();
+    }
   }
   return NSApp;
 }

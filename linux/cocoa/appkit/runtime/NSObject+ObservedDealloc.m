@@ -10,10 +10,11 @@ static void (*sDealloc)(id, SEL);
 
 static void Dealloc(id object, SEL selector) {
   id info = (id)[object observationInfo];
-  if (info)
+  if (info) {
     NSLog(@"An instance %p of class %@ was deallocated while key value observers were still "
           @"registered with it. Current observation info: %@",
           object, NSStringFromClass([object class]), info);
+  }
   sDealloc(object, selector);
 }
 
