@@ -22,6 +22,8 @@ struct GccProtocol {
   const char *name;
   GccProtocolList *adopted;
   GccMethodDescriptions *instanceMethods, *classMethods;
+  // What clang writes besides and connections look at: optional methods, and properties.
+  void *optionalMethods[2], *properties[2];
 };
 extern "C" void __objc_protocols_add_protocol(const char *name, GccProtocol *protocol);
 
