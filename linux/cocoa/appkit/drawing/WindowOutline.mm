@@ -7,30 +7,16 @@
 #include <math.h>
 #include <stdio.h>
 
-#include <chrono>
-
 #include "drawing/RoundedOutline.h"
 #import "runtime/AssociatedObjects.h"
 
 // What is cut at present, as text; nothing is kept for a window that is whole.
 static const char sOutlineKey = 0;
 
-/// Asks at most once a second for a window: the display answers only when it has drawn all that it
-/// was told before, most of which is this window.
-static BOOL CompositorRuns(Display *display, Window window) {
-  static Window asked;
-  static std::chrono::steady_clock::time_point askedAt;
-  static BOOL runs;
-  const auto now = std::chrono::steady_clock::now();
-  if (window == asked && now < askedAt + std::chrono::seconds(1)) {
-    return runs;
-  }
+static BOOL CompositorRuns(Display *display) {
   char name[32];
   snprintf(name, sizeof(name), "_NET_WM_CM_S%d", DefaultScreen(display));
-  asked = window;
-  askedAt = now;
-  runs = XGetSelectionOwner(display, XInternAtom(display, name, False)) != None;
-  return runs;
+  return XGetSelectionOwner(display, XInternAtom(display, name, False)) != None;
 }
 
 BOOL PlatformUpdateWindowOutline(NSView *view, CGFloat radius) {
@@ -50,7 +36,7 @@ BOOL PlatformUpdateWindowOutline(NSView *view, CGFloat radius) {
     return NO;
   }
 
-  BOOL cut = radius > 0 && !CompositorRuns(display, ident);
+  BOOL cut = radius > 0 && !CompositorRuns(display);
   NSString *before = objc_getAssociatedObject(window, &sOutlineKey);
   NSString *after =
       cut ? [NSString stringWithFormat:@"%g %g %g", size.width, size.height, radius] : nil;
