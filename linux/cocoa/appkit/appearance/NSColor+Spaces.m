@@ -14,7 +14,7 @@ static CGFloat Limited(CGFloat value) { return value < 0 ? 0 : value > 1 ? 1 : v
 
 @implementation NSColor (PlatformSpaces)
 
-/// The toolkit has color classes for the generic and the device spaces only, and makes every color
+/// GNUstep has color classes for the generic and the device spaces only, and makes every color
 /// of another RGB space one of those.
 + (NSColor *)colorWithColorSpace:(NSColorSpace *)space
                       components:(const CGFloat *)components

@@ -44,7 +44,7 @@ static NSString *NearestFace(CGFloat weight) {
     size = [NSFont systemFontSize];
   }
   NSString *face = NearestFace(weight);
-  // The toolkit knows a face by its PostScript name.
+  // GNUstep knows a face by its PostScript name.
   NSFont *font = nil;
   if (size >= sDisplaySize) {
     font = [NSFont fontWithName:[@"InterDisplay-" stringByAppendingString:face] size:size];

@@ -1,4 +1,4 @@
-// An RGB color in a space that the toolkit has no color class for.
+// An RGB color in a space that GNUstep has no color class for.
 
 #ifndef PLATFORM_SPACE_COLOR_H
 #define PLATFORM_SPACE_COLOR_H
@@ -6,7 +6,7 @@
 #import <AppKit/NSColor.h>
 #import <AppKit/NSColorSpace.h>
 
-/// Keeps its components and its space; draws as the toolkit's own RGB color of the same components,
+/// Keeps its components and its space; draws as GNUstep's own RGB color of the same components,
 /// since nothing here converts between spaces.
 @interface PlatformSpaceColor : NSColor {
   NSColorSpace *_space;

@@ -1,4 +1,4 @@
-// What lies between the edges of a control's frame and what is seen of it.
+// Alignment rectangle insets of controls.
 
 #ifndef PLATFORM_CONTROL_INSETS_H
 #define PLATFORM_CONTROL_INSETS_H

@@ -1,4 +1,4 @@
-// Whether a window shows which of its controls has the focus.
+// Whether a window shows its focus ring.
 
 #ifndef PLATFORM_FOCUS_VISIBILITY_H
 #define PLATFORM_FOCUS_VISIBILITY_H

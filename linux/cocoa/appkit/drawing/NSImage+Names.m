@@ -8,7 +8,7 @@ NSImageName const NSImageNameApplicationIcon = @"NSApplicationIcon";
 
 static id (*sImageNamed)(id, SEL, NSString *);
 
-/// The toolkit gives the icon its name only when the bundle's Info dictionary names a file, and
+/// GNUstep gives the icon its name only when the bundle's Info dictionary names a file, and
 /// only once the application has been asked for it.
 static id ImageNamed(id self, SEL selector, NSString *name) {
   NSImage *image = sImageNamed(self, selector, name);

@@ -2,7 +2,7 @@
 
 @implementation NSTextFieldCell (PlatformBorder)
 
-/// Border and bezel exclude each other: whichever is set, the other is off. The toolkit leaves the
+/// Border and bezel exclude each other: whichever is set, the other is off. GNUstep leaves the
 /// bezel that every text field starts with when the border is turned off.
 - (void)setBordered:(BOOL)flag {
   if (!flag) {

@@ -1,4 +1,4 @@
-// The text of a label lies inside the insets of its frame. The toolkit lets it begin at the edge.
+// The text of a label lies inside the insets of its frame. GNUstep lets it begin at the edge.
 
 #import <AppKit/NSTextFieldCell.h>
 

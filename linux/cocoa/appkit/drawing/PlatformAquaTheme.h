@@ -1,4 +1,4 @@
-// The toolkit's theme that draws controls as a Mac does.
+// A GNUstep theme that draws controls as a Mac does.
 
 #ifndef PLATFORM_AQUA_THEME_H
 #define PLATFORM_AQUA_THEME_H

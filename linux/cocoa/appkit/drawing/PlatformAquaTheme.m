@@ -16,7 +16,7 @@ __attribute__((constructor)) static void Register(void) { PlatformInstallAtLaunc
 
 @implementation PlatformAquaTheme
 
-/// The toolkit calls this to put the user's theme in place.
+/// GNUstep calls this to put the user's theme in place.
 + (void)defaultsDidChange:(NSNotification *)notification {
   (void)notification;
 }

@@ -12,7 +12,7 @@
 
 @end
 
-/// Kept with a view: its layer, which learns when the view is gone.
+/// A view's associated object: its layer, which learns when the view is gone.
 @interface PlatformLayerHolder : NSObject {
   CALayer *_layer;
 }

@@ -1,6 +1,6 @@
-// Events of the X server that are read just when the run loop is about to wait. GNUstep hands them
-// out, but its run loop then waits on although something has happened, until the next event: the
-// end of a click was heard only when the mouse moved again. So the loop is woken then.
+// Wakes the run loop for X events that are read just before it blocks. GNUstep queues them, but its
+// run loop blocks all the same until the next one comes: the mouse-up of a click was handled only
+// when the mouse moved again.
 
 #import <AppKit/AppKit.h>
 #import <GNUstepGUI/GSDisplayServer.h>
@@ -17,8 +17,8 @@ typedef BOOL (*ShouldBlockMethod)(GSDisplayServer *, SEL, BOOL *);
 
 static ShouldBlockMethod sShouldBlock;
 
-/// The run loop asks this before each wait. The server looks once only: what came between two looks
-/// would be handed out without a wake-up.
+/// The run loop asks this before it blocks. GNUstep asks the X connection once only, so an event
+/// that comes between two calls would be queued without a wake-up.
 static BOOL ShouldBlock(GSDisplayServer *server, SEL selector, BOOL *trigger) {
   const BOOL shouldBlock = sShouldBlock(server, selector, trigger);
   if (!shouldBlock) {

@@ -11,14 +11,14 @@
 static BOOL sIsAsked;
 static void (*sNote)(id, SEL, int);
 
-/// Takes the place of the toolkit's function of this name, which looks the window up.
+/// Takes the place of GNUstep's function of this name, which looks the window up.
 GSDisplayServer *GSServerForWindow(NSWindow *window) {
   (void)window;
   sIsAsked = YES;
   return GSCurrentServer();
 }
 
-/// Were the toolkit's function the one that is called, its notes would be needed.
+/// Were GNUstep's function the one that is called, its notes would be needed.
 static void Note(id server, SEL selector, int number) {
   if (!sIsAsked) {
     sNote(server, selector, number);

@@ -1,7 +1,7 @@
 // A window that is movable by its background follows the mouse: GNUstep keeps the property and does
 // nothing with it.
 //
-// The window is moved as the events come and not in a loop of its own, so that the rest of the
+// The window is moved as the events come and not in a tracking loop, so that the rest of the
 // application goes on meanwhile.
 
 #import <AppKit/AppKit.h>

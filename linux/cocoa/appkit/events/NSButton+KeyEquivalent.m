@@ -1,5 +1,5 @@
-// Which key presses a button takes for its key equivalent. GNUstep's own test takes Caps Lock for a
-// part of the letter and does not know that the keypad's Enter is as good as Return.
+// Key equivalents of buttons. GNUstep's own matching takes Caps Lock for a part of the letter and
+// does not know that the keypad's Enter is as good as Return.
 
 #import <AppKit/AppKit.h>
 

@@ -1,4 +1,4 @@
-// Where a press of the mouse takes hold of the window: GNUstep takes every view that is not opaque,
+// Which views a window can be dragged by: GNUstep takes every view that is not opaque,
 // and with it every button, for a part of the background.
 
 #import <AppKit/AppKit.h>

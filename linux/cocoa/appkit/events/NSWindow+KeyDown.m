@@ -1,4 +1,4 @@
-// Keys that nothing in the window wanted. GNUstep tries them as key equivalents once more, as if
+// Unhandled key events. GNUstep tries them as key equivalents once more, as if
 // Command were held: a plain "w" would close what Command-W closes.
 
 #import <AppKit/AppKit.h>

@@ -14,10 +14,11 @@
 namespace platform::layout {
 namespace {
 
-/// What counts as nothing: Clp's own tolerance, far below what a frame can show.
+/// What counts as zero: Clp's own tolerance, far below what a frame can show.
 constexpr double sTolerance = 1e-7;
 
-/// Frames have a few dozen rows; a pivot count beyond this is a cycle, and the best so far is kept.
+/// A window's program has a few dozen rows; a pivot count beyond this is a cycle, and the best so
+/// far is kept.
 constexpr int sMaximumPivots = 20000;
 
 using Constraint = ConstraintSystem::Constraint;
@@ -66,8 +67,8 @@ struct Program {
 /// Slack columns of one priority, with their costs.
 using Level = std::vector<std::pair<int, double>>;
 
-/// Leaves only the optima of the present objective: exactly those in which everything that has a
-/// reduced cost stays where it is.
+/// Restricts the program to the optimal face of the present objective: all that has a reduced cost
+/// stays where it is.
 void KeepOptimum(ClpSimplex &model) {
   for (int column = 0; column < model.numberColumns(); ++column) {
     if (std::fabs(model.dualColumnSolution()[column]) > sTolerance) {
@@ -95,7 +96,7 @@ ConstraintSystem::Variable ConstraintSystem::addVariable(double lower, double up
 }
 
 int ConstraintSystem::addConstraint(Constraint constraint) {
-  // Clp wants every element of its matrix once.
+  // Clp takes every element of its matrix once.
   std::map<Variable, double> sums;
   for (const Term &term : constraint.terms) {
     sums[term.variable] += term.coefficient;
@@ -146,8 +147,8 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
 
   ClpSimplex model;
   std::map<double, Level, std::greater<double>> levels;
-  // With everything that may be violated in it, the program has a solution if and only if the
-  // required constraints have one.
+  // The other constraints are elastic (they have slack columns), so the program is feasible if and
+  // only if the required ones are.
   const auto start = [&] {
     Program program;
     load(program, required);
@@ -177,7 +178,7 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
 
   try {
     while (!start()) {
-      // What can go without making the rest feasible has no part in the conflict.
+      // A deletion filter finds an irreducible infeasible subset.
       std::vector<int> members = required;
       for (int number : required) {
         std::vector<int> rest = members;

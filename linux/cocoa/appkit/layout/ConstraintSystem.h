@@ -7,7 +7,8 @@
 
 namespace platform::layout {
 
-/// Linear constraints with priorities, solved one priority after the other.
+/// Linear constraints with priorities, solved one priority after the other (lexicographic linear
+/// programming).
 ///
 /// The required ones hold, whatever the others say. Each lower priority then makes the sum of its
 /// own violations as small as the higher ones allow. The same calls in the same order give the same
@@ -28,11 +29,11 @@ class ConstraintSystem {
     double constant = 0;
     double priority = sRequired;  ///< Any number; sRequired and above must hold.
     double weight = 1;            ///< Cost of a violation of 1, among those of the same priority.
-    bool rigid = false;           ///< Of two required ones in conflict the other is given up.
+    bool rigid = false;           ///< In a conflict of required ones another is broken.
   };
 
-  /// Required constraints that contradict each other (none is superfluous in that), and which of
-  /// them was given up. Numbers as addConstraint() returned them, ascending.
+  /// An irreducible infeasible subset of the required constraints, and which of them was broken.
+  /// Numbers as addConstraint() returned them, ascending.
   struct Conflict {
     int broken;
     std::vector<int> members;

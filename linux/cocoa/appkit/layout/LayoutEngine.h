@@ -11,13 +11,14 @@ namespace platform::layout {
 /// where there is no window. Nil outside of content views, and for nil.
 NSView *RootOf(NSView *view);
 
-/// Asks for a pass before the next display. Nil is ignored.
+/// Schedules a layout pass before the next display. Nil is ignored.
 void Invalidate(NSView *view);
 
 /// The same, where Auto Layout is in use in the view's hierarchy; otherwise nothing.
 void InvalidateIfLaidOut(NSView *view);
 
-/// A pass, if one was asked for or a control's natural size has changed since the last one.
+/// Runs a layout pass if one is scheduled or a control's intrinsic size has changed since the last
+/// one.
 void LayOutIfNeeded(NSView *root);
 
 /// Sends updateConstraints where it is due.
@@ -26,7 +27,7 @@ void UpdateConstraintsBelow(NSView *view);
 /// The smallest size of the alignment rectangle of a view that its constraints allow.
 NSSize FittingSizeOf(NSView *view);
 
-/// Gives a view's subviews the frames that the last pass found.
+/// Sets the frames of a view's subviews that the last pass found.
 void PlaceSubviewsOf(NSView *view);
 
 /// Takes a view and those below it out of the constraints that views above them hold.

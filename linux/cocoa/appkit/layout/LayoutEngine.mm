@@ -11,13 +11,13 @@
 namespace platform::layout {
 namespace {
 
-/// Layouts that change what they depend on end after so many passes.
+/// Limits a layout that invalidates itself.
 constexpr int sMaximumPasses = 4;
 
 bool sPlacing = false;
 bool sPassing = false;
 
-/// Whole points, as on a display of one pixel a point. Anything but a difference of a thousandth is
+/// Rounds to whole points, as on a display of one pixel a point. Differences below a thousandth are
 /// the solver's tolerance and must not decide a half.
 double WholePoints(double value) { return std::floor(std::round(value * 1000) / 1000 + 0.5); }
 
@@ -77,7 +77,7 @@ void FindFrames(NSView *root, LayoutState &state) {
     if (node.managed) {
       node.state->edges = edges;
       node.state->placed = true;
-      node.state->intrinsicSize = node.naturalSize;
+      node.state->intrinsicSize = node.intrinsicSize;
       node.state->intrinsicKnown = true;
     } else if (node.parent < 0) {
       const NSRect alignment = NSMakeRect(0, 0, edges.right - edges.left, edges.bottom - edges.top);
@@ -112,14 +112,14 @@ void PlaceBelow(NSView *view) {
 
 /// Whether a control's contents have grown or shrunk: GNUstep's controls and cells have no single
 /// place that all changes of text, font and image go through, so they are asked.
-bool NaturalSizesChanged(NSView *view) {
+bool IntrinsicSizesChanged(NSView *view) {
   const LayoutState *state = ExistingState(view);
   if (state != nullptr && state->intrinsicKnown && [view isKindOfClass:[NSControl class]] &&
       !NSEqualSizes(state->intrinsicSize, [view intrinsicContentSize])) {
     return true;
   }
   for (NSView *subview in [view subviews]) {
-    if (NaturalSizesChanged(subview)) {
+    if (IntrinsicSizesChanged(subview)) {
       return true;
     }
   }
@@ -165,7 +165,7 @@ void LayOutIfNeeded(NSView *root) {
   if (state == nullptr || sPassing) {
     return;
   }
-  if (!state->dirty && !NaturalSizesChanged(root)) {
+  if (!state->dirty && !IntrinsicSizesChanged(root)) {
     return;
   }
   sPassing = true;

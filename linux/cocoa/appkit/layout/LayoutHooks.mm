@@ -1,5 +1,5 @@
-// Puts Auto Layout in the way of those methods of NSView and NSWindow that change frames, hierarchy
-// and display; what was there runs as before.
+// Hooks into the methods of NSView and NSWindow that change frames, hierarchy and display; the
+// original implementations still run.
 
 #import <AppKit/AppKit.h>
 

@@ -40,7 +40,7 @@ class LayoutModel {
     int parent;          ///< Index; -1: the root, which is the first node.
     bool managed;        ///< Constraints decide the frame.
     NSEdgeInsets insets;
-    NSSize naturalSize;
+    NSSize intrinsicSize;
     Variable left, top, width, height;
   };
 
@@ -86,9 +86,9 @@ class LayoutModel {
   void addMaskAlong(NSView *view, const Extent &own, const Extent &container, double containerSize,
                     double position, double size, bool nearFlexible, bool sizeFlexible,
                     bool farFlexible);
-  void addNaturalSize(Node &node);
-  void addNaturalSizeAlong(const Node &node, Variable variable, CGFloat size,
-                           NSLayoutConstraintOrientation orientation);
+  void addIntrinsicSize(Node &node);
+  void addIntrinsicSizeAlong(const Node &node, Variable variable, CGFloat size,
+                             NSLayoutConstraintOrientation orientation);
   void addTieBreaks(const Node &node, size_t index);
   static double addAttribute(Terms &terms, const Node &node, NSLayoutAttribute attribute,
                              double factor, const Node &holder, bool mirrored);

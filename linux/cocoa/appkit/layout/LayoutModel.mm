@@ -77,7 +77,7 @@ LayoutModel::LayoutModel(NSView *root, RootSize rootSize) : rootSize_(rootSize) 
       addMask(nodes_[i]);
     }
     if (nodes_[i].managed || (i == 0 && rootSize == RootSize::Smallest)) {
-      addNaturalSize(nodes_[i]);
+      addIntrinsicSize(nodes_[i]);
     }
     if (nodes_[i].managed) {
       addTieBreaks(nodes_[i], i);
@@ -225,19 +225,19 @@ void LayoutModel::addMaskAlong(NSView *view, const Extent &own, const Extent &co
       origin);
 }
 
-void LayoutModel::addNaturalSize(Node &node) {
+void LayoutModel::addIntrinsicSize(Node &node) {
   // Controls are asked every time; others, as on macOS, when they have invalidated their size.
   const bool known = node.state != nullptr && node.state->intrinsicKnown &&
                      ![node.view isKindOfClass:[NSControl class]];
-  node.naturalSize = known ? node.state->intrinsicSize : [node.view intrinsicContentSize];
-  addNaturalSizeAlong(node, node.width, node.naturalSize.width,
-                      NSLayoutConstraintOrientationHorizontal);
-  addNaturalSizeAlong(node, node.height, node.naturalSize.height,
-                      NSLayoutConstraintOrientationVertical);
+  node.intrinsicSize = known ? node.state->intrinsicSize : [node.view intrinsicContentSize];
+  addIntrinsicSizeAlong(node, node.width, node.intrinsicSize.width,
+                        NSLayoutConstraintOrientationHorizontal);
+  addIntrinsicSizeAlong(node, node.height, node.intrinsicSize.height,
+                        NSLayoutConstraintOrientationVertical);
 }
 
-void LayoutModel::addNaturalSizeAlong(const Node &node, Variable variable, CGFloat size,
-                                      NSLayoutConstraintOrientation orientation) {
+void LayoutModel::addIntrinsicSizeAlong(const Node &node, Variable variable, CGFloat size,
+                                        NSLayoutConstraintOrientation orientation) {
   if (size < 0 || !std::isfinite(size)) {
     return;
   }

@@ -26,7 +26,7 @@ struct LayoutState {
   bool translatesMask = true;
   bool needsLayout = false;
   bool needsUpdateConstraints = true;
-  bool dirty = false;  ///< Of a root: its frames are to be found anew.
+  bool dirty = false;  ///< Of a root: a layout pass is scheduled.
   bool intrinsicKnown = false;
   bool placed = false;  ///< Whether `edges` hold.
   NSSize intrinsicSize = NSZeroSize;
@@ -37,7 +37,7 @@ struct LayoutState {
   std::optional<NSUserInterfaceLayoutDirection> direction;  ///< Of its own.
   NSMutableArray *const constraints;                        ///< Held by the view. Owned.
   std::vector<PlatformLayoutConstraint *> mentions;  ///< Of the view, wherever held. Not retained.
-  std::vector<const void *> reported;  ///< Of a root: given up and told about in the last pass.
+  std::vector<const void *> reported;  ///< Of a root: conflicts logged in the last pass.
 };
 
 /// The state of a view, or null.

@@ -1,4 +1,4 @@
-// Puts this platform's constraint in the place of GNUstep's, which never acts.
+// Substitutes the layer's constraint class for GNUstep's, which has no effect on a layout.
 
 #import <AppKit/AppKit.h>
 

@@ -16,7 +16,7 @@ constexpr CGFloat sSuperviewGap = 20;
 
 NSString *StringOf(const std::string &text) { return [NSString stringWithUTF8String:text.c_str()]; }
 
-/// Turns a format that was taken apart into constraints. Names are looked up here.
+/// Turns a parsed format into constraints. Names are looked up here.
 class Builder {
  public:
   Builder(NSString *format, NSLayoutFormatOptions options, NSDictionary *metrics,

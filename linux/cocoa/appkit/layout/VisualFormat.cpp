@@ -15,8 +15,8 @@ bool IsNameStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-/// A parser by recursive descent without recursion: the language has no nesting. The first error
-/// sticks, and every step after it does nothing.
+/// A predictive parser; the language has no nesting. The first error sticks, and every step after
+/// it does nothing.
 class Parser {
  public:
   explicit Parser(std::string_view text) : text_(text) {}

@@ -41,7 +41,7 @@ struct VisualView {
   std::vector<VisualPredicate> predicates;
 };
 
-/// A visual format, taken apart. `between` has one entry less than `views`, which is never empty.
+/// A parsed visual format. `between` has one entry less than `views`, which is never empty.
 struct VisualFormat {
   bool vertical = false;
   std::vector<VisualView> views;
@@ -58,7 +58,7 @@ struct VisualFormatError {
   size_t position = 0;  ///< Byte offset, at most the length of the format.
 };
 
-/// Takes a format of Apple's visual format language apart (UTF-8). Any input is safe. Blanks are
+/// Parses a format of Apple's visual format language (UTF-8). Any input is safe. Blanks are
 /// allowed between the parts. Numbers are what strtod takes in the C locale, infinities excepted.
 std::variant<VisualFormat, VisualFormatError> ParseVisualFormat(std::string_view format);
 

@@ -1,7 +1,7 @@
 #import <CocoaTesting/PlatformVersions.h>
 #include <stdlib.h>
 
-// The toolkit defines this symbol as well, on a scale that ended years ago. This library comes
+// GNUstep defines this symbol as well, on a scale that ended years ago. This library comes
 // before it in the search order of everything linked against it, so this is the one that is found.
 // It is not const, or it would lie in memory that cannot be written.
 double NSAppKitVersionNumber = 2487.0;

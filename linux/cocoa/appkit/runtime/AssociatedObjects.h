@@ -1,5 +1,5 @@
 // Apple's associated objects, as far as the library uses them. GNUstep's runtime has none, a
-// category can add no instance variables, and other code depends on the size of the toolkit's
+// category can add no instance variables, and other code depends on the size of GNUstep's
 // classes.
 
 #ifndef PLATFORM_ASSOCIATED_OBJECTS_H

@@ -1,4 +1,4 @@
-// Replacing a method of the toolkit while keeping the original to call.
+// Method swizzling: replaces a method of GNUstep and returns the original implementation.
 
 #ifndef PLATFORM_METHOD_REPLACEMENT_H
 #define PLATFORM_METHOD_REPLACEMENT_H

@@ -8,7 +8,7 @@ extern "C" {
 /// Has `install` called when the application object is made: its display server and a drawing
 /// context are there then, its windows are not. To be called from a constructor. What changes the
 /// toolkit is not installed while the library is loaded: most processes that load it never show a
-/// window, and the toolkit's classes are not initialized then.
+/// window, and GNUstep's classes are not initialized then.
 void PlatformInstallAtLaunch(void (*install)(void));
 
 #ifdef __cplusplus

@@ -1,5 +1,5 @@
-// An object that is deallocated while it is observed says so in the log, as Apple's does; GNUstep
-// drops the observers without a word.
+// Logs that an object was deallocated while key-value observers were registered, as Apple's
+// Foundation does; GNUstep drops the observers silently.
 
 #import <Foundation/Foundation.h>
 

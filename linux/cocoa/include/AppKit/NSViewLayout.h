@@ -12,7 +12,7 @@
 
 NS_ASSUME_NONNULL_BEGIN
 
-/// No natural size in this direction. The second name is Apple's older one. (Not extern "C": newer
+/// No intrinsic size in this direction. The second name is Apple's older one. (Not extern "C": newer
 /// GNUstep declares them without, and the names of variables are the same either way.)
 extern const CGFloat NSViewNoIntrinsicMetric;
 extern const CGFloat NSViewNoInstrinsicMetric;
@@ -77,18 +77,18 @@ extern const CGFloat NSViewNoInstrinsicMetric;
 
 @interface NSView (PlatformIntrinsicSize)
 
-/// The natural size of the alignment rectangle in points, NSViewNoIntrinsicMetric where there is
+/// The intrinsic size of the alignment rectangle in points, NSViewNoIntrinsicMetric where there is
 /// none. Text fields (editable ones in height only), buttons and image views have one.
 @property (readonly) NSSize intrinsicContentSize;
 - (void)invalidateIntrinsicContentSize;
 
-/// How strongly the view resists growing beyond its natural size: 250 at first, 750 for the height
+/// How strongly the view resists growing beyond its intrinsic size: 250 at first, 750 for the height
 /// of text fields and buttons.
 - (NSLayoutPriority)contentHuggingPriorityForOrientation:(NSLayoutConstraintOrientation)orientation;
 - (void)setContentHuggingPriority:(NSLayoutPriority)priority
                    forOrientation:(NSLayoutConstraintOrientation)orientation;
 
-/// How strongly the view resists shrinking below its natural size: 750 at first.
+/// How strongly the view resists shrinking below its intrinsic size: 750 at first.
 - (NSLayoutPriority)contentCompressionResistancePriorityForOrientation:
     (NSLayoutConstraintOrientation)orientation;
 - (void)setContentCompressionResistancePriority:(NSLayoutPriority)priority
@@ -114,7 +114,7 @@ extern const CGFloat NSViewNoInstrinsicMetric;
 
 @interface NSTextField (PlatformLayout)
 
-/// The width in points at which the natural size wraps the text; 0: it stays on its lines.
+/// The width in points at which the intrinsic size wraps the text; 0: it stays on its lines.
 @property CGFloat preferredMaxLayoutWidth;
 
 @end
