@@ -155,7 +155,13 @@ export class Agent {
   async suspend() {
     this.process.kill('SIGSTOP');
     const threads = `/proc/${this.process.pid}/task`;
-    const stands = (thread) => / T \d+ /.test(fs.readFileSync(`${threads}/${thread}/stat`, 'utf8'));
+    const stands = (thread) => {
+      try {
+        return / T \d+ /.test(fs.readFileSync(`${threads}/${thread}/stat`, 'utf8'));
+      } catch {
+        return true; // it has just ended
+      }
+    };
     while (!fs.readdirSync(threads).every(stands)) await delay(1);
   }
 
