@@ -14,7 +14,7 @@ import { Agent, buildFolder, makeSession } from '../support/agent.mjs';
 import { runHostScript, startDisplay } from '../support/display.mjs';
 
 const modulePath = path.join(buildFolder, 'pellmar.node');
-const suppressions = fileURLToPath(new URL('leaks.supp', import.meta.url));
+const suppressions = fileURLToPath(new URL('../support/sanitizers/leaks.supp', import.meta.url));
 const leakEnvironment = {
   ASAN_OPTIONS: 'fast_unwind_on_malloc=0:malloc_context_size=14',
   LSAN_OPTIONS: `suppressions=${suppressions}:print_suppressions=0`,

@@ -226,6 +226,8 @@ TEST_F(ConsentFlow, WaitsForTwoSecondsFromTheEndOfTheAccess) {
   EXPECT_EQ(AFXGetPreviousCustomerChoice(), 0x7FFFFFFFFFFFFFFFu);
   sRecordsWaits = false;
   EXPECT_EQ(takenCalls(), (Calls{"access", "fetch", "2000000000 ns from now", "wait until then"}));
+  // A connection ends every request in the end, and what is kept for it goes then.
+  service_->_statusReply(NO, nil);
 }
 
 TEST_F(ConsentFlow, TakesALateReplyForWhatComesNext) {

@@ -16,7 +16,8 @@ namespace {
 
 using Calls = std::vector<std::string>;
 
-Calls sCalls;
+// Never freed: the relay calls once more when the process ends.
+Calls &sCalls = *new Calls;
 const void *sObserver;
 CFNotificationCallback sCallback;
 NSString *sObject;
@@ -57,6 +58,7 @@ void CFNotificationCenterAddObserver(CFNotificationCenterRef center, const void 
   EXPECT_EQ(static_cast<const void *>(center), &sCenter);
   sObserver = observer;
   sCallback = callback;
+  [sObject release];
   sObject = [(NSString *)object retain];
   sCalls.push_back("add " + text(name) + " " + text(object) + ", behavior " +
                    std::to_string(behavior) + ", flag " + std::to_string(flag()));

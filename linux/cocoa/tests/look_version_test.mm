@@ -58,8 +58,10 @@ TEST_F(LookVersion, EnvironmentChoosesTheVersions) {
 TEST(LookVersionFromEnvironment, IsUsed) {
   if (!getenv("PLATFORM_OS_VERSION"))
     GTEST_SKIP() << "run again by another test with the variables";
-  EXPECT_EQ(NSAppKitVersionNumber, 1349.5);
-  EXPECT_TRUE(AtLeast(10, 13));
-  EXPECT_FALSE(AtLeast(10, 13, 1));
-  EXPECT_FALSE(AtLeast(10, 14));
+  @autoreleasepool {
+    EXPECT_EQ(NSAppKitVersionNumber, 1349.5);
+    EXPECT_TRUE(AtLeast(10, 13));
+    EXPECT_FALSE(AtLeast(10, 13, 1));
+    EXPECT_FALSE(AtLeast(10, 14));
+  }
 }
