@@ -34,7 +34,9 @@ CallClock::Moment CallClock::Now() const {
   now.processor = Nanoseconds(CLOCK_THREAD_CPUTIME_ID);
   char text[64] = {};
   long long queued = 0;
-  if (pread(statistics_, text, sizeof text - 1, 0) > 0) sscanf(text, "%*s %lld", &queued);
+  if (pread(statistics_, text, sizeof text - 1, 0) > 0) {
+    sscanf(text, "%*s %lld", &queued);
+  }
   now.queued = queued;
   rusage usage{};
   getrusage(RUSAGE_THREAD, &usage);

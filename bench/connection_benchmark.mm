@@ -19,7 +19,9 @@ namespace {
 
 std::string Folder() {
   const char *folder = getenv("PELLMAR_BENCH_FOLDER");
-  if (!folder) abort();
+  if (!folder) {
+    abort();
+  }
   return folder;
 }
 
@@ -64,7 +66,9 @@ void EventsOurs(benchmark::State &state) {
   Drain();
   for (auto _ : state) {
     @autoreleasepool {
-      for (size_t i = 0; i < batch; ++i) PLReportUsageEvent(event, nil);
+      for (size_t i = 0; i < batch; ++i) {
+        PLReportUsageEvent(event, nil);
+      }
     }
     Drain();
   }
@@ -79,7 +83,9 @@ void EventsFloor(benchmark::State &state) {
   for (auto _ : state) {
     const int fd = ConnectTo(path);
     for (size_t i = 0; i < batch; ++i) {
-      if (send(fd, frame.data(), frame.size(), MSG_NOSIGNAL) < 0) abort();
+      if (send(fd, frame.data(), frame.size(), MSG_NOSIGNAL) < 0) {
+        abort();
+      }
     }
     shutdown(fd, SHUT_WR);
     uint64_t count = 0;
@@ -95,7 +101,9 @@ void EventsFloor(benchmark::State &state) {
 /// The cost to each caller of one event when several threads report at once.
 void EventThreads(benchmark::State &state) {
   NSString *event = EventOfSize(20);
-  if (state.thread_index() == 0) Drain();
+  if (state.thread_index() == 0) {
+    Drain();
+  }
   for (auto _ : state) {
     PLReportUsageEvent(event, nil);
   }
@@ -132,7 +140,9 @@ BENCHMARK(Outstanding)->Arg(1)->Arg(8)->Arg(64)->UseRealTime();
 int main(int argc, char *argv[]) {
   @autoreleasepool {
     benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+      return 2;
+    }
     benchmark::RunSpecifiedBenchmarks();
   }
   return 0;

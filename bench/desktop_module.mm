@@ -64,7 +64,9 @@ void Turn() {
                                         untilDate:[NSDate distantPast]
                                            inMode:NSDefaultRunLoopMode
                                           dequeue:YES];
-    if (event) [NSApp sendEvent:event];
+    if (event) {
+      [NSApp sendEvent:event];
+    }
     [NSApp updateWindows];
   }
 }
@@ -92,8 +94,9 @@ NSPoint OnScreen(NSWindow *window, NSPoint point) {
 
 NSWindow *ConsentWindow() {
   for (NSWindow *window in NSApp.windows) {
-    if ([window isKindOfClass:NSClassFromString(@"AFXPermissionWindow")] && window.isVisible)
+    if ([window isKindOfClass:NSClassFromString(@"AFXPermissionWindow")] && window.isVisible) {
       return window;
+    }
   }
   return nil;
 }
@@ -203,7 +206,9 @@ class Rounds {
     NSPoint background = NSZeroPoint;
     Add(kWindow, MillisecondsUntil("the consent window shows", start, [&] {
           NSWindow *window = ConsentWindow();
-          if (!window) return false;
+          if (!window) {
+            return false;
+          }
           controller = window.windowController;
           background = OnScreen(window, NSMakePoint(20, 20));
           NSView *ok = controller.okButton;

@@ -13,7 +13,9 @@ namespace {
 sockaddr_un Address(const std::string &path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (path.copy(address.sun_path, sizeof address.sun_path - 1) != path.size()) abort();
+  if (path.copy(address.sun_path, sizeof address.sun_path - 1) != path.size()) {
+    abort();
+  }
   return address;
 }
 
@@ -46,7 +48,9 @@ void Hop::Take() {
 int ConnectTo(const std::string &path) {
   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const sockaddr_un address = Address(path);
-  if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) abort();
+  if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+    abort();
+  }
   return fd;
 }
 
@@ -60,7 +64,9 @@ void ServeOn(const std::string &path, void (*serve)(int socket)) {
   std::thread([listening, serve] {
     for (;;) {
       const int fd = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
-      if (fd < 0) continue;
+      if (fd < 0) {
+        continue;
+      }
       std::thread([fd, serve] {
         serve(fd);
         close(fd);
@@ -75,10 +81,14 @@ void ServePings(int socket) {
   std::thread worker([&] {
     for (;;) {
       requests.Take();
-      if (!isOpen || !SendAll(socket, kReplySize)) return;
+      if (!isOpen || !SendAll(socket, kReplySize)) {
+        return;
+      }
     }
   });
-  while (ReceiveAll(socket, kRequestSize)) requests.Give();
+  while (ReceiveAll(socket, kRequestSize)) {
+    requests.Give();
+  }
   isOpen = false;
   requests.Give();
   worker.join();
@@ -96,7 +106,9 @@ void ServeCounts(int socket) {
 
 PingClient::PingClient(const std::string &path)
     : socket_(ConnectTo(path)), reader_([this] {
-        while (ReceiveAll(socket_, kReplySize)) replies_.Give();
+        while (ReceiveAll(socket_, kReplySize)) {
+          replies_.Give();
+        }
       }) {}
 
 PingClient::~PingClient() {
@@ -106,6 +118,8 @@ PingClient::~PingClient() {
 }
 
 void PingClient::RoundTrip() {
-  if (!SendAll(socket_, kRequestSize)) abort();
+  if (!SendAll(socket_, kRequestSize)) {
+    abort();
+  }
   replies_.Take();
 }

@@ -82,8 +82,12 @@ static NSDictionary *DesktopDefaults(void) {
 static NSDate *LimitDate(uv_loop_t *loop) {
   uv_update_time(loop);
   int milliseconds = uv_backend_timeout(loop);
-  if (milliseconds == 0) return nil;
-  if (milliseconds < 0) return [NSDate distantFuture];
+  if (milliseconds == 0) {
+    return nil;
+  }
+  if (milliseconds < 0) {
+    return [NSDate distantFuture];
+  }
   // The run loop waits for whole milliseconds and spins for the rest. The little more is what
   // passes until it computes that, so that there is no rest.
   return [NSDate dateWithTimeIntervalSinceNow:(milliseconds + 0.1) / 1000];
@@ -102,14 +106,18 @@ static NSDate *LimitDate(uv_loop_t *loop) {
   // GNUstep's handlers for these would run AppKit in the middle of anything.
   const int signals[] = {SIGINT, SIGTERM};
   struct sigaction before[2];
-  for (int i = 0; i < 2; i++) sigaction(signals[i], NULL, &before[i]);
+  for (int i = 0; i < 2; i++) {
+    sigaction(signals[i], NULL, &before[i]);
+  }
   @try {
     [NSApplication sharedApplication];
   } @catch (NSException *exception) {
     *error = [NSString stringWithFormat:@"cannot open the display '%s'", display];
     return NO;
   } @finally {
-    for (int i = 0; i < 2; i++) sigaction(signals[i], &before[i], NULL);
+    for (int i = 0; i < 2; i++) {
+      sigaction(signals[i], &before[i], NULL);
+    }
   }
   // Its first use takes over SIGCHLD, which would keep libuv from hearing of its children. After
   // this libuv has the last word.
@@ -165,7 +173,9 @@ static NSDate *LimitDate(uv_loop_t *loop) {
   NSRunLoop *runLoop = [NSRunLoop currentRunLoop];
   @try {
     NSDate *limit = [runLoop limitDateForMode:NSDefaultRunLoopMode];
-    if ([GSCurrentServer() pdm_hasEvents]) return;
+    if ([GSCurrentServer() pdm_hasEvents]) {
+      return;
+    }
     NSDate *loopLimit = LimitDate(loop);
     if (loopLimit == nil || limit == nil) {
       limit = loopLimit;

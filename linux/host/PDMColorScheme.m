@@ -52,7 +52,9 @@ static DBusHandlerResult MessageCame(DBusConnection *connection, DBusMessage *me
 
 - (instancetype)initWithHandler:(void (^)(BOOL))handler {
   self = [super init];
-  if (self == nil) return nil;
+  if (self == nil) {
+    return nil;
+  }
   // Without an address libdbus would start a bus of its own.
   if (getenv("DBUS_SESSION_BUS_ADDRESS") != NULL) {
     _connection = dbus_bus_get_private(DBUS_BUS_SESSION, NULL);
@@ -114,7 +116,9 @@ static DBusHandlerResult MessageCame(DBusConnection *connection, DBusMessage *me
     DBusMessageIter variant = inner;
     dbus_message_iter_recurse(&variant, &inner);
   }
-  if (dbus_message_iter_get_arg_type(&inner) != DBUS_TYPE_UINT32) return;
+  if (dbus_message_iter_get_arg_type(&inner) != DBUS_TYPE_UINT32) {
+    return;
+  }
   dbus_uint32_t scheme;  // 0 no preference, 1 dark, 2 light
   dbus_message_iter_get_basic(&inner, &scheme);
   _handler(scheme == 1);

@@ -58,7 +58,9 @@ class Tally {
     }
     std::lock_guard<std::mutex> lock(mutex_);
     last_ = Clock::now();
-    if (++calls_[number] == 1) ++ended_;
+    if (++calls_[number] == 1) {
+      ++ended_;
+    }
     ++kinds_[kind];
   }
 
@@ -72,7 +74,9 @@ class Tally {
   void Print() {
     std::lock_guard<std::mutex> lock(mutex_);
     unsigned surplus = 0;
-    for (unsigned calls : calls_) surplus += calls > 1 ? calls - 1 : 0;
+    for (unsigned calls : calls_) {
+      surplus += calls > 1 ? calls - 1 : 0;
+    }
     std::string text;
     for (const auto &[kind, number] : kinds_) {
       text += (text.empty() ? "" : ", ") + std::to_string(number) + " × " + kind;
@@ -80,7 +84,9 @@ class Tally {
     if (ended_ < count()) {
       text += (text.empty() ? "" : ", ") + std::to_string(count() - ended_) + " unanswered";
     }
-    if (surplus) text += ", " + std::to_string(surplus) + " answered again";
+    if (surplus) {
+      text += ", " + std::to_string(surplus) + " answered again";
+    }
     std::printf("{\"value\":\"%s\",\"ms\":%.1f}\n", text.c_str(),
                 std::chrono::duration<double, std::milli>(last_ - start_).count());
   }
@@ -100,7 +106,9 @@ void Request(Tally *tally, unsigned threads) {
   for (unsigned thread = 0; thread < threads; ++thread) {
     running.emplace_back([tally, thread, threads, &ready] {
       ++ready;
-      while (ready < threads) std::this_thread::yield();
+      while (ready < threads) {
+        std::this_thread::yield();
+      }
       for (unsigned number = thread; number < tally->count(); number += threads) {
         @autoreleasepool {
           PLRequestAuthorizationCode(@"fault-caller", @[ PLVendorAuthScopeApplicationAccess ],
@@ -111,7 +119,9 @@ void Request(Tally *tally, unsigned threads) {
       }
     });
   }
-  for (std::thread &thread : running) thread.join();
+  for (std::thread &thread : running) {
+    thread.join();
+  }
 }
 
 /// Requests a code as request 0 of two and, where that fails, at once as request 1.
@@ -173,7 +183,9 @@ int main() {
     } else if (command == "outcome" && tally) {
       double limit = 0;
       words >> limit;
-      while (tally->ended() < tally->count() && MillisecondsSince(start) < limit) usleep(1000);
+      while (tally->ended() < tally->count() && MillisecondsSince(start) < limit) {
+        usleep(1000);
+      }
       // Long enough for one that comes again.
       usleep(100'000);
       tally->Print();

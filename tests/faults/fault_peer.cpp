@@ -58,9 +58,15 @@ const char *const sFaults[] = {
 enum class Part { kFlag, kText, kError };
 
 std::vector<Part> PartsOf(const std::string &selector) {
-  if (selector == sCheck || selector == sUpdate) return {Part::kFlag};
-  if (selector == sFetch) return {Part::kFlag, Part::kText};
-  if (selector == sNotes) return {Part::kError};
+  if (selector == sCheck || selector == sUpdate) {
+    return {Part::kFlag};
+  }
+  if (selector == sFetch) {
+    return {Part::kFlag, Part::kText};
+  }
+  if (selector == sNotes) {
+    return {Part::kError};
+  }
   return {Part::kText, Part::kError};
 }
 
@@ -140,7 +146,9 @@ Bytes Reply(uint64_t request, const std::string &selector, const std::string &fa
       PutPart(&writer, parts[i], fault);
     }
   }
-  if (isMany) writer.PutTag(Tag::kNil);
+  if (isMany) {
+    writer.PutTag(Tag::kNil);
+  }
   writer.Finish();
   return Bytes(writer.data(), writer.data() + writer.size());
 }
@@ -166,14 +174,18 @@ Bytes RandomBytes() {
 }
 
 void SetLength(Bytes *frame, size_t length) {
-  for (int i = 0; i < 4; ++i) (*frame)[i] = static_cast<uint8_t>(length >> (8 * i));
+  for (int i = 0; i < 4; ++i) {
+    (*frame)[i] = static_cast<uint8_t>(length >> (8 * i));
+  }
 }
 
 bool ReadAll(int fd, void *bytes, size_t length) {
   auto *at = static_cast<uint8_t *>(bytes);
   while (length) {
     const ssize_t count = read(fd, at, length);
-    if (count <= 0) return false;
+    if (count <= 0) {
+      return false;
+    }
     at += count;
     length -= static_cast<size_t>(count);
   }
@@ -183,7 +195,9 @@ bool ReadAll(int fd, void *bytes, size_t length) {
 void WriteAll(int fd, const uint8_t *bytes, size_t length) {
   while (length) {
     const ssize_t count = send(fd, bytes, length, MSG_NOSIGNAL);
-    if (count <= 0) return;
+    if (count <= 0) {
+      return;
+    }
     bytes += count;
     length -= static_cast<size_t>(count);
   }
@@ -193,10 +207,18 @@ void WriteAll(int fd, const Bytes &bytes) { WriteAll(fd, bytes.data(), bytes.siz
 
 /// Answers a request with the fault. Returns false when that was the connection's end.
 bool Misbehave(int fd, const std::string &fault, uint64_t request, const std::string &selector) {
-  if (fault == "hangs") return true;
-  if (fault == "dies") _exit(EXIT_FAILURE);
-  if (fault == "hangs-up") return false;
-  if (fault == "late") usleep(2'500'000);
+  if (fault == "hangs") {
+    return true;
+  }
+  if (fault == "dies") {
+    _exit(EXIT_FAILURE);
+  }
+  if (fault == "hangs-up") {
+    return false;
+  }
+  if (fault == "late") {
+    usleep(2'500'000);
+  }
   Bytes reply = Reply(request, selector, fault);
   const size_t length = reply.size() - kHeaderSize;
   if (fault == "truncated") {
@@ -210,15 +232,31 @@ bool Misbehave(int fd, const std::string &fault, uint64_t request, const std::st
     }
     return true;
   }
-  if (fault == "length-too-short") SetLength(&reply, length - 1);
-  if (fault == "length-too-long") SetLength(&reply, length + 100);
-  if (fault == "length-beyond-limit") SetLength(&reply, platform::xpc::kMaximumPayload + 1);
-  if (fault == "random-bytes") reply = RandomBytes();
-  if (fault == "unknown-selector") WriteAll(fd, UnknownMessage());
-  if (fault == "unasked-first") WriteAll(fd, Reply(request + 1000, selector, ""));
+  if (fault == "length-too-short") {
+    SetLength(&reply, length - 1);
+  }
+  if (fault == "length-too-long") {
+    SetLength(&reply, length + 100);
+  }
+  if (fault == "length-beyond-limit") {
+    SetLength(&reply, platform::xpc::kMaximumPayload + 1);
+  }
+  if (fault == "random-bytes") {
+    reply = RandomBytes();
+  }
+  if (fault == "unknown-selector") {
+    WriteAll(fd, UnknownMessage());
+  }
+  if (fault == "unasked-first") {
+    WriteAll(fd, Reply(request + 1000, selector, ""));
+  }
   WriteAll(fd, reply);
-  if (fault == "twice") WriteAll(fd, reply);
-  if (fault == "replies-and-dies") _exit(EXIT_FAILURE);
+  if (fault == "twice") {
+    WriteAll(fd, reply);
+  }
+  if (fault == "replies-and-dies") {
+    _exit(EXIT_FAILURE);
+  }
   return true;
 }
 
@@ -230,13 +268,21 @@ void Serve(Descriptor connection, std::string fault, std::string faulty) {
   while (ReadAll(fd, header, sizeof header)) {
     uint32_t length = 0;
     FrameKind kind;
-    if (platform::xpc::DecodeHeader(header, &length, &kind)) return;
+    if (platform::xpc::DecodeHeader(header, &length, &kind)) {
+      return;
+    }
     payload.resize(length);
-    if (!ReadAll(fd, payload.data(), length)) return;
-    if (platform::xpc::DecodePayload(kind, payload.data(), length, &frame)) return;
+    if (!ReadAll(fd, payload.data(), length)) {
+      return;
+    }
+    if (platform::xpc::DecodePayload(kind, payload.data(), length, &frame)) {
+      return;
+    }
     const std::string selector(frame.selector);
     Say("{\"event\":\"request\",\"method\":\"" + selector + "\"}");
-    if (frame.request == 0) continue;
+    if (frame.request == 0) {
+      continue;
+    }
     const bool isFaulty = faulty.empty() ? selector != sCheck : selector == faulty;
     if (!isFaulty) {
       WriteAll(fd, Reply(frame.request, selector, ""));
@@ -262,7 +308,9 @@ void FillBacklog(const ServiceSocket &service) {
 int main(int argc, char *argv[]) {
   const std::string fault = argc > 1 ? argv[1] : "", faulty = argc > 2 ? argv[2] : "";
   bool isKnown = false;
-  for (const char *name : sFaults) isKnown = isKnown || fault == name;
+  for (const char *name : sFaults) {
+    isKnown = isKnown || fault == name;
+  }
   if (!isKnown) {
     std::fprintf(stderr, "fault_peer: unknown fault: %s\n", fault.c_str());
     return 2;
@@ -273,17 +321,25 @@ int main(int argc, char *argv[]) {
     std::fprintf(stderr, "fault_peer: %s\n", problem.c_str());
     return 1;
   }
-  if (fault == "queue-full") FillBacklog(service);
+  if (fault == "queue-full") {
+    FillBacklog(service);
+  }
   Say("{\"event\":\"listening\"}");
   if (fault == "never-accepts" || fault == "queue-full") {
-    for (;;) pause();
+    for (;;) {
+      pause();
+    }
   }
   for (;;) {
     pollfd waiting{service.listening.get(), POLLIN, 0};
     poll(&waiting, 1, -1);
     Descriptor connection(accept4(service.listening.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    if (!connection) continue;
-    if (fault == "goes-at-once") _exit(EXIT_FAILURE);
+    if (!connection) {
+      continue;
+    }
+    if (fault == "goes-at-once") {
+      _exit(EXIT_FAILURE);
+    }
     std::thread(Serve, std::move(connection), fault, faulty).detach();
   }
 }

@@ -14,7 +14,9 @@ using namespace platform::xpc;
 namespace {
 
 void Expect(bool condition, const char *what) {
-  if (condition) return;
+  if (condition) {
+    return;
+  }
   std::fprintf(stderr, "frame_fuzzer: %s\n", what);
   std::abort();
 }
@@ -33,12 +35,16 @@ class Walk {
 
   void Arguments(uint32_t count) {
     Expect(count <= kMaximumArguments, "there are too many arguments");
-    for (; count; --count) Value(0, true);
+    for (; count; --count) {
+      Value(0, true);
+    }
     Expect(next_ == end_, "items follow the last argument");
   }
 
   void Inside(std::string_view text) {
-    if (text.empty()) return;
+    if (text.empty()) {
+      return;
+    }
     Expect(text.data() >= begin_ && text.data() + text.size() <= begin_ + size_,
            "a text lies outside the payload");
   }
@@ -87,7 +93,9 @@ class Walk {
       case Tag::kDictionary: {
         writer_->PutNumber(item.size);
         uint64_t count = uint64_t{item.size} * (item.tag == Tag::kDictionary ? 2 : 1);
-        for (; count; --count) Value(depth + 1, false);
+        for (; count; --count) {
+          Value(depth + 1, false);
+        }
         break;
       }
       case Tag::kError:
@@ -112,7 +120,9 @@ class Walk {
 };
 
 bool IsSame(const Item &one, const Item &other) {
-  if (one.tag != other.tag || one.size != other.size) return false;
+  if (one.tag != other.tag || one.size != other.size) {
+    return false;
+  }
   return HasBytes(one.tag) ? one.Text() == other.Text() : one.asUnsigned == other.asUnsigned;
 }
 
@@ -120,7 +130,9 @@ void Check(FrameKind kind, const uint8_t *bytes, size_t length) {
   // A copy of its own: the sanitizer sees what is read beyond its end.
   const std::vector<uint8_t> payload(bytes, bytes + length);
   Frame frame;
-  if (DecodePayload(kind, payload.data(), payload.size(), &frame)) return;
+  if (DecodePayload(kind, payload.data(), payload.size(), &frame)) {
+    return;
+  }
 
   Expect(frame.kind == kind, "the kind has changed");
   Expect(frame.items.size() <= kMaximumItems, "there are too many items");
@@ -131,7 +143,9 @@ void Check(FrameKind kind, const uint8_t *bytes, size_t length) {
     Expect(!frame.selector.empty(), "a message has no selector");
     Expect(frame.replySignature.empty() == (frame.request == 0), "a reply has no signature");
     writer.PutText(frame.selector);
-    if (frame.request) writer.PutText(frame.replySignature);
+    if (frame.request) {
+      writer.PutText(frame.replySignature);
+    }
   } else {
     Expect(frame.request != 0, "a reply names no request");
   }
@@ -166,10 +180,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
   for (size_t at = 0; size - at >= kHeaderSize;) {
     uint32_t length = 0;
     FrameKind kind;
-    if (DecodeHeader(bytes + at, &length, &kind)) break;
+    if (DecodeHeader(bytes + at, &length, &kind)) {
+      break;
+    }
     Expect(length <= kMaximumPayload, "a frame is too large");
     at += kHeaderSize;
-    if (length > size - at) break;
+    if (length > size - at) {
+      break;
+    }
     Check(kind, bytes + at, length);
     at += length;
   }

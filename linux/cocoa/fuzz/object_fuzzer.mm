@@ -12,14 +12,18 @@ using namespace platform::xpc;
 namespace {
 
 void Expect(BOOL condition, const char *what) {
-  if (condition) return;
+  if (condition) {
+    return;
+  }
   fprintf(stderr, "object_fuzzer: %s\n", what);
   abort();
 }
 
 BOOL IsOf(id object, NSSet *allowed) {
   for (Class one in allowed) {
-    if ([object isKindOfClass:one]) return YES;
+    if ([object isKindOfClass:one]) {
+      return YES;
+    }
   }
   return NO;
 }
@@ -27,7 +31,9 @@ BOOL IsOf(id object, NSSet *allowed) {
 void CheckElements(id object, NSSet *allowed) {
   Expect(IsOf(object, allowed), "an object is of a class that is not allowed");
   if ([object isKindOfClass:[NSArray class]]) {
-    for (id element in (NSArray *)object) CheckElements(element, allowed);
+    for (id element in (NSArray *)object) {
+      CheckElements(element, allowed);
+    }
   } else if ([object isKindOfClass:[NSDictionary class]]) {
     for (id key in (NSDictionary *)object) {
       CheckElements(key, allowed);
@@ -39,7 +45,9 @@ void CheckElements(id object, NSSet *allowed) {
 /// Whether a URL is among them: the toolkit does not read each that it has written.
 BOOL HasURL(const Frame &frame) {
   for (const Item &item : frame.items) {
-    if (item.tag == Tag::kURL) return YES;
+    if (item.tag == Tag::kURL) {
+      return YES;
+    }
   }
   return NO;
 }
@@ -67,10 +75,14 @@ void CheckAgain(id object, NSSet *allowed) {
 
 /// The first byte says which classes are allowed, the rest is a reply.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
-  if (size == 0) return 0;
+  if (size == 0) {
+    return 0;
+  }
   @autoreleasepool {
     Frame frame;
-    if (DecodePayload(FrameKind::kReply, bytes + 1, size - 1, &frame)) return 0;
+    if (DecodePayload(FrameKind::kReply, bytes + 1, size - 1, &frame)) {
+      return 0;
+    }
     NSArray *classes = @[
       [NSString class], [NSNumber class], [NSArray class], [NSDictionary class], [NSError class],
       [NSData class], [NSDate class], [NSURL class], [NSNull class]
@@ -88,7 +100,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
       const char *problem = nullptr;
       id object = DecodeObject(&item, allowed, &problem);
       Expect(!(object && problem), "an object is made in spite of a problem");
-      if (problem) break;
+      if (problem) {
+        break;
+      }
       if (object) {
         CheckElements(object, allowed);
         CheckAgain(object, allowed);

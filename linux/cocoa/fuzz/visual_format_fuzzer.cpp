@@ -13,7 +13,9 @@ using namespace platform::layout;
 namespace {
 
 void Expect(bool condition, const char *what) {
-  if (condition) return;
+  if (condition) {
+    return;
+  }
   std::fprintf(stderr, "visual_format_fuzzer: %s\n", what);
   std::abort();
 }
@@ -29,7 +31,9 @@ void CheckOperand(const VisualOperand &operand, std::string_view text) {
 void CheckPredicates(const std::vector<VisualPredicate> &predicates, std::string_view text) {
   for (const VisualPredicate &predicate : predicates) {
     CheckOperand(predicate.object, text);
-    if (predicate.priority) CheckOperand(*predicate.priority, text);
+    if (predicate.priority) {
+      CheckOperand(*predicate.priority, text);
+    }
   }
 }
 
@@ -47,7 +51,9 @@ void CheckFormat(const VisualFormat &format, std::string_view text) {
     Expect(text.substr(view.position, view.name.size()) == view.name, "a view's name is elsewhere");
     CheckPredicates(view.predicates, text);
   }
-  for (const VisualConnection &connection : format.between) CheckConnection(connection, text);
+  for (const VisualConnection &connection : format.between) {
+    CheckConnection(connection, text);
+  }
   if (format.leading) {
     CheckConnection(*format.leading, text);
     Expect(text.at(format.leadingPosition) == '|', "the leading edge is elsewhere");

@@ -38,13 +38,17 @@ void LookTest::TearDown() {
 bool PumpUntil(const std::function<bool()> &condition, double seconds) {
   NSDate *end = [NSDate dateWithTimeIntervalSinceNow:seconds];
   while (!condition()) {
-    if ([end timeIntervalSinceNow] < 0) return false;
+    if ([end timeIntervalSinceNow] < 0) {
+      return false;
+    }
     NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
     NSEvent *event = [NSApp nextEventMatchingMask:NSAnyEventMask
                                         untilDate:[NSDate dateWithTimeIntervalSinceNow:0.02]
                                            inMode:NSDefaultRunLoopMode
                                           dequeue:YES];
-    if (event) [NSApp sendEvent:event];
+    if (event) {
+      [NSApp sendEvent:event];
+    }
     [NSApp updateWindows];
     [pool release];
   }
@@ -55,8 +59,9 @@ std::vector<Pixel> ScreenPixels(int x, int y, int width, int height) {
   Display *display = SharedDisplay();
   const int screen = DefaultScreen(display);
   if (x < 0 || y < 0 || x + width > DisplayWidth(display, screen) ||
-      y + height > DisplayHeight(display, screen))
+      y + height > DisplayHeight(display, screen)) {
     return {};
+  }
   XImage *image = XGetImage(display, DefaultRootWindow(display), x, y, (unsigned)width,
                             (unsigned)height, AllPlanes, ZPixmap);
   std::vector<Pixel> pixels;
@@ -89,7 +94,9 @@ bool Near(Pixel pixel, int red, int green, int blue, int tolerance) {
 int RunAgain(const std::string &variable, const std::string &filter) {
   char path[4096];
   ssize_t length = readlink("/proc/self/exe", path, sizeof(path) - 1);
-  if (length < 0) return -1;
+  if (length < 0) {
+    return -1;
+  }
   path[length] = 0;
   std::string command =
       variable + " '" + path + "' --gtest_brief=1 --gtest_filter='" + filter + "'";

@@ -19,10 +19,14 @@ bool AGlobalQueueGoesOnBesideBlockedOnes(Function beforeWait) {
     dispatch_release(serial);
   }
   dispatch_async(dispatch_get_global_queue(0, 0), ^{
-    for (int i = 0; i < kBlocked; ++i) dispatch_semaphore_signal(gate);
+    for (int i = 0; i < kBlocked; ++i) {
+      dispatch_semaphore_signal(gate);
+    }
   });
   beforeWait();
-  if (dispatch_group_wait(group, dispatch_time(DISPATCH_TIME_NOW, 10 * NSEC_PER_SEC))) return false;
+  if (dispatch_group_wait(group, dispatch_time(DISPATCH_TIME_NOW, 10 * NSEC_PER_SEC))) {
+    return false;
+  }
   dispatch_release(group);
   dispatch_release(gate);
   return true;

@@ -39,7 +39,9 @@ static IntBlock sStaticBlock = ^{
 
 @implementation Witness
 - (id)initWithCounter:(int *)gone {
-  if ((self = [super init])) _gone = gone;
+  if ((self = [super init])) {
+    _gone = gone;
+  }
   return self;
 }
 - (void)dealloc {
@@ -278,7 +280,9 @@ TEST_F(Blocks, CountReferencesFromManyThreads) {
       }
     });
   }
-  for (std::thread &thread : threads) thread.join();
+  for (std::thread &thread : threads) {
+    thread.join();
+  }
   EXPECT_EQ(0, gone);
   [heap release];
   EXPECT_EQ(1, gone);
@@ -289,8 +293,12 @@ TEST_F(Blocks, StayForEverOnceTheCountIsFull) {
   IntBlock heap = [^{
     return captured;
   } copy];
-  for (int i = 0; i < 40000; ++i) [heap retain];
-  for (int i = 0; i < 40000; ++i) [heap release];
+  for (int i = 0; i < 40000; ++i) {
+    [heap retain];
+  }
+  for (int i = 0; i < 40000; ++i) {
+    [heap release];
+  }
   EXPECT_EQ(5, heap());
   // Taken apart by hand, since no count leads there.
   ((Block_layout *)heap)->flags = (((Block_layout *)heap)->flags & ~BLOCK_REFCOUNT_MASK) | 2;

@@ -61,7 +61,9 @@ std::thread Foreign(dispatch_block_t block) {
 size_t ThreadCount() {
   size_t count = 0;
   DIR *directory = opendir("/proc/self/task");
-  while (dirent *entry = readdir(directory)) count += entry->d_name[0] != '.';
+  while (dirent *entry = readdir(directory)) {
+    count += entry->d_name[0] != '.';
+  }
   closedir(directory);
   return count;
 }
@@ -162,7 +164,9 @@ TEST_F(DispatchMainQueue, LetsTheRunLoopTurnBetweenBlocksThatFollowEachOther) {
   __block void (^again)(void) = nil;
   again = [^{
     --waiting;
-    if (stop) return;
+    if (stop) {
+      return;
+    }
     ++waiting;
     dispatch_async(dispatch_get_main_queue(), again);
   } copy];
@@ -289,7 +293,9 @@ TEST_F(DispatchQueue, SerialMixesSyncAndAsyncFromManyThreads) {
       }
     });
   }
-  for (std::thread &thread : threads) thread.join();
+  for (std::thread &thread : threads) {
+    thread.join();
+  }
   dispatch_sync(queue, ^{
                 });
   EXPECT_EQ(4000, total);
@@ -319,7 +325,9 @@ TEST_F(DispatchQueue, LivesUntilItsBlocksHaveRun) {
     });
   }
   dispatch_release(queue);
-  for (int i = 0; i < 10; ++i) EXPECT_EQ(0, dispatch_semaphore_wait(done, In(10)));
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_EQ(0, dispatch_semaphore_wait(done, In(10)));
+  }
   dispatch_release(done);
 }
 
@@ -341,7 +349,9 @@ TEST_F(DispatchQueue, ConcurrentRunsTogetherAndABarrierAlone) {
     --running;
   });
   dispatch_barrier_async(queue, ^{
-    if (running) alone = false;
+    if (running) {
+      alone = false;
+    }
   });
   for (int i = 0; i < 100; ++i) {
     dispatch_async(queue, ^{
@@ -349,11 +359,15 @@ TEST_F(DispatchQueue, ConcurrentRunsTogetherAndABarrierAlone) {
       --running;
     });
     dispatch_barrier_async(queue, ^{
-      if (running) alone = false;
+      if (running) {
+        alone = false;
+      }
     });
   }
   dispatch_barrier_sync(queue, ^{
-    if (running) alone = false;
+    if (running) {
+      alone = false;
+    }
   });
   EXPECT_TRUE(alone);
   dispatch_release(queue);
@@ -371,7 +385,9 @@ TEST_F(DispatchQueue, SixtyFourBlockedWorkersDoNotStopASerialQueue) {
     });
   }
   dispatch_async(serial, ^{
-    for (int i = 0; i < kBlocked; ++i) dispatch_semaphore_signal(gate);
+    for (int i = 0; i < kBlocked; ++i) {
+      dispatch_semaphore_signal(gate);
+    }
   });
   EXPECT_EQ(0, dispatch_group_wait(group, In(10)));
   EXPECT_LT(ThreadCount(), 100u);
@@ -629,10 +645,14 @@ TEST_F(DispatchOnce, RunsOnceAndAllWaitForIt) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         ended = true;
       });
-      if (!ended) ++early;
+      if (!ended) {
+        ++early;
+      }
     });
   }
-  for (std::thread &thread : threads) thread.join();
+  for (std::thread &thread : threads) {
+    thread.join();
+  }
   EXPECT_EQ(1, runs);
   EXPECT_EQ(0, early);
 }

@@ -50,8 +50,9 @@ TEST_F(LookAppearance, MatchesItselfBeforeAnythingElse) {
   for (NSString *name in @[
          NSAppearanceNameAqua, NSAppearanceNameDarkAqua, NSAppearanceNameVibrantDark,
          NSAppearanceNameAccessibilityHighContrastAqua
-       ])
+       ]) {
     EXPECT_EQ(Match(name, @[ NSAppearanceNameAqua, NSAppearanceNameDarkAqua, name ]), name);
+  }
 }
 
 TEST_F(LookAppearance, VariantsMatchLightOrDark) {
@@ -59,13 +60,15 @@ TEST_F(LookAppearance, VariantsMatchLightOrDark) {
   for (NSString *name in @[
          NSAppearanceNameVibrantLight, NSAppearanceNameAccessibilityHighContrastAqua,
          NSAppearanceNameAccessibilityHighContrastVibrantLight
-       ])
+       ]) {
     EXPECT_EQ(Match(name, both), NSAppearanceNameAqua);
+  }
   for (NSString *name in @[
          NSAppearanceNameVibrantDark, NSAppearanceNameAccessibilityHighContrastDarkAqua,
          NSAppearanceNameAccessibilityHighContrastVibrantDark
-       ])
+       ]) {
     EXPECT_EQ(Match(name, both), NSAppearanceNameDarkAqua);
+  }
 }
 
 TEST_F(LookAppearance, ContrastMattersLessThanVibrancy) {
@@ -155,16 +158,18 @@ TEST_F(LookAppearance, WindowsOwnAppearanceShieldsItFromTheApplications) {
 TEST_F(LookAppearance, ViewAndApplicationCanBeObservedToo) {
   LookWindow *window = [LookWindow windowWithSize:NSMakeSize(100, 100) white:1];
   LookObserver *observer = [[[LookObserver alloc] init] autorelease];
-  for (id object in @[ [window contentView], NSApp ])
+  for (id object in @[ [window contentView], NSApp ]) {
     [object addObserver:observer
              forKeyPath:@"effectiveAppearance"
                 options:kNewAndInitial
                 context:nullptr];
+  }
   EXPECT_EQ(observer->count, 2);
   [NSApp setAppearance:Named(NSAppearanceNameDarkAqua)];
   EXPECT_EQ(observer->count, 4);
-  for (id object in @[ [window contentView], NSApp ])
+  for (id object in @[ [window contentView], NSApp ]) {
     [object removeObserver:observer forKeyPath:@"effectiveAppearance"];
+  }
   [window close];
 }
 

@@ -12,8 +12,11 @@ TEST_F(LookColor, RgbSpacesAreDistinctObjectsAndStayTheSame) {
   NSColorSpace *spaces[] = {[NSColorSpace sRGBColorSpace],
                             [NSColorSpace genericRGBColorSpace],
                             [NSColorSpace deviceRGBColorSpace]};
-  for (int i = 0; i < 3; i++)
-    for (int j = 0; j < i; j++) EXPECT_NE(spaces[i], spaces[j]);
+  for (int i = 0; i < 3; i++) {
+    for (int j = 0; j < i; j++) {
+      EXPECT_NE(spaces[i], spaces[j]);
+    }
+  }
   EXPECT_EQ([NSColorSpace sRGBColorSpace], spaces[0]);
   EXPECT_EQ([spaces[0] numberOfColorComponents], 3);
 }

@@ -24,7 +24,9 @@ class LookControl : public look::LookTest {
     [button setFrame:[button frameForAlignmentRect:NSMakeRect(100, 100, 110, 21)]];
     [button setTitle:@"Sure"];
     [button setFont:[NSFont systemFontOfSize:13 weight:NSFontWeightRegular]];
-    if (key) [button setKeyEquivalent:key];
+    if (key) {
+      [button setKeyEquivalent:key];
+    }
     [[window_ contentView] addSubview:button];
     return button;
   }
@@ -54,8 +56,11 @@ TEST_F(LookControl, OrdinaryPushButtonIsWhiteWithADarkTitleAndABorder) {
   EXPECT_LT(border.red, 240);
   EXPECT_GT(border.red, 150);
   int darkest = 255;
-  for (int x = 130; x < 180; x++)
-    for (int y = 82; y < 97; y++) darkest = MIN(darkest, WindowPixel(window_, x, y).red);
+  for (int x = 130; x < 180; x++) {
+    for (int y = 82; y < 97; y++) {
+      darkest = MIN(darkest, WindowPixel(window_, x, y).red);
+    }
+  }
   EXPECT_LT(darkest, 120);
 }
 
@@ -67,8 +72,11 @@ TEST_F(LookControl, ButtonForReturnIsBlueWithAWhiteTitle) {
     return pixel.blue > 220 && pixel.red < 90 && pixel.green > 90 && pixel.green < 180;
   }));
   int lightest = 0;
-  for (int x = 130; x < 180; x++)
-    for (int y = 82; y < 97; y++) lightest = MAX(lightest, WindowPixel(window_, x, y).red);
+  for (int x = 130; x < 180; x++) {
+    for (int y = 82; y < 97; y++) {
+      lightest = MAX(lightest, WindowPixel(window_, x, y).red);
+    }
+  }
   EXPECT_GT(lightest, 200);
 }
 
@@ -109,8 +117,11 @@ TEST_F(LookControl, DarkAppearanceHasADarkButtonWithALightTitle) {
     return pixel.red > 80 && pixel.red < 130;
   }));
   int lightest = 0;
-  for (int x = 130; x < 180; x++)
-    for (int y = 82; y < 97; y++) lightest = MAX(lightest, WindowPixel(window_, x, y).red);
+  for (int x = 130; x < 180; x++) {
+    for (int y = 82; y < 97; y++) {
+      lightest = MAX(lightest, WindowPixel(window_, x, y).red);
+    }
+  }
   EXPECT_GT(lightest, 180);
   [NSApp setAppearance:nil];
   EXPECT_TRUE(
@@ -183,8 +194,11 @@ TEST_F(LookControl, TextFieldWithoutBorderHasNoBezelEither) {
   Show();
   auto darkest = [=] {
     int value = 255;
-    for (int x = 52; x < 130; x++)
-      for (int y = 122; y < 148; y++) value = MIN(value, WindowPixel(window_, x, y).red);
+    for (int x = 52; x < 130; x++) {
+      for (int y = 122; y < 148; y++) {
+        value = MIN(value, WindowPixel(window_, x, y).red);
+      }
+    }
     return value;
   };
   EXPECT_TRUE(PumpUntil([=] { return darkest() < 150; }));
@@ -206,12 +220,15 @@ TEST_F(LookControl, TextIsSmoothAndGray) {
   Show();
   auto shades = [=] {
     int between = 0;
-    for (int x = 52; x < 130; x++)
+    for (int x = 52; x < 130; x++) {
       for (int y = 122; y < 148; y++) {
         Pixel pixel = WindowPixel(window_, x, y);
         EXPECT_LE(std::abs(pixel.red - pixel.blue), 2) << "no color fringes";
-        if (pixel.red > 40 && pixel.red < 220) between++;
+        if (pixel.red > 40 && pixel.red < 220) {
+          between++;
+        }
       }
+    }
     return between;
   };
   EXPECT_TRUE(PumpUntil([=] { return shades() > 40; }));

@@ -62,7 +62,9 @@ TEST_F(LookFont, OrdinaryControlsUseItToo) {
 TEST_F(LookFont, NothingIsWrittenToTheUsersDefaults) {
   NSUserDefaults *defaults = [NSUserDefaults standardUserDefaults];
   NSString *own = [[NSProcessInfo processInfo] processName];
-  for (NSString *domain in @[ own, NSGlobalDomain ])
-    for (NSString *key in @[ @"NSFont", @"NSFontSize", @"GSTheme", @"GSFontHinting" ])
+  for (NSString *domain in @[ own, NSGlobalDomain ]) {
+    for (NSString *key in @[ @"NSFont", @"NSFontSize", @"GSTheme", @"GSFontHinting" ]) {
       EXPECT_EQ([[defaults persistentDomainForName:domain] objectForKey:key], nil);
+    }
+  }
 }

@@ -157,5 +157,7 @@ TEST_F(LookImageOnScreen, LargeApplicationIconIsScaledSmoothly) {
   [icon setName:nil];
   [before setName:NSImageNameApplicationIcon];
   ASSERT_TRUE(IsAt(105, 75, 128, 128, 128));
-  for (int x = 60; x < 150; x++) EXPECT_TRUE(Near(WindowPixel(window_, x, 75), 128, 128, 128)) << x;
+  for (int x = 60; x < 150; x++) {
+    EXPECT_TRUE(Near(WindowPixel(window_, x, 75), 128, 128, 128)) << x;
+  }
 }

@@ -12,9 +12,11 @@ static std::string Drawn(int width, int height, double radius) {
   for (int y = 0; y < height; y++) {
     for (int x = 0; x < width; x++) {
       int covered = 0;
-      for (const PixelRectangle &part : RoundedOutline(width, height, radius))
-        if (x >= part.x && x < part.x + part.width && y >= part.y && y < part.y + part.height)
+      for (const PixelRectangle &part : RoundedOutline(width, height, radius)) {
+        if (x >= part.x && x < part.x + part.width && y >= part.y && y < part.y + part.height) {
           covered++;
+        }
+      }
       rows += covered == 0 ? '.' : covered == 1 ? '#' : '!';
     }
     rows += '\n';

@@ -56,8 +56,9 @@ TEST_F(LookVersion, EnvironmentChoosesTheVersions) {
 }
 
 TEST(LookVersionFromEnvironment, IsUsed) {
-  if (!getenv("PLATFORM_OS_VERSION"))
+  if (!getenv("PLATFORM_OS_VERSION")) {
     GTEST_SKIP() << "run again by another test with the variables";
+  }
   @autoreleasepool {
     EXPECT_EQ(NSAppKitVersionNumber, 1349.5);
     EXPECT_TRUE(AtLeast(10, 13));

@@ -93,23 +93,28 @@ class LookWindowTest : public look::LookTest {
 };
 
 TEST_F(LookWindowTest, CornersShowWhatIsBehindWithoutACompositor) {
-  if (CompositorRuns()) GTEST_SKIP() << "a compositing manager runs on this display";
+  if (CompositorRuns()) {
+    GTEST_SKIP() << "a compositing manager runs on this display";
+  }
   Show(1);
   EXPECT_TRUE(BecomesAt(1, 1, 0, 255, 0));
   EXPECT_TRUE(BecomesAt(198, 1, 0, 255, 0));
   EXPECT_TRUE(BecomesAt(1, 118, 0, 255, 0));
   EXPECT_TRUE(BecomesAt(198, 118, 0, 255, 0));
   // No dark fringe where the arc is: every pixel is one of the two colors.
-  for (int x = 0; x < 20; x++)
+  for (int x = 0; x < 20; x++) {
     for (int y = 0; y < 20; y++) {
       Pixel pixel = WindowPixel(window_, x, y);
       EXPECT_TRUE(Near(pixel, 0, 255, 0) || Near(pixel, 255, 255, 255))
           << x << "," << y << ": " << pixel.red << " " << pixel.green << " " << pixel.blue;
     }
+  }
 }
 
 TEST_F(LookWindowTest, CutCornersFollowANewSize) {
-  if (CompositorRuns()) GTEST_SKIP() << "a compositing manager runs on this display";
+  if (CompositorRuns()) {
+    GTEST_SKIP() << "a compositing manager runs on this display";
+  }
   Show(1);
   NSRect frame = [window_ frame];
   frame.size.width = 260;
@@ -119,17 +124,24 @@ TEST_F(LookWindowTest, CutCornersFollowANewSize) {
 }
 
 TEST_F(LookWindowTest, CornersAreSmoothWhereACompositorRuns) {
-  if (CompositorRuns()) GTEST_SKIP() << "a compositing manager runs on this display already";
-  if (!StartCompositor()) GTEST_SKIP() << "picom is not installed or does not start here";
+  if (CompositorRuns()) {
+    GTEST_SKIP() << "a compositing manager runs on this display already";
+  }
+  if (!StartCompositor()) {
+    GTEST_SKIP() << "picom is not installed or does not start here";
+  }
   Show(1);
   EXPECT_TRUE(BecomesAt(1, 1, 0, 255, 0));
   int mixed = 0;
-  for (int x = 0; x < 20; x++)
+  for (int x = 0; x < 20; x++) {
     for (int y = 0; y < 20; y++) {
       Pixel pixel = WindowPixel(window_, x, y);
       EXPECT_GE(pixel.green, 250) << "nothing darker than both colors";
-      if (pixel.red > 20 && pixel.red < 235) mixed++;
+      if (pixel.red > 20 && pixel.red < 235) {
+        mixed++;
+      }
     }
+  }
   EXPECT_GE(mixed, 8) << "pixels along the arc are mixed from both colors";
 }
 

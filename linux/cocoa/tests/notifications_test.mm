@@ -67,7 +67,9 @@ class Child {
     posix_spawn_file_actions_destroy(&files);
   }
   ~Child() {
-    if (!pid_) return;
+    if (!pid_) {
+      return;
+    }
     kill(pid_, SIGKILL);
     Wait();
   }
@@ -92,7 +94,9 @@ class Child {
 
   bool HasEnded() {
     int status;
-    if (pid_ && waitpid(pid_, &status, WNOHANG) == pid_) pid_ = 0;
+    if (pid_ && waitpid(pid_, &status, WNOHANG) == pid_) {
+      pid_ = 0;
+    }
     return !pid_;
   }
 
@@ -191,7 +195,9 @@ class Notifications : public testing::Test {
  protected:
   void SetUp() override {
     pool_ = [NSAutoreleasePool new];
-    if (access(kDaemon, X_OK)) GTEST_SKIP() << "no " << kDaemon << ": gnustep-base-runtime";
+    if (access(kDaemon, X_OK)) {
+      GTEST_SKIP() << "no " << kDaemon << ": gnustep-base-runtime";
+    }
   }
   void TearDown() override {
     StopDaemon();
@@ -271,13 +277,17 @@ TEST_F(Notifications, CarryLongAndOddTexts) {
   Observer observer(@"23");
   ASSERT_TRUE(observer.Await());
   NSMutableString *longText = [NSMutableString string];
-  for (int i = 0; i < 8 << 20; i += 16) [longText appendString:@"0123456789abcdef"];
+  for (int i = 0; i < 8 << 20; i += 16) {
+    [longText appendString:@"0123456789abcdef"];
+  }
   unichar zero[] = {'a', 0, 'b', 0x4e00};
   NSString *withZero = [NSString stringWithCharacters:zero length:4];
   unichar lone[] = {'a', 0xd800, 'b'};
   NSString *withLoneSurrogate = [NSString stringWithCharacters:lone length:3];
   NSMutableString *tooLong = [NSMutableString string];
-  for (int i = 0; i < 4; ++i) [tooLong appendString:longText];
+  for (int i = 0; i < 4; ++i) {
+    [tooLong appendString:longText];
+  }
   Post(@"23", longText);
   Post(@"23", withZero);
   Post(@"23", withLoneSurrogate);
@@ -514,7 +524,9 @@ volatile sig_atomic_t sSignalled;
   id text = [[notification userInfo] objectForKey:kText];
   printf("%s\n", text ? [text UTF8String] : "ready");
   fflush(stdout);
-  if (text) _received = true;
+  if (text) {
+    _received = true;
+  }
 }
 @end
 
@@ -564,7 +576,9 @@ int Role(const std::vector<std::string> &arguments) {
     Clock::time_point start = Clock::now();
     {
       Observer observer(@"1");
-      if (SecondsSince(start) > 0.05) return 2;
+      if (SecondsSince(start) > 0.05) {
+        return 2;
+      }
       TurnUntil(
           ^bool {
             return false;
@@ -572,23 +586,31 @@ int Role(const std::vector<std::string> &arguments) {
           0.5);
       start = Clock::now();
       Post(@"1", @"into the void");
-      if (SecondsSince(start) > 0.05) return 3;
+      if (SecondsSince(start) > 0.05) {
+        return 3;
+      }
     }
     return 0;
   }
   if (role == "self-started") {
     static bool handled;
     signal(SIGCHLD, [](int) { handled = true; });
-    if (!AwaitEcho(@"1")) return 4;
+    if (!AwaitEcho(@"1")) {
+      return 4;
+    }
     struct sigaction action;
     sigaction(SIGCHLD, nullptr, &action);
-    if (action.sa_handler == SIG_DFL || action.sa_handler == SIG_IGN || !handled) return 5;
+    if (action.sa_handler == SIG_DFL || action.sa_handler == SIG_IGN || !handled) {
+      return 5;
+    }
     NSString *names =
         [NSTemporaryDirectory() stringByAppendingPathComponent:@"NSMessagePort/names"];
     for (NSString *name in [[NSFileManager defaultManager] directoryContentsAtPath:names]) {
       NSString *path = [names stringByAppendingPathComponent:name];
       NSArray *lines = [[NSString stringWithContentsOfFile:path] componentsSeparatedByString:@"\n"];
-      if ([lines count] > 1) printf("%d\n", [[lines objectAtIndex:1] intValue]);
+      if ([lines count] > 1) {
+        printf("%d\n", [[lines objectAtIndex:1] intValue]);
+      }
     }
     return 0;
   }
@@ -596,14 +618,17 @@ int Role(const std::vector<std::string> &arguments) {
     atexit(PrintTimeSinceExit);
     signal(SIGUSR1, [](int) { sSignalled = 1; });
     Observer observer(object);
-    if (!observer.Await()) return 6;
+    if (!observer.Await()) {
+      return 6;
+    }
     if (role == "observe-and-exit-later") {
       printf("ready");
       fflush(stdout);
       if (!TurnUntil(^bool {
             return sSignalled != 0;
-          }))
+          })) {
         return 7;
+      }
     }
     ExitMeasured();
   }
@@ -622,7 +647,9 @@ int main(int argc, char **argv) {
   static const char kMark[] = "NOTIFICATIONS_TEST_FOLDER";
   if (!getenv(kMark)) {
     char folder[] = "/tmp/notifications-test-XXXXXX";
-    if (!mkdtemp(folder)) return 1;
+    if (!mkdtemp(folder)) {
+      return 1;
+    }
     setenv(kMark, folder, 1);
     setenv("TEMP", folder, 1);
     setenv("PATH", folder, 1);

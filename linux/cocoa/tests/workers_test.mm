@@ -26,7 +26,9 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(
   const auto run = [](void *context) {
     const auto [start, argument] = *static_cast<ThreadStart *>(context);
     delete static_cast<ThreadStart *>(context);
-    while (sSlow) usleep(1000);
+    while (sSlow) {
+      usleep(1000);
+    }
     return start(argument);
   };
   return next(thread, attributes, run, new ThreadStart(start, argument));

@@ -54,7 +54,9 @@ Bytes MessageFrame(const char *selector, uint64_t request, const char *signature
   writer.Begin(FrameKind::kMessage);
   writer.PutNumber(request);
   writer.PutText(selector);
-  if (request) writer.PutText(signature);
+  if (request) {
+    writer.PutText(signature);
+  }
   writer.PutNumber(count);
   writer.PutBytes(arguments.data(), arguments.size());
   return Finished(&writer);
@@ -72,7 +74,9 @@ Bytes ReplyFrame(uint64_t request, const Bytes &argument) {
 
 Bytes Joined(std::initializer_list<Bytes> parts) {
   Bytes all;
-  for (const Bytes &part : parts) all.insert(all.end(), part.begin(), part.end());
+  for (const Bytes &part : parts) {
+    all.insert(all.end(), part.begin(), part.end());
+  }
   return all;
 }
 
@@ -153,7 +157,9 @@ TEST_F(XPCFaults, AListenerThatGoesWhileOthersWaitForItInvalidatesThem) {
   ASSERT_TRUE(outcome.ended.Wait(5));
   EXPECT_EQ(outcome.errors, 5u);
   unsigned ended = 0;
-  for (auto &client : clients) ended += client->interrupted.count() + client->invalidated.count();
+  for (auto &client : clients) {
+    ended += client->interrupted.count() + client->invalidated.count();
+  }
   EXPECT_GE(ended, 1u);
 }
 
@@ -162,7 +168,9 @@ TEST_F(XPCFaults, APeerThatHangsAndIsKilledFailsEveryRequestOnce) {
   ASSERT_TRUE(peer.Serve(kName));
   Client client(kService);
   Outcome outcome;
-  for (int i = 0; i < 100; ++i) [client.Proxy(&outcome) hangWithReply:outcome.onFlag()];
+  for (int i = 0; i < 100; ++i) {
+    [client.Proxy(&outcome) hangWithReply:outcome.onFlag()];
+  }
   EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
   EXPECT_EQ(outcome.ended.count(), 0u);
   peer.Signal(SIGKILL);
@@ -575,7 +583,9 @@ TEST_F(XPCFaults, AClientThatDiesWithRequestsOutstandingHarmsNothing) {
   for (int i = 0; i < 20; ++i) {
     RawSocket client = RawSocket::Connect(directory_.Socket(kName));
     Bytes request = MessageFrame("after:reply:", 1, "v@?C", 2, {0x11, 20, 0x01});
-    for (int k = 0; k < 20; ++k) ASSERT_TRUE(client.Write(request));
+    for (int k = 0; k < 20; ++k) {
+      ASSERT_TRUE(client.Write(request));
+    }
   }
   Client good(kService);
   Outcome outcome;
@@ -589,7 +599,9 @@ TEST_F(XPCFaults, AClientThatReadsNothingDoesNotHoldUpOthers) {
   ASSERT_TRUE(peer.Serve(kName));
   RawSocket lazy = RawSocket::Connect(directory_.Socket(kName));
   Bytes request = MessageFrame("textOfLength:reply:", 1, "v@?@", 2, {0x11, 0xc0, 0x84, 0x3d, 0x01});
-  for (int i = 0; i < 10; ++i) ASSERT_TRUE(lazy.Write(request));
+  for (int i = 0; i < 10; ++i) {
+    ASSERT_TRUE(lazy.Write(request));
+  }
   Client good(kService);
   EXPECT_TRUE([good.Echo(@"x") isEqual:@"x"]);
   Bytes reply = lazy.ReadFrame();

@@ -45,7 +45,9 @@ int main(int argc, char **argv) {
     if (isKilled || (argc == 4 && std::strcmp(argv[1], "report") == 0)) {
       const int status = Report([NSString stringWithUTF8String:argv[2]],
                                 static_cast<unsigned>(std::atoi(argv[3])));
-      if (isKilled) raise(SIGKILL);
+      if (isKilled) {
+        raise(SIGKILL);
+      }
       return status;
     }
   }

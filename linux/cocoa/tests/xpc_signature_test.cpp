@@ -38,7 +38,9 @@ TEST(XPCSignature, EveryScalarHasItsKindAndSize) {
   ASSERT_TRUE(signature);
   const unsigned sizes[] = {1, 1, 1, 2, 2, 4, 4, 8, 8, 8, 8, 4, 8};
   ASSERT_EQ(signature->arguments().size(), 13u);
-  for (size_t i = 0; i < 13; ++i) EXPECT_EQ(signature->arguments()[i].size, sizes[i]) << i;
+  for (size_t i = 0; i < 13; ++i) {
+    EXPECT_EQ(signature->arguments()[i].size, sizes[i]) << i;
+  }
 }
 
 TEST(XPCSignature, WhatCannotTravelIsRefused) {

@@ -68,7 +68,9 @@ class XPC : public ::testing::Test {
 @implementation XPCTestWitness
 - (instancetype)initWithCounter:(Counter *)gone {
   self = [super init];
-  if (self) _gone = gone;
+  if (self) {
+    _gone = gone;
+  }
   return self;
 }
 - (void)dealloc {
@@ -247,7 +249,9 @@ TEST_F(XPC, MessagesOfOneThreadArriveInOrder) {
   constexpr unsigned kCount = 5000;
   for (unsigned i = 0; i < kCount; ++i) {
     [client.Proxy() reportEvent:[NSString stringWithFormat:@"%u", i] info:nil];
-    if (i % 500 == 0) client.Echo(nil);
+    if (i % 500 == 0) {
+      client.Echo(nil);
+    }
   }
   client.Echo(nil);
   NSArray *events = [server_ events];
@@ -262,7 +266,9 @@ TEST_F(XPC, MessagesJustBeforeTheLastReleaseArrive) {
   {
     NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
     Client client(kService);
-    for (unsigned i = 0; i < kCount; ++i) [client.Proxy() reportEvent:@"e" info:nil];
+    for (unsigned i = 0; i < kCount; ++i) {
+      [client.Proxy() reportEvent:@"e" info:nil];
+    }
     [pool release];
   }
   auto end = Clock::now() + kPatience;
@@ -399,7 +405,9 @@ TEST_F(XPC, AnAcceptedConnectionKnowsItsPeerBeforeResume) {
 @implementation XPCTestForwarder
 - (instancetype)initWithServer:(XPCTestServer *)server {
   self = [super init];
-  if (self) _server = server;
+  if (self) {
+    _server = server;
+  }
   return self;
 }
 - (BOOL)respondsToSelector:(SEL)selector {
@@ -446,7 +454,9 @@ TEST_F(XPC, RepliesRunOnTheConnectionsQueueOneAtATime) {
                              bool elsewhere = std::this_thread::get_id() != *caller;
                              --*running;
                              outcome.Reply(alone && elsewhere);
-                             if (!alone || !elsewhere) outcome.errors = 1;
+                             if (!alone || !elsewhere) {
+                               outcome.errors = 1;
+                             }
                            }];
   }
   ASSERT_TRUE(outcome.ended.Wait(200));
@@ -466,13 +476,17 @@ TEST_F(XPC, TenThousandRequestsFromEightThreadsAllEndOnce) {
         [proxy echo:[NSNumber numberWithInt:i]
               reply:^(id answer) {
                 outcome.Reply([answer intValue] == i);
-                if ([answer intValue] != i) outcome.errors = 1;
+                if ([answer intValue] != i) {
+                  outcome.errors = 1;
+                }
               }];
       }
       [pool release];
     });
   }
-  for (auto &thread : threads) thread.join();
+  for (auto &thread : threads) {
+    thread.join();
+  }
   ASSERT_TRUE(outcome.ended.Wait(10000));
   client.Echo(nil);
   EXPECT_EQ(outcome.replies, 10000u);
@@ -482,8 +496,12 @@ TEST_F(XPC, TenThousandRequestsFromEightThreadsAllEndOnce) {
 TEST_F(XPC, ManyClientsAreServedAtOnce) {
   std::vector<std::unique_ptr<Client>> clients;
   Outcome outcome;
-  for (int i = 0; i < 64; ++i) clients.emplace_back(new Client(kService));
-  for (auto &client : clients) [client->Proxy(&outcome) after:20 reply:outcome.onFlag()];
+  for (int i = 0; i < 64; ++i) {
+    clients.emplace_back(new Client(kService));
+  }
+  for (auto &client : clients) {
+    [client->Proxy(&outcome) after:20 reply:outcome.onFlag()];
+  }
   ASSERT_TRUE(outcome.ended.Wait(64));
   EXPECT_EQ(outcome.replies, 64u);
 }
@@ -559,7 +577,9 @@ TEST_F(XPC, TheInvalidationHandlerIsTheLastToRun) {
                                                                            options:0];
     Counter *ended = &invalidated[i];
     connection.interruptionHandler = ^{
-      if (ended->count()) late->Add();
+      if (ended->count()) {
+        late->Add();
+      }
     };
     connection.invalidationHandler = ^{
       ended->Add();
@@ -580,7 +600,9 @@ TEST_F(XPC, SuspensionHoldsRepliesBackAndLosesNone) {
   Outcome outcome;
   [client.connection() suspend];
   [client.connection() suspend];
-  for (int i = 0; i < 10; ++i) [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
+  for (int i = 0; i < 10; ++i) {
+    [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
+  }
   Client other(kService);
   // The service has answered all of them by then.
   while ([[server_ events] count] < 1) {
@@ -602,13 +624,17 @@ TEST_F(XPC, SuspensionInsideAReplyLosesNone) {
   for (int i = 0; i < 10; ++i) {
     [client.Proxy() echo:nil
                    reply:^(id) {
-                     if (outcome.replies == 1) [connection suspend];
+                     if (outcome.replies == 1) {
+                       [connection suspend];
+                     }
                      outcome.Reply(YES);
                    }];
   }
   [client.Proxy() reportEvent:@"e" info:nil];
   Client other(kService);
-  while ([[server_ events] count] < 1) other.Echo(nil);
+  while ([[server_ events] count] < 1) {
+    other.Echo(nil);
+  }
   [connection resume];
   ASSERT_TRUE(outcome.ended.Wait(2));
   // Fails at once, on the queue: the queue has left the replies then.
@@ -745,7 +771,9 @@ TEST_F(XPC, ReleasedConnectionsGiveTheirSocketsBack) {
   }
   // Both ends lie in this process, and are closed by its threads.
   auto end = Clock::now() + kPatience;
-  while (OpenDescriptors() > before && Clock::now() < end) std::this_thread::yield();
+  while (OpenDescriptors() > before && Clock::now() < end) {
+    std::this_thread::yield();
+  }
   EXPECT_LE(OpenDescriptors(), before);
 }
 
@@ -877,7 +905,9 @@ TEST_F(XPC, AServiceDirectoryThatIsALinkIsRefused) {
 }
 
 TEST_F(XPC, AServiceDirectoryOfAnotherUserIsRefused) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can give a directory away";
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can give a directory away";
+  }
   std::string path = directory_.path() + "/foreign";
   ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
   ASSERT_EQ(chown(path.c_str(), 12345, 12345), 0);
@@ -911,7 +941,9 @@ TEST_F(XPC, TheRuntimeDirectoryAndTheTemporaryOneAreUsedWithoutAnyOther) {
   EXPECT_TRUE(std::filesystem::exists(directory_.path() + "/cocoa-services-" +
                                       std::to_string(geteuid()) + "/elsewhere"));
   [listener invalidate];
-  if (!before.empty()) setenv("XDG_RUNTIME_DIR", before.c_str(), 1);
+  if (!before.empty()) {
+    setenv("XDG_RUNTIME_DIR", before.c_str(), 1);
+  }
   temporary.empty() ? unsetenv("TMPDIR") : setenv("TMPDIR", temporary.c_str(), 1);
 }
 

@@ -107,7 +107,9 @@ class Client {
             result = [answer retain];
             ended->Add();
           }];
-    if (!done.Wait()) abort();
+    if (!done.Wait()) {
+      abort();
+    }
     return [result autorelease];
   }
 

@@ -31,7 +31,9 @@
 
 - (BOOL)listener:(NSXPCListener *)listener shouldAcceptNewConnection:(NSXPCConnection *)connection {
   (void)listener;
-  if ([self refuses]) return NO;
+  if ([self refuses]) {
+    return NO;
+  }
   connection.exportedInterface = [NSXPCInterface interfaceWithProtocol:@protocol(XPCTestService)];
   connection.exportedObject = self;
   connection.remoteObjectInterface =

@@ -24,11 +24,17 @@ namespace {
 bool WaitReadable(int fd, Clock::time_point end) {
   for (;;) {
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
-    if (left <= 0) return false;
+    if (left <= 0) {
+      return false;
+    }
     pollfd poll{fd, POLLIN, 0};
     int count = ::poll(&poll, 1, static_cast<int>(left));
-    if (count > 0) return true;
-    if (count < 0 && errno != EINTR) return false;
+    if (count > 0) {
+      return true;
+    }
+    if (count < 0 && errno != EINTR) {
+      return false;
+    }
   }
 }
 
@@ -63,7 +69,9 @@ unsigned Counter::count() {
 
 ServiceDirectory::ServiceDirectory() {
   std::string path = (std::filesystem::temp_directory_path() / "xpc-XXXXXX").string();
-  if (!mkdtemp(path.data())) std::abort();
+  if (!mkdtemp(path.data())) {
+    std::abort();
+  }
   path_ = path;
   setenv("COCOA_SERVICE_DIR", path_.c_str(), 1);
 }
@@ -79,12 +87,16 @@ Peer::~Peer() {
     kill(process_, SIGKILL);
     waitpid(process_, nullptr, 0);
   }
-  if (output_ >= 0) close(output_);
+  if (output_ >= 0) {
+    close(output_);
+  }
 }
 
 bool Peer::Start(const std::vector<std::string> &arguments) {
   int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return false;
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    return false;
+  }
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
@@ -92,28 +104,38 @@ bool Peer::Start(const std::vector<std::string> &arguments) {
       (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "xpc_peer").string();
   std::vector<char *> argv{program.data()};
   std::vector<std::string> copies = arguments;
-  for (auto &argument : copies) argv.push_back(argument.data());
+  for (auto &argument : copies) {
+    argv.push_back(argument.data());
+  }
   argv.push_back(nullptr);
   int error = posix_spawn(&process_, program.c_str(), &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   close(ends[1]);
   output_ = ends[0];
-  if (error) process_ = -1;
+  if (error) {
+    process_ = -1;
+  }
   return error == 0;
 }
 
 bool Peer::Serve(const std::string &name) {
-  if (!Start({"serve", name})) return false;
+  if (!Start({"serve", name})) {
+    return false;
+  }
   char line[16];
   return WaitReadable(output_, Clock::now() + kPatience) && read(output_, line, sizeof line) > 0;
 }
 
 void Peer::Signal(int signal) {
-  if (process_ <= 0) return;
+  if (process_ <= 0) {
+    return;
+  }
   kill(process_, signal);
   // A process is stopped some time after it was told so.
   siginfo_t stopped;
-  if (signal == SIGSTOP) waitid(P_PID, static_cast<id_t>(process_), &stopped, WSTOPPED | WNOWAIT);
+  if (signal == SIGSTOP) {
+    waitid(P_PID, static_cast<id_t>(process_), &stopped, WSTOPPED | WNOWAIT);
+  }
 }
 
 int Peer::WaitForExit() {
@@ -121,7 +143,9 @@ int Peer::WaitForExit() {
   // The pipe closes when the process ends.
   char rest[64];
   while (WaitReadable(output_, end)) {
-    if (read(output_, rest, sizeof rest) > 0) continue;
+    if (read(output_, rest, sizeof rest) > 0) {
+      continue;
+    }
     int status = 0;
     waitpid(process_, &status, 0);
     process_ = -1;
@@ -150,12 +174,16 @@ RawSocket RawSocket::Listen(const std::string &path, int backlog) {
 RawSocket RawSocket::Connect(const std::string &path) {
   RawSocket made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un address = Address(path);
-  if (connect(made.fd_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) made.Close();
+  if (connect(made.fd_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+    made.Close();
+  }
   return made;
 }
 
 RawSocket RawSocket::Accept() {
-  if (!WaitReadable(fd_, Clock::now() + kPatience)) return RawSocket();
+  if (!WaitReadable(fd_, Clock::now() + kPatience)) {
+    return RawSocket();
+  }
   return RawSocket(accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC));
 }
 
@@ -163,7 +191,9 @@ bool RawSocket::Write(const void *bytes, size_t length) {
   const char *at = static_cast<const char *>(bytes);
   while (length) {
     ssize_t sent = send(fd_, at, length, MSG_NOSIGNAL);
-    if (sent < 0) return false;
+    if (sent < 0) {
+      return false;
+    }
     at += sent;
     length -= static_cast<size_t>(sent);
   }
@@ -174,9 +204,13 @@ std::vector<uint8_t> RawSocket::ReadFrame() {
   Clock::time_point end = Clock::now() + kPatience;
   std::vector<uint8_t> frame(8);
   for (size_t have = 0; have < frame.size();) {
-    if (!WaitReadable(fd_, end)) return {};
+    if (!WaitReadable(fd_, end)) {
+      return {};
+    }
     ssize_t count = recv(fd_, frame.data() + have, frame.size() - have, 0);
-    if (count <= 0) return {};
+    if (count <= 0) {
+      return {};
+    }
     have += static_cast<size_t>(count);
     if (have == 8) {
       frame.resize(8 + (frame[0] | frame[1] << 8 | frame[2] << 16 | size_t{frame[3]} << 24));
@@ -189,20 +223,26 @@ bool RawSocket::WaitForEnd() {
   Clock::time_point end = Clock::now() + kPatience;
   char rest[4096];
   while (WaitReadable(fd_, end)) {
-    if (recv(fd_, rest, sizeof rest, 0) <= 0) return true;
+    if (recv(fd_, rest, sizeof rest, 0) <= 0) {
+      return true;
+    }
   }
   return false;
 }
 
 void RawSocket::Close() {
-  if (fd_ >= 0) close(fd_);
+  if (fd_ >= 0) {
+    close(fd_);
+  }
   fd_ = -1;
 }
 
 unsigned OpenDescriptors() {
   unsigned count = 0;
   DIR *directory = opendir("/proc/self/fd");
-  while (readdir(directory)) ++count;
+  while (readdir(directory)) {
+    ++count;
+  }
   closedir(directory);
   return count;
 }

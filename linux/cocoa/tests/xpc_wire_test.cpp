@@ -73,7 +73,9 @@ Bytes FullMessage() {
 
 Bytes Nested(unsigned depth) {
   Bytes value;
-  for (unsigned i = 0; i < depth; ++i) value.insert(value.end(), {0x22, 1});
+  for (unsigned i = 0; i < depth; ++i) {
+    value.insert(value.end(), {0x22, 1});
+  }
   value.push_back(0x25);
   return Message(value);
 }
@@ -150,9 +152,13 @@ TEST(XPCWire, ChangedBytesNeverLeadOutsideTheFrame) {
     for (unsigned value = 0; value < 256; ++value) {
       Bytes changed = payload;
       changed[at] = static_cast<uint8_t>(value);
-      if (Decode(FrameKind::kMessage, changed, &frame)) continue;
+      if (Decode(FrameKind::kMessage, changed, &frame)) {
+        continue;
+      }
       for (const Item &item : frame.items) {
-        if (item.tag != Tag::kString && item.tag != Tag::kData && item.tag != Tag::kURL) continue;
+        if (item.tag != Tag::kString && item.tag != Tag::kData && item.tag != Tag::kURL) {
+          continue;
+        }
         const auto *bytes = reinterpret_cast<const uint8_t *>(item.bytes);
         EXPECT_GE(bytes, changed.data());
         EXPECT_LE(bytes + item.size, changed.data() + changed.size());

@@ -73,10 +73,14 @@ int main(void) {
     poll(sources, 2, -1);
     if (sources[0].revents != 0) {
       char line[16];
-      if (fgets(line, sizeof(line), stdin) == NULL) return EXIT_SUCCESS;
+      if (fgets(line, sizeof(line), stdin) == NULL) {
+        return EXIT_SUCCESS;
+      }
       sScheme = (dbus_uint32_t)strtoul(line, NULL, 10);
       Announce(connection);
     }
-    if (sources[1].revents != 0 && !dbus_connection_read_write(connection, 0)) return EXIT_FAILURE;
+    if (sources[1].revents != 0 && !dbus_connection_read_write(connection, 0)) {
+      return EXIT_FAILURE;
+    }
   }
 }

@@ -10,6 +10,8 @@
 int XPending(Display *display) {
   int (*next)(Display *) = (int (*)(Display *))dlsym(RTLD_NEXT, "XPending");
   const int count = next(display);
-  if (count == 0) usleep(3000);
+  if (count == 0) {
+    usleep(3000);
+  }
   return count;
 }

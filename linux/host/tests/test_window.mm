@@ -86,7 +86,9 @@ NSButton *Button(NSString *name, NSRect frame, NSString *key) {
   [button setBezelStyle:NSRoundedBezelStyle];
   [button setTarget:target];
   [button setAction:@selector(answer:)];
-  if (key != nil) [button setKeyEquivalent:key];
+  if (key != nil) {
+    [button setKeyEquivalent:key];
+  }
   [[sWindow contentView] addSubview:button];
   return button;
 }
@@ -271,5 +273,7 @@ extern "C" NODE_MODULE_EXPORT void NODE_MODULE_INITIALIZER(v8::Local<v8::Object>
       {"localized", Localized},
       {"bundle", Bundle},
   };
-  for (const auto &[name, function] : functions) NODE_SET_METHOD(exports, name, function);
+  for (const auto &[name, function] : functions) {
+    NODE_SET_METHOD(exports, name, function);
+  }
 }

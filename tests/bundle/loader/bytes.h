@@ -87,7 +87,9 @@ class Cursor {
   int64_t Sleb() {
     unsigned shift;
     uint64_t value = Leb(&shift);
-    if (shift < 64 && value >> (shift - 1) & 1) value |= ~uint64_t{0} << shift;
+    if (shift < 64 && value >> (shift - 1) & 1) {
+      value |= ~uint64_t{0} << shift;
+    }
     return static_cast<int64_t>(value);
   }
 
@@ -99,7 +101,9 @@ class Cursor {
       const auto byte = Read<uint8_t>();
       value |= uint64_t{byte & 0x7fu} << *shift;
       *shift += 7;
-      if (!(byte & 0x80)) return value;
+      if (!(byte & 0x80)) {
+        return value;
+      }
     }
     Refuse("%s: a number has more than 64 bits", bytes_.name());
   }

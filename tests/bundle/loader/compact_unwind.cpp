@@ -47,15 +47,23 @@ class Reader {
  public:
   explicit Reader(const Image &image) : image_(image) {
     const Section *section = image.Find("__unwind_info");
-    if (!section) Refuse("there is no __unwind_info");
+    if (!section) {
+      Refuse("there is no __unwind_info");
+    }
     bytes_ = image.Rest(image.base() + section->address, "__unwind_info");
     header_ = bytes_.Read<Header>(0);
-    if (header_.version != 1) Refuse("__unwind_info is of version %u", header_.version);
-    if (header_.pageCount == 0) Refuse("__unwind_info has no pages");
+    if (header_.version != 1) {
+      Refuse("__unwind_info is of version %u", header_.version);
+    }
+    if (header_.pageCount == 0) {
+      Refuse("__unwind_info has no pages");
+    }
   }
 
   std::vector<Function> Read() {
-    for (uint32_t i = 0; i + 1 < header_.pageCount; ++i) ReadPage(PageAt(i));
+    for (uint32_t i = 0; i + 1 < header_.pageCount; ++i) {
+      ReadPage(PageAt(i));
+    }
     const Page last = PageAt(header_.pageCount - 1);
     ReadHandlers(PageAt(0).handlers, last.handlers);
 
@@ -63,8 +71,12 @@ class Reader {
     for (size_t i = 0; i < entries_.size(); ++i) {
       const auto &[offset, encoding] = entries_[i];
       const uint32_t end = i + 1 < entries_.size() ? entries_[i + 1].function : last.function;
-      if (end < offset) Refuse("__unwind_info has functions out of order");
-      if (encoding != 0 && end > offset) functions.push_back(Make(offset, end, encoding));
+      if (end < offset) {
+        Refuse("__unwind_info has functions out of order");
+      }
+      if (encoding != 0 && end > offset) {
+        functions.push_back(Make(offset, end, encoding));
+      }
     }
     return functions;
   }
@@ -75,7 +87,9 @@ class Reader {
   }
 
   void ReadPage(const Page &page) {
-    if (page.content == 0) return;
+    if (page.content == 0) {
+      return;
+    }
     switch (bytes_.Read<uint32_t>(page.content)) {
       case kRegular: {
         const auto regular = bytes_.Read<RegularPage>(page.content);
@@ -130,15 +144,21 @@ class Reader {
     const uint32_t lowest = (encoding & kSavedOffset) >> 16;
     for (uint32_t i = 0; i < 5; ++i) {
       const uint32_t which = (encoding & kSavedRegisters) >> (3 * i) & 7;
-      if (which == 0) continue;
+      if (which == 0) {
+        continue;
+      }
       if (which > std::size(kNumbers) || i >= lowest) {
         Refuse("compact unwinding 0x%08x is not understood", encoding);
       }
       function.saved.push_back({kNumbers[which - 1], 2 + lowest - i});
     }
     const uint32_t personality = (encoding & kPersonality) >> 28;
-    if (personality == 0) return function;
-    if (personality > header_.personalityCount) Refuse("__unwind_info lacks a personality");
+    if (personality == 0) {
+      return function;
+    }
+    if (personality > header_.personalityCount) {
+      Refuse("__unwind_info lacks a personality");
+    }
     const auto place = bytes_.Read<uint32_t>(header_.personalities +
                                              (personality - 1) * uint64_t{sizeof(uint32_t)});
     function.personality = *image_.At<uintptr_t>(image_.base() + place);

@@ -31,14 +31,18 @@ size_t FrameDescriptions::Begin() {
 
 /// Fills in the length; the next one begins at a multiple of eight bytes.
 void FrameDescriptions::End(size_t begin) {
-  while (bytes_.size() % 8) Put<uint8_t>(0);  // DW_CFA_nop
+  while (bytes_.size() % 8) {
+    Put<uint8_t>(0);  // DW_CFA_nop
+  }
   const auto length = static_cast<uint32_t>(bytes_.size() - begin);
   std::memcpy(&bytes_[begin - sizeof length], &length, sizeof length);
 }
 
 size_t FrameDescriptions::Common(uintptr_t personality) {
   const auto [known, isNew] = commons_.try_emplace(personality, bytes_.size());
-  if (!isNew) return known->second;
+  if (!isNew) {
+    return known->second;
+  }
   const size_t begin = Begin();
   Put<uint32_t>(0);  // What it is.
   Put<uint8_t>(1);   // The version.
@@ -73,7 +77,9 @@ void FrameDescriptions::Add(const Function &function, uintptr_t data) {
   Put(function.start);
   Put(function.end - function.start);
   PutUleb(function.personality ? sizeof data : 0);
-  if (function.personality) Put(data);
+  if (function.personality) {
+    Put(data);
+  }
   for (const SavedRegister &saved : function.saved) {
     Put<uint8_t>(kOffset | saved.number);
     PutUleb(saved.distance);

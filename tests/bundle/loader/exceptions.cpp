@@ -32,14 +32,22 @@ std::map<std::string, ExceptionType> &Types() {
 id ObjectOf(_Unwind_Exception *exception) { return *reinterpret_cast<id *>(exception + 1); }
 
 bool Catches(const Action &action, _Unwind_Exception *exception) {
-  if (action.selector == 0) return false;
-  if (action.type == 0) return true;
-  if (exception->exception_class != kObjectiveC) return false;
+  if (action.selector == 0) {
+    return false;
+  }
+  if (action.type == 0) {
+    return true;
+  }
+  if (exception->exception_class != kObjectiveC) {
+    return false;
+  }
   const auto *name = reinterpret_cast<const ExceptionType *>(action.type);
   const auto wanted = static_cast<RuntimeClass>(objc_lookUpClass(name->c_str()));
   const id object = ObjectOf(exception);
   RuntimeClass one = object ? object_getClass(object) : Nil;
-  while (one && one != wanted) one = class_getSuperclass(one);
+  while (one && one != wanted) {
+    one = class_getSuperclass(one);
+  }
   return one;
 }
 
@@ -80,10 +88,14 @@ extern "C" _Unwind_Reason_Code macho_objc_personality(int version, _Unwind_Actio
                                                       _Unwind_Exception *exception,
                                                       _Unwind_Context *context) {
   using namespace macho;
-  if (version != 1) return _URC_FATAL_PHASE1_ERROR;
+  if (version != 1) {
+    return _URC_FATAL_PHASE1_ERROR;
+  }
   const auto *sites =
       reinterpret_cast<const std::vector<CallSite> *>(_Unwind_GetLanguageSpecificData(context));
-  if (!sites) return _URC_CONTINUE_UNWIND;
+  if (!sites) {
+    return _URC_CONTINUE_UNWIND;
+  }
   // A return address is behind its call.
   int isBeforeCall = 0;
   const uintptr_t ip = _Unwind_GetIPInfo(context, &isBeforeCall);
@@ -92,8 +104,12 @@ extern "C" _Unwind_Reason_Code macho_objc_personality(int version, _Unwind_Actio
     return call >= candidate.start && call < candidate.end;
   });
   // As in C++: a call that is not listed must not throw.
-  if (site == sites->end()) std::terminate();
-  if (site->landing == 0) return _URC_CONTINUE_UNWIND;
+  if (site == sites->end()) {
+    std::terminate();
+  }
+  if (site->landing == 0) {
+    return _URC_CONTINUE_UNWIND;
+  }
 
   const auto &actions = site->actions;
   const bool mayCatch = !(phase & _UA_FORCE_UNWIND);
@@ -105,7 +121,9 @@ extern "C" _Unwind_Reason_Code macho_objc_personality(int version, _Unwind_Actio
   if (phase & _UA_SEARCH_PHASE) {
     return caught != actions.end() ? _URC_HANDLER_FOUND : _URC_CONTINUE_UNWIND;
   }
-  if (phase & _UA_HANDLER_FRAME) return Land(context, exception, site->landing, caught->selector);
+  if (phase & _UA_HANDLER_FRAME) {
+    return Land(context, exception, site->landing, caught->selector);
+  }
   const bool cleansUp =
       actions.empty() || std::any_of(actions.begin(), actions.end(),
                                      [](auto &action) { return action.selector == 0; });

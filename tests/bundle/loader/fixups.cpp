@@ -44,7 +44,9 @@ class Place {
 
   void Set(uint8_t segment, uint64_t offset) {
     const auto &segments = image_.file().segments;
-    if (segment >= segments.size()) Refuse("opcodes name segment %u", segment);
+    if (segment >= segments.size()) {
+      Refuse("opcodes name segment %u", segment);
+    }
     segment_ = &segments[segment];
     offset_ = offset;
   }
@@ -54,7 +56,9 @@ class Place {
   /// Calls `fix(word)` `count` times, each time going past the word and `skip` bytes.
   template <typename Fix>
   void Run(uint64_t count, uint64_t skip, Fix fix) {
-    if (!segment_) Refuse("opcodes name no segment");
+    if (!segment_) {
+      Refuse("opcodes name no segment");
+    }
     if (!(segment_->protection & PROT_WRITE)) {
       Refuse("opcodes change segment %s, which cannot be written", segment_->name.c_str());
     }
@@ -63,8 +67,9 @@ class Place {
     }
     for (; count; --count, offset_ += sizeof(uintptr_t) + skip) {
       // One that has wrapped is too large as well.
-      if (offset_ >= segment_->size)
+      if (offset_ >= segment_->size) {
         Refuse("opcodes lead out of segment %s", segment_->name.c_str());
+      }
       fix(image_.At<uintptr_t>(image_.base() + segment_->address + offset_));
     }
   }
@@ -91,7 +96,9 @@ void Rebase(const Image &image) {
       case kRebaseDone:
         return;
       case kRebaseSetType:
-        if (immediate != kPointer) Refuse("rebases of type %u are not understood", immediate);
+        if (immediate != kPointer) {
+          Refuse("rebases of type %u are not understood", immediate);
+        }
         break;
       case kRebaseSetPlace:
         place.Set(immediate, cursor.Uleb());
@@ -133,7 +140,9 @@ class Binder {
     while (!cursor.IsAtEnd()) {
       const auto byte = cursor.Read<uint8_t>();
       if ((byte & kOpcode) == kBindDone) {
-        if (!isLazy) return;
+        if (!isLazy) {
+          return;
+        }
       } else {
         Step(byte & kOpcode, byte & kImmediate, &cursor);
       }
@@ -156,7 +165,9 @@ class Binder {
         SetSymbol(cursor->Text(), immediate);
         break;
       case kBindSetType:
-        if (immediate != kPointer) Refuse("binds of type %u are not understood", immediate);
+        if (immediate != kPointer) {
+          Refuse("binds of type %u are not understood", immediate);
+        }
         break;
       case kBindSetAddend:
         addend_ = cursor->Sleb();
@@ -196,19 +207,25 @@ class Binder {
 
   void SetSpecialLibrary(uint8_t ordinal) {
     constexpr uint8_t kAnyImage = -2 & kImmediate;
-    if (ordinal != kAnyImage) Refuse("library -%d is not understood", 16 - ordinal);
+    if (ordinal != kAnyImage) {
+      Refuse("library -%d is not understood", 16 - ordinal);
+    }
     import_.library = {};
   }
 
   void SetSymbol(const char *symbol, uint8_t flags) {
     constexpr uint8_t kWeak = 1;
-    if (flags & ~kWeak) Refuse("import %s has flags 0x%x, which are not understood", symbol, flags);
+    if (flags & ~kWeak) {
+      Refuse("import %s has flags 0x%x, which are not understood", symbol, flags);
+    }
     import_.symbol = symbol;
     import_.isWeak = flags & kWeak;
   }
 
   void Bind(uint64_t count, uint64_t skip) {
-    if (import_.symbol.empty()) Refuse("opcodes name no import");
+    if (import_.symbol.empty()) {
+      Refuse("opcodes name no import");
+    }
     const uintptr_t address = resolve_(import_);
     if (address == 0 && !import_.isWeak) {
       Refuse("there is no %s of %s", import_.symbol.data(),

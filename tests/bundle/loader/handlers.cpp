@@ -24,8 +24,9 @@ class Reader {
 
   std::vector<CallSite> Read() {
     Cursor cursor(bytes_);
-    if (cursor.Read<uint8_t>() != kOmitted)
+    if (cursor.Read<uint8_t>() != kOmitted) {
       Refuse("landing pads of other functions are not understood");
+    }
     typeEncoding_ = cursor.Read<uint8_t>();
     if (typeEncoding_ != kOmitted) {
       const uint64_t distance = cursor.Uleb();
@@ -54,8 +55,12 @@ class Reader {
 
  private:
   static uint64_t ReadPlain(Cursor *cursor, uint8_t encoding) {
-    if (encoding == kUleb) return cursor->Uleb();
-    if (encoding == kUnsigned4) return cursor->Read<uint32_t>();
+    if (encoding == kUleb) {
+      return cursor->Uleb();
+    }
+    if (encoding == kUnsigned4) {
+      return cursor->Read<uint32_t>();
+    }
     Refuse("call sites with encoding 0x%02x are not understood", encoding);
   }
 
@@ -66,11 +71,15 @@ class Reader {
     for (int left = 100; left > 0; --left) {
       Cursor cursor(bytes_, place);
       const int64_t selector = cursor.Sleb();
-      if (selector < 0) Refuse("exception specifications are not understood");
+      if (selector < 0) {
+        Refuse("exception specifications are not understood");
+      }
       actions.push_back({selector, selector ? TypeAt(static_cast<uint64_t>(selector)) : 0});
       const uint64_t next = cursor.offset();
       const int64_t distance = cursor.Sleb();
-      if (distance == 0) return actions;
+      if (distance == 0) {
+        return actions;
+      }
       place = next + static_cast<uint64_t>(distance);
     }
     Refuse("the handlers of exceptions have no end");
@@ -81,10 +90,14 @@ class Reader {
     if (typeEncoding_ != (kIndirect | kRelativeToItself | kSigned4)) {
       Refuse("types of exceptions with encoding 0x%02x are not understood", typeEncoding_);
     }
-    if (selector > typesEnd_ / sizeof(int32_t)) Refuse("the type of an exception is not there");
+    if (selector > typesEnd_ / sizeof(int32_t)) {
+      Refuse("the type of an exception is not there");
+    }
     const uint64_t place = typesEnd_ - selector * sizeof(int32_t);
     const auto distance = bytes_.Read<int32_t>(place);
-    if (distance == 0) return 0;
+    if (distance == 0) {
+      return 0;
+    }
     return *image_.At<uintptr_t>(function_.handlers + place + static_cast<intptr_t>(distance));
   }
 

@@ -48,7 +48,9 @@ class Image {
   };
   template <typename T>
   Array<T> ArrayOf(const Section &section) const {
-    if (section.size % sizeof(T)) Refuse("section %s ends in mid-record", section.name.c_str());
+    if (section.size % sizeof(T)) {
+      Refuse("section %s ends in mid-record", section.name.c_str());
+    }
     return {At<T>(base() + section.address, section.size / sizeof(T)), section.size / sizeof(T)};
   }
   template <typename T>

@@ -66,11 +66,15 @@ void CheckIsCompared(const Import &import) {
 
 uintptr_t Resolve(const Import &import) {
   static const char *const weak = std::getenv("PELLMAR_MACHO_WEAK");
-  if (import.isWeak && weak && std::strcmp(weak, "null") == 0) return 0;
+  if (import.isWeak && weak && std::strcmp(weak, "null") == 0) {
+    return 0;
+  }
 
   for (const StandIn *list : {kObjectiveCStandIns, kSystemStandIns}) {
     for (; list->symbol; ++list) {
-      if (import.symbol == list->symbol) return reinterpret_cast<uintptr_t>(list->address);
+      if (import.symbol == list->symbol) {
+        return reinterpret_cast<uintptr_t>(list->address);
+      }
     }
   }
   if (const char *name = After("_OBJC_CLASS_$_", import)) {
@@ -80,7 +84,9 @@ uintptr_t Resolve(const Import &import) {
     const id one = reinterpret_cast<id>(objc_lookUpClass(name));
     return reinterpret_cast<uintptr_t>(one ? object_getClass(one) : Nil);
   }
-  if (const char *name = After("_OBJC_EHTYPE_$_", import)) return ExceptionTypeOf(name);
+  if (const char *name = After("_OBJC_EHTYPE_$_", import)) {
+    return ExceptionTypeOf(name);
+  }
   CheckIsCompared(import);
   // The global scope: what is preloaded comes first, then the layer's libraries, then GNUstep's.
   const char *name = After("_", import);

@@ -40,7 +40,9 @@ std::string RefusalOf(Body body) {
 
 template <typename T>
 void Put(Content *content, size_t offset, T value) {
-  if (content->size() < offset + sizeof value) content->resize(offset + sizeof value);
+  if (content->size() < offset + sizeof value) {
+    content->resize(offset + sizeof value);
+  }
   std::memcpy(content->data() + offset, &value, sizeof value);
 }
 
@@ -50,7 +52,9 @@ void Append(Content *content, T value) {
 }
 
 void AppendName(Content *content, const std::string &name) {
-  for (size_t i = 0; i < 16; ++i) Append<char>(content, i < name.size() ? name[i] : 0);
+  for (size_t i = 0; i < 16; ++i) {
+    Append<char>(content, i < name.size() ? name[i] : 0);
+  }
 }
 
 struct TestSection {
@@ -82,7 +86,9 @@ struct Bundle {
       Append<uint32_t>(&commands, 0x19);
       Append<uint32_t>(&commands, static_cast<uint32_t>(72 + 80 * sections.size()));
       AppendName(&commands, name);
-      for (uint64_t value : {address, kPage, offset, kPage}) Append(&commands, value);
+      for (uint64_t value : {address, kPage, offset, kPage}) {
+        Append(&commands, value);
+      }
       for (uint32_t value : {protection, protection, static_cast<uint32_t>(sections.size()), 0u}) {
         Append(&commands, value);
       }
@@ -125,8 +131,12 @@ struct Bundle {
       Append<uint32_t>(&commands, 0xc);
       Append<uint32_t>(&commands, 24 + 40);
       Append<uint32_t>(&commands, 24);
-      for (int i = 0; i < 3; ++i) Append<uint32_t>(&commands, 0);
-      for (size_t i = 0; i < 40; ++i) Append<char>(&commands, i < path.size() ? path[i] : 0);
+      for (int i = 0; i < 3; ++i) {
+        Append<uint32_t>(&commands, 0);
+      }
+      for (size_t i = 0; i < 40; ++i) {
+        Append<char>(&commands, i < path.size() ? path[i] : 0);
+      }
     }
     if (extraCommand) {
       ++count;
@@ -178,7 +188,9 @@ uintptr_t NoImports(const Import &) { return 0; }
 
 Content Words(std::initializer_list<uint64_t> words) {
   Content content;
-  for (uint64_t word : words) Append(&content, word);
+  for (uint64_t word : words) {
+    Append(&content, word);
+  }
   return content;
 }
 
@@ -417,7 +429,9 @@ TEST_F(Fixups, RefuseAPointerOutOfTheImage) {
 Content UnwindInfo(uint32_t first, uint32_t second) {
   Content content;
   // Version; common encodings, personalities and pages: where and how many.
-  for (uint32_t word : {1u, 28u, 1u, 32u, 1u, 36u, 3u}) Append(&content, word);
+  for (uint32_t word : {1u, 28u, 1u, 32u, 1u, 36u, 3u}) {
+    Append(&content, word);
+  }
   Append(&content, second);                  // At 28: a common encoding.
   Append<uint32_t>(&content, kPage);         // At 32: where the personality's address is.
   for (uint32_t word : {0x100u, 80u, 72u,    // At 36: a function, its page, its handlers.
@@ -425,10 +439,14 @@ Content UnwindInfo(uint32_t first, uint32_t second) {
                         0x300u, 0u, 80u}) {  //
     Append(&content, word);
   }
-  for (uint32_t word : {0x100u, 0x900u}) Append(&content, word);  // At 72: handlers.
-  Append<uint32_t>(&content, 2);                                  // At 80: a regular page.
+  for (uint32_t word : {0x100u, 0x900u}) {
+    Append(&content, word);  // At 72: handlers.
+  }
+  Append<uint32_t>(&content, 2);  // At 80: a regular page.
   Append<uint16_t>(&content, 8), Append<uint16_t>(&content, 1);
-  for (uint32_t word : {0x100u, first, 0u}) Append(&content, word);
+  for (uint32_t word : {0x100u, first, 0u}) {
+    Append(&content, word);
+  }
   Append<uint32_t>(&content, 3);  // At 100: a compressed page.
   Append<uint16_t>(&content, 12), Append<uint16_t>(&content, 1);
   Append<uint32_t>(&content, 0);
@@ -518,7 +536,9 @@ class HandlersOf : public testing::Test {
     for (CallSite &site : sites) {
       site.start -= base;
       site.end -= base;
-      if (site.landing) site.landing -= base;
+      if (site.landing) {
+        site.landing -= base;
+      }
     }
     return sites;
   }
@@ -639,7 +659,9 @@ void ReadAll(const Content &content) {
   ReadObjectiveC(*image);
   FrameDescriptions frames;
   for (const Function &function : ReadCompactUnwind(*image)) {
-    if (function.handlers) ReadHandlers(*image, function);
+    if (function.handlers) {
+      ReadHandlers(*image, function);
+    }
     frames.Add(function, 0);
   }
 }
@@ -647,7 +669,9 @@ void ReadAll(const Content &content) {
 /// Changes bytes of a real bundle wherever the loader reads them. A crash ends the test.
 TEST(Malformed, BundlesAreRefused) {
   const char *path = std::getenv("PELLMAR_MACHO");
-  if (!path) GTEST_SKIP() << "PELLMAR_MACHO names no bundle (scripts/macos-cross --run builds one)";
+  if (!path) {
+    GTEST_SKIP() << "PELLMAR_MACHO names no bundle (scripts/macos-cross --run builds one)";
+  }
   std::ifstream stream(path, std::ios::binary);
   const Content whole{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
   ASSERT_EQ(RefusalOf([&] { ReadAll(whole); }), "");
@@ -666,7 +690,9 @@ TEST(Malformed, BundlesAreRefused) {
     }
   }
   for (const Segment &segment : file.segments) {
-    if (segment.name == "__LINKEDIT") parts.emplace_back(segment.offset, segment.fileSize);
+    if (segment.name == "__LINKEDIT") {
+      parts.emplace_back(segment.offset, segment.fileSize);
+    }
   }
 
   std::mt19937 random(1);
@@ -681,7 +707,9 @@ TEST(Malformed, BundlesAreRefused) {
       changed[at] =
           random() % 2 ? kValues[random() % std::size(kValues)] : static_cast<uint8_t>(random());
     }
-    if (RefusalOf([&] { ReadAll(changed); }) != "") ++refused;
+    if (RefusalOf([&] { ReadAll(changed); }) != "") {
+      ++refused;
+    }
   }
   EXPECT_GT(refused, kRounds / 10);
   EXPECT_LT(refused, kRounds);

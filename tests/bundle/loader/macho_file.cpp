@@ -117,11 +117,15 @@ T ReadCommand(Bytes command) {
 Bytes FindSlice(Bytes file, uint64_t *offset) {
   *offset = 0;
   const auto header = file.Read<UniversalHeader>(0);
-  if (BigEndian(header.magic) != kUniversalMagic) return file;
+  if (BigEndian(header.magic) != kUniversalMagic) {
+    return file;
+  }
   for (uint32_t i = 0; i < BigEndian(header.count); ++i) {
     const auto slice =
         file.Read<UniversalSlice>(sizeof header + uint64_t{i} * sizeof(UniversalSlice));
-    if (BigEndian(slice.processor) != kX8664) continue;
+    if (BigEndian(slice.processor) != kX8664) {
+      continue;
+    }
     *offset = BigEndian(slice.offset);
     return file.Part(*offset, BigEndian(slice.size), "the x86_64 slice");
   }
@@ -150,14 +154,22 @@ class Reader {
 
   MachoFile Read() {
     const auto header = slice_.Read<Header>(0);
-    if (header.magic != kMagic) Refuse("this is no Mach-O file of 64 bits");
-    if (header.processor != kX8664) Refuse("the file is not for x86_64");
-    if (header.type != kBundle) Refuse("the file is of type %u and no bundle", header.type);
+    if (header.magic != kMagic) {
+      Refuse("this is no Mach-O file of 64 bits");
+    }
+    if (header.processor != kX8664) {
+      Refuse("the file is not for x86_64");
+    }
+    if (header.type != kBundle) {
+      Refuse("the file is of type %u and no bundle", header.type);
+    }
     const Bytes commands = slice_.Part(sizeof header, header.commandSize, "the load commands");
     uint64_t offset = 0;
     for (uint32_t i = 0; i < header.commandCount; ++i) {
       const auto [kind, size] = commands.Read<Command>(offset);
-      if (size < sizeof(Command)) Refuse("load command 0x%x has %u bytes", kind, size);
+      if (size < sizeof(Command)) {
+        Refuse("load command 0x%x has %u bytes", kind, size);
+      }
       ReadOne(kind, commands.Part(offset, size, "a load command"));
       offset += size;
     }
@@ -216,8 +228,12 @@ class Reader {
       Refuse("segment %s has 0x%" PRIx64 " bytes at 0x%" PRIx64, name, segment.size,
              segment.address);
     }
-    if (record.protection > 7) Refuse("segment %s has protection %u", name, record.protection);
-    if (segment.fileSize > segment.size) Refuse("segment %s is longer in the file", name);
+    if (record.protection > 7) {
+      Refuse("segment %s has protection %u", name, record.protection);
+    }
+    if (segment.fileSize > segment.size) {
+      Refuse("segment %s is longer in the file", name);
+    }
     // A Mac cannot map it either.
     if (segment.address % kPage || (result_.sliceOffset + segment.offset) % kPage) {
       Refuse("segment %s does not begin with a page", name);
@@ -243,7 +259,9 @@ class Reader {
     const auto part = [this](const auto &range, const char *name) {
       return slice_.Part(range.offset, range.size, name);
     };
-    if (command.weakBinds.size) Refuse("weak binds are not understood");
+    if (command.weakBinds.size) {
+      Refuse("weak binds are not understood");
+    }
     result_.rebases = part(command.rebases, "the rebase opcodes");
     result_.binds = part(command.binds, "the bind opcodes");
     result_.lazyBinds = part(command.lazyBinds, "the lazy bind opcodes");
@@ -255,10 +273,14 @@ class Reader {
               [](const Segment &a, const Segment &b) { return a.address < b.address; });
     uint64_t end = 0;
     for (const Segment &segment : sorted) {
-      if (segment.address < end) Refuse("segment %s overlaps another", segment.name.c_str());
+      if (segment.address < end) {
+        Refuse("segment %s overlaps another", segment.name.c_str());
+      }
       end = (segment.address + segment.size + kPage - 1) / kPage * kPage;
     }
-    if (end == 0) Refuse("the bundle is empty");
+    if (end == 0) {
+      Refuse("the bundle is empty");
+    }
     result_.extent = end;
   }
 
@@ -269,9 +291,13 @@ class Reader {
         slice_.Part(symbols_.offset, uint64_t{symbols_.count} * sizeof(Symbol), "the symbol table");
     for (uint32_t i = 0; i < symbols_.count; ++i) {
       const auto symbol = table.Read<Symbol>(uint64_t{i} * sizeof(Symbol));
-      if ((symbol.type & kTypeAndExternal) != (kInSection | kExternal)) continue;
+      if ((symbol.type & kTypeAndExternal) != (kInSection | kExternal)) {
+        continue;
+      }
       const char *name = texts.Text(symbol.name);
-      if (symbol.value >= result_.extent) Refuse("symbol %s is not in the image", name);
+      if (symbol.value >= result_.extent) {
+        Refuse("symbol %s is not in the image", name);
+      }
       result_.exports[name] = symbol.value;
     }
   }

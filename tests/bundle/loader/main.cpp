@@ -27,7 +27,9 @@ namespace {
 class OpenFile {
  public:
   explicit OpenFile(const char *path) : descriptor_(open(path, O_RDONLY | O_CLOEXEC)) {
-    if (descriptor_ < 0) macho::Refuse("it cannot be opened: %s", std::strerror(errno));
+    if (descriptor_ < 0) {
+      macho::Refuse("it cannot be opened: %s", std::strerror(errno));
+    }
   }
   ~OpenFile() { close(descriptor_); }
   OpenFile(const OpenFile &) = delete;
@@ -41,7 +43,9 @@ class OpenFile {
     fstat(descriptor_, &facts);
     const auto size = static_cast<size_t>(facts.st_size);
     void *content = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor_, 0);
-    if (content == MAP_FAILED) macho::Refuse("it cannot be mapped: %s", std::strerror(errno));
+    if (content == MAP_FAILED) {
+      macho::Refuse("it cannot be mapped: %s", std::strerror(errno));
+    }
     return {content, size, "the file"};
   }
 
@@ -67,7 +71,9 @@ node::node_module sRefusingModule = {
 void RunInitializers(const macho::Image &image, int count, char **arguments, char **environment) {
   using Initializer = void (*)(int, char **, char **, char **);
   for (const macho::Section &section : image.file().sections) {
-    if (!section.hasInitializers) continue;
+    if (!section.hasInitializers) {
+      continue;
+    }
     for (uintptr_t function : image.ArrayOf<uintptr_t>(section)) {
       reinterpret_cast<Initializer>(image.Code(function))(count, arguments, environment, nullptr);
     }
@@ -77,7 +83,9 @@ void RunInitializers(const macho::Image &image, int count, char **arguments, cha
 __attribute__((constructor)) void LoadBundle(int count, char **arguments, char **environment) {
   const char *path = std::getenv("PELLMAR_MACHO");
   try {
-    if (!path) macho::Refuse("PELLMAR_MACHO names no bundle");
+    if (!path) {
+      macho::Refuse("PELLMAR_MACHO names no bundle");
+    }
     OpenFile file(path);
     // Never unmapped: what the process is going to learn points into it.
     auto *image = new macho::Image(macho::ReadMachoFile(file.Map()), file.descriptor());
@@ -102,7 +110,9 @@ __attribute__((constructor)) void LoadBundle(int count, char **arguments, char *
 /// For native code of the tests in this process: what the bundle exports under `name`, as C knows
 /// it.
 extern "C" __attribute__((visibility("default"))) void *macho_exported(const char *name) {
-  if (!sImage) return nullptr;
+  if (!sImage) {
+    return nullptr;
+  }
   const auto &exports = sImage->file().exports;
   const auto found = exports.find(std::string("_") + name);
   return found == exports.end() ? nullptr

@@ -76,7 +76,9 @@ void Report(const FunctionCallbackInfo<Value> &arguments) {
 void RequestCode(const FunctionCallbackInfo<Value> &arguments) {
   @autoreleasepool {
     NSArray *scopes = @[ @"application.access" ];
-    if (!arguments[0]->IsTrue()) scopes = (id) @[ [[NSObject new] autorelease] ];
+    if (!arguments[0]->IsTrue()) {
+      scopes = (id) @[ [[NSObject new] autorelease] ];
+    }
     __block std::string outcome = "nothing";
     dispatch_semaphore_t done = dispatch_semaphore_create(0);
     EXPORTED(PLRequestAuthorizationCode)(@"native", scopes, ^(NSString *code, NSError *error) {

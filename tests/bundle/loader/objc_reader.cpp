@@ -17,7 +17,9 @@ std::string Utf8OfUtf16(const uint16_t *units, uint64_t count) {
     uint32_t c = units[i];
     const bool isPair = c >= 0xd800 && c < 0xdc00 && i + 1 < count && units[i + 1] >= 0xdc00 &&
                         units[i + 1] < 0xe000;
-    if (isPair) c = 0x10000 + ((c & 0x3ff) << 10 | (units[++i] & 0x3ff));
+    if (isPair) {
+      c = 0x10000 + ((c & 0x3ff) << 10 | (units[++i] & 0x3ff));
+    }
     if (c < 0x80) {
       add(c);
       continue;
@@ -43,21 +45,29 @@ class Reader {
   explicit Reader(const Image &image) : image_(image) {}
 
   ObjectiveC Read() {
-    for (auto &record : image_.ArrayOf<records::String>("__cfstring")) ReadString(&record);
+    for (auto &record : image_.ArrayOf<records::String>("__cfstring")) {
+      ReadString(&record);
+    }
     for (uintptr_t &place : image_.ArrayOf<uintptr_t>("__objc_selrefs")) {
       result_.selectors.push_back({&place, image_.Text(place)});
     }
-    for (uintptr_t record : image_.ArrayOf<uintptr_t>("__objc_protolist")) ProtocolAt(record);
+    for (uintptr_t record : image_.ArrayOf<uintptr_t>("__objc_protolist")) {
+      ProtocolAt(record);
+    }
     for (uintptr_t &place : image_.ArrayOf<uintptr_t>("__objc_protorefs")) {
       result_.protocolReferences.push_back({&place, ProtocolAt(place)});
     }
-    for (uintptr_t record : image_.ArrayOf<uintptr_t>("__objc_classlist")) ClassAt(record);
+    for (uintptr_t record : image_.ArrayOf<uintptr_t>("__objc_classlist")) {
+      ClassAt(record);
+    }
     for (const char *section : {"__objc_classrefs", "__objc_superrefs"}) {
       for (uintptr_t &place : image_.ArrayOf<uintptr_t>(section)) {
         result_.classReferences.push_back({&place, Refer(place)});
       }
     }
-    for (uintptr_t record : image_.ArrayOf<uintptr_t>("__objc_catlist")) ReadCategory(record);
+    for (uintptr_t record : image_.ArrayOf<uintptr_t>("__objc_catlist")) {
+      ReadCategory(record);
+    }
     return std::move(result_);
   }
 
@@ -83,7 +93,9 @@ class Reader {
   /// The entries of a list of methods or variables.
   template <typename Entry>
   Image::Array<Entry> Entries(Address address, const char *owner) {
-    if (address == 0) return {};
+    if (address == 0) {
+      return {};
+    }
     const auto *list = image_.At<records::List>(address);
     // The highest bit says that methods are relative, the lowest two that they have been sorted.
     if (list->entrySize != sizeof(Entry)) {
@@ -104,24 +116,32 @@ class Reader {
   std::vector<Method> ClassMethods(Address address, const char *owner) {
     auto methods = Methods(address, owner);
     for (const Method &method : methods) {
-      if (std::strcmp(method.name, "load") == 0) Refuse("%s has +load", owner);
+      if (std::strcmp(method.name, "load") == 0) {
+        Refuse("%s has +load", owner);
+      }
     }
     return methods;
   }
 
   std::vector<const Protocol *> Protocols(Address address) {
     std::vector<const Protocol *> protocols;
-    if (address == 0) return protocols;
+    if (address == 0) {
+      return protocols;
+    }
     const uint64_t count = image_.At<records::ProtocolList>(address)->count;
     const auto *entries = image_.At<Address>(address + sizeof(records::ProtocolList), count);
-    for (uint64_t i = 0; i < count; ++i) protocols.push_back(ProtocolAt(entries[i]));
+    for (uint64_t i = 0; i < count; ++i) {
+      protocols.push_back(ProtocolAt(entries[i]));
+    }
     return protocols;
   }
 
   const Protocol *ProtocolAt(Address address) {
     const auto [known, isNew] = protocols_.try_emplace(address, nullptr);
     if (!isNew) {
-      if (!known->second) Refuse("a protocol adopts itself");
+      if (!known->second) {
+        Refuse("a protocol adopts itself");
+      }
       return known->second;
     }
     // Older compilers end it before the extended types.
@@ -129,7 +149,9 @@ class Reader {
     const auto *begin = image_.At<uint8_t>(address, kShortest);
     records::Protocol record{};
     std::memcpy(&record, begin, kShortest);
-    if (record.size >= sizeof record) record = *image_.At<records::Protocol>(address);
+    if (record.size >= sizeof record) {
+      record = *image_.At<records::Protocol>(address);
+    }
 
     Protocol protocol = {image_.Text(record.name), Protocols(record.adopted), {}, {}};
     // The extended types are those of all lists, in this order.
@@ -153,9 +175,13 @@ class Reader {
   }
 
   ClassReference Refer(Address address) {
-    if (!image_.Contains(address)) return {nullptr, false, address};
+    if (!image_.Contains(address)) {
+      return {nullptr, false, address};
+    }
     const auto meta = metaclasses_.find(address);
-    if (meta != metaclasses_.end()) return {meta->second, true, 0};
+    if (meta != metaclasses_.end()) {
+      return {meta->second, true, 0};
+    }
     return {ClassAt(address), false, 0};
   }
 
@@ -171,7 +197,9 @@ class Reader {
   const Class *ClassAt(Address address) {
     const auto [known, isNew] = classes_.try_emplace(address, nullptr);
     if (!isNew) {
-      if (!known->second) Refuse("a class is its own superclass");
+      if (!known->second) {
+        Refuse("a class is its own superclass");
+      }
       return known->second;
     }
     const auto *record = image_.At<records::Class>(address);
@@ -190,8 +218,9 @@ class Reader {
       made.variables.push_back({image_.Text(variable.name), image_.Text(variable.types),
                                 variable.alignment, variable.size,
                                 image_.At<int64_t>(variable.offset)});
-      if (variable.alignment > 4)
+      if (variable.alignment > 4) {
         Refuse("%s of %s is aligned oddly", image_.Text(variable.name), made.name);
+      }
     }
     result_.classes.push_back(std::move(made));
     const Class *result = &result_.classes.back();
@@ -203,8 +232,9 @@ class Reader {
     const auto *record = image_.At<records::Category>(address);
     const char *name = image_.Text(record->name);
     const ClassReference target = Refer(record->target);
-    if (target.isMeta || (!target.own && !target.imported))
+    if (target.isMeta || (!target.own && !target.imported)) {
       Refuse("category %s has no class", name);
+    }
     result_.categories.push_back({name, target, Methods(record->instanceMethods, name),
                                   ClassMethods(record->classMethods, name),
                                   Protocols(record->protocols)});

@@ -36,10 +36,14 @@ using RuntimeMethod = ::Method;
 
 /// gcc's and GNUstep's readers of types do not know the question mark of a block.
 const char *RuntimeTypes(const char *types) {
-  if (!std::strstr(types, "@?")) return types;
+  if (!std::strstr(types, "@?")) {
+    return types;
+  }
   std::string text;
   for (const char *c = types; *c; ++c) {
-    if (*c != '?' || c == types || c[-1] != '@') text += *c;
+    if (*c != '?' || c == types || c[-1] != '@') {
+      text += *c;
+    }
   }
   return strdup(text.c_str());
 }
@@ -55,12 +59,18 @@ class Registry {
   explicit Registry(const ObjectiveC &read) : read_(read) {}
 
   void Register() {
-    for (const ConstantString &string : read_.strings) Convert(string);
+    for (const ConstantString &string : read_.strings) {
+      Convert(string);
+    }
     for (const auto &[place, name] : read_.selectors) {
       *place = reinterpret_cast<uintptr_t>(sel_registerName(name));
     }
-    for (const Protocol &protocol : read_.protocols) Add(protocol);
-    for (const Class &one : read_.classes) Add(one);
+    for (const Protocol &protocol : read_.protocols) {
+      Add(protocol);
+    }
+    for (const Class &one : read_.classes) {
+      Add(one);
+    }
     for (const Category &category : read_.categories) {
       const RuntimeClass target = Find(category.target);
       AddMethods(target, category.methods);
@@ -92,13 +102,17 @@ class Registry {
   }
 
   RuntimeClass Find(const ClassReference &reference) const {
-    if (!reference.own) return reinterpret_cast<RuntimeClass>(reference.imported);
+    if (!reference.own) {
+      return reinterpret_cast<RuntimeClass>(reference.imported);
+    }
     const RuntimeClass found = classes_.at(reference.own);
     return reference.isMeta ? MetaclassOf(found) : found;
   }
 
   GccMethodDescriptions *Describe(const std::vector<Method> &methods) {
-    if (methods.empty()) return nullptr;
+    if (methods.empty()) {
+      return nullptr;
+    }
     auto *made = Allocate<GccMethodDescriptions, objc_method_description>(methods.size());
     for (const Method &method : methods) {
       auto &description = made->list[made->count++];
@@ -111,7 +125,9 @@ class Registry {
   void Add(const Protocol &protocol) {
     auto &made = protocols_[&protocol];
     made = reinterpret_cast<GccProtocol *>(objc_getProtocol(protocol.name));
-    if (made) return;
+    if (made) {
+      return;
+    }
     made = Allocate<GccProtocol, char>(0);
     made->isa = static_cast<RuntimeClass>(objc_getClass("Protocol"));
     made->name = protocol.name;
@@ -152,7 +168,9 @@ class Registry {
     }
     const RuntimeClass superclass = Find(one.superclass);
     const RuntimeClass made = objc_allocateClassPair(superclass, name.c_str(), 0);
-    if (!made) Refuse("class %s cannot be made", name.c_str());
+    if (!made) {
+      Refuse("class %s cannot be made", name.c_str());
+    }
     for (const Variable &variable : one.variables) {
       if (!class_addIvar(made, variable.name, variable.size,
                          static_cast<unsigned char>(variable.alignment), variable.types)) {

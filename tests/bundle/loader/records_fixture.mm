@@ -37,7 +37,9 @@ static int sInitialized;
 
 @implementation FixtureBase
 + (void)initialize {
-  if (self == [FixtureBase class]) ++sInitialized;
+  if (self == [FixtureBase class]) {
+    ++sInitialized;
+  }
 }
 - (id)init {
   if ((self = [super init])) {
@@ -58,7 +60,9 @@ static int sInitialized;
 @implementation FixtureDerived
 @synthesize name = _name, partner = _partner;
 - (id)init {
-  if ((self = [super init])) fourth_ = 4;
+  if ((self = [super init])) {
+    fourth_ = 4;
+  }
   return self;
 }
 - (void)dealloc {
@@ -80,7 +84,9 @@ static int sInitialized;
   NSMutableArray *parts = [NSMutableArray array];
   va_list more;
   va_start(more, first);
-  for (NSString *part = first; part; part = va_arg(more, NSString *)) [parts addObject:part];
+  for (NSString *part = first; part; part = va_arg(more, NSString *)) {
+    [parts addObject:part];
+  }
   va_end(more);
   return [parts componentsJoinedByString:@"+"];
 }
@@ -145,7 +151,9 @@ pthread_mutex_t sMutex = PTHREAD_MUTEX_INITIALIZER;
 NSMutableString *sProblems;
 
 void Expect(bool holds, NSString *what) {
-  if (!holds) [sProblems appendFormat:@"%@\n", what];
+  if (!holds) {
+    [sProblems appendFormat:@"%@\n", what];
+  }
 }
 
 void CheckClasses() {

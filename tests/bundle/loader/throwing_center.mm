@@ -14,6 +14,10 @@ void CFNotificationCenterAddObserver(CFNotificationCenterRef, const void *, CFNo
   const std::string thrown = std::getenv("THROW");
   std::puts(thrown.c_str());
   std::fflush(stdout);
-  if (thrown == "NSException") [NSException raise:NSGenericException format:@"thrown"];
-  if (thrown == "std::runtime_error") throw std::runtime_error("thrown");
+  if (thrown == "NSException") {
+    [NSException raise:NSGenericException format:@"thrown"];
+  }
+  if (thrown == "std::runtime_error") {
+    throw std::runtime_error("thrown");
+  }
 }

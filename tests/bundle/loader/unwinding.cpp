@@ -17,7 +17,9 @@ namespace {
 
 /// What the function's personality asks the unwinder for.
 uintptr_t DataOf(const Function &function, const Image &image) {
-  if (function.handlers == 0) return 0;
+  if (function.handlers == 0) {
+    return 0;
+  }
   auto sites = ReadHandlers(image, function);
   if (function.personality == reinterpret_cast<uintptr_t>(&macho_objc_personality)) {
     CheckTypes(sites);

@@ -15,7 +15,9 @@ static int32_t Load(const int32_t *flags) { return __atomic_load_n(flags, __ATOM
 static void Retain(int32_t *flags) {
   int32_t old = Load(flags);
   do {
-    if ((old & BLOCK_REFCOUNT_MASK) == BLOCK_REFCOUNT_MASK) return;
+    if ((old & BLOCK_REFCOUNT_MASK) == BLOCK_REFCOUNT_MASK) {
+      return;
+    }
   } while (
       !__atomic_compare_exchange_n(flags, &old, old + 2, true, __ATOMIC_RELAXED, __ATOMIC_RELAXED));
 }
@@ -26,7 +28,9 @@ static BOOL Release(int32_t *flags) {
   int32_t now;
   do {
     int32_t count = old & BLOCK_REFCOUNT_MASK;
-    if (count == BLOCK_REFCOUNT_MASK || count == 0) return NO;
+    if (count == BLOCK_REFCOUNT_MASK || count == 0) {
+      return NO;
+    }
     now = count == 2 ? old - 1 : old - 2;
   } while (
       !__atomic_compare_exchange_n(flags, &old, now, true, __ATOMIC_ACQ_REL, __ATOMIC_RELAXED));
@@ -35,21 +39,29 @@ static BOOL Release(int32_t *flags) {
 
 void *_Block_copy(const void *pointer) {
   struct Block_layout *block = (struct Block_layout *)pointer;
-  if (!block) return NULL;
+  if (!block) {
+    return NULL;
+  }
   int32_t flags = Load(&block->flags);
   if (flags & BLOCK_NEEDS_FREE) {
     Retain(&block->flags);
     return block;
   }
-  if (flags & BLOCK_IS_GLOBAL) return block;
+  if (flags & BLOCK_IS_GLOBAL) {
+    return block;
+  }
 
   struct Block_layout *copy = malloc(block->descriptor->size);
-  if (!copy) return NULL;
+  if (!copy) {
+    return NULL;
+  }
   memcpy(copy, block, block->descriptor->size);
   copy->flags &= ~(BLOCK_REFCOUNT_MASK | BLOCK_DEALLOCATING);
   copy->flags |= BLOCK_NEEDS_FREE | 2;
   const struct Block_descriptor_helpers *helpers = _Block_helpers(block);
-  if (helpers) helpers->copy(copy, block);
+  if (helpers) {
+    helpers->copy(copy, block);
+  }
   // Last, so that a debugger never sees a heap block with half its captures.
   copy->isa = _NSConcreteMallocBlock;
   return copy;
@@ -57,14 +69,20 @@ void *_Block_copy(const void *pointer) {
 
 void _Block_release(const void *pointer) {
   struct Block_layout *block = (struct Block_layout *)pointer;
-  if (!block || !(Load(&block->flags) & BLOCK_NEEDS_FREE) || !Release(&block->flags)) return;
+  if (!block || !(Load(&block->flags) & BLOCK_NEEDS_FREE) || !Release(&block->flags)) {
+    return;
+  }
   const struct Block_descriptor_helpers *helpers = _Block_helpers(block);
-  if (helpers) helpers->dispose(block);
+  if (helpers) {
+    helpers->dispose(block);
+  }
   free(block);
 }
 
 static struct Block_byref_helpers *ByrefHelpers(struct Block_byref *box) {
-  if (!(Load(&box->flags) & BLOCK_BYREF_HAS_COPY_DISPOSE)) return NULL;
+  if (!(Load(&box->flags) & BLOCK_BYREF_HAS_COPY_DISPOSE)) {
+    return NULL;
+  }
   return (struct Block_byref_helpers *)(box + 1);
 }
 
@@ -76,7 +94,9 @@ static struct Block_byref *CopyByref(struct Block_byref *box) {
     return current;
   }
   struct Block_byref *copy = malloc(box->size);
-  if (!copy) abort();
+  if (!copy) {
+    abort();
+  }
   // Two references: the caller's, and that of the frame that declared the variable.
   copy->isa = NULL;
   copy->flags =
@@ -99,9 +119,13 @@ static struct Block_byref *CopyByref(struct Block_byref *box) {
 
 static void ReleaseByref(struct Block_byref *box) {
   box = box->forwarding;
-  if (!(Load(&box->flags) & BLOCK_BYREF_NEEDS_FREE) || !Release(&box->flags)) return;
+  if (!(Load(&box->flags) & BLOCK_BYREF_NEEDS_FREE) || !Release(&box->flags)) {
+    return;
+  }
   struct Block_byref_helpers *helpers = ByrefHelpers(box);
-  if (helpers) helpers->destroy(box);
+  if (helpers) {
+    helpers->destroy(box);
+  }
   free(box);
 }
 
@@ -122,7 +146,9 @@ void _Block_object_assign(void *destination, const void *object, int flags) {
 }
 
 void _Block_object_dispose(const void *object, int flags) {
-  if (flags & BLOCK_BYREF_CALLER) return;
+  if (flags & BLOCK_BYREF_CALLER) {
+    return;
+  }
   if (flags & BLOCK_FIELD_IS_BYREF) {
     ReleaseByref((struct Block_byref *)object);
   } else if ((flags & BLOCK_FIELD_IS_BLOCK) == BLOCK_FIELD_IS_BLOCK) {

@@ -11,11 +11,15 @@ uint64_t DispatchNow(void) {
 }
 
 dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta) {
-  if (when == DISPATCH_TIME_FOREVER) return when;
+  if (when == DISPATCH_TIME_FOREVER) {
+    return when;
+  }
   uint64_t base = when == DISPATCH_TIME_NOW ? DispatchNow() : when;
   if (delta >= 0) {
     uint64_t sum;
-    if (__builtin_add_overflow(base, (uint64_t)delta, &sum)) return DISPATCH_TIME_FOREVER;
+    if (__builtin_add_overflow(base, (uint64_t)delta, &sum)) {
+      return DISPATCH_TIME_FOREVER;
+    }
     return sum;
   }
   uint64_t back = -(uint64_t)delta;
@@ -32,8 +36,12 @@ void DispatchConditionInit(pthread_cond_t *condition) {
 }
 
 bool DispatchConditionWait(pthread_cond_t *condition, pthread_mutex_t *lock, uint64_t when) {
-  if (when == DISPATCH_TIME_FOREVER) return pthread_cond_wait(condition, lock) == 0;
-  if (when == DISPATCH_TIME_NOW) return false;
+  if (when == DISPATCH_TIME_FOREVER) {
+    return pthread_cond_wait(condition, lock) == 0;
+  }
+  if (when == DISPATCH_TIME_NOW) {
+    return false;
+  }
   struct timespec until = {.tv_sec = (time_t)(when / NSEC_PER_SEC),
                            .tv_nsec = (long)(when % NSEC_PER_SEC)};
   return pthread_cond_timedwait(condition, lock, &until) != ETIMEDOUT;

@@ -26,7 +26,9 @@ struct DispatchNotification {
 }
 
 - (void)dealloc {
-  if (_entered) DispatchTrap("Group object deallocated while in use");
+  if (_entered) {
+    DispatchTrap("Group object deallocated while in use");
+  }
   pthread_cond_destroy(&_emptied);
   pthread_mutex_destroy(&_lock);
   [super dealloc];
@@ -48,7 +50,9 @@ void dispatch_group_leave(dispatch_group_t object) {
   // A waiter may give up the last other reference as soon as the count is down.
   [group retain];
   pthread_mutex_lock(&group->_lock);
-  if (!group->_entered) DispatchTrap("Unbalanced call to dispatch_group_leave()");
+  if (!group->_entered) {
+    DispatchTrap("Unbalanced call to dispatch_group_leave()");
+  }
   struct DispatchNotification *due = NULL;
   const BOOL emptied = --group->_entered == 0;
   if (emptied) {
@@ -58,7 +62,9 @@ void dispatch_group_leave(dispatch_group_t object) {
   }
   pthread_mutex_unlock(&group->_lock);
   // Without the lock, for which those who wake would wait at once.
-  if (emptied) pthread_cond_broadcast(&group->_emptied);
+  if (emptied) {
+    pthread_cond_broadcast(&group->_emptied);
+  }
   while (due) {
     struct DispatchNotification *next = due->next;
     dispatch_async(due->queue, due->block);
@@ -91,7 +97,9 @@ void dispatch_group_notify(dispatch_group_t object, dispatch_queue_t queue,
   BOOL now = !group->_entered;
   if (!now) {
     struct DispatchNotification *notification = calloc(1, sizeof(*notification));
-    if (!notification) abort();
+    if (!notification) {
+      abort();
+    }
     notification->queue = [queue retain];
     notification->block = Block_copy(block);
     [group retain];
@@ -103,7 +111,9 @@ void dispatch_group_notify(dispatch_group_t object, dispatch_queue_t queue,
     group->_lastNotification = notification;
   }
   pthread_mutex_unlock(&group->_lock);
-  if (now) dispatch_async(queue, block);
+  if (now) {
+    dispatch_async(queue, block);
+  }
 }
 
 struct DispatchGroupCall {
@@ -123,7 +133,9 @@ static void RunInGroup(void *context) {
 void dispatch_group_async(dispatch_group_t group, dispatch_queue_t queue, dispatch_block_t block) {
   dispatch_group_enter(group);
   struct DispatchGroupCall *call = malloc(sizeof(*call));
-  if (!call) abort();
+  if (!call) {
+    abort();
+  }
   *call = (struct DispatchGroupCall){[group retain], Block_copy(block)};
   dispatch_async_f(queue, call, RunInGroup);
 }

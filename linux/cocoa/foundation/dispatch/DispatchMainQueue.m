@@ -23,7 +23,9 @@
 - (id)init {
   if ((self = [super initWithLabel:"com.apple.main-thread" serial:YES])) {
     _descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (_descriptor < 0) abort();
+    if (_descriptor < 0) {
+      abort();
+    }
     if (DispatchIsMainThread()) {
       [self watch];
     } else {
@@ -62,7 +64,9 @@
   BOOL signal = !_signalled;
   _signalled = YES;
   pthread_mutex_unlock(&_lock);
-  if (signal) [self signal];
+  if (signal) {
+    [self signal];
+  }
 }
 
 - (void)receivedEvent:(void *)data
@@ -99,7 +103,9 @@
   pthread_mutex_lock(&_lock);
   BOOL more = _list.first != NULL;
   pthread_mutex_unlock(&_lock);
-  if (more) [self signal];
+  if (more) {
+    [self signal];
+  }
 }
 
 struct Handover {

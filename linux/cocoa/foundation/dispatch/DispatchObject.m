@@ -4,11 +4,15 @@
 #include "DispatchTrap.h"
 
 void dispatch_retain(dispatch_object_t object) {
-  if (!object) DispatchTrap("dispatch_retain of NULL");
+  if (!object) {
+    DispatchTrap("dispatch_retain of NULL");
+  }
   [object retain];
 }
 
 void dispatch_release(dispatch_object_t object) {
-  if (!object) DispatchTrap("dispatch_release of NULL");
+  if (!object) {
+    DispatchTrap("dispatch_release of NULL");
+  }
   [object release];
 }

@@ -13,7 +13,9 @@ static pthread_cond_t sEnded = PTHREAD_COND_INITIALIZER;
 static __thread char sThread;
 
 void dispatch_once_f(dispatch_once_t *predicate, void *context, dispatch_function_t function) {
-  if (__atomic_load_n(predicate, __ATOMIC_ACQUIRE) == kDone) return;
+  if (__atomic_load_n(predicate, __ATOMIC_ACQUIRE) == kDone) {
+    return;
+  }
   dispatch_once_t self = (dispatch_once_t)&sThread;
   dispatch_once_t seen = 0;
   if (__atomic_compare_exchange_n(predicate, &seen, self, false, __ATOMIC_ACQUIRE,
@@ -25,9 +27,13 @@ void dispatch_once_f(dispatch_once_t *predicate, void *context, dispatch_functio
     pthread_mutex_unlock(&sLock);
     return;
   }
-  if (seen == self) DispatchTrap("trying to lock recursively");
+  if (seen == self) {
+    DispatchTrap("trying to lock recursively");
+  }
   pthread_mutex_lock(&sLock);
-  while (__atomic_load_n(predicate, __ATOMIC_ACQUIRE) != kDone) pthread_cond_wait(&sEnded, &sLock);
+  while (__atomic_load_n(predicate, __ATOMIC_ACQUIRE) != kDone) {
+    pthread_cond_wait(&sEnded, &sLock);
+  }
   pthread_mutex_unlock(&sLock);
 }
 

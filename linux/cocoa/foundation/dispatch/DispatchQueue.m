@@ -28,7 +28,9 @@ uintptr_t DispatchThread(void) {
 
 BOOL DispatchIsMainThread(void) {
   static __thread pid_t thread;
-  if (!thread) thread = (pid_t)syscall(SYS_gettid);
+  if (!thread) {
+    thread = (pid_t)syscall(SYS_gettid);
+  }
   return thread == getpid();
 }
 
@@ -79,7 +81,9 @@ static void Destroy(struct DispatchSpecific *specific) {
 /// Called with the lock held. Takes the next work if it may run now, and notes that it does.
 - (struct DispatchWork *)begin {
   struct DispatchWork *work = _list.first;
-  if (!work || _exclusive || (work->barrier && _sharing)) return NULL;
+  if (!work || _exclusive || (work->barrier && _sharing)) {
+    return NULL;
+  }
   if (work->barrier) {
     _exclusive = YES;
   } else {
@@ -111,13 +115,17 @@ static void Destroy(struct DispatchSpecific *specific) {
       DispatchToWorkers(work, !_serial);
     }
   }
-  if (wake) pthread_cond_broadcast(&_turn);
+  if (wake) {
+    pthread_cond_broadcast(&_turn);
+  }
   pthread_mutex_unlock(&_lock);
   return mine;
 }
 
 - (void)own:(BOOL)barrier {
-  if (barrier) __atomic_store_n(&_owner, DispatchThread(), __ATOMIC_RELAXED);
+  if (barrier) {
+    __atomic_store_n(&_owner, DispatchThread(), __ATOMIC_RELAXED);
+  }
 }
 
 - (void)add:(struct DispatchWork *)work {
@@ -125,7 +133,9 @@ static void Destroy(struct DispatchSpecific *specific) {
   work->barrier |= _serial;
   pthread_mutex_lock(&_lock);
   DispatchWorkAppend(&_list, work);
-  while ((work = [self begin])) DispatchToWorkers(work, !_serial);
+  while ((work = [self begin])) {
+    DispatchToWorkers(work, !_serial);
+  }
   pthread_mutex_unlock(&_lock);
 }
 
@@ -148,7 +158,9 @@ static void Destroy(struct DispatchSpecific *specific) {
   pthread_mutex_lock(&_lock);
   if (_list.first || _exclusive || (work.barrier && _sharing)) {
     DispatchWorkAppend(&_list, &work);
-    while (!mayRun) pthread_cond_wait(&_turn, &_lock);
+    while (!mayRun) {
+      pthread_cond_wait(&_turn, &_lock);
+    }
   } else if (work.barrier) {
     _exclusive = YES;
   } else {
@@ -158,7 +170,9 @@ static void Destroy(struct DispatchSpecific *specific) {
   [self own:work.barrier];
   DispatchRunInFrame(self, function, context, NO);
   struct DispatchWork *next = [self end];
-  if (next) DispatchToWorkers(next, !_serial);
+  if (next) {
+    DispatchToWorkers(next, !_serial);
+  }
 }
 
 - (BOOL)isOwnedByThisThread {
@@ -193,7 +207,9 @@ dispatch_queue_t dispatch_queue_create(const char *label, dispatch_queue_attr_t 
 
 /// The queue whose block is running here, or NULL.
 static OS_dispatch_queue *CurrentQueue(void) {
-  if (DispatchCurrentFrame) return DispatchCurrentFrame->queue;
+  if (DispatchCurrentFrame) {
+    return DispatchCurrentFrame->queue;
+  }
   return DispatchIsMainThread() ? (OS_dispatch_queue *)dispatch_get_main_queue() : nil;
 }
 
@@ -203,9 +219,13 @@ const char *dispatch_queue_get_label(dispatch_queue_t object) {
 }
 
 static void Add(dispatch_queue_t queue, void *context, dispatch_function_t function, BOOL barrier) {
-  if (!queue) DispatchTrap("NULL queue");
+  if (!queue) {
+    DispatchTrap("NULL queue");
+  }
   struct DispatchWork *work = calloc(1, sizeof(*work));
-  if (!work) abort();
+  if (!work) {
+    abort();
+  }
   work->function = function;
   work->context = context;
   work->barrier = barrier;
@@ -225,7 +245,9 @@ void dispatch_barrier_async(dispatch_queue_t queue, dispatch_block_t block) {
 }
 
 void dispatch_sync_f(dispatch_queue_t queue, void *context, dispatch_function_t work) {
-  if (!queue) DispatchTrap("NULL queue");
+  if (!queue) {
+    DispatchTrap("NULL queue");
+  }
   [(OS_dispatch_queue *)queue runAndWait:work context:context barrier:NO];
 }
 
@@ -234,14 +256,18 @@ void dispatch_sync(dispatch_queue_t queue, dispatch_block_t block) {
 }
 
 void dispatch_barrier_sync(dispatch_queue_t queue, dispatch_block_t block) {
-  if (!queue) DispatchTrap("NULL queue");
+  if (!queue) {
+    DispatchTrap("NULL queue");
+  }
   [(OS_dispatch_queue *)queue runAndWait:DispatchCallBlock context:(void *)block barrier:YES];
 }
 
 /// Called with the lock held. Returns the link that holds `key`, or the last one.
 static struct DispatchSpecific **FindSpecific(OS_dispatch_queue *queue, const void *key) {
   struct DispatchSpecific **link = &queue->_specifics;
-  while (*link && (*link)->key != key) link = &(*link)->next;
+  while (*link && (*link)->key != key) {
+    link = &(*link)->next;
+  }
   return link;
 }
 
@@ -251,19 +277,25 @@ void dispatch_queue_set_specific(dispatch_queue_t object, const void *key, void 
   struct DispatchSpecific *added = NULL;
   if (context) {
     added = malloc(sizeof(*added));
-    if (!added) abort();
+    if (!added) {
+      abort();
+    }
     *added = (struct DispatchSpecific){NULL, key, context, destructor};
   }
   pthread_mutex_lock(&queue->_lock);
   struct DispatchSpecific **link = FindSpecific(queue, key);
   struct DispatchSpecific *old = *link;
-  if (old) *link = old->next;
+  if (old) {
+    *link = old->next;
+  }
   if (added) {
     added->next = queue->_specifics;
     queue->_specifics = added;
   }
   pthread_mutex_unlock(&queue->_lock);
-  if (old) Destroy(old);
+  if (old) {
+    Destroy(old);
+  }
 }
 
 void *dispatch_queue_get_specific(dispatch_queue_t object, const void *key) {
@@ -282,15 +314,21 @@ void *dispatch_get_specific(const void *key) {
 
 static BOOL RunsHere(dispatch_queue_t queue) {
   for (struct DispatchFrame *frame = DispatchCurrentFrame; frame; frame = frame->outer) {
-    if (frame->queue == (OS_dispatch_queue *)queue) return YES;
+    if (frame->queue == (OS_dispatch_queue *)queue) {
+      return YES;
+    }
   }
   return DispatchIsMainThread() && queue == dispatch_get_main_queue();
 }
 
 void dispatch_assert_queue(dispatch_queue_t queue) {
-  if (!RunsHere(queue)) DispatchTrap("Block was expected to execute on the asserted queue");
+  if (!RunsHere(queue)) {
+    DispatchTrap("Block was expected to execute on the asserted queue");
+  }
 }
 
 void dispatch_assert_queue_not(dispatch_queue_t queue) {
-  if (RunsHere(queue)) DispatchTrap("Block was not expected to execute on the asserted queue");
+  if (RunsHere(queue)) {
+    DispatchTrap("Block was not expected to execute on the asserted queue");
+  }
 }

@@ -51,7 +51,9 @@ dispatch_queue_t dispatch_get_global_queue(intptr_t identifier, uintptr_t flags)
       queues[i] = [[OS_dispatch_queue_global alloc] initWithLabel:labels[i] serial:NO];
     }
   });
-  if (flags) return nil;
+  if (flags) {
+    return nil;
+  }
   switch (identifier) {
     case DISPATCH_QUEUE_PRIORITY_BACKGROUND:
     case QOS_CLASS_BACKGROUND:

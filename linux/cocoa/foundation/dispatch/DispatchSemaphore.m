@@ -17,7 +17,9 @@
 }
 
 - (void)dealloc {
-  if (_value < _original) DispatchTrap("Semaphore object deallocated while in use");
+  if (_value < _original) {
+    DispatchTrap("Semaphore object deallocated while in use");
+  }
   pthread_cond_destroy(&_raised);
   pthread_mutex_destroy(&_lock);
   [super dealloc];

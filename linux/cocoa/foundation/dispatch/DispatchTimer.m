@@ -56,28 +56,40 @@ static dispatch_queue_t TimerQueue(void) {
 
 void dispatch_after_f(dispatch_time_t when, dispatch_queue_t queue, void *context,
                       dispatch_function_t work) {
-  if (when == DISPATCH_TIME_FOREVER) return;
+  if (when == DISPATCH_TIME_FOREVER) {
+    return;
+  }
   if (when <= DispatchNow()) {
     dispatch_async_f(queue, context, work);
     return;
   }
   struct Timer *timer = malloc(sizeof(*timer));
-  if (!timer) abort();
+  if (!timer) {
+    abort();
+  }
   *timer = (struct Timer){NULL, when, [queue retain], context, work};
   pthread_once(&sPrepared, Prepare);
   pthread_mutex_lock(&sLock);
   struct Timer **link = &sTimers;
-  while (*link && (*link)->when <= when) link = &(*link)->next;
+  while (*link && (*link)->when <= when) {
+    link = &(*link)->next;
+  }
   timer->next = *link;
   *link = timer;
   BOOL start = !sRunning;
   sRunning = YES;
-  if (sTimers == timer) pthread_cond_signal(&sChanged);
+  if (sTimers == timer) {
+    pthread_cond_signal(&sChanged);
+  }
   pthread_mutex_unlock(&sLock);
-  if (start) dispatch_async_f(TimerQueue(), NULL, RunTimers);
+  if (start) {
+    dispatch_async_f(TimerQueue(), NULL, RunTimers);
+  }
 }
 
 void dispatch_after(dispatch_time_t when, dispatch_queue_t queue, dispatch_block_t block) {
-  if (when == DISPATCH_TIME_FOREVER) return;
+  if (when == DISPATCH_TIME_FOREVER) {
+    return;
+  }
   dispatch_after_f(when, queue, (void *)Block_copy(block), DispatchCallAndReleaseBlock);
 }

@@ -38,7 +38,9 @@ static inline struct DispatchWork *DispatchWorkTake(struct DispatchWorkList *lis
   if (work) {
     --list->count;
     list->first = work->next;
-    if (!list->first) list->last = NULL;
+    if (!list->first) {
+      list->last = NULL;
+    }
   }
   return work;
 }

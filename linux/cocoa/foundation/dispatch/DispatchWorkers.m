@@ -42,7 +42,9 @@ static BOOL WaitForCall(void) {
   ++sIdle;
   dispatch_time_t end = dispatch_time(DISPATCH_TIME_NOW, kIdleLife);
   BOOL inTime = YES;
-  while (!sCalls && inTime) inTime = DispatchConditionWait(&sCalled, &sLock, end);
+  while (!sCalls && inTime) {
+    inTime = DispatchConditionWait(&sCalled, &sLock, end);
+  }
   if (sCalls) {
     --sCalls;
     return YES;
@@ -61,7 +63,9 @@ static void Work(void *unused) {
     while ((work = Take(&bounded))) {
       sRunningBounded += bounded;
       pthread_mutex_unlock(&sLock);
-      while (work) work = [work->queue run:work];
+      while (work) {
+        work = [work->queue run:work];
+      }
       pthread_mutex_lock(&sLock);
       sRunningBounded -= bounded;
     }

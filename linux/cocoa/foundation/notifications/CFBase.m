@@ -9,7 +9,9 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8 *bytes
                                     CFStringEncoding encoding, Boolean isExternalRepresentation) {
   (void)allocator;
   (void)isExternalRepresentation;
-  if (encoding != kCFStringEncodingUTF8 || length < 0) return NULL;
+  if (encoding != kCFStringEncodingUTF8 || length < 0) {
+    return NULL;
+  }
   return (CFStringRef)[[NSString alloc] initWithBytes:bytes
                                                length:(NSUInteger)length
                                              encoding:NSUTF8StringEncoding];

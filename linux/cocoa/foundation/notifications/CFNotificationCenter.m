@@ -10,7 +10,9 @@ static const NSUInteger kLongestArchive = 24 << 20;
 static BOOL IsPropertyList(id value) {
   if ([value isKindOfClass:[NSArray class]]) {
     for (id element in value) {
-      if (!IsPropertyList(element)) return NO;
+      if (!IsPropertyList(element)) {
+        return NO;
+      }
     }
     return YES;
   }
@@ -34,7 +36,9 @@ void CFNotificationCenterAddObserver(CFNotificationCenterRef center, const void 
                                      CFNotificationCallback callback, CFStringRef name,
                                      const void *object,
                                      CFNotificationSuspensionBehavior suspensionBehavior) {
-  if (!name && !object) return;
+  if (!name && !object) {
+    return;
+  }
   [(DistributedCenter *)center addObserver:observer
                                   callback:callback
                                       name:(NSString *)name

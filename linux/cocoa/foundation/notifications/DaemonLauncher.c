@@ -30,7 +30,9 @@ void DaemonLauncherStart(void) {
   char *const arguments[] = {"gdnc", "--auto", NULL};
   pid_t child;
   if (posix_spawnp(&child, arguments[0], &files, &attributes, arguments, environ) == 0) {
-    while (waitpid(child, NULL, 0) < 0 && errno == EINTR) continue;
+    while (waitpid(child, NULL, 0) < 0 && errno == EINTR) {
+      continue;
+    }
   }
   posix_spawn_file_actions_destroy(&files);
   posix_spawnattr_destroy(&attributes);

@@ -22,7 +22,9 @@ static BOOL DaemonIsNamed(void) {
 @implementation DaemonLink
 
 - (id)initWithReceiver:(id<DaemonLinkReceiver>)receiver {
-  if (!(self = [super init])) return nil;
+  if (!(self = [super init])) {
+    return nil;
+  }
   _receiver = receiver;
   if (!DaemonIsNamed()) {
     [self release];
@@ -68,7 +70,9 @@ static BOOL DaemonIsNamed(void) {
 
 /// Makes one request.
 - (BOOL)ask:(__attribute__((noescape)) void (^)(void))request {
-  if (![self isAlive]) return NO;
+  if (![self isAlive]) {
+    return NO;
+  }
   @try {
     request();
   } @catch (NSException *exception) {

@@ -95,7 +95,9 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
 - (void)wake {
   if (!_started) {
     _descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (_descriptor < 0) return;  // Out of descriptors: the next call tries again.
+    if (_descriptor < 0) {
+      return;  // Out of descriptors: the next call tries again.
+    }
     _started = YES;
     // For a process that exits before the thread has come to do so.
     atexit(StopAtExit);
@@ -107,7 +109,9 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
     });
     dispatch_release(queue);
   }
-  if (_signalled) return;
+  if (_signalled) {
+    return;
+  }
   _signalled = YES;
   uint64_t one = 1;
   (void)!write(_descriptor, &one, sizeof(one));
@@ -174,7 +178,9 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
   NSDictionary *userInfo = nil;
   @try {
     id unpacked = archive ? [NSUnarchiver unarchiveObjectWithData:archive] : nil;
-    if ([unpacked isKindOfClass:[NSDictionary class]]) userInfo = unpacked;
+    if ([unpacked isKindOfClass:[NSDictionary class]]) {
+      userInfo = unpacked;
+    }
   } @catch (NSException *exception) {
     return;  // What cannot be read is nobody's notification.
   }
@@ -185,7 +191,9 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
         [_wanted objectForKey:[NSNumber numberWithUnsignedLongLong:number]];
     [[known retain] autorelease];
     pthread_mutex_unlock(&_lock);
-    if (!known) return;
+    if (!known) {
+      return;
+    }
     known->_callback((CFNotificationCenterRef)self, (void *)known->_observer, (CFStringRef)name,
                      object, (CFDictionaryRef)userInfo);
   });
@@ -226,7 +234,9 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
   pthread_mutex_unlock(&_lock);
   [pool release];
   // The process exits. Nothing of Foundation may be touched any more.
-  for (;;) pause();
+  for (;;) {
+    pause();
+  }
 }
 
 - (void)stop {
@@ -240,7 +250,9 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
     dispatch_time_t end =
         dispatch_time(DISPATCH_TIME_NOW, [_posts count] ? kPostPatience : kExitPatience);
     BOOL inTime = YES;
-    while (!_hasStopped && inTime) inTime = DispatchConditionWait(&_stopped, &_lock, end);
+    while (!_hasStopped && inTime) {
+      inTime = DispatchConditionWait(&_stopped, &_lock, end);
+    }
   } while (!_hasStopped && _sent != sent);
   pthread_mutex_unlock(&_lock);
 }
@@ -277,8 +289,12 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
 /// Brings the daemon into line with what is wanted. Returns the seconds to wait before the next
 /// attempt, or 0 where there is nothing to be done until the next call or message.
 - (NSTimeInterval)serve {
-  if (_link && ![_link isAlive]) [self dropLink];
-  if (![self hasWork]) return 0;
+  if (_link && ![_link isAlive]) {
+    [self dropLink];
+  }
+  if (![self hasWork]) {
+    return 0;
+  }
   if (!_link && ![self connect]) {
     NSTimeInterval pause = _pause;
     _pause = MIN(_pause * 2, kLongestPause);
@@ -293,8 +309,12 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
     pthread_mutex_unlock(&_lock);
     BOOL done = [self bringIntoLine:wanted] && [self sendPosts:posts];
     [pool release];
-    if (!done) return kFirstPause;
-    if (posts == 0) return 0;
+    if (!done) {
+      return kFirstPause;
+    }
+    if (posts == 0) {
+      return 0;
+    }
   }
 }
 
@@ -318,7 +338,9 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
     DaemonLauncherStart();
     _link = [[DaemonLink alloc] initWithReceiver:self];
   }
-  if (!_link) return NO;
+  if (!_link) {
+    return NO;
+  }
   _triedToStart = NO;
   _pause = kFirstPause;
   return YES;
@@ -333,12 +355,18 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
 
 - (BOOL)bringIntoLine:(NSDictionary *)wanted {
   for (NSNumber *number in [_registered allObjects]) {
-    if ([wanted objectForKey:number]) continue;
-    if (![_link removeObserver:[number unsignedLongLongValue]]) return NO;
+    if ([wanted objectForKey:number]) {
+      continue;
+    }
+    if (![_link removeObserver:[number unsignedLongLongValue]]) {
+      return NO;
+    }
     [_registered removeObject:number];
   }
   for (NSNumber *number in [[wanted allKeys] sortedArrayUsingSelector:@selector(compare:)]) {
-    if ([_registered containsObject:number]) continue;
+    if ([_registered containsObject:number]) {
+      continue;
+    }
     DistributedObserver *added = [wanted objectForKey:number];
     if (![_link addObserver:[number unsignedLongLongValue]
                        name:added->_name

@@ -32,7 +32,9 @@ static void MakeReady(void) {
 }
 
 void PlatformMakeFoundationReady(void) {
-  if (atomic_load_explicit(&sIsReady, memory_order_acquire)) return;
+  if (atomic_load_explicit(&sIsReady, memory_order_acquire)) {
+    return;
+  }
   pthread_mutex_lock(&sMutex);
   if (!sIsAtWork) {
     sIsAtWork = YES;

@@ -26,13 +26,17 @@ static void *Run(void *argument) {
 
 bool PlatformStartThread(const char *name, void (*work)(void *context), void *context) {
   struct Start *start = malloc(sizeof(*start));
-  if (!start) return false;
+  if (!start) {
+    return false;
+  }
   *start = (struct Start){name, work, context};
   // Signals are for the threads of the program.
   sigset_t blocked, former;
   sigfillset(&blocked);
   const int faults[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS, SIGPROF};
-  for (size_t i = 0; i < sizeof(faults) / sizeof(*faults); ++i) sigdelset(&blocked, faults[i]);
+  for (size_t i = 0; i < sizeof(faults) / sizeof(*faults); ++i) {
+    sigdelset(&blocked, faults[i]);
+  }
   pthread_sigmask(SIG_SETMASK, &blocked, &former);
   pthread_t thread;
   const bool started = pthread_create(&thread, NULL, Run, start) == 0;

@@ -31,7 +31,9 @@ using platform::xpc::OwnerLink;
   const char *service = [name UTF8String];
   self = [self
       initWithTarget:{service ? service : "", {}, Descriptor(), ConnectionCore::Target::kService}];
-  if (self) _serviceName = [name copy];
+  if (self) {
+    _serviceName = [name copy];
+  }
   return self;
 }
 
@@ -42,7 +44,9 @@ using platform::xpc::OwnerLink;
   }
   self = [self
       initWithTarget:{"", std::move(connect), Descriptor(), ConnectionCore::Target::kListener}];
-  if (self) _endpoint = [endpoint retain];
+  if (self) {
+    _endpoint = [endpoint retain];
+  }
   return self;
 }
 
@@ -56,7 +60,9 @@ using platform::xpc::OwnerLink;
 }
 
 - (oneway void)release {
-  if (OwnerLink::Decrement(&_references)) [self dealloc];
+  if (OwnerLink::Decrement(&_references)) {
+    [self dealloc];
+  }
 }
 
 - (NSUInteger)retainCount {
@@ -64,8 +70,12 @@ using platform::xpc::OwnerLink;
 }
 
 - (void)dealloc {
-  if (_link) (*_link)->Clear();
-  if (_core) (*_core)->Invalidate();
+  if (_link) {
+    (*_link)->Clear();
+  }
+  if (_core) {
+    (*_core)->Invalidate();
+  }
   delete _core;
   delete _link;
   [_serviceName release];

@@ -11,7 +11,9 @@ using platform::xpc::ProtocolMethods;
 struct PlatformXPCInterfaceClasses {
   std::map<std::tuple<std::string, NSUInteger, bool>, NSSet *> sets;
   ~PlatformXPCInterfaceClasses() {
-    for (auto &entry : sets) [entry.second release];
+    for (auto &entry : sets) {
+      [entry.second release];
+    }
   }
 };
 
@@ -60,7 +62,9 @@ struct PlatformXPCInterfaceClasses {
      argumentIndex:(NSUInteger)arg
            ofReply:(BOOL)ofReply {
   [self checkSelector:sel ofReply:ofReply];
-  if (!_classes) _classes = new PlatformXPCInterfaceClasses;
+  if (!_classes) {
+    _classes = new PlatformXPCInterfaceClasses;
+  }
   NSSet *&place = _classes->sets[{sel_getName(sel), arg, ofReply}];
   [place autorelease];
   place = [classes copy];
@@ -75,7 +79,9 @@ struct PlatformXPCInterfaceClasses {
 - (NSSet *)classesForMethod:(const platform::xpc::Method *)method
                    argument:(NSUInteger)index
                     ofReply:(BOOL)ofReply {
-  if (!_classes) return nil;
+  if (!_classes) {
+    return nil;
+  }
   auto found = _classes->sets.find({method->name, index, ofReply});
   return found == _classes->sets.end() ? nil : found->second;
 }

@@ -34,7 +34,9 @@ using platform::xpc::OwnerLink;
 }
 
 - (oneway void)release {
-  if (OwnerLink::Decrement(&_references)) [self dealloc];
+  if (OwnerLink::Decrement(&_references)) {
+    [self dealloc];
+  }
 }
 
 - (NSUInteger)retainCount {
@@ -42,8 +44,12 @@ using platform::xpc::OwnerLink;
 }
 
 - (void)dealloc {
-  if (_link) (*_link)->Clear();
-  if (_core) (*_core)->Invalidate();
+  if (_link) {
+    (*_link)->Clear();
+  }
+  if (_core) {
+    (*_core)->Invalidate();
+  }
   delete _core;
   delete _link;
   [super dealloc];

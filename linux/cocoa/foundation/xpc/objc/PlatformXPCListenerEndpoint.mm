@@ -6,7 +6,9 @@ using platform::xpc::Descriptor;
 
 - (instancetype)initWithConnect:(std::function<Descriptor()>)connect {
   self = [super init];
-  if (self) _connect = new std::function<Descriptor()>(std::move(connect));
+  if (self) {
+    _connect = new std::function<Descriptor()>(std::move(connect));
+  }
   return self;
 }
 

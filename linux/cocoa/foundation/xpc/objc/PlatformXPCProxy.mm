@@ -46,7 +46,9 @@ static Class ClassFor(const ProtocolMethods *methods) {
   static auto *known = new std::unordered_map<const ProtocolMethods *, Class>;
   std::lock_guard<std::mutex> lock(mutex);
   Class &proxyClass = (*known)[methods];
-  if (!proxyClass) proxyClass = MakeClass(methods, known->size());
+  if (!proxyClass) {
+    proxyClass = MakeClass(methods, known->size());
+  }
   return proxyClass;
 }
 

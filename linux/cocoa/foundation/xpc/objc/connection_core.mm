@@ -31,8 +31,12 @@ class CurrentConnection {
 NSError *MakeError(NSInteger code, NSString *service) {
   NSString *to = service ? [@" to service named " stringByAppendingString:service] : @"";
   NSString *what = @"was invalidated";
-  if (code == NSXPCConnectionInterrupted) what = @"was interrupted";
-  if (code == NSXPCConnectionReplyInvalid) what = @"received a reply that does not fit the block";
+  if (code == NSXPCConnectionInterrupted) {
+    what = @"was interrupted";
+  }
+  if (code == NSXPCConnectionReplyInvalid) {
+    what = @"received a reply that does not fit the block";
+  }
   NSDictionary *info = [NSDictionary
       dictionaryWithObjectsAndKeys:@"Couldn’t communicate with a helper application.",
                                    NSLocalizedDescriptionKey,
@@ -42,11 +46,15 @@ NSError *MakeError(NSInteger code, NSString *service) {
 }
 
 void RunHandler(id handler) {
-  if (handler) ((void (^)(void))handler)();
+  if (handler) {
+    ((void (^)(void))handler)();
+  }
 }
 
 void RunErrorHandler(id handler, NSError *error) {
-  if (handler) ((void (^)(NSError *))handler)(error);
+  if (handler) {
+    ((void (^)(NSError *))handler)(error);
+  }
 }
 
 }  // namespace
@@ -64,15 +72,21 @@ ConnectionCore::ConnectionCore(Target target, std::shared_ptr<OwnerLink> owner)
       peer_(PeerOf(target_.accepted)) {}
 
 ConnectionCore::~ConnectionCore() {
-  if (channel_) channel_->Close();
-  for (id part : parts_) [part release];
+  if (channel_) {
+    channel_->Close();
+  }
+  for (id part : parts_) {
+    [part release];
+  }
   dispatch_release(queue_);
 }
 
 NSXPCConnection *ConnectionCore::Current() { return currentConnection; }
 
 NSString *ConnectionCore::ServiceName() const {
-  if (target_.kind != Target::kService) return nil;
+  if (target_.kind != Target::kService) {
+    return nil;
+  }
   return [NSString stringWithUTF8String:target_.service.c_str()];
 }
 
@@ -85,7 +99,9 @@ void ConnectionCore::Set(Part part, id object) {
   id old;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (state_ == State::kInvalid && part != kRemoteInterface) return;
+    if (state_ == State::kInvalid && part != kRemoteInterface) {
+      return;
+    }
     old = parts_[part];
     parts_[part] = [object retain];
   }
@@ -94,7 +110,9 @@ void ConnectionCore::Set(Part part, id object) {
 
 Peer ConnectionCore::peer() {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (channel_ && channel_->peer().process) peer_ = channel_->peer();
+  if (channel_ && channel_->peer().process) {
+    peer_ = channel_->peer();
+  }
   return peer_;
 }
 
@@ -115,7 +133,9 @@ void ConnectionCore::Enqueue(void (*work)(ConnectionCore *core)) {
 /// Call with the lock held.
 void ConnectionCore::Schedule() {
   again_ = true;
-  if (scheduled_) return;
+  if (scheduled_) {
+    return;
+  }
   scheduled_ = true;
   Enqueue([](ConnectionCore *core) { core->Drain(); });
 }
@@ -127,7 +147,9 @@ void ConnectionCore::OnNews() {
 
 /// Call with the lock held.
 void ConnectionCore::OpenChannel() {
-  if (!channel_) channel_ = std::make_shared<Channel>(weak_from_this());
+  if (!channel_) {
+    channel_ = std::make_shared<Channel>(weak_from_this());
+  }
   bool opened = false;
   switch (target_.kind) {
     case Target::kService:
@@ -141,17 +163,25 @@ void ConnectionCore::OpenChannel() {
       break;
   }
   state_ = State::kActive;
-  if (!opened) Schedule();
+  if (!opened) {
+    Schedule();
+  }
 }
 
 void ConnectionCore::Resume() {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (suspensions_ == 0 || --suspensions_ > 0 || state_ == State::kInvalid) return;
+  if (suspensions_ == 0 || --suspensions_ > 0 || state_ == State::kInvalid) {
+    return;
+  }
   if (state_ == State::kFresh) {
-    if (target_.kind == Target::kAccepted) keptOwner_ = owner_->Retain();
+    if (target_.kind == Target::kAccepted) {
+      keptOwner_ = owner_->Retain();
+    }
     OpenChannel();
   }
-  if (again_) Schedule();
+  if (again_) {
+    Schedule();
+  }
 }
 
 void ConnectionCore::Suspend() {
@@ -188,7 +218,9 @@ void ConnectionCore::SendMessage(const Method &method, PlatformXPCInterface *int
   } else {
     writer.PutBytes(method.beginning.data(), method.beginning.size());
   }
-  for (size_t i = 0; i < types.size(); ++i) EncodeArgument(&writer, types[i], arguments[i]);
+  for (size_t i = 0; i < types.size(); ++i) {
+    EncodeArgument(&writer, types[i], arguments[i]);
+  }
   if (!writer.Finish()) {
     NSLog(@"XPC: %s is not sent: it is too large", method.name.c_str());
     FailLater(errorHandler, NSXPCConnectionInvalid);
@@ -226,11 +258,15 @@ void ConnectionCore::SendMessage(const Method &method, PlatformXPCInterface *int
       }
     }
   }
-  if (failure) FailLater(errorHandler, failure);
+  if (failure) {
+    FailLater(errorHandler, failure);
+  }
 }
 
 void ConnectionCore::FailLater(id errorHandler, NSInteger code) {
-  if (!errorHandler) return;
+  if (!errorHandler) {
+    return;
+  }
   struct Call {
     std::shared_ptr<ConnectionCore> core;
     id errorHandler;
@@ -294,8 +330,12 @@ void ConnectionCore::HandleFrame(const std::shared_ptr<Channel> &channel) {
                                                     : HandleReply(frame_);
   }
   if (problem) {
-    if (!channel->Break(problem)) NSLog(@"XPC: a connection has ended: %s", problem);
-    while (channel->TakeFrame(&received_)) continue;
+    if (!channel->Break(problem)) {
+      NSLog(@"XPC: a connection has ended: %s", problem);
+    }
+    while (channel->TakeFrame(&received_)) {
+      continue;
+    }
   }
 }
 
@@ -304,8 +344,12 @@ const char *ConnectionCore::DecodeArguments(const Frame &frame, const Signature 
                                             PlatformXPCInterface *interface, const Method &method,
                                             bool ofReply, Slot *slots) {
   const auto &types = signature.arguments();
-  for (size_t i = 0; i < types.size(); ++i) slots[i].asUnsigned = 0;
-  if (frame.argumentCount != types.size()) return "the number of arguments is wrong";
+  for (size_t i = 0; i < types.size(); ++i) {
+    slots[i].asUnsigned = 0;
+  }
+  if (frame.argumentCount != types.size()) {
+    return "the number of arguments is wrong";
+  }
   const Item *item = frame.items.data();
   for (size_t i = 0; i < types.size(); ++i) {
     if (types[i].kind == TypeKind::kBlock || item->tag == Tag::kBlock) {
@@ -317,7 +361,9 @@ const char *ConnectionCore::DecodeArguments(const Frame &frame, const Signature 
     }
     NSSet *allowed = [interface classesForMethod:&method argument:i ofReply:ofReply];
     const char *problem = DecodeArgument(&item, types[i], allowed, &slots[i]);
-    if (problem) return problem;
+    if (problem) {
+      return problem;
+    }
   }
   return nullptr;
 }
@@ -338,7 +384,9 @@ void ReleaseArguments(const Signature &signature, Slot *slots) {
 const char *ConnectionCore::HandleMessage(const std::shared_ptr<Channel> &channel,
                                           const Frame &frame) {
   id owner = owner_->Retain();
-  if (!owner) return nullptr;
+  if (!owner) {
+    return nullptr;
+  }
   PlatformXPCInterface *interface;
   id object;
   {
@@ -356,7 +404,9 @@ const char *ConnectionCore::HandleMessage(const std::shared_ptr<Channel> &channe
     problem = "a message has a reply block too many or too few";
   } else if (method->reply >= 0) {
     type = FindBlockType(frame.replySignature, true);
-    if (!type) problem = "a reply block has types that cannot be sent";
+    if (!type) {
+      problem = "a reply block has types that cannot be sent";
+    }
   }
 
   if (!problem) {
@@ -366,13 +416,17 @@ const char *ConnectionCore::HandleMessage(const std::shared_ptr<Channel> &channe
       problem = DecodeArguments(frame, signature, interface, *method, false, slots);
       if (!problem && type) {
         slots[method->reply].pointer = MakeReplyBlock(type, channel, frame.request, frame.selector);
-        if (!slots[method->reply].pointer) problem = "there is no memory for a reply block";
+        if (!slots[method->reply].pointer) {
+          problem = "there is no memory for a reply block";
+        }
       }
       if (!problem) {
         CurrentConnection current(owner);
         SEL selector = method->selector;
         void *arguments[2 + kMaximumArguments] = {&object, &selector};
-        for (size_t i = 0; i < signature.arguments().size(); ++i) arguments[2 + i] = &slots[i];
+        for (size_t i = 0; i < signature.arguments().size(); ++i) {
+          arguments[2 + i] = &slots[i];
+        }
         ffi_call(signature.cif(), reinterpret_cast<void (*)()>(objc_msg_lookup(object, selector)),
                  nullptr, arguments);
       }
@@ -394,7 +448,9 @@ const char *ConnectionCore::HandleReply(const Frame &frame) {
     std::lock_guard<std::mutex> lock(mutex_);
     auto found = requests_.find(frame.request);
     if (found == requests_.end()) {
-      if (!strangeReplyTold_) NSLog(@"XPC: replies to no outstanding request are ignored");
+      if (!strangeReplyTold_) {
+        NSLog(@"XPC: replies to no outstanding request are ignored");
+      }
       strangeReplyTold_ = true;
       return nullptr;
     }
@@ -453,10 +509,14 @@ void ConnectionCore::End(State state, NSInteger code) {
   };
   // Until the end, or an interruption and an invalidation would come in the wrong order.
   std::lock_guard<std::mutex> lock(mutex_);
-  if (state_ == State::kInvalid) return;
+  if (state_ == State::kInvalid) {
+    return;
+  }
   state_ = state;
   if (channel_) {
-    if (channel_->peer().process) peer_ = channel_->peer();
+    if (channel_->peer().process) {
+      peer_ = channel_->peer();
+    }
     channel_->Close();
     channel_.reset();
   }
@@ -484,7 +544,9 @@ void ConnectionCore::End(State state, NSInteger code) {
       ended->core->FailRequests(&ended->requests, ended->code);
       RunHandler(ended->handler);
       [ended->handler release];
-      for (id part : ended->given) [part release];
+      for (id part : ended->given) {
+        [part release];
+      }
       [ended->owner release];
     }
   });
@@ -494,7 +556,9 @@ void ConnectionCore::End(State state, NSInteger code) {
 void ConnectionCore::FailRequests(Requests *requests, NSInteger code) {
   // In the order in which they were sent.
   std::vector<uint64_t> numbers;
-  for (auto &entry : *requests) numbers.push_back(entry.first);
+  for (auto &entry : *requests) {
+    numbers.push_back(entry.first);
+  }
   std::sort(numbers.begin(), numbers.end());
   NSError *error = MakeError(code, ServiceName());
   for (uint64_t number : numbers) {

@@ -12,7 +12,9 @@ ListenerCore::ListenerCore(std::string service, std::shared_ptr<OwnerLink> owner
       queue_(dispatch_queue_create("NSXPCListener", DISPATCH_QUEUE_SERIAL)) {}
 
 ListenerCore::~ListenerCore() {
-  if (acceptor_) acceptor_->Stop();
+  if (acceptor_) {
+    acceptor_->Stop();
+  }
   dispatch_release(queue_);
 }
 
@@ -20,7 +22,9 @@ void ListenerCore::Resume() {
   std::string problem;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (suspensions_ == 0 || --suspensions_ > 0 || invalid_) return;
+    if (suspensions_ == 0 || --suspensions_ > 0 || invalid_) {
+      return;
+    }
     if (!started_) {
       started_ = true;
       if (!service_.empty()) {
@@ -28,9 +32,13 @@ void ListenerCore::Resume() {
         invalid_ = !acceptor_->Start(service_, &problem);
       }
     }
-    if (!waiting_.empty()) Schedule();
+    if (!waiting_.empty()) {
+      Schedule();
+    }
   }
-  if (!problem.empty()) NSLog(@"XPC: %s", problem.c_str());
+  if (!problem.empty()) {
+    NSLog(@"XPC: %s", problem.c_str());
+  }
 }
 
 void ListenerCore::Suspend() {
@@ -43,7 +51,9 @@ void ListenerCore::Invalidate() {
   invalid_ = true;
   delegate_ = nil;
   waiting_.clear();
-  if (acceptor_) acceptor_->Stop();
+  if (acceptor_) {
+    acceptor_->Stop();
+  }
 }
 
 /// It may be given up on another thread while this one asks it.
@@ -54,7 +64,9 @@ id<NSXPCListenerDelegate> ListenerCore::delegate() {
 
 void ListenerCore::SetDelegate(id<NSXPCListenerDelegate> delegate) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (!invalid_) delegate_ = delegate;
+  if (!invalid_) {
+    delegate_ = delegate;
+  }
 }
 
 Descriptor ListenerCore::ConnectHere() {
@@ -70,14 +82,18 @@ Descriptor ListenerCore::ConnectHere() {
 
 void ListenerCore::OnAccepted(Descriptor socket) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (invalid_) return;
+  if (invalid_) {
+    return;
+  }
   waiting_.push_back(std::move(socket));
   Schedule();
 }
 
 /// Call with the lock held.
 void ListenerCore::Schedule() {
-  if (suspensions_) return;
+  if (suspensions_) {
+    return;
+  }
   dispatch_async_f(queue_, new std::shared_ptr<ListenerCore>(shared_from_this()),
                    [](void *context) {
                      std::unique_ptr<std::shared_ptr<ListenerCore>> core(
@@ -93,11 +109,15 @@ void ListenerCore::AcceptAll() {
   std::vector<Descriptor> sockets;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (suspensions_) return;
+    if (suspensions_) {
+      return;
+    }
     sockets.swap(waiting_);
   }
   NSXPCListener *owner = owner_->Retain();
-  if (!owner) return;
+  if (!owner) {
+    return;
+  }
   for (Descriptor &socket : sockets) {
     PlatformXPCConnection *connection =
         [[PlatformXPCConnection alloc] initWithAcceptedSocket:std::move(socket)];
@@ -109,7 +129,9 @@ void ListenerCore::AcceptAll() {
     } @catch (id exception) {
       NSLog(@"XPC: accepting a connection raised %@", exception);
     }
-    if (!taken) [connection invalidate];
+    if (!taken) {
+      [connection invalidate];
+    }
     [connection release];
   }
   [owner release];

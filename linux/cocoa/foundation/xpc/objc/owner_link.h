@@ -18,10 +18,14 @@ class OwnerLink {
   /// Returns the owner with one reference more, or nil when it is going or gone.
   id Retain() {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (!owner_) return nil;
+    if (!owner_) {
+      return nil;
+    }
     long old = __atomic_load_n(references_, __ATOMIC_RELAXED);
     do {
-      if (old < 0) return nil;
+      if (old < 0) {
+        return nil;
+      }
     } while (!__atomic_compare_exchange_n(references_, &old, old + 1, true, __ATOMIC_RELAXED,
                                           __ATOMIC_RELAXED));
     return owner_;

@@ -33,7 +33,9 @@ const ProtocolMethods *ProtocolMethods::Of(Protocol *protocol) {
   {
     std::lock_guard<std::mutex> lock(mutex);
     auto found = known->find(protocol);
-    if (found != known->end()) return found->second;
+    if (found != known->end()) {
+      return found->second;
+    }
   }
   if (!protocol) {
     [NSException raise:NSInvalidArgumentException format:@"An interface needs a protocol"];
@@ -43,12 +45,16 @@ const ProtocolMethods *ProtocolMethods::Of(Protocol *protocol) {
   std::lock_guard<std::mutex> lock(mutex);
   // Of two threads that come here together, one's work is not needed.
   const ProtocolMethods *&place = (*known)[protocol];
-  if (!place) place = methods.release();
+  if (!place) {
+    place = methods.release();
+  }
   return place;
 }
 
 void ProtocolMethods::AddProtocol(Protocol *protocol) {
-  if (std::strcmp(protocol_getName(protocol), "NSObject") == 0) return;
+  if (std::strcmp(protocol_getName(protocol), "NSObject") == 0) {
+    return;
+  }
   unsigned count = 0;
   objc_method_description *descriptions =
       protocol_copyMethodDescriptionList(protocol, YES, YES, &count);
@@ -64,11 +70,15 @@ void ProtocolMethods::AddProtocol(Protocol *protocol) {
   }
   Protocol **adopted = protocol_copyProtocolList(protocol, &count);
   std::unique_ptr<Protocol *, decltype(&free)> owner(adopted, &free);
-  for (unsigned i = 0; i < count; ++i) AddProtocol(adopted[i]);
+  for (unsigned i = 0; i < count; ++i) {
+    AddProtocol(adopted[i]);
+  }
 }
 
 void ProtocolMethods::AddMethod(const char *name, const char *types) {
-  if (methods_.count(name)) return;
+  if (methods_.count(name)) {
+    return;
+  }
   std::unique_ptr<Method> method(new Method);
   method->name = name;
   method->signature = Signature::Parse(Signature::Form::kMethod, types);
@@ -76,7 +86,9 @@ void ProtocolMethods::AddMethod(const char *name, const char *types) {
   if (method->signature) {
     const auto &arguments = method->signature->arguments();
     for (size_t i = 0; i < arguments.size(); ++i) {
-      if (arguments[i].kind != TypeKind::kBlock) continue;
+      if (arguments[i].kind != TypeKind::kBlock) {
+        continue;
+      }
       method->reply = static_cast<int>(i);
       ++blocks;
     }

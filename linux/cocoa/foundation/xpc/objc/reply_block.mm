@@ -44,9 +44,13 @@ class BlockType {
  public:
   static const BlockType *Make(std::string_view encoding) {
     auto signature = Signature::Parse(Signature::Form::kBlock, encoding);
-    if (!signature) return nullptr;
+    if (!signature) {
+      return nullptr;
+    }
     for (const Type &type : signature->arguments()) {
-      if (type.kind == TypeKind::kBlock) return nullptr;
+      if (type.kind == TypeKind::kBlock) {
+        return nullptr;
+      }
     }
     return new BlockType(std::move(signature));
   }
@@ -101,7 +105,9 @@ void BlockType::Called(ffi_cif *, void *, void **arguments, void *data) {
     for (size_t i = 0; i < types.size(); ++i) {
       EncodeArgument(&writer, types[i], arguments[1 + i]);
     }
-    if (!writer.Finish()) problem = "it is too large";
+    if (!writer.Finish()) {
+      problem = "it is too large";
+    }
   } @catch (NSException *exception) {
     problem = [[exception reason] UTF8String];
   }
@@ -122,11 +128,19 @@ const BlockType *FindBlockType(std::string_view encoding, bool foreign) {
   std::string key(encoding);
   std::lock_guard<std::mutex> lock(mutex);
   auto found = types->find(key);
-  if (found != types->end()) return found->second;
-  if (foreign && foreignTypes >= kForeignTypes) return nullptr;
+  if (found != types->end()) {
+    return found->second;
+  }
+  if (foreign && foreignTypes >= kForeignTypes) {
+    return nullptr;
+  }
   const BlockType *type = BlockType::Make(encoding);
-  if (!type) return nullptr;
-  if (foreign) ++foreignTypes;
+  if (!type) {
+    return nullptr;
+  }
+  if (foreign) {
+    ++foreignTypes;
+  }
   types->emplace(std::move(key), type);
   return type;
 }
@@ -141,7 +155,9 @@ const Signature &SignatureOf(const BlockType *type) { return type->signature(); 
 void CallBlock(id block, const BlockType *type, Slot *slots) {
   void *arguments[1 + kMaximumArguments];
   arguments[0] = &block;
-  for (size_t i = 0; i < type->signature().arguments().size(); ++i) arguments[1 + i] = &slots[i];
+  for (size_t i = 0; i < type->signature().arguments().size(); ++i) {
+    arguments[1 + i] = &slots[i];
+  }
   ffi_call(type->signature().cif(), reinterpret_cast<Block_layout *>(block)->invoke, nullptr,
            arguments);
 }
@@ -150,7 +166,9 @@ id MakeReplyBlock(const BlockType *type, std::shared_ptr<Channel> channel, uint6
                   std::string_view selector) {
   void *code = type->code();
   auto *block = code ? static_cast<ReplyBlock *>(malloc(sizeof(ReplyBlock))) : nullptr;
-  if (!block) return nil;
+  if (!block) {
+    return nil;
+  }
   block->layout.isa = _NSConcreteMallocBlock;
   block->layout.flags = BLOCK_NEEDS_FREE | BLOCK_HAS_COPY_DISPOSE | BLOCK_HAS_SIGNATURE | 2;
   block->layout.reserved = 0;

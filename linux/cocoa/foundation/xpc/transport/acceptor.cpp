@@ -18,7 +18,9 @@ bool Acceptor::Start(const std::string &service, std::string *problem) {
     *problem = "no descriptors are left for the thread that reads and writes";
     return false;
   }
-  if (OfferService(service, &service_, problem) != 0) return false;
+  if (OfferService(service, &service_, problem) != 0) {
+    return false;
+  }
   listener_ = evconnlistener_new(
       io_->base(),
       [](evconnlistener *, evutil_socket_t socket, sockaddr *, int, void *self) {
@@ -40,7 +42,9 @@ bool Acceptor::Start(const std::string &service, std::string *problem) {
 
 void Acceptor::Stop() {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (stopped_ || !listener_) return;
+  if (stopped_ || !listener_) {
+    return;
+  }
   stopped_ = true;
   WithdrawService(&service_);
   io_->Run([self = self_] { self->Release(); });
@@ -50,17 +54,25 @@ void Acceptor::Stop() {
 void Acceptor::OnAccepted(Descriptor socket) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (stopped_) return;
+    if (stopped_) {
+      return;
+    }
   }
-  if (PeerOf(socket).user != geteuid()) return;
-  if (auto client = client_.lock()) client->OnAccepted(std::move(socket));
+  if (PeerOf(socket).user != geteuid()) {
+    return;
+  }
+  if (auto client = client_.lock()) {
+    client->OnAccepted(std::move(socket));
+  }
 }
 
 /// I/O thread, with libevent's lock held.
 void Acceptor::Pause() {
   evconnlistener_disable(listener_);
   const auto resume = [self = self_] {
-    if (self->listener_) evconnlistener_enable(self->listener_);
+    if (self->listener_) {
+      evconnlistener_enable(self->listener_);
+    }
   };
   io_->Run(resume, kExhaustedPause);
 }

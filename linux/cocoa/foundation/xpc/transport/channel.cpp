@@ -27,19 +27,25 @@ Channel::Channel(std::weak_ptr<Client> client)
                                      BEV_OPT_CLOSE_ON_FREE | BEV_OPT_THREADSAFE |
                                          BEV_OPT_DEFER_CALLBACKS | BEV_OPT_UNLOCK_CALLBACKS);
   }
-  if (stream_) io_->FlushAtExit(bufferevent_get_output(stream_));
+  if (stream_) {
+    io_->FlushAtExit(bufferevent_get_output(stream_));
+  }
 }
 
 Channel::~Channel() {
   // One that was open has been released by the I/O thread.
-  if (!stream_) return;
+  if (!stream_) {
+    return;
+  }
   DropUnsent();
   bufferevent_free(stream_);
 }
 
 bool Channel::Connect(const std::string &service) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (state_ != State::kIdle) return end_ == End::kNone;
+  if (state_ != State::kIdle) {
+    return end_ == End::kNone;
+  }
   if (stream_) {
     state_ = State::kConnecting;
     service_ = service;
@@ -52,7 +58,9 @@ bool Channel::Connect(const std::string &service) {
 
 bool Channel::Adopt(Descriptor socket) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (state_ != State::kIdle) return end_ == End::kNone;
+  if (state_ != State::kIdle) {
+    return end_ == End::kNone;
+  }
   if (stream_ && socket) {
     Open(std::move(socket));
   } else {
@@ -79,9 +87,13 @@ void Channel::TryToConnect() {
 void Channel::RetryToConnect() {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (state_ != State::kConnecting) return;
+    if (state_ != State::kConnecting) {
+      return;
+    }
     TryToConnect();
-    if (state_ != State::kEnded) return;
+    if (state_ != State::kEnded) {
+      return;
+    }
   }
   Tell();
 }
@@ -107,7 +119,9 @@ Channel::Sent Channel::Send(const uint8_t *frame, size_t length) {
   if (state_ != State::kIdle && state_ != State::kConnecting && state_ != State::kOpen) {
     return Sent::kClosed;
   }
-  if (!stream_ || writeFailed_) return Sent::kYes;
+  if (!stream_ || writeFailed_) {
+    return Sent::kYes;
+  }
   // Held while the I/O thread writes, too.
   bufferevent_lock(stream_);
   const size_t waiting = Unsent();
@@ -118,7 +132,9 @@ Channel::Sent Channel::Send(const uint8_t *frame, size_t length) {
   }
   // An error comes again on the I/O thread, which looks what the peer has said before it went.
   const size_t done = static_cast<size_t>(std::max<ssize_t>(written, 0));
-  if (fits && done < length) bufferevent_write(stream_, frame + done, length - done);
+  if (fits && done < length) {
+    bufferevent_write(stream_, frame + done, length - done);
+  }
   bufferevent_unlock(stream_);
   return fits ? Sent::kYes : Sent::kFull;
 }
@@ -142,7 +158,9 @@ void Channel::OnReadable() {
   bool news = false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (state_ != State::kOpen) return;
+    if (state_ != State::kOpen) {
+      return;
+    }
     evbuffer *input = bufferevent_get_input(stream_);
     uint8_t header[kHeaderSize];
     while (evbuffer_copyout(input, header, sizeof header) == sizeof header) {
@@ -153,7 +171,9 @@ void Channel::OnReadable() {
         news = true;
         break;
       }
-      if (evbuffer_get_length(input) - sizeof header < length) break;
+      if (evbuffer_get_length(input) - sizeof header < length) {
+        break;
+      }
       frame.payload.resize(length);
       evbuffer_drain(input, sizeof header);
       evbuffer_remove(input, frame.payload.data(), length);
@@ -161,16 +181,22 @@ void Channel::OnReadable() {
       ready_.push_back(std::move(frame));
       news = true;
     }
-    if (readySize_ > kReadyLimit) bufferevent_disable(stream_, EV_READ);
+    if (readySize_ > kReadyLimit) {
+      bufferevent_disable(stream_, EV_READ);
+    }
   }
-  if (news) Tell();
+  if (news) {
+    Tell();
+  }
 }
 
 /// I/O thread.
 void Channel::OnWritten() {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (state_ != State::kLingering || Unsent()) return;
+    if (state_ != State::kLingering || Unsent()) {
+      return;
+    }
   }
   Release();
 }
@@ -181,9 +207,13 @@ void Channel::OnEvent(short what, int error) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
     // The peer may have said something before it went: the channel lives until that is read.
-    if (what & BEV_EVENT_WRITING) DropUnsent();
+    if (what & BEV_EVENT_WRITING) {
+      DropUnsent();
+    }
     ends = state_ == State::kOpen && (what & BEV_EVENT_READING);
-    if (ends) FinishReading(what & BEV_EVENT_ERROR ? error : 0);
+    if (ends) {
+      FinishReading(what & BEV_EVENT_ERROR ? error : 0);
+    }
   }
   ends ? Tell() : OnWritten();
 }
@@ -202,7 +232,9 @@ void Channel::FinishReading(int error) {
 
 bool Channel::TakeFrame(Received *frame) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (ready_.empty()) return false;
+  if (ready_.empty()) {
+    return false;
+  }
   *frame = std::move(ready_.front());
   ready_.pop_front();
   const bool rested = readySize_ > kReadyLimit;
@@ -219,17 +251,23 @@ void Channel::Finish(End end, std::string problem) {
   end_ = end;
   problem_ = std::move(problem);
   connecting_.Reset();
-  if (!stream_) return;
+  if (!stream_) {
+    return;
+  }
   DropUnsent();
   bufferevent_disable(stream_, EV_READ);
   // The peer of a broken channel must hear of it now, not when the last frames here are handled.
-  if (end == End::kBroken) shutdown(bufferevent_getfd(stream_), SHUT_RDWR);
+  if (end == End::kBroken) {
+    shutdown(bufferevent_getfd(stream_), SHUT_RDWR);
+  }
 }
 
 bool Channel::Break(const std::string &problem) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (state_ != State::kOpen) return false;
+    if (state_ != State::kOpen) {
+      return false;
+    }
     Finish(End::kBroken, problem);
   }
   Tell();
@@ -237,7 +275,9 @@ bool Channel::Break(const std::string &problem) {
 }
 
 void Channel::Tell() {
-  if (auto client = client_.lock()) client->OnNews();
+  if (auto client = client_.lock()) {
+    client->OnNews();
+  }
 }
 
 Channel::End Channel::end() const {
@@ -259,13 +299,21 @@ void Channel::Close() {
   std::lock_guard<std::mutex> lock(mutex_);
   ready_.clear();
   readySize_ = 0;
-  if (state_ == State::kLingering || state_ == State::kClosed) return;
+  if (state_ == State::kLingering || state_ == State::kClosed) {
+    return;
+  }
   const bool lingers = state_ == State::kOpen && Unsent();
   state_ = lingers ? State::kLingering : State::kClosed;
   connecting_.Reset();
-  if (!stream_) return;
-  if (!lingers) DropUnsent();
-  if (!self_) return;
+  if (!stream_) {
+    return;
+  }
+  if (!lingers) {
+    DropUnsent();
+  }
+  if (!self_) {
+    return;
+  }
   bufferevent_disable(stream_, EV_READ);
   shutdown(bufferevent_getfd(stream_), lingers ? SHUT_RD : SHUT_RDWR);
   io_->Run([self = self_] { self->Release(); },
@@ -277,7 +325,9 @@ void Channel::Release() {
   std::shared_ptr<Channel> last;
   std::lock_guard<std::mutex> lock(mutex_);
   state_ = State::kClosed;
-  if (!stream_) return;
+  if (!stream_) {
+    return;
+  }
   last = std::move(self_);
   DropUnsent();
   bufferevent_free(stream_);

@@ -22,7 +22,9 @@ IoThread *IoThread::Shared() {
   static std::mutex mutex;
   static IoThread *shared = nullptr;
   std::lock_guard<std::mutex> lock(mutex);
-  if (shared) return shared;
+  if (shared) {
+    return shared;
+  }
   auto *fresh = new IoThread;
   if (!fresh->Start()) {
     delete fresh;
@@ -37,9 +39,15 @@ bool IoThread::Start() {
   const auto loop = [](void *base) {
     event_base_loop(static_cast<event_base *>(base), EVLOOP_NO_EXIT_ON_EMPTY);
   };
-  if (evthread_use_pthreads() == 0) base_ = event_base_new();
-  if (base_ && PlatformStartThread("xpc-io", loop, base_)) return true;
-  if (base_) event_base_free(base_);
+  if (evthread_use_pthreads() == 0) {
+    base_ = event_base_new();
+  }
+  if (base_ && PlatformStartThread("xpc-io", loop, base_)) {
+    return true;
+  }
+  if (base_) {
+    event_base_free(base_);
+  }
   return false;
 }
 
@@ -58,7 +66,9 @@ void IoThread::FlushAtExit(evbuffer *output) {
     std::lock_guard<std::mutex> lock(self->mutex_);
     self->added_ += change->n_added;
     self->removed_ += change->n_deleted;
-    if (change->n_deleted) self->progress_.notify_all();
+    if (change->n_deleted) {
+      self->progress_.notify_all();
+    }
   };
   evbuffer_add_cb(output, count, this);
 }

@@ -22,11 +22,17 @@ std::string Environment(const char *name) {
 
 std::string DirectoryPath() {
   std::string path = Environment("COCOA_SERVICE_DIR");
-  if (!path.empty()) return path;
+  if (!path.empty()) {
+    return path;
+  }
   path = Environment("XDG_RUNTIME_DIR");
-  if (!path.empty()) return path + "/cocoa-services";
+  if (!path.empty()) {
+    return path + "/cocoa-services";
+  }
   path = Environment("TMPDIR");
-  if (path.empty()) path = "/tmp";
+  if (path.empty()) {
+    path = "/tmp";
+  }
   return path + "/cocoa-services-" + std::to_string(geteuid());
 }
 
@@ -72,7 +78,9 @@ int MakeAddress(const Descriptor &directory, const std::string &path, const std:
   if (full.size() >= sizeof address->sun_path) {
     full = "/proc/self/fd/" + std::to_string(directory.get()) + "/" + file;
   }
-  if (full.size() >= sizeof address->sun_path) return ENAMETOOLONG;
+  if (full.size() >= sizeof address->sun_path) {
+    return ENAMETOOLONG;
+  }
   std::memset(address, 0, sizeof *address);
   address->sun_family = AF_UNIX;
   std::memcpy(address->sun_path, full.c_str(), full.size());
@@ -87,14 +95,18 @@ int OpenSocket(Descriptor *socket) {
 }  // namespace
 
 void Descriptor::Reset() {
-  if (fd_ >= 0) close(fd_);
+  if (fd_ >= 0) {
+    close(fd_);
+  }
   fd_ = -1;
 }
 
 Peer PeerOf(const Descriptor &socket) {
   ucred peer{};
   socklen_t length = sizeof peer;
-  if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return {};
+  if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) {
+    return {};
+  }
   return {peer.pid, peer.uid, peer.gid};
 }
 
@@ -107,10 +119,16 @@ int ConnectToService(const std::string &name, Descriptor *socket, std::string *p
   }
   sockaddr_un address;
   int error = OpenDirectory(false, &directory, &path, problem);
-  if (error == ENOENT) problem->clear();
-  if (error) return error;
+  if (error == ENOENT) {
+    problem->clear();
+  }
+  if (error) {
+    return error;
+  }
   error = MakeAddress(directory, path, name, &address);
-  if (!error && !*socket) error = OpenSocket(socket);
+  if (!error && !*socket) {
+    error = OpenSocket(socket);
+  }
   if (!error && connect(socket->get(), reinterpret_cast<sockaddr *>(&address), sizeof address)) {
     error = errno;
   }
@@ -130,7 +148,9 @@ int OfferService(const std::string &name, ServiceSocket *service, std::string *p
     return EINVAL;
   }
   int error = OpenDirectory(true, &directory, &path, problem);
-  if (error) return error;
+  if (error) {
+    return error;
+  }
 
   // The lock, not the socket, says whether somebody serves the name: it goes with its process.
   // Its file stays, since a third process could hold one that was taken away.
@@ -148,7 +168,9 @@ int OfferService(const std::string &name, ServiceSocket *service, std::string *p
   std::string fresh = "." + name + ".new";
   sockaddr_un address;
   error = MakeAddress(directory, path, fresh, &address);
-  if (!error) error = OpenSocket(&service->listening);
+  if (!error) {
+    error = OpenSocket(&service->listening);
+  }
   if (!error) {
     unlinkat(directory.get(), fresh.c_str(), 0);
     if (bind(service->listening.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) ||

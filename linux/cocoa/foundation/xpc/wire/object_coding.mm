@@ -35,10 +35,16 @@ bool IsString(id object) {
   // Most objects are strings, and those are mostly of one class.
   static std::atomic<void *> known{nullptr};
   Class type = object_getClass(object);
-  if ((void *)type == known.load(std::memory_order_relaxed)) return true;
-  if (![object isKindOfClass:Known().string]) return false;
+  if ((void *)type == known.load(std::memory_order_relaxed)) {
+    return true;
+  }
+  if (![object isKindOfClass:Known().string]) {
+    return false;
+  }
   // A proxy is what it stands for at the moment.
-  if ([type isSubclassOfClass:Known().string]) known.store((void *)type, std::memory_order_relaxed);
+  if ([type isSubclassOfClass:Known().string]) {
+    known.store((void *)type, std::memory_order_relaxed);
+  }
   return true;
 }
 
@@ -82,10 +88,14 @@ void PutNumberObject(Writer *writer, NSNumber *number) {
 
 bool IsCodable(id object, unsigned depth) {
   const Classes &known = Known();
-  if (depth > kMaximumDepth) return false;
+  if (depth > kMaximumDepth) {
+    return false;
+  }
   if ([object isKindOfClass:known.array]) {
     for (id element in (NSArray *)object) {
-      if (!IsCodable(element, depth + 1)) return false;
+      if (!IsCodable(element, depth + 1)) {
+        return false;
+      }
     }
     return true;
   }
@@ -146,14 +156,18 @@ void Put(Writer *writer, id object, unsigned depth) {
   } else if ([object isKindOfClass:known.array]) {
     writer->PutTag(Tag::kArray);
     writer->PutNumber([object count]);
-    for (id element in (NSArray *)object) Put(writer, element, depth + 1);
+    for (id element in (NSArray *)object) {
+      Put(writer, element, depth + 1);
+    }
   } else if ([object isKindOfClass:known.dictionary]) {
     writer->PutTag(Tag::kDictionary);
     writer->PutNumber([object count]);
     for (id key in (NSDictionary *)object) {
       id value = [(NSDictionary *)object objectForKey:key];
       // A number that is none is never found again.
-      if (!value) RaiseNotCodable(key);
+      if (!value) {
+        RaiseNotCodable(key);
+      }
       Put(writer, key, depth + 1);
       Put(writer, value, depth + 1);
     }
@@ -176,9 +190,13 @@ void Put(Writer *writer, id object, unsigned depth) {
 }
 
 bool IsAllowed(NSSet *allowed, Class type) {
-  if (!allowed) return true;
+  if (!allowed) {
+    return true;
+  }
   for (Class one in allowed) {
-    if (type == one || [type isSubclassOfClass:one]) return true;
+    if (type == one || [type isSubclassOfClass:one]) {
+      return true;
+    }
   }
   return false;
 }
@@ -236,10 +254,14 @@ id DecodeDictionary(const Item **item, uint32_t count, NSSet *allowed, const cha
   for (uint32_t i = 0; i < count; ++i) {
     id key = DecodeObject(item, allowed, problem);
     id value = key ? DecodeObject(item, allowed, problem) : nil;
-    if (value && [dictionary objectForKey:key]) *problem = "a dictionary has a key twice";
+    if (value && [dictionary objectForKey:key]) {
+      *problem = "a dictionary has a key twice";
+    }
     if (value && !*problem) {
       [dictionary setObject:value forKey:key];
-      if (![dictionary objectForKey:key]) *problem = "a dictionary has a key that is no value";
+      if (![dictionary objectForKey:key]) {
+        *problem = "a dictionary has a key that is no value";
+      }
     }
     [key release];
     [value release];
@@ -256,7 +278,9 @@ id DecodeError(const Item **item, const char **problem) {
   NSInteger code = static_cast<NSInteger>((*item)++->asSigned);
   id info = *problem ? nil : DecodeObject(item, nil, problem);
   id error = nil;
-  if (!*problem) error = [[NSError alloc] initWithDomain:domain code:code userInfo:info];
+  if (!*problem) {
+    error = [[NSError alloc] initWithDomain:domain code:code userInfo:info];
+  }
   [domain release];
   [info release];
   return error;
@@ -313,7 +337,9 @@ void EncodeArgument(Writer *writer, const Type &type, const void *value) {
 
 id DecodeObject(const Item **item, NSSet *allowed, const char **problem) {
   const Item &here = *(*item)++;
-  if (here.tag == Tag::kNil) return nil;
+  if (here.tag == Tag::kNil) {
+    return nil;
+  }
   Class type = PublicClass(here.tag);
   if (!type) {
     *problem = "an object was expected";
@@ -372,7 +398,9 @@ id DecodeObject(const Item **item, NSSet *allowed, const char **problem) {
     default:
       break;
   }
-  if (!object && !*problem) *problem = "an object cannot be made";
+  if (!object && !*problem) {
+    *problem = "an object cannot be made";
+  }
   return object;
 }
 
@@ -385,9 +413,15 @@ const char *DecodeArgument(const Item **item, const Type &type, NSSet *allowed, 
   }
   const Item &here = *(*item)++;
   bool stored = false;
-  if (here.tag == Tag::kSigned) stored = StoreSigned(type, here.asSigned, slot);
-  if (here.tag == Tag::kUnsigned) stored = StoreUnsigned(type, here.asUnsigned, slot);
-  if (here.tag == Tag::kFloating) stored = StoreFloating(type, here.asFloating, slot);
+  if (here.tag == Tag::kSigned) {
+    stored = StoreSigned(type, here.asSigned, slot);
+  }
+  if (here.tag == Tag::kUnsigned) {
+    stored = StoreUnsigned(type, here.asUnsigned, slot);
+  }
+  if (here.tag == Tag::kFloating) {
+    stored = StoreFloating(type, here.asFloating, slot);
+  }
   return stored ? nullptr : "a scalar does not fit its type";
 }
 

@@ -11,8 +11,12 @@ namespace {
 /// Reads one type at `*at` and moves behind it, its class name or block signature and its offset.
 bool ReadType(const char **at, const char *end, Type *type, std::string *text) {
   const char *p = *at;
-  while (p < end && std::strchr("rnNoORV", *p)) ++p;
-  if (p == end) return false;
+  while (p < end && std::strchr("rnNoORV", *p)) {
+    ++p;
+  }
+  if (p == end) {
+    return false;
+  }
   char code = *p++;
   switch (code) {
     case 'v':
@@ -64,15 +68,23 @@ bool ReadType(const char **at, const char *end, Type *type, std::string *text) {
         if (p < end && *p == '<') {
           unsigned open = 0;
           do {
-            if (*p == '<') ++open;
-            if (*p == '>') --open;
+            if (*p == '<') {
+              ++open;
+            }
+            if (*p == '>') {
+              --open;
+            }
             ++p;
           } while (p < end && open);
-          if (open) return false;
+          if (open) {
+            return false;
+          }
         }
       } else if (p < end && *p == '"') {
         const char *quote = static_cast<const char *>(std::memchr(p + 1, '"', end - p - 1));
-        if (!quote) return false;
+        if (!quote) {
+          return false;
+        }
         p = quote + 1;
       }
       break;
@@ -80,8 +92,12 @@ bool ReadType(const char **at, const char *end, Type *type, std::string *text) {
       return false;
   }
   text->push_back(code);
-  if (type->kind == TypeKind::kBlock) text->push_back('?');
-  while (p < end && ((*p >= '0' && *p <= '9') || *p == '+' || *p == '-')) ++p;
+  if (type->kind == TypeKind::kBlock) {
+    text->push_back('?');
+  }
+  while (p < end && ((*p >= '0' && *p <= '9') || *p == '+' || *p == '-')) {
+    ++p;
+  }
   *at = p;
   return true;
 }
@@ -98,18 +114,26 @@ std::unique_ptr<Signature> Signature::Parse(Form form, std::string_view encoding
   }
   signature->hidden_ = form == Form::kMethod ? 2 : 1;
   while (at < end) {
-    if (!ReadType(&at, end, &type, &signature->text_)) return nullptr;
+    if (!ReadType(&at, end, &type, &signature->text_)) {
+      return nullptr;
+    }
     signature->ffiTypes_.push_back(type.ffi);
     size_t index = signature->ffiTypes_.size() - 1;
     if (index >= signature->hidden_) {
-      if (type.kind == TypeKind::kVoid) return nullptr;
+      if (type.kind == TypeKind::kVoid) {
+        return nullptr;
+      }
       signature->arguments_.push_back(type);
     } else if (type.ffi != &ffi_type_pointer) {
       return nullptr;
     }
   }
-  if (signature->ffiTypes_.size() < signature->hidden_) return nullptr;
-  if (signature->arguments_.size() > kMaximumArguments) return nullptr;
+  if (signature->ffiTypes_.size() < signature->hidden_) {
+    return nullptr;
+  }
+  if (signature->arguments_.size() > kMaximumArguments) {
+    return nullptr;
+  }
   if (ffi_prep_cif(&signature->cif_, FFI_DEFAULT_ABI,
                    static_cast<unsigned>(signature->ffiTypes_.size()), &ffi_type_void,
                    signature->ffiTypes_.data()) != FFI_OK) {
@@ -122,16 +146,24 @@ bool StoreSigned(const Type &type, int64_t value, Slot *slot) {
   if (type.kind == TypeKind::kUnsigned || type.kind == TypeKind::kBool) {
     return value >= 0 && StoreUnsigned(type, static_cast<uint64_t>(value), slot);
   }
-  if (type.kind != TypeKind::kSigned) return false;
+  if (type.kind != TypeKind::kSigned) {
+    return false;
+  }
   switch (type.size) {
     case 1:
-      if (value != static_cast<int8_t>(value)) return false;
+      if (value != static_cast<int8_t>(value)) {
+        return false;
+      }
       break;
     case 2:
-      if (value != static_cast<int16_t>(value)) return false;
+      if (value != static_cast<int16_t>(value)) {
+        return false;
+      }
       break;
     case 4:
-      if (value != static_cast<int32_t>(value)) return false;
+      if (value != static_cast<int32_t>(value)) {
+        return false;
+      }
       break;
     default:
       break;
@@ -145,19 +177,27 @@ bool StoreUnsigned(const Type &type, uint64_t value, Slot *slot) {
     return value <= INT64_MAX && StoreSigned(type, static_cast<int64_t>(value), slot);
   }
   if (type.kind == TypeKind::kBool) {
-    if (value > 1) return false;
+    if (value > 1) {
+      return false;
+    }
   } else if (type.kind != TypeKind::kUnsigned) {
     return false;
   }
   switch (type.size) {
     case 1:
-      if (value != static_cast<uint8_t>(value)) return false;
+      if (value != static_cast<uint8_t>(value)) {
+        return false;
+      }
       break;
     case 2:
-      if (value != static_cast<uint16_t>(value)) return false;
+      if (value != static_cast<uint16_t>(value)) {
+        return false;
+      }
       break;
     case 4:
-      if (value != static_cast<uint32_t>(value)) return false;
+      if (value != static_cast<uint32_t>(value)) {
+        return false;
+      }
       break;
     default:
       break;
@@ -167,7 +207,9 @@ bool StoreUnsigned(const Type &type, uint64_t value, Slot *slot) {
 }
 
 bool StoreFloating(const Type &type, double value, Slot *slot) {
-  if (type.kind != TypeKind::kFloating) return false;
+  if (type.kind != TypeKind::kFloating) {
+    return false;
+  }
   if (type.size == 4) {
     slot->asFloat = static_cast<float>(value);
   } else {

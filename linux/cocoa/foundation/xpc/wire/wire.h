@@ -95,7 +95,9 @@ class Writer {
  public:
   Writer() = default;
   ~Writer() {
-    if (buffer_ != small_) std::free(buffer_);
+    if (buffer_ != small_) {
+      std::free(buffer_);
+    }
   }
   Writer(const Writer &) = delete;
   Writer &operator=(const Writer &) = delete;
@@ -116,7 +118,9 @@ class Writer {
   void PutSigned(int64_t number);
   void PutDouble(double number);
   void PutBytes(const void *bytes, size_t length) {
-    if (length) std::memcpy(Grow(length), bytes, length);
+    if (length) {
+      std::memcpy(Grow(length), bytes, length);
+    }
   }
   void PutText(std::string_view text) {
     PutNumber(text.size());
@@ -130,7 +134,9 @@ class Writer {
 
  private:
   uint8_t *Grow(size_t more) {
-    if (capacity_ - size_ < more) Enlarge(more);
+    if (capacity_ - size_ < more) {
+      Enlarge(more);
+    }
     uint8_t *place = buffer_ + size_;
     size_ += more;
     return place;

@@ -29,19 +29,33 @@ bool IsUTF8(const uint8_t *bytes, size_t length) {
       more = 1;
     } else if (lead >= 0xe0 && lead <= 0xef) {
       more = 2;
-      if (lead == 0xe0) low = 0xa0;
-      if (lead == 0xed) high = 0x9f;
+      if (lead == 0xe0) {
+        low = 0xa0;
+      }
+      if (lead == 0xed) {
+        high = 0x9f;
+      }
     } else if (lead >= 0xf0 && lead <= 0xf4) {
       more = 3;
-      if (lead == 0xf0) low = 0x90;
-      if (lead == 0xf4) high = 0x8f;
+      if (lead == 0xf0) {
+        low = 0x90;
+      }
+      if (lead == 0xf4) {
+        high = 0x8f;
+      }
     } else {
       return false;
     }
-    if (length - i <= more) return false;
-    if (bytes[i + 1] < low || bytes[i + 1] > high) return false;
+    if (length - i <= more) {
+      return false;
+    }
+    if (bytes[i + 1] < low || bytes[i + 1] > high) {
+      return false;
+    }
     for (unsigned k = 2; k <= more; ++k) {
-      if ((bytes[i + k] & 0xc0) != 0x80) return false;
+      if ((bytes[i + k] & 0xc0) != 0x80) {
+        return false;
+      }
     }
     i += more + 1;
   }
@@ -58,11 +72,17 @@ class Decoder {
   uint64_t Number() {
     uint64_t value = 0;
     for (unsigned shift = 0; shift < 64; shift += 7) {
-      if (at_ == end_) return Fail("a number is truncated");
+      if (at_ == end_) {
+        return Fail("a number is truncated");
+      }
       uint8_t byte = *at_++;
-      if (shift == 63 && byte > 1) return Fail("a number has more than 64 bits");
+      if (shift == 63 && byte > 1) {
+        return Fail("a number has more than 64 bits");
+      }
       value |= static_cast<uint64_t>(byte & 0x7f) << shift;
-      if (!(byte & 0x80)) return value;
+      if (!(byte & 0x80)) {
+        return value;
+      }
     }
     return Fail("a number has more than 64 bits");
   }
@@ -70,7 +90,9 @@ class Decoder {
   /// A name: short, printable, ASCII.
   std::string_view Name() {
     uint64_t length = Number();
-    if (problem_) return {};
+    if (problem_) {
+      return {};
+    }
     if (length == 0 || length > kMaximumName || length > Left()) {
       Fail("a name has a wrong length");
       return {};
@@ -91,15 +113,21 @@ class Decoder {
       Fail("too many arguments");
       return;
     }
-    while (count-- && !problem_) Value(0, true);
-    if (!problem_ && at_ != end_) Fail("bytes follow the last argument");
+    while (count-- && !problem_) {
+      Value(0, true);
+    }
+    if (!problem_ && at_ != end_) {
+      Fail("bytes follow the last argument");
+    }
   }
 
  private:
   size_t Left() const { return static_cast<size_t>(end_ - at_); }
 
   uint64_t Fail(const char *problem) {
-    if (!problem_) problem_ = problem;
+    if (!problem_) {
+      problem_ = problem;
+    }
     return 0;
   }
 
@@ -123,12 +151,16 @@ class Decoder {
     switch (item.tag) {
       case Tag::kNil:
       case Tag::kBlock:
-        if (!isArgument) Fail("a collection holds no object");
+        if (!isArgument) {
+          Fail("a collection holds no object");
+        }
         break;
       case Tag::kSigned:
       case Tag::kUnsigned:
       case Tag::kFloating:
-        if (!isArgument) Fail("a collection holds a scalar");
+        if (!isArgument) {
+          Fail("a collection holds a scalar");
+        }
         Scalar(&item);
         break;
       case Tag::kNull:
@@ -150,11 +182,17 @@ class Decoder {
       case Tag::kDictionary: {
         uint64_t count = Number();
         unsigned each = item.tag == Tag::kDictionary ? 2 : 1;
-        if (!problem_ && count > Left() / each) Fail("a collection counts more than it holds");
-        if (problem_) return;
+        if (!problem_ && count > Left() / each) {
+          Fail("a collection counts more than it holds");
+        }
+        if (problem_) {
+          return;
+        }
         item.size = static_cast<uint32_t>(count);
         items_->push_back(item);
-        for (uint64_t left = count * each; left && !problem_; --left) Value(depth + 1, false);
+        for (uint64_t left = count * each; left && !problem_; --left) {
+          Value(depth + 1, false);
+        }
         return;
       }
       case Tag::kError:
@@ -164,20 +202,30 @@ class Decoder {
       default:
         Fail("a value has an unknown tag");
     }
-    if (!problem_) items_->push_back(item);
+    if (!problem_) {
+      items_->push_back(item);
+    }
   }
 
   void Error(unsigned depth) {
     Expect(Tag::kString, Tag::kString, "an error has no domain");
-    if (!problem_) Value(depth + 1, false);
+    if (!problem_) {
+      Value(depth + 1, false);
+    }
     Expect(Tag::kSigned, Tag::kSigned, "an error has no code");
-    if (!problem_) Value(depth + 1, true);
+    if (!problem_) {
+      Value(depth + 1, true);
+    }
     Expect(Tag::kDictionary, Tag::kNil, "an error has no user info");
-    if (!problem_) Value(depth + 1, true);
+    if (!problem_) {
+      Value(depth + 1, true);
+    }
   }
 
   void Expect(Tag one, Tag other, const char *problem) {
-    if (problem_) return;
+    if (problem_) {
+      return;
+    }
     if (at_ == end_ || (*at_ != static_cast<uint8_t>(one) && *at_ != static_cast<uint8_t>(other))) {
       Fail(problem);
     }
@@ -201,7 +249,9 @@ class Decoder {
           return;
         }
         uint64_t bits = 0;
-        for (unsigned i = 0; i < 8; ++i) bits |= static_cast<uint64_t>(at_[i]) << (8 * i);
+        for (unsigned i = 0; i < 8; ++i) {
+          bits |= static_cast<uint64_t>(at_[i]) << (8 * i);
+        }
         std::memcpy(&item->asFloating, &bits, sizeof bits);
         at_ += 8;
       }
@@ -210,7 +260,9 @@ class Decoder {
 
   void Bytes(Item *item) {
     uint64_t length = Number();
-    if (problem_) return;
+    if (problem_) {
+      return;
+    }
     if (length > Left()) {
       Fail("a text or data is truncated");
       return;
@@ -233,15 +285,21 @@ class Decoder {
 }  // namespace
 
 const char *DecodeHeader(const uint8_t *bytes, uint32_t *length, FrameKind *kind) {
-  if (bytes[4] != 'P' || bytes[5] != 'X') return "a frame is malformed";
-  if (bytes[6] != 1) return "a frame has an unknown version";
+  if (bytes[4] != 'P' || bytes[5] != 'X') {
+    return "a frame is malformed";
+  }
+  if (bytes[6] != 1) {
+    return "a frame has an unknown version";
+  }
   if (bytes[7] != static_cast<uint8_t>(FrameKind::kMessage) &&
       bytes[7] != static_cast<uint8_t>(FrameKind::kReply)) {
     return "a frame has an unknown kind";
   }
   *length = bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<uint32_t>(bytes[3]) << 24;
   *kind = static_cast<FrameKind>(bytes[7]);
-  if (*length > kMaximumPayload) return "a frame is too large";
+  if (*length > kMaximumPayload) {
+    return "a frame is too large";
+  }
   return nullptr;
 }
 
@@ -251,19 +309,29 @@ const char *DecodePayload(FrameKind kind, const uint8_t *payload, size_t length,
   frame->selector = {};
   frame->replySignature = {};
   frame->argumentCount = 0;
-  if (length > kMaximumPayload) return "a frame is too large";
+  if (length > kMaximumPayload) {
+    return "a frame is too large";
+  }
 
   Decoder decoder(payload, length, &frame->items);
   frame->request = decoder.Number();
   if (kind == FrameKind::kMessage) {
-    if (!decoder.problem()) frame->selector = decoder.Name();
-    if (!decoder.problem() && frame->request) frame->replySignature = decoder.Name();
+    if (!decoder.problem()) {
+      frame->selector = decoder.Name();
+    }
+    if (!decoder.problem() && frame->request) {
+      frame->replySignature = decoder.Name();
+    }
   } else if (!decoder.problem() && !frame->request) {
     return "a reply names no request";
   }
   uint64_t count = decoder.problem() ? 0 : decoder.Number();
-  if (!decoder.problem()) decoder.Values(count);
-  if (!decoder.problem()) frame->argumentCount = static_cast<uint32_t>(count);
+  if (!decoder.problem()) {
+    decoder.Values(count);
+  }
+  if (!decoder.problem()) {
+    frame->argumentCount = static_cast<uint32_t>(count);
+  }
   return decoder.problem();
 }
 

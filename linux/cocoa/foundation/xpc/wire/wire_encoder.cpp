@@ -21,10 +21,16 @@ uint16_t NarrowEight(const uint16_t *__restrict units, uint8_t *__restrict bytes
 
 void Writer::Enlarge(size_t more) {
   size_t wanted = capacity_ * 2;
-  while (wanted - size_ < more) wanted *= 2;
+  while (wanted - size_ < more) {
+    wanted *= 2;
+  }
   void *larger = std::realloc(buffer_ == small_ ? nullptr : buffer_, wanted);
-  if (!larger) throw std::bad_alloc();
-  if (buffer_ == small_) std::memcpy(larger, small_, size_);
+  if (!larger) {
+    throw std::bad_alloc();
+  }
+  if (buffer_ == small_) {
+    std::memcpy(larger, small_, size_);
+  }
   buffer_ = static_cast<uint8_t *>(larger);
   capacity_ = wanted;
 }
@@ -37,8 +43,12 @@ void Writer::Begin(FrameKind kind) {
 
 bool Writer::Finish() {
   size_t length = size_ - kHeaderSize;
-  if (length > kMaximumPayload) return false;
-  for (unsigned i = 0; i < 4; ++i) buffer_[i] = static_cast<uint8_t>(length >> (8 * i));
+  if (length > kMaximumPayload) {
+    return false;
+  }
+  for (unsigned i = 0; i < 4; ++i) {
+    buffer_[i] = static_cast<uint8_t>(length >> (8 * i));
+  }
   return true;
 }
 
@@ -50,7 +60,9 @@ void Writer::PutDouble(double number) {
   uint64_t bits;
   std::memcpy(&bits, &number, sizeof bits);
   uint8_t *place = Grow(8);
-  for (unsigned i = 0; i < 8; ++i) place[i] = static_cast<uint8_t>(bits >> (8 * i));
+  for (unsigned i = 0; i < 8; ++i) {
+    place[i] = static_cast<uint8_t>(bits >> (8 * i));
+  }
 }
 
 void Writer::PutUTF16(const uint16_t *units, size_t count) {
@@ -60,7 +72,9 @@ void Writer::PutUTF16(const uint16_t *units, size_t count) {
   uint8_t *ascii = Grow(count);
   uint16_t all = 0;
   if (count >= 8) {
-    for (size_t i = 0; i + 8 < count; i += 8) all |= NarrowEight(units + i, ascii + i);
+    for (size_t i = 0; i + 8 < count; i += 8) {
+      all |= NarrowEight(units + i, ascii + i);
+    }
     all |= NarrowEight(units + count - 8, ascii + count - 8);
   } else {
     for (size_t i = 0; i < count; ++i) {
@@ -68,7 +82,9 @@ void Writer::PutUTF16(const uint16_t *units, size_t count) {
       ascii[i] = static_cast<uint8_t>(units[i]);
     }
   }
-  if (all < 0x80) return;
+  if (all < 0x80) {
+    return;
+  }
   size_ = before;
 
   size_t length = 0;
@@ -87,7 +103,9 @@ void Writer::PutUTF16(const uint16_t *units, size_t count) {
     }
   }
   PutNumber(length);
-  if (!length) return;
+  if (!length) {
+    return;
+  }
   uint8_t *place = Grow(length);
   for (size_t i = 0; i < count; ++i) {
     uint32_t code = units[i];
