@@ -37,21 +37,6 @@ endif()
 function(pellmar_optimize_across_files target)
   if(CMAKE_BUILD_TYPE STREQUAL "Release")
     target_compile_options(${target} PRIVATE -flto=thin)
-    if(NOT APPLE)
-      target_link_options(${target} PUBLIC -fuse-ld=lld)
-    endif()
+    target_link_options(${target} PUBLIC ${PELLMAR_ACROSS_FILES_LINK_OPTIONS})
   endif()
 endfunction()
-
-# CMAKE_OSX_DEPLOYMENT_TARGET is one for all architectures, and arm64's oldest system is newer. This stands
-# behind it in each command, where the last one counts.
-if("arm64" IN_LIST CMAKE_OSX_ARCHITECTURES)
-  add_compile_options("SHELL:-Xarch_arm64 -mmacosx-version-min=11.0")
-  add_link_options("SHELL:-Xarch_arm64 -mmacosx-version-min=11.0")
-endif()
-
-if(APPLE)
-  add_compile_options(-Werror=unguarded-availability)
-  target_compile_options(pellmar_flags INTERFACE
-    $<$<COMPILE_LANGUAGE:OBJC,OBJCXX>:-fno-objc-arc>)
-endif()

@@ -14,12 +14,16 @@ set(COCOA_TEST_ENVIRONMENT "${PELLMAR_TEST_ENVIRONMENT}")
 #   pellmar_add_test(NAME SCRIPT file)                                      a file for node's test runner
 #   pellmar_add_test(NAME COMMAND …)                                        any other command
 #
-# each with [LABELS …] [TIMEOUT seconds] [ENVIRONMENT …]. DISPLAY: the program opens windows, so it gets a display
+# each with [LABELS …] [TIMEOUT seconds] [ENVIRONMENT …] [LINUX]. DISPLAY: the program opens windows, so it gets a display
 # of its own. Labels: product, package, bundle or repository for what is tested; sanitize and thread for the tests
-# that run in the builds with sanitizers, too. The limit of time is for what hangs, not for a slow machine.
+# that run in the builds with sanitizers, too. The limit of time is for what hangs, not for a slow machine. LINUX: not
+# on a Mac, where tests/electron has the application that scripts run in.
 function(pellmar_add_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg
-    "DISPLAY" "SCRIPT;TIMEOUT" "SOURCES;LIBRARIES;ARGUMENTS;COMMAND;LABELS;ENVIRONMENT")
+    "DISPLAY;LINUX" "SCRIPT;TIMEOUT" "SOURCES;LIBRARIES;ARGUMENTS;COMMAND;LABELS;ENVIRONMENT")
+  if(arg_LINUX AND APPLE)
+    return()
+  endif()
   set(environment "${PELLMAR_TEST_ENVIRONMENT}")
   if(arg_SOURCES)
     add_executable(${name} ${arg_SOURCES})
@@ -28,12 +32,9 @@ function(pellmar_add_test name)
     # CMake writes no run path into programs that it links as Objective-C++.
     set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
     set(arg_COMMAND $<TARGET_FILE:${name}> ${arg_ARGUMENTS})
-    if(APPLE)
-      # Tests run on the system that builds them, whatever the product's oldest one lacks, and use what
-      # both toolkits have, even if a Mac has something newer.
-      target_compile_options(${name} PRIVATE -Wno-unguarded-availability -Wno-deprecated-declarations)
-    elseif(arg_DISPLAY)
-      list(PREPEND arg_COMMAND "${PROJECT_SOURCE_DIR}/linux/cocoa/testing/with-display")
+    target_compile_options(${name} PRIVATE ${PELLMAR_TEST_OPTIONS})
+    if(arg_DISPLAY)
+      list(PREPEND arg_COMMAND ${PELLMAR_DISPLAY})
     endif()
   elseif(arg_SCRIPT)
     set(arg_COMMAND "${NODE_EXECUTABLE}" --test "${CMAKE_CURRENT_SOURCE_DIR}/${arg_SCRIPT}")

@@ -1,4 +1,4 @@
-#include "agent_process.h"
+#include "../agent_process.h"
 
 #include <signal.h>
 #include <spawn.h>
