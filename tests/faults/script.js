@@ -65,6 +65,16 @@ Object.assign(globalThis, {
     for (let i = 0; i < count; ++i) fs.readFileSync(__filename);
     return (await Promise.all(reads)).length + count;
   },
+
+  /** Opens files until no descriptor is left, and returns them. */
+  takeDescriptors() {
+    const taken = [];
+    try {
+      for (;;) taken.push(fs.openSync(__filename));
+    } catch {
+      return taken;
+    }
+  },
   print,
 });
 

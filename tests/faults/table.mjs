@@ -16,7 +16,7 @@ import path from 'node:path';
 import { setTimeout as delay } from 'node:timers/promises';
 
 import { until } from '../support/display.mjs';
-import { modulePath } from './callers.mjs';
+import { Caller, modulePath } from './callers.mjs';
 import { application, decline } from './row.mjs';
 
 const check = 'checkConnectionWithCallback:';
@@ -793,7 +793,107 @@ const restarts = [
   },
 ];
 
+/** What the process has of the system, and what that may lack. */
+const surroundings = [
+  {
+    fault: 'the caller itself is stopped past its deadline', call: 'status(), status()', within: [2900, 9000],
+    expected: '0, and once the agent goes on 1',
+    async run(row) {
+      const caller = await row.startCaller();
+      const agent = await row.startAgent(...calm);
+      await agent.suspend();
+      const asking = caller.tell('status()');
+      await delay(300);
+      caller.process.kill('SIGSTOP');
+      await delay(2700);
+      caller.process.kill('SIGCONT');
+      const { value, ms } = await asking;
+      agent.process.kill('SIGCONT');
+      await until(async () => (await caller.tell('status()')).value === '1', 'it is there again');
+      return { value: `${value}, and once the agent goes on 1`, ms };
+    },
+  },
+  {
+    fault: 'no descriptors left in the process', call: 'all functions, and with descriptors status()',
+    expected: 'returned undefined, undefined, undefined, true, 0, false, callback(0), then 1', within: soon,
+    async run(row) {
+      const caller = await row.startCaller();
+      await row.startAgent(...calm);
+      const { value, ms } = await caller.tell(`(() => { const taken = takeDescriptors();
+        const seen = thrown(() => [pellmar.PLReportUsageEvent('e'), pellmar.PLShowReleaseNotesWindow(),
+          pellmar.PLShowReleaseNotesWindowIfNeeded(), pellmar.PLCanShowReleaseNotesWindow(), status(), ask()]
+          .map(String).join(', '));
+        taken.forEach((descriptor) => require('fs').closeSync(descriptor));
+        return seen; })()`.replace(/\n\s*/g, ' '));
+      let then;
+      await until(async () => (then = (await caller.tell('status()')).value) !== '0', 'the agent is found');
+      return { value: `${value}, then ${then}`, ms };
+    },
+  },
+  {
+    fault: 'two applications and one agent', call: 'status() of both, 20 times', expected: '40 × 1', within: soon,
+    async run(row) {
+      const caller = await row.startCaller();
+      await row.startAgent(...calm);
+      const other = await Caller.inNode(row);
+      const start = performance.now();
+      const answers = await Promise.all(Array.from({ length: 20 }, () =>
+        [caller, other].map((one) => one.tell('status()'))).flat());
+      const right = answers.filter(({ value }) => value === '1').length;
+      return { value: `${right} × 1`, ms: performance.now() - start };
+    },
+  },
+  {
+    fault: 'a child process outlives the application', call: 'status(), then spawn()', within: soon,
+    expected: '1, and the child holds nothing of it',
+    async run(row) {
+      const caller = await row.startCaller();
+      const agent = await row.startAgent(...calm);
+      await caller.tell(`pellmar.PLReportUsageEvent('e')`);
+      const { value, ms } = await caller.tell('status()');
+      await agent.waitFor(event);
+      const { value: held } = await caller.tell(
+        `require('child_process').execFileSync('ls', ['-l', '/proc/self/fd'], { stdio: ['ignore', 'pipe', 'ignore'] })
+        .toString().split(String.fromCharCode(10)).filter((line) => / ([3-9]|[1-9][0-9]+) -> (socket|anon_inode)/.test(line)).length`
+          .replace(/\n\s*/g, ''));
+      return { value: `${value}, and the child holds ${held === 0 ? 'nothing of it' : `${held} descriptors`}`, ms };
+    },
+  },
+  {
+    fault: 'replies come while the process ends', call: '200 requests, process.exit(3)', within: soon, ends: true,
+    expected: 'the process ends with 3',
+    async run(row) {
+      const caller = await row.startCaller();
+      await row.startAgent(...calm);
+      caller.input.write('for (let i = 0; i < 200; ++i) pellmar.PLShowReleaseNotesWindow(); ' +
+        'status(); process.exit(3)\n');
+      const start = performance.now();
+      const { status, signal } = await caller.end();
+      return { value: `the process ends with ${signal ?? status}`, ms: performance.now() - start };
+    },
+  },
+];
+
+/** The domain of the application's defaults as it may be found. */
+const defaults = [
+  ['truncated', '{ ShouldAskForPermissionLater = YE'],
+  ['of a wrong type', '{ ShouldAskForPermissionLater = (1, 2); }'],
+  ['no property list', '\0\xff\xfe('],
+].map(([kind, text]) => ({
+  fault: `defaults ${kind}`, call: 'ask(), Escape, status()', within: soon,
+  expected: 'callback(2), then 2',
+  async run(row) {
+    fs.mkdirSync(row.session.defaultsFolder, { recursive: true });
+    fs.writeFileSync(path.join(row.session.defaultsFolder, `${application}.plist`), text, 'latin1');
+    const { caller } = await row.startWindow();
+    caller.alsoExpected = [/defaults|plist|property list|parse/i];
+    const { value, ms } = await answer(row, caller, 'Escape');
+    await row.windowIsGone();
+    return { value: `${value}, then ${(await caller.tell('status()')).value}`, ms };
+  },
+}));
+
 export const table = [
-  ...absent, ...silent, ...dying, ...replacements, ...replies, ...malformed, ...crowds, ...scripts,
-  ...[...windows, ...restarts].map((row) => ({ caller: 'window', ...row })),
+  ...absent, ...silent, ...dying, ...replacements, ...replies, ...malformed, ...crowds, ...scripts, ...surroundings,
+  ...[...windows, ...restarts, ...defaults].map((row) => ({ caller: 'window', ...row })),
 ];
