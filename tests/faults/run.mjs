@@ -1,8 +1,12 @@
-// Runs the table of faults and prints it: run.mjs [--scripts] [PATTERN], where PATTERN picks rows by their
-// first two columns, and --scripts those whose caller is a script. Ends with 1 if a row is not held.
+// Runs the table of faults and prints it: run.mjs [--scripts | --page FILE] [PATTERN], where PATTERN picks rows
+// by their first two columns, and --scripts those whose caller is a script. Ends with 1 if a row is not held;
+// otherwise --page writes the table, for applications' developers.
+
+import fs from 'node:fs';
 
 import { startDisplay } from '../support/display.mjs';
 import { isSanitized } from '../support/sanitizer.mjs';
+import { faultsPage } from './page.mjs';
 import { Row } from './row.mjs';
 import { table } from './table.mjs';
 
@@ -15,6 +19,7 @@ const slowness = isSanitized() ? 3 : 1;
 
 const words = process.argv.slice(2);
 const scriptsOnly = words[0] === '--scripts' && Boolean(words.shift());
+const page = words[0] === '--page' ? words.splice(0, 2)[1] : undefined;
 const pattern = new RegExp(words[0] ?? '', 'i');
 const rows = table.filter(({ fault, call, caller }) =>
   pattern.test(`${fault} ${call}`) && !(scriptsOnly && caller === 'native'));
@@ -95,3 +100,4 @@ if (held < rows.length) {
 console.log(`${held} of ${rows.length} rows held, ` +
   `${((performance.now() - start) / 1000).toFixed(1)} s`);
 process.exitCode = held === rows.length ? 0 : 1;
+if (page && held === rows.length) fs.writeFileSync(page, faultsPage());

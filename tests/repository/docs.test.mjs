@@ -7,6 +7,8 @@ import path from 'node:path';
 import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
+import { faultsPage } from '../faults/page.mjs';
+
 const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..');
 const read = (file) => fs.readFileSync(path.join(root, file), 'utf8');
 const integrating = 'docs/integrating.md';
@@ -51,6 +53,10 @@ test('the names that the document gives are those of the code', () => {
   for (const name of text.match(/\bPL[A-Z]\w+(?=[`(])/g)) {
     assert.ok(declared.has(name), name);
   }
+});
+
+test('the page of faults is the table that is tried', () => {
+  assert.equal(read('docs/faults.md'), faultsPage());
 });
 
 test('the spellings that are to stay are those of the code', () => {
