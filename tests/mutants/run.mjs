@@ -1,8 +1,8 @@
 // Tests the tests: applies each mutant of the table to a copy of the tree, builds what it changes, and
 // demands that one of the tests that should see it fails.
 //
-//   node run.mjs [PATTERN]     the mutants whose file or text has PATTERN; all without it
-//   node run.mjs --list        prints a line each
+//   run.mjs [PATTERN]     the mutants whose file or text has PATTERN; all without it
+//   run.mjs --list        prints a line each
 //
 // Ends with 1 if a mutant survives, or if its text is not found exactly once any more.
 

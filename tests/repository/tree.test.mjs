@@ -7,6 +7,8 @@ import path from 'node:path';
 import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
+import { mutants } from '../mutants/table.mjs';
+
 const root = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..');
 
 /** The files that git knows or would take, below the given folders. */
@@ -35,6 +37,11 @@ test('shellcheck finds nothing in the scripts', () => {
   assert.ok(scripts.length > 20);
   const { status, stdout } = spawnSync('shellcheck', scripts, { cwd: root, encoding: 'utf8' });
   assert.equal(status, 0, stdout);
+});
+
+test('what the mutants change is there, once', () => {
+  assert.ok(mutants.length > 200);
+  for (const { file, from } of mutants) assert.equal(read(file).split(from).length, 2, `${file}: ${from}`);
 });
 
 test('the product has no condition on a platform and no name of the Linux toolkit', () => {
