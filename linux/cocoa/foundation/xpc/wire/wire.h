@@ -2,8 +2,7 @@
 // nothing.
 //
 // An encoding of its own: GNUstep's keyed archiver (1.28 and 1.31) writes no secure archives of
-// objects outside property lists, knows no reply blocks, makes classes by the names it reads, and
-// takes tens of microseconds where a message must be ready in less than one.
+// objects outside property lists, knows no reply blocks, and makes classes by the names it reads.
 //
 // A frame is a header of 8 bytes (length of the payload, 32 bits, little endian; 'P' 'X'; version;
 // kind) and the payload:
@@ -18,8 +17,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -84,69 +81,34 @@ struct Frame {
 /// @param bytes  At least kHeaderSize.
 const char *DecodeHeader(const uint8_t *bytes, uint32_t *length, FrameKind *kind);
 
-/// Decodes a payload into `frame` (whose vector is reused). Returns nullptr, or what is wrong:
+/// Decodes a payload into `frame`. Returns nullptr, or what is wrong with the payload:
 /// after nullptr every length, count, nesting and text in `frame` is sound, messages have a
 /// selector, and a kBlock item is an argument of its own. Throws nothing.
 const char *DecodePayload(FrameKind kind, const uint8_t *payload, size_t length, Frame *frame);
 
-/// Writes a frame, into a place of its own as long as it is small. Not to be shared between
-/// threads.
+/// Writes a frame. Not to be shared between threads.
 class Writer {
  public:
-  Writer() = default;
-  ~Writer() {
-    if (buffer_ != small_) {
-      std::free(buffer_);
-    }
-  }
-  Writer(const Writer &) = delete;
-  Writer &operator=(const Writer &) = delete;
-
   void Begin(FrameKind kind);
   /// Fills in the length. Returns false when the payload is too large to be sent.
   bool Finish();
 
   void PutTag(Tag tag) { PutByte(static_cast<uint8_t>(tag)); }
-  void PutByte(uint8_t byte) { *Grow(1) = byte; }
-  void PutNumber(uint64_t number) {
-    while (number >= 0x80) {
-      PutByte(static_cast<uint8_t>(number | 0x80));
-      number >>= 7;
-    }
-    PutByte(static_cast<uint8_t>(number));
-  }
+  void PutByte(uint8_t byte) { bytes_.push_back(byte); }
+  void PutNumber(uint64_t number);
   void PutSigned(int64_t number);
   void PutDouble(double number);
-  void PutBytes(const void *bytes, size_t length) {
-    if (length) {
-      std::memcpy(Grow(length), bytes, length);
-    }
-  }
-  void PutText(std::string_view text) {
-    PutNumber(text.size());
-    PutBytes(text.data(), text.size());
-  }
+  void PutBytes(const void *bytes, size_t length);
+  /// A length and the bytes.
+  void PutText(std::string_view text);
   /// A length and the UTF-8 of UTF-16 units; a half of a surrogate pair becomes U+FFFD.
   void PutUTF16(const uint16_t *units, size_t count);
 
-  const uint8_t *data() const { return buffer_; }
-  size_t size() const { return size_; }
+  const uint8_t *data() const { return bytes_.data(); }
+  size_t size() const { return bytes_.size(); }
 
  private:
-  uint8_t *Grow(size_t more) {
-    if (capacity_ - size_ < more) {
-      Enlarge(more);
-    }
-    uint8_t *place = buffer_ + size_;
-    size_ += more;
-    return place;
-  }
-  void Enlarge(size_t more);
-
-  uint8_t small_[512];
-  uint8_t *buffer_ = small_;
-  size_t size_ = 0;
-  size_t capacity_ = sizeof small_;
+  std::vector<uint8_t> bytes_;
 };
 
 }  // namespace platform::xpc
