@@ -1,29 +1,12 @@
 #include "object_coding.h"
 
-#include <objc/runtime.h>
-
-#include <atomic>
 #include <cmath>
 #include <cstring>
+#include <vector>
 
 namespace platform::xpc {
 
 namespace {
-
-constexpr NSUInteger kStackUnits = 1024;
-
-struct Classes {
-  Class string, number, boolean, array, dictionary, error, data, date, url, null;
-};
-
-const Classes &Known() {
-  static const Classes known = {
-      [NSString class], [NSNumber class],     [[NSNumber numberWithBool:YES] class],
-      [NSArray class],  [NSDictionary class], [NSError class],
-      [NSData class],   [NSDate class],       [NSURL class],
-      [NSNull class]};
-  return known;
-}
 
 [[noreturn]] void RaiseNotCodable(id object) {
   [NSException raise:NSInvalidArgumentException
@@ -31,38 +14,14 @@ const Classes &Known() {
   abort();
 }
 
-bool IsString(id object) {
-  // Most objects are strings, and those are mostly of one class.
-  static std::atomic<void *> known{nullptr};
-  Class type = object_getClass(object);
-  if ((void *)type == known.load(std::memory_order_relaxed)) {
-    return true;
-  }
-  if (![object isKindOfClass:Known().string]) {
-    return false;
-  }
-  // A proxy is what it stands for at the moment.
-  if ([type isSubclassOfClass:Known().string]) {
-    known.store((void *)type, std::memory_order_relaxed);
-  }
-  return true;
-}
-
 void PutString(Writer *writer, NSString *string) {
-  NSUInteger length = [string length];
-  if (length <= kStackUnits) {
-    unichar units[kStackUnits];
-    [string getCharacters:units range:NSMakeRange(0, length)];
-    writer->PutUTF16(units, length);
-  } else {
-    std::unique_ptr<unichar[]> units(new unichar[length]);
-    [string getCharacters:units.get() range:NSMakeRange(0, length)];
-    writer->PutUTF16(units.get(), length);
-  }
+  std::vector<unichar> units([string length]);
+  [string getCharacters:units.data() range:NSMakeRange(0, units.size())];
+  writer->PutUTF16(units.data(), units.size());
 }
 
 void PutNumberObject(Writer *writer, NSNumber *number) {
-  if ([number class] == Known().boolean) {
+  if ([number class] == [[NSNumber numberWithBool:YES] class]) {
     writer->PutTag([number boolValue] ? Tag::kTrue : Tag::kFalse);
     return;
   }
@@ -86,35 +45,17 @@ void PutNumberObject(Writer *writer, NSNumber *number) {
   }
 }
 
-bool IsCodable(id object, unsigned depth) {
-  const Classes &known = Known();
-  if (depth > kMaximumDepth) {
-    return false;
-  }
-  if ([object isKindOfClass:known.array]) {
-    for (id element in (NSArray *)object) {
-      if (!IsCodable(element, depth + 1)) {
-        return false;
-      }
-    }
-    return true;
-  }
-  if ([object isKindOfClass:known.dictionary]) {
-    for (id key in (NSDictionary *)object) {
-      if (!IsCodable(key, depth + 1) ||
-          !IsCodable([(NSDictionary *)object objectForKey:key], depth + 1)) {
-        return false;
-      }
-    }
-    return true;
-  }
-  return [object isKindOfClass:known.string] || [object isKindOfClass:known.number] ||
-         [object isKindOfClass:known.error] || [object isKindOfClass:known.data] ||
-         [object isKindOfClass:known.date] || [object isKindOfClass:known.url] ||
-         [object isKindOfClass:known.null];
-}
-
 void Put(Writer *writer, id object, unsigned depth);
+
+void PutPair(Writer *writer, NSDictionary *dictionary, id key, unsigned depth) {
+  id value = [dictionary objectForKey:key];
+  // A number that is none is never found again.
+  if (!value) {
+    RaiseNotCodable(key);
+  }
+  Put(writer, key, depth);
+  Put(writer, value, depth);
+}
 
 void PutError(Writer *writer, NSError *error, unsigned depth) {
   writer->PutTag(Tag::kError);
@@ -123,23 +64,28 @@ void PutError(Writer *writer, NSError *error, unsigned depth) {
   writer->PutTag(Tag::kSigned);
   writer->PutSigned([error code]);
   NSDictionary *info = [error userInfo];
-  NSMutableDictionary *codable = [[NSMutableDictionary alloc] init];
+  Writer pairs;
+  unsigned count = 0;
   for (id key in info) {
-    id value = [info objectForKey:key];
-    if (IsCodable(key, depth + 2) && IsCodable(value, depth + 2)) {
-      [codable setObject:value forKey:key];
+    Writer pair;
+    @try {
+      PutPair(&pair, info, key, depth + 2);
+    } @catch (NSException *) {
+      continue;
     }
+    pairs.PutBytes(pair.data(), pair.size());
+    ++count;
   }
-  if ([codable count] == 0) {
+  if (count == 0) {
     writer->PutTag(Tag::kNil);
-  } else {
-    Put(writer, codable, depth + 1);
+    return;
   }
-  [codable release];
+  writer->PutTag(Tag::kDictionary);
+  writer->PutNumber(count);
+  writer->PutBytes(pairs.data(), pairs.size());
 }
 
 void Put(Writer *writer, id object, unsigned depth) {
-  const Classes &known = Known();
   if (!object) {
     writer->PutTag(Tag::kNil);
     return;
@@ -148,40 +94,34 @@ void Put(Writer *writer, id object, unsigned depth) {
     [NSException raise:NSInvalidArgumentException
                 format:@"Objects are nested too deeply to be sent over a connection"];
   }
-  if (IsString(object)) {
+  if ([object isKindOfClass:[NSString class]]) {
     writer->PutTag(Tag::kString);
     PutString(writer, object);
-  } else if ([object isKindOfClass:known.number]) {
+  } else if ([object isKindOfClass:[NSNumber class]]) {
     PutNumberObject(writer, object);
-  } else if ([object isKindOfClass:known.array]) {
+  } else if ([object isKindOfClass:[NSArray class]]) {
     writer->PutTag(Tag::kArray);
     writer->PutNumber([object count]);
     for (id element in (NSArray *)object) {
       Put(writer, element, depth + 1);
     }
-  } else if ([object isKindOfClass:known.dictionary]) {
+  } else if ([object isKindOfClass:[NSDictionary class]]) {
     writer->PutTag(Tag::kDictionary);
     writer->PutNumber([object count]);
     for (id key in (NSDictionary *)object) {
-      id value = [(NSDictionary *)object objectForKey:key];
-      // A number that is none is never found again.
-      if (!value) {
-        RaiseNotCodable(key);
-      }
-      Put(writer, key, depth + 1);
-      Put(writer, value, depth + 1);
+      PutPair(writer, object, key, depth + 1);
     }
-  } else if ([object isKindOfClass:known.error]) {
+  } else if ([object isKindOfClass:[NSError class]]) {
     PutError(writer, object, depth);
-  } else if ([object isKindOfClass:known.data]) {
+  } else if ([object isKindOfClass:[NSData class]]) {
     writer->PutTag(Tag::kData);
     writer->PutText({static_cast<const char *>([object bytes]), [(NSData *)object length]});
-  } else if ([object isKindOfClass:known.null]) {
+  } else if ([object isKindOfClass:[NSNull class]]) {
     writer->PutTag(Tag::kNull);
-  } else if ([object isKindOfClass:known.date]) {
+  } else if ([object isKindOfClass:[NSDate class]]) {
     writer->PutTag(Tag::kDate);
     writer->PutDouble([object timeIntervalSinceReferenceDate]);
-  } else if ([object isKindOfClass:known.url]) {
+  } else if ([object isKindOfClass:[NSURL class]]) {
     writer->PutTag(Tag::kURL);
     PutString(writer, [object absoluteString]);
   } else {
@@ -189,46 +129,13 @@ void Put(Writer *writer, id object, unsigned depth) {
   }
 }
 
-bool IsAllowed(NSSet *allowed, Class type) {
-  if (!allowed) {
-    return true;
-  }
-  for (Class one in allowed) {
-    if (type == one || [type isSubclassOfClass:one]) {
+bool IsAllowed(NSSet *allowed, id object) {
+  for (Class each in allowed) {
+    if ([object isKindOfClass:each]) {
       return true;
     }
   }
-  return false;
-}
-
-Class PublicClass(Tag tag) {
-  const Classes &known = Known();
-  switch (tag) {
-    case Tag::kString:
-      return known.string;
-    case Tag::kData:
-      return known.data;
-    case Tag::kArray:
-      return known.array;
-    case Tag::kDictionary:
-      return known.dictionary;
-    case Tag::kError:
-      return known.error;
-    case Tag::kNull:
-      return known.null;
-    case Tag::kDate:
-      return known.date;
-    case Tag::kURL:
-      return known.url;
-    case Tag::kFalse:
-    case Tag::kTrue:
-    case Tag::kSignedNumber:
-    case Tag::kUnsignedNumber:
-    case Tag::kFloatingNumber:
-      return known.number;
-    default:
-      return Nil;
-  }
+  return allowed == nil;
 }
 
 NSString *MakeString(const Item &item) {
@@ -291,7 +198,6 @@ id DecodeError(const Item **item, const char **problem) {
 void EncodeObject(Writer *writer, id object) { Put(writer, object, 0); }
 
 void EncodeArgument(Writer *writer, const Type &type, const void *value) {
-  int64_t number = 0;
   switch (type.kind) {
     case TypeKind::kObject:
       Put(writer, *static_cast<const id *>(value), 0);
@@ -301,24 +207,14 @@ void EncodeArgument(Writer *writer, const Type &type, const void *value) {
       writer->PutDouble(type.size == 4 ? *static_cast<const float *>(value)
                                        : *static_cast<const double *>(value));
       return;
-    case TypeKind::kSigned:
-      switch (type.size) {
-        case 1:
-          number = *static_cast<const int8_t *>(value);
-          break;
-        case 2:
-          number = *static_cast<const int16_t *>(value);
-          break;
-        case 4:
-          number = *static_cast<const int32_t *>(value);
-          break;
-        default:
-          number = *static_cast<const int64_t *>(value);
-          break;
-      }
+    case TypeKind::kSigned: {
+      const unsigned unused = 64 - 8 * type.size;
+      uint64_t bits = 0;
+      std::memcpy(&bits, value, type.size);
       writer->PutTag(Tag::kSigned);
-      writer->PutSigned(number);
+      writer->PutSigned(static_cast<int64_t>(bits << unused) >> unused);
       return;
+    }
     case TypeKind::kBool:
     case TypeKind::kUnsigned: {
       uint64_t positive = 0;
@@ -338,15 +234,6 @@ void EncodeArgument(Writer *writer, const Type &type, const void *value) {
 id DecodeObject(const Item **item, NSSet *allowed, const char **problem) {
   const Item &here = *(*item)++;
   if (here.tag == Tag::kNil) {
-    return nil;
-  }
-  Class type = PublicClass(here.tag);
-  if (!type) {
-    *problem = "an object was expected";
-    return nil;
-  }
-  if (!IsAllowed(allowed, type)) {
-    *problem = "an object is of a class that is not allowed here";
     return nil;
   }
   id object = nil;
@@ -396,10 +283,15 @@ id DecodeObject(const Item **item, NSSet *allowed, const char **problem) {
       object = [[NSNumber alloc] initWithDouble:here.asFloating];
       break;
     default:
-      break;
+      *problem = "an object was expected";
   }
   if (!object && !*problem) {
     *problem = "an object cannot be made";
+  }
+  if (object && !IsAllowed(allowed, object)) {
+    *problem = "an object is of a class that is not allowed here";
+    [object release];
+    return nil;
   }
   return object;
 }
@@ -426,9 +318,9 @@ const char *DecodeArgument(const Item **item, const Type &type, NSSet *allowed, 
 }
 
 NSSet *CodableClasses() {
-  const Classes &known = Known();
-  return [NSSet setWithObjects:known.string, known.number, known.array, known.dictionary,
-                               known.error, known.data, known.date, known.url, known.null, nil];
+  return [NSSet setWithObjects:[NSString class], [NSNumber class], [NSArray class],
+                               [NSDictionary class], [NSError class], [NSData class],
+                               [NSDate class], [NSURL class], [NSNull class], nil];
 }
 
 }  // namespace platform::xpc

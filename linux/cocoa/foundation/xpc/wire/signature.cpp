@@ -1,6 +1,8 @@
 #include "signature.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "wire.h"
 
@@ -8,88 +10,69 @@ namespace platform::xpc {
 
 namespace {
 
+struct Code {
+  char code;
+  Type type;
+};
+
+// The selector of a method is none of its arguments, and cannot be one.
+const Code kCodes[] = {
+    {'v', {TypeKind::kVoid, 0, &ffi_type_void}},
+    {':', {TypeKind::kVoid, 8, &ffi_type_pointer}},
+    {'@', {TypeKind::kObject, 8, &ffi_type_pointer}},
+    {'B', {TypeKind::kBool, 1, &ffi_type_uint8}},
+    {'c', {TypeKind::kSigned, 1, &ffi_type_sint8}},
+    {'C', {TypeKind::kUnsigned, 1, &ffi_type_uint8}},
+    {'s', {TypeKind::kSigned, 2, &ffi_type_sint16}},
+    {'S', {TypeKind::kUnsigned, 2, &ffi_type_uint16}},
+    {'i', {TypeKind::kSigned, 4, &ffi_type_sint32}},
+    {'I', {TypeKind::kUnsigned, 4, &ffi_type_uint32}},
+    {'l', {TypeKind::kSigned, 8, &ffi_type_sint64}},
+    {'L', {TypeKind::kUnsigned, 8, &ffi_type_uint64}},
+    {'q', {TypeKind::kSigned, 8, &ffi_type_sint64}},
+    {'Q', {TypeKind::kUnsigned, 8, &ffi_type_uint64}},
+    {'f', {TypeKind::kFloating, 4, &ffi_type_float}},
+    {'d', {TypeKind::kFloating, 8, &ffi_type_double}},
+};
+
+/// Moves behind the signature in angle brackets that `**at` opens. Returns false where it is open.
+bool SkipSignature(const char **at, const char *end) {
+  unsigned open = 0;
+  do {
+    if (*at == end) {
+      return false;
+    }
+    open += **at == '<';
+    open -= **at == '>';
+    ++*at;
+  } while (open);
+  return true;
+}
+
 /// Reads one type at `*at` and moves behind it, its class name or block signature and its offset.
 bool ReadType(const char **at, const char *end, Type *type, std::string *text) {
   const char *p = *at;
   while (p < end && std::strchr("rnNoORV", *p)) {
     ++p;
   }
-  if (p == end) {
+  const char code = p < end ? *p++ : '\0';
+  const Code *known = std::find_if(std::begin(kCodes), std::end(kCodes),
+                                   [&](const Code &each) { return each.code == code; });
+  if (known == std::end(kCodes)) {
     return false;
   }
-  char code = *p++;
-  switch (code) {
-    case 'v':
-      *type = {TypeKind::kVoid, 0, &ffi_type_void};
-      break;
-    case 'B':
-      *type = {TypeKind::kBool, 1, &ffi_type_uint8};
-      break;
-    case 'c':
-      *type = {TypeKind::kSigned, 1, &ffi_type_sint8};
-      break;
-    case 'C':
-      *type = {TypeKind::kUnsigned, 1, &ffi_type_uint8};
-      break;
-    case 's':
-      *type = {TypeKind::kSigned, 2, &ffi_type_sint16};
-      break;
-    case 'S':
-      *type = {TypeKind::kUnsigned, 2, &ffi_type_uint16};
-      break;
-    case 'i':
-      *type = {TypeKind::kSigned, 4, &ffi_type_sint32};
-      break;
-    case 'I':
-      *type = {TypeKind::kUnsigned, 4, &ffi_type_uint32};
-      break;
-    case 'l':
-    case 'q':
-      *type = {TypeKind::kSigned, 8, &ffi_type_sint64};
-      break;
-    case 'L':
-    case 'Q':
-      *type = {TypeKind::kUnsigned, 8, &ffi_type_uint64};
-      break;
-    case 'f':
-      *type = {TypeKind::kFloating, 4, &ffi_type_float};
-      break;
-    case 'd':
-      *type = {TypeKind::kFloating, 8, &ffi_type_double};
-      break;
-    case ':':
-      *type = {TypeKind::kVoid, 8, &ffi_type_pointer};
-      break;
-    case '@':
-      *type = {TypeKind::kObject, 8, &ffi_type_pointer};
-      if (p < end && *p == '?') {
-        type->kind = TypeKind::kBlock;
-        ++p;
-        if (p < end && *p == '<') {
-          unsigned open = 0;
-          do {
-            if (*p == '<') {
-              ++open;
-            }
-            if (*p == '>') {
-              --open;
-            }
-            ++p;
-          } while (p < end && open);
-          if (open) {
-            return false;
-          }
-        }
-      } else if (p < end && *p == '"') {
-        const char *quote = static_cast<const char *>(std::memchr(p + 1, '"', end - p - 1));
-        if (!quote) {
-          return false;
-        }
-        p = quote + 1;
-      }
-      break;
-    default:
+  *type = known->type;
+  if (code == '@' && p < end && *p == '?') {
+    type->kind = TypeKind::kBlock;
+    ++p;
+    if (p < end && *p == '<' && !SkipSignature(&p, end)) {
       return false;
+    }
+  } else if (code == '@' && p < end && *p == '"') {
+    p = std::find(p + 1, end, '"');
+    if (p++ == end) {
+      return false;
+    }
   }
   text->push_back(code);
   if (type->kind == TypeKind::kBlock) {
@@ -128,13 +111,9 @@ std::unique_ptr<Signature> Signature::Parse(Form form, std::string_view encoding
       return nullptr;
     }
   }
-  if (signature->ffiTypes_.size() < signature->hidden_) {
-    return nullptr;
-  }
-  if (signature->arguments_.size() > kMaximumArguments) {
-    return nullptr;
-  }
-  if (ffi_prep_cif(&signature->cif_, FFI_DEFAULT_ABI,
+  if (signature->ffiTypes_.size() < signature->hidden_ ||
+      signature->arguments_.size() > kMaximumArguments ||
+      ffi_prep_cif(&signature->cif_, FFI_DEFAULT_ABI,
                    static_cast<unsigned>(signature->ffiTypes_.size()), &ffi_type_void,
                    signature->ffiTypes_.data()) != FFI_OK) {
     return nullptr;
@@ -146,27 +125,9 @@ bool StoreSigned(const Type &type, int64_t value, Slot *slot) {
   if (type.kind == TypeKind::kUnsigned || type.kind == TypeKind::kBool) {
     return value >= 0 && StoreUnsigned(type, static_cast<uint64_t>(value), slot);
   }
-  if (type.kind != TypeKind::kSigned) {
+  const int64_t most = INT64_MAX >> (64 - 8 * type.size);
+  if (type.kind != TypeKind::kSigned || value > most || value < -most - 1) {
     return false;
-  }
-  switch (type.size) {
-    case 1:
-      if (value != static_cast<int8_t>(value)) {
-        return false;
-      }
-      break;
-    case 2:
-      if (value != static_cast<int16_t>(value)) {
-        return false;
-      }
-      break;
-    case 4:
-      if (value != static_cast<int32_t>(value)) {
-        return false;
-      }
-      break;
-    default:
-      break;
   }
   slot->asSigned = value;
   return true;
@@ -176,31 +137,9 @@ bool StoreUnsigned(const Type &type, uint64_t value, Slot *slot) {
   if (type.kind == TypeKind::kSigned) {
     return value <= INT64_MAX && StoreSigned(type, static_cast<int64_t>(value), slot);
   }
-  if (type.kind == TypeKind::kBool) {
-    if (value > 1) {
-      return false;
-    }
-  } else if (type.kind != TypeKind::kUnsigned) {
+  const uint64_t most = type.kind == TypeKind::kBool ? 1 : UINT64_MAX >> (64 - 8 * type.size);
+  if ((type.kind != TypeKind::kUnsigned && type.kind != TypeKind::kBool) || value > most) {
     return false;
-  }
-  switch (type.size) {
-    case 1:
-      if (value != static_cast<uint8_t>(value)) {
-        return false;
-      }
-      break;
-    case 2:
-      if (value != static_cast<uint16_t>(value)) {
-        return false;
-      }
-      break;
-    case 4:
-      if (value != static_cast<uint32_t>(value)) {
-        return false;
-      }
-      break;
-    default:
-      break;
   }
   slot->asUnsigned = value;
   return true;
