@@ -1,8 +1,9 @@
-#import "BlockClasses.h"
+// The classes of blocks, named as on the platform they come from.
 
 #include <Block.h>
 #import <Foundation/NSAutoreleasePool.h>
 #import <Foundation/NSException.h>
+#import <Foundation/NSObject.h>
 #import <Foundation/NSString.h>
 
 #import "BlockLayout.h"
@@ -21,6 +22,12 @@ __asm__(".macro block_class symbol, class\n"
         "block_class _NSConcreteMallocBlock, __NSMallocBlock__\n"
         "block_class _NSConcreteGlobalBlock, __NSGlobalBlock__\n");
 
+/// The root of the three: a block is an object that can be copied, kept in a collection and set as
+/// a property. Its life is managed by the functions of <Block.h>, never by NSObject's counter: one
+/// that lies in a frame or in the program's image counts no references.
+@interface NSBlock : NSObject <NSCopying>
+@end
+
 @implementation NSBlock
 
 + (id)allocWithZone:(NSZone *)zone {
@@ -38,14 +45,6 @@ __asm__(".macro block_class symbol, class\n"
   return _Block_copy(self);
 }
 
-- (NSString *)description {
-  return [NSString stringWithFormat:@"<%@: %p>", [self class], self];
-}
-
-@end
-
-@implementation __NSStackBlock__
-
 - (id)retain {
   return self;
 }
@@ -58,9 +57,28 @@ __asm__(".macro block_class symbol, class\n"
 }
 
 - (NSUInteger)retainCount {
+  return NSUIntegerMax;
+}
+
+- (NSString *)description {
+  return [NSString stringWithFormat:@"<%@: %p>", [self class], self];
+}
+
+@end
+
+/// A block whose captures still lie in a frame: it cannot be kept, only copied.
+@interface __NSStackBlock__ : NSBlock
+@end
+
+@implementation __NSStackBlock__
+
+- (NSUInteger)retainCount {
   return 1;
 }
 
+@end
+
+@interface __NSMallocBlock__ : NSBlock
 @end
 
 @implementation __NSMallocBlock__
@@ -85,21 +103,9 @@ __asm__(".macro block_class symbol, class\n"
 
 @end
 
+/// A block without captures: it lives in the program's image.
+@interface __NSGlobalBlock__ : NSBlock
+@end
+
 @implementation __NSGlobalBlock__
-
-- (id)retain {
-  return self;
-}
-
-- (oneway void)release {
-}
-
-- (id)autorelease {
-  return self;
-}
-
-- (NSUInteger)retainCount {
-  return NSUIntegerMax;
-}
-
 @end

@@ -92,9 +92,6 @@ extern void *_NSConcreteMallocBlock[];
 /// neither libobjc's nor GNUstep's parsers know: drop the question mark for them. Any thread.
 const char *_Block_signature(const void *block);
 
-/// Returns the copy and dispose helpers of `block`, or NULL where it has none.
-const struct Block_descriptor_helpers *_Block_helpers(const struct Block_layout *block);
-
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }

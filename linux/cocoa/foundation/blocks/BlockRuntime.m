@@ -37,6 +37,25 @@ static BOOL Release(int32_t *flags) {
   return (now & BLOCK_DEALLOCATING) != 0;
 }
 
+static const struct Block_descriptor_helpers *Helpers(const struct Block_layout *block) {
+  if (!(Load(&block->flags) & BLOCK_HAS_COPY_DISPOSE)) {
+    return NULL;
+  }
+  return (const struct Block_descriptor_helpers *)(block->descriptor + 1);
+}
+
+const char *_Block_signature(const void *pointer) {
+  const struct Block_layout *block = pointer;
+  if (!block || !(Load(&block->flags) & BLOCK_HAS_SIGNATURE)) {
+    return NULL;
+  }
+  const char *field = (const char *)(block->descriptor + 1);
+  if (Load(&block->flags) & BLOCK_HAS_COPY_DISPOSE) {
+    field += sizeof(struct Block_descriptor_helpers);
+  }
+  return ((const struct Block_descriptor_signature *)field)->signature;
+}
+
 void *_Block_copy(const void *pointer) {
   struct Block_layout *block = (struct Block_layout *)pointer;
   if (!block) {
@@ -58,7 +77,7 @@ void *_Block_copy(const void *pointer) {
   memcpy(copy, block, block->descriptor->size);
   copy->flags &= ~(BLOCK_REFCOUNT_MASK | BLOCK_DEALLOCATING);
   copy->flags |= BLOCK_NEEDS_FREE | 2;
-  const struct Block_descriptor_helpers *helpers = _Block_helpers(block);
+  const struct Block_descriptor_helpers *helpers = Helpers(block);
   if (helpers) {
     helpers->copy(copy, block);
   }
@@ -72,7 +91,7 @@ void _Block_release(const void *pointer) {
   if (!block || !(Load(&block->flags) & BLOCK_NEEDS_FREE) || !Release(&block->flags)) {
     return;
   }
-  const struct Block_descriptor_helpers *helpers = _Block_helpers(block);
+  const struct Block_descriptor_helpers *helpers = Helpers(block);
   if (helpers) {
     helpers->dispose(block);
   }

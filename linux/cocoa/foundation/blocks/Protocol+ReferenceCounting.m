@@ -1,4 +1,8 @@
-#import "Protocol+ReferenceCounting.h"
+// gcc's protocols are objects that cannot be retained. They are never freed, so that the methods
+// have nothing to do; they let a block capture a protocol and a property keep one.
+
+#import <Foundation/NSObject.h>
+#import <objc/Protocol.h>
 
 @implementation Protocol (ReferenceCounting)
 
