@@ -6,7 +6,6 @@
 
 @interface PlatformXPCConnection : NSXPCConnection {
   std::shared_ptr<platform::xpc::ConnectionCore> *_core;
-  std::shared_ptr<platform::xpc::OwnerLink> *_link;
   long _references;
   NSString *_serviceName;
   NSXPCListenerEndpoint *_endpoint;

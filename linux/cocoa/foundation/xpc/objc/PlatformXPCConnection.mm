@@ -13,9 +13,8 @@ using platform::xpc::OwnerLink;
 - (instancetype)initWithTarget:(ConnectionCore::Target)target {
   self = [super init];
   if (self) {
-    _link = new std::shared_ptr<OwnerLink>(std::make_shared<OwnerLink>(self, &_references));
     _core = new std::shared_ptr<ConnectionCore>(
-        std::make_shared<ConnectionCore>(std::move(target), *_link));
+        std::make_shared<ConnectionCore>(std::move(target), self, &_references));
   }
   return self;
 }
@@ -70,14 +69,11 @@ using platform::xpc::OwnerLink;
 }
 
 - (void)dealloc {
-  if (_link) {
-    (*_link)->Clear();
-  }
   if (_core) {
+    (*_core)->owner().Clear();
     (*_core)->Invalidate();
   }
   delete _core;
-  delete _link;
   [_serviceName release];
   [_endpoint release];
   [super dealloc];

@@ -6,7 +6,6 @@
 
 @interface PlatformXPCListener : NSXPCListener {
   std::shared_ptr<platform::xpc::ListenerCore> *_core;
-  std::shared_ptr<platform::xpc::OwnerLink> *_link;
   long _references;
 }
 

@@ -11,8 +11,8 @@ using platform::xpc::OwnerLink;
 - (instancetype)initWithService:(const char *)service {
   self = [super init];
   if (self) {
-    _link = new std::shared_ptr<OwnerLink>(std::make_shared<OwnerLink>(self, &_references));
-    _core = new std::shared_ptr<ListenerCore>(std::make_shared<ListenerCore>(service, *_link));
+    _core = new std::shared_ptr<ListenerCore>(
+        std::make_shared<ListenerCore>(service, self, &_references));
   }
   return self;
 }
@@ -44,14 +44,11 @@ using platform::xpc::OwnerLink;
 }
 
 - (void)dealloc {
-  if (_link) {
-    (*_link)->Clear();
-  }
   if (_core) {
+    (*_core)->owner().Clear();
     (*_core)->Invalidate();
   }
   delete _core;
-  delete _link;
   [super dealloc];
 }
 

@@ -6,10 +6,10 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #import <Foundation/Foundation.h>
@@ -35,8 +35,11 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
     enum { kService, kListener, kAccepted } kind;
   };
 
-  ConnectionCore(Target target, std::shared_ptr<OwnerLink> owner);
+  ConnectionCore(Target target, id owner, long *references);
   ~ConnectionCore() override;
+
+  /// Leads to the object as long as that is there.
+  OwnerLink &owner() { return owner_; }
 
   void Resume();
   void Suspend();
@@ -80,14 +83,14 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
     PlatformXPCInterface *interface = nil;
     const Method *method = nullptr;
     id errorHandler = nil;
-    void Release();
+    void Release() const;
   };
-  using Requests = std::unordered_map<uint64_t, Request>;
+  using Requests = std::map<uint64_t, Request>;  ///< In the order in which they were sent.
 
   void OpenChannel();
   void Schedule();
   void Drain();
-  void HandleFrame(const std::shared_ptr<Channel> &channel);
+  void HandleFrame(const std::shared_ptr<Channel> &channel, const Channel::Received &received);
   const char *HandleMessage(const std::shared_ptr<Channel> &channel, const Frame &frame);
   const char *HandleReply(const Frame &frame);
   const char *DecodeArguments(const Frame &frame, const Signature &signature,
@@ -95,12 +98,10 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
                               Slot *slots);
   void HandleEnd(const std::shared_ptr<Channel> &channel, Channel::End end);
   void End(State state, NSInteger code);
-  void FailRequests(Requests *requests, NSInteger code);
   void FailLater(id errorHandler, NSInteger code);
-  void Enqueue(void (*work)(ConnectionCore *core));
   NSString *ServiceName() const;
 
-  const std::shared_ptr<OwnerLink> owner_;
+  OwnerLink owner_;
   const dispatch_queue_t queue_;
   std::atomic<uint64_t> lastRequest_{0};
 
@@ -117,10 +118,6 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
   Requests requests_;
   id parts_[kParts] = {};
   id keptOwner_ = nil;  ///< An accepted connection lives as long as it is active.
-
-  // Of the queue alone.
-  Channel::Received received_;
-  Frame frame_;
 };
 
 }  // namespace platform::xpc

@@ -2,7 +2,7 @@
 
 #include <objc/message.h>
 
-#include <algorithm>
+#include <utility>
 
 #import "PlatformXPCInterface.h"
 #include "wire/object_coding.h"
@@ -59,14 +59,14 @@ void RunErrorHandler(id handler, NSError *error) {
 
 }  // namespace
 
-void ConnectionCore::Request::Release() {
+void ConnectionCore::Request::Release() const {
   [block release];
   [interface release];
   [errorHandler release];
 }
 
-ConnectionCore::ConnectionCore(Target target, std::shared_ptr<OwnerLink> owner)
-    : owner_(std::move(owner)),
+ConnectionCore::ConnectionCore(Target target, id owner, long *references)
+    : owner_(owner, references),
       queue_(dispatch_queue_create("NSXPCConnection", DISPATCH_QUEUE_SERIAL)),
       target_(std::move(target)),
       peer_(PeerOf(target_.accepted)) {}
@@ -116,20 +116,6 @@ Peer ConnectionCore::peer() {
   return peer_;
 }
 
-/// Runs `work` on the queue, with the core kept alive.
-void ConnectionCore::Enqueue(void (*work)(ConnectionCore *core)) {
-  struct Call {
-    std::shared_ptr<ConnectionCore> core;
-    void (*work)(ConnectionCore *);
-  };
-  dispatch_async_f(queue_, new Call{shared_from_this(), work}, [](void *context) {
-    std::unique_ptr<Call> call(static_cast<Call *>(context));
-    @autoreleasepool {
-      call->work(call->core.get());
-    }
-  });
-}
-
 /// Call with the lock held.
 void ConnectionCore::Schedule() {
   again_ = true;
@@ -137,7 +123,10 @@ void ConnectionCore::Schedule() {
     return;
   }
   scheduled_ = true;
-  Enqueue([](ConnectionCore *core) { core->Drain(); });
+  const auto self = shared_from_this();
+  dispatch_async(queue_, ^{
+    self->Drain();
+  });
 }
 
 void ConnectionCore::OnNews() {
@@ -175,7 +164,7 @@ void ConnectionCore::Resume() {
   }
   if (state_ == State::kFresh) {
     if (target_.kind == Target::kAccepted) {
-      keptOwner_ = owner_->Retain();
+      keptOwner_ = owner_.Retain();
     }
     OpenChannel();
   }
@@ -210,14 +199,12 @@ void ConnectionCore::SendMessage(const Method &method, PlatformXPCInterface *int
   Writer writer;
   writer.Begin(FrameKind::kMessage);
   const auto &types = method.signature->arguments();
+  writer.PutNumber(number);
+  writer.PutText(method.name);
   if (request.type) {
-    writer.PutNumber(number);
-    writer.PutText(method.name);
     writer.PutText(SignatureOf(request.type).text());
-    writer.PutNumber(types.size());
-  } else {
-    writer.PutBytes(method.beginning.data(), method.beginning.size());
   }
+  writer.PutNumber(types.size());
   for (size_t i = 0; i < types.size(); ++i) {
     EncodeArgument(&writer, types[i], arguments[i]);
   }
@@ -267,25 +254,14 @@ void ConnectionCore::FailLater(id errorHandler, NSInteger code) {
   if (!errorHandler) {
     return;
   }
-  struct Call {
-    std::shared_ptr<ConnectionCore> core;
-    id errorHandler;
-    NSInteger code;
-  };
-  dispatch_async_f(
-      queue_, new Call{shared_from_this(), [errorHandler retain], code}, [](void *context) {
-        std::unique_ptr<Call> call(static_cast<Call *>(context));
-        @autoreleasepool {
-          RunErrorHandler(call->errorHandler, MakeError(call->code, call->core->ServiceName()));
-          [call->errorHandler release];
-        }
-      });
+  const auto self = shared_from_this();
+  dispatch_async(queue_, ^{
+    RunErrorHandler(errorHandler, MakeError(code, self->ServiceName()));
+  });
 }
 
 /// Queue.
 void ConnectionCore::Drain() {
-  unsigned handled = 0;
-  NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
   for (;;) {
     std::shared_ptr<Channel> channel;
     {
@@ -293,18 +269,17 @@ void ConnectionCore::Drain() {
       if (suspensions_ || state_ == State::kInvalid || !channel_) {
         scheduled_ = false;
         again_ = true;
-        break;
+        return;
       }
       channel = channel_;
       again_ = false;
     }
     // Asked first: what arrived before the end must not be overlooked.
     const Channel::End end = channel->end();
-    if (channel->TakeFrame(&received_)) {
-      HandleFrame(channel);
-      if (++handled % 64 == 0) {
-        [pool release];
-        pool = [[NSAutoreleasePool alloc] init];
+    Channel::Received received;
+    if (channel->TakeFrame(&received)) {
+      @autoreleasepool {
+        HandleFrame(channel, received);
       }
       continue;
     }
@@ -315,25 +290,26 @@ void ConnectionCore::Drain() {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!again_) {
       scheduled_ = false;
-      break;
+      return;
     }
   }
-  [pool release];
 }
 
-/// Takes `received_` apart.
-void ConnectionCore::HandleFrame(const std::shared_ptr<Channel> &channel) {
-  const std::vector<uint8_t> &payload = received_.payload;
-  const char *problem = DecodePayload(received_.kind, payload.data(), payload.size(), &frame_);
+void ConnectionCore::HandleFrame(const std::shared_ptr<Channel> &channel,
+                                 const Channel::Received &received) {
+  Frame frame;
+  const char *problem =
+      DecodePayload(received.kind, received.payload.data(), received.payload.size(), &frame);
   if (!problem) {
-    problem = received_.kind == FrameKind::kMessage ? HandleMessage(channel, frame_)
-                                                    : HandleReply(frame_);
+    problem =
+        received.kind == FrameKind::kMessage ? HandleMessage(channel, frame) : HandleReply(frame);
   }
   if (problem) {
     if (!channel->Break(problem)) {
       NSLog(@"XPC: a connection has ended: %s", problem);
     }
-    while (channel->TakeFrame(&received_)) {
+    Channel::Received dropped;
+    while (channel->TakeFrame(&dropped)) {
       continue;
     }
   }
@@ -383,7 +359,7 @@ void ReleaseArguments(const Signature &signature, Slot *slots) {
 
 const char *ConnectionCore::HandleMessage(const std::shared_ptr<Channel> &channel,
                                           const Frame &frame) {
-  id owner = owner_->Retain();
+  id owner = owner_.Retain();
   if (!owner) {
     return nullptr;
   }
@@ -457,7 +433,7 @@ const char *ConnectionCore::HandleReply(const Frame &frame) {
     request = found->second;
     requests_.erase(found);
   }
-  id owner = owner_->Retain();
+  id owner = owner_.Retain();
   const Signature &signature = SignatureOf(request.type);
   Slot slots[kMaximumArguments];
   const char *problem = nullptr;
@@ -499,14 +475,6 @@ void ConnectionCore::HandleEnd(const std::shared_ptr<Channel> &channel, Channel:
 /// Ends the channel, and with `state` kInvalid the connection; outstanding requests fail with
 /// `code`. Handlers run later on the queue.
 void ConnectionCore::End(State state, NSInteger code) {
-  struct Ended {
-    std::shared_ptr<ConnectionCore> core;
-    Requests requests;
-    NSInteger code;
-    id handler;
-    id given[kParts];
-    id owner;
-  };
   // Until the end, or an interruption and an invalidation would come in the wrong order.
   std::lock_guard<std::mutex> lock(mutex_);
   if (state_ == State::kInvalid) {
@@ -520,53 +488,30 @@ void ConnectionCore::End(State state, NSInteger code) {
     channel_->Close();
     channel_.reset();
   }
-  std::unique_ptr<Ended> ended(new Ended{});
-  ended->core = shared_from_this();
-  ended->requests = std::move(requests_);
-  requests_.clear();
-  ended->code = code;
-  if (state == State::kInvalid) {
+  const bool forGood = state == State::kInvalid;
+  const auto self = shared_from_this();
+  const Requests requests = std::exchange(requests_, {});
+  const id handler = parts_[forGood ? kInvalidation : kInterruption];
+  std::vector<id> givenUp;
+  if (forGood) {
     // The interfaces stay: a proxy may be asked for at any time.
     for (Part part : {kExportedObject, kInterruption, kInvalidation}) {
-      ended->given[part] = parts_[part];
-      parts_[part] = nil;
+      givenUp.push_back(std::exchange(parts_[part], nil));
     }
-    ended->handler = [ended->given[kInvalidation] retain];
-    ended->owner = keptOwner_;
-    keptOwner_ = nil;
+    givenUp.push_back(std::exchange(keptOwner_, nil));
     target_.accepted.Reset();
-  } else {
-    ended->handler = [parts_[kInterruption] retain];
   }
-  dispatch_async_f(queue_, ended.release(), [](void *context) {
-    std::unique_ptr<Ended> ended(static_cast<Ended *>(context));
-    @autoreleasepool {
-      ended->core->FailRequests(&ended->requests, ended->code);
-      RunHandler(ended->handler);
-      [ended->handler release];
-      for (id part : ended->given) {
-        [part release];
-      }
-      [ended->owner release];
+  dispatch_async(queue_, ^{
+    NSError *error = MakeError(code, self->ServiceName());
+    for (const auto &[number, request] : requests) {
+      RunErrorHandler(request.errorHandler, error);
+      request.Release();
+    }
+    RunHandler(handler);
+    for (id object : givenUp) {
+      [object release];
     }
   });
-}
-
-/// Queue.
-void ConnectionCore::FailRequests(Requests *requests, NSInteger code) {
-  // In the order in which they were sent.
-  std::vector<uint64_t> numbers;
-  for (auto &entry : *requests) {
-    numbers.push_back(entry.first);
-  }
-  std::sort(numbers.begin(), numbers.end());
-  NSError *error = MakeError(code, ServiceName());
-  for (uint64_t number : numbers) {
-    Request &request = (*requests)[number];
-    RunErrorHandler(request.errorHandler, error);
-    request.Release();
-  }
-  requests->clear();
 }
 
 }  // namespace platform::xpc

@@ -3,6 +3,8 @@
 #ifndef PLATFORM_XPC_LISTENER_CORE_H
 #define PLATFORM_XPC_LISTENER_CORE_H
 
+#include <event2/listener.h>
+
 #include <memory>
 #include <mutex>
 #include <string>
@@ -11,15 +13,19 @@
 #import <Foundation/Foundation.h>
 
 #include "owner_link.h"
-#include "transport/acceptor.h"
+#include "transport/io_thread.h"
+#include "transport/service_directory.h"
 
 namespace platform::xpc {
 
-class ListenerCore : public Acceptor::Client, public std::enable_shared_from_this<ListenerCore> {
+class ListenerCore : public std::enable_shared_from_this<ListenerCore> {
  public:
   /// @param service  The name, or "" for one that is reached through `ConnectHere` only.
-  ListenerCore(std::string service, std::shared_ptr<OwnerLink> owner);
-  ~ListenerCore() override;
+  ListenerCore(std::string service, id owner, long *references);
+  ~ListenerCore();
+
+  /// Leads to the object as long as that is there.
+  OwnerLink &owner() { return owner_; }
 
   void Resume();
   void Suspend();
@@ -32,14 +38,16 @@ class ListenerCore : public Acceptor::Client, public std::enable_shared_from_thi
   /// Returns one end of a new connection, or an empty descriptor when the listener is invalid.
   Descriptor ConnectHere();
 
-  void OnAccepted(Descriptor socket) override;
-
  private:
+  bool Listen(std::string *problem);
+  void OnAccepted(Descriptor socket);
+  void Pause();
+  void Release();
   void Schedule();
   void AcceptAll();
 
   const std::string service_;
-  const std::shared_ptr<OwnerLink> owner_;
+  OwnerLink owner_;
   const dispatch_queue_t queue_;
 
   std::mutex mutex_;
@@ -47,7 +55,10 @@ class ListenerCore : public Acceptor::Client, public std::enable_shared_from_thi
   bool started_ = false;
   bool invalid_ = false;
   id<NSXPCListenerDelegate> delegate_ = nil;
-  std::shared_ptr<Acceptor> acceptor_;
+  IoThread *io_ = nullptr;
+  evconnlistener *listener_ = nullptr;  ///< Until `Release`.
+  std::shared_ptr<ListenerCore> self_;  ///< While the I/O thread may call.
+  ServiceSocket socket_;
   std::vector<Descriptor> waiting_;
 };
 

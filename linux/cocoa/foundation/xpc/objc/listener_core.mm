@@ -1,22 +1,25 @@
 #include "listener_core.h"
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #import "PlatformXPCConnection.h"
 
 namespace platform::xpc {
 
-ListenerCore::ListenerCore(std::string service, std::shared_ptr<OwnerLink> owner)
+namespace {
+
+/// How long to wait when no descriptor is left; the socket would be ready all that time.
+constexpr std::chrono::milliseconds kExhaustedPause(50);
+
+}  // namespace
+
+ListenerCore::ListenerCore(std::string service, id owner, long *references)
     : service_(std::move(service)),
-      owner_(std::move(owner)),
+      owner_(owner, references),
       queue_(dispatch_queue_create("NSXPCListener", DISPATCH_QUEUE_SERIAL)) {}
 
-ListenerCore::~ListenerCore() {
-  if (acceptor_) {
-    acceptor_->Stop();
-  }
-  dispatch_release(queue_);
-}
+ListenerCore::~ListenerCore() { dispatch_release(queue_); }
 
 void ListenerCore::Resume() {
   std::string problem;
@@ -27,10 +30,7 @@ void ListenerCore::Resume() {
     }
     if (!started_) {
       started_ = true;
-      if (!service_.empty()) {
-        acceptor_ = std::make_shared<Acceptor>(weak_from_this());
-        invalid_ = !acceptor_->Start(service_, &problem);
-      }
+      invalid_ = !service_.empty() && !Listen(&problem);
     }
     if (!waiting_.empty()) {
       Schedule();
@@ -41,6 +41,35 @@ void ListenerCore::Resume() {
   }
 }
 
+/// Call with the lock held. Returns false with a line for the log.
+bool ListenerCore::Listen(std::string *problem) {
+  io_ = IoThread::Shared();
+  if (!io_) {
+    *problem = "no descriptors are left for the thread that reads and writes";
+    return false;
+  }
+  if (OfferService(service_, &socket_, problem) != 0) {
+    return false;
+  }
+  listener_ = evconnlistener_new(
+      io_->base(),
+      [](evconnlistener *, evutil_socket_t socket, sockaddr *, int, void *self) {
+        static_cast<ListenerCore *>(self)->OnAccepted(Descriptor(socket));
+      },
+      this, LEV_OPT_CLOSE_ON_EXEC | LEV_OPT_THREADSAFE | LEV_OPT_DISABLED, 0,
+      socket_.listening.get());
+  if (!listener_) {
+    WithdrawService(&socket_);
+    *problem = "there is no memory to offer the service " + service_;
+    return false;
+  }
+  evconnlistener_set_error_cb(
+      listener_, [](evconnlistener *, void *self) { static_cast<ListenerCore *>(self)->Pause(); });
+  self_ = shared_from_this();
+  evconnlistener_enable(listener_);
+  return true;
+}
+
 void ListenerCore::Suspend() {
   std::lock_guard<std::mutex> lock(mutex_);
   ++suspensions_;
@@ -48,12 +77,13 @@ void ListenerCore::Suspend() {
 
 void ListenerCore::Invalidate() {
   std::lock_guard<std::mutex> lock(mutex_);
+  if (!invalid_ && listener_) {
+    WithdrawService(&socket_);
+    io_->Run([self = self_] { self->Release(); });
+  }
   invalid_ = true;
   delegate_ = nil;
   waiting_.clear();
-  if (acceptor_) {
-    acceptor_->Stop();
-  }
 }
 
 /// It may be given up on another thread while this one asks it.
@@ -80,13 +110,34 @@ Descriptor ListenerCore::ConnectHere() {
   return Descriptor(ends[1]);
 }
 
+/// I/O thread.
 void ListenerCore::OnAccepted(Descriptor socket) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (invalid_) {
-    return;
+  if (!invalid_ && PeerOf(socket).user == geteuid()) {
+    waiting_.push_back(std::move(socket));
+    Schedule();
   }
-  waiting_.push_back(std::move(socket));
-  Schedule();
+}
+
+/// I/O thread, with libevent's lock held.
+void ListenerCore::Pause() {
+  evconnlistener_disable(listener_);
+  const auto resume = [self = self_] {
+    if (self->listener_) {
+      evconnlistener_enable(self->listener_);
+    }
+  };
+  io_->Run(resume, kExhaustedPause);
+}
+
+/// I/O thread. What nobody has accepted is dropped.
+void ListenerCore::Release() {
+  std::shared_ptr<ListenerCore> last;
+  std::lock_guard<std::mutex> lock(mutex_);
+  last = std::move(self_);
+  evconnlistener_free(listener_);
+  listener_ = nullptr;
+  socket_.listening.Reset();
 }
 
 /// Call with the lock held.
@@ -94,14 +145,10 @@ void ListenerCore::Schedule() {
   if (suspensions_) {
     return;
   }
-  dispatch_async_f(queue_, new std::shared_ptr<ListenerCore>(shared_from_this()),
-                   [](void *context) {
-                     std::unique_ptr<std::shared_ptr<ListenerCore>> core(
-                         static_cast<std::shared_ptr<ListenerCore> *>(context));
-                     @autoreleasepool {
-                       (*core)->AcceptAll();
-                     }
-                   });
+  const auto self = shared_from_this();
+  dispatch_async(queue_, ^{
+    self->AcceptAll();
+  });
 }
 
 /// Queue.
@@ -114,7 +161,7 @@ void ListenerCore::AcceptAll() {
     }
     sockets.swap(waiting_);
   }
-  NSXPCListener *owner = owner_->Retain();
+  NSXPCListener *owner = owner_.Retain();
   if (!owner) {
     return;
   }

@@ -25,8 +25,6 @@ struct Method {
   std::unique_ptr<Signature> signature;
   /// Which argument is the reply block, or -1.
   int reply = -1;
-  /// How a message without a reply begins: request number 0, the name, the number of arguments.
-  std::string beginning;
 };
 
 class ProtocolMethods {

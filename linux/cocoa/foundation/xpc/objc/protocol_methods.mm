@@ -4,8 +4,6 @@
 #include <cstring>
 #include <mutex>
 
-#include "wire/wire.h"
-
 namespace platform::xpc {
 
 namespace {
@@ -100,11 +98,6 @@ void ProtocolMethods::AddMethod(const char *name, const char *types) {
                @"and take objects, scalars and at most one block",
                method->name.c_str(), protocol_getName(protocol_)];
   }
-  Writer beginning;
-  beginning.PutNumber(0);
-  beginning.PutText(method->name);
-  beginning.PutNumber(method->signature->arguments().size());
-  method->beginning.assign(reinterpret_cast<const char *>(beginning.data()), beginning.size());
   method->types = method->signature->text();
   method->types.erase(std::remove(method->types.begin(), method->types.end(), '?'),
                       method->types.end());
