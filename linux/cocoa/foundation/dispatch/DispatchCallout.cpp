@@ -7,10 +7,6 @@ static void Call(dispatch_function_t function, void *context, bool withPool) noe
   DispatchProtected(function, context, withPool);
 }
 
-void DispatchCallout(dispatch_function_t function, void *context) {
-  Call(function, context, false);
-}
-
-void DispatchCalloutInPool(dispatch_function_t function, void *context) {
-  Call(function, context, true);
+void DispatchCallout(dispatch_function_t function, void *context, bool withPool) {
+  Call(function, context, withPool);
 }

@@ -8,12 +8,10 @@ extern "C" {
 #endif
 
 /// Calls a client's function. An exception that leaves it ends the process, of whatever language.
-void DispatchCallout(dispatch_function_t function, void *context);
+/// @param withPool  Whether an autorelease pool of its own is around the call.
+void DispatchCallout(dispatch_function_t function, void *context, bool withPool);
 
-/// The same with an autorelease pool of its own around the call.
-void DispatchCalloutInPool(dispatch_function_t function, void *context);
-
-/// The part of both that catches Objective-C exceptions, and only those.
+/// The part of it that catches Objective-C exceptions, and only those.
 void DispatchProtected(dispatch_function_t function, void *context, bool withPool);
 
 /// A client's function that calls the block `context`, and one that releases it then too.

@@ -1,19 +1,23 @@
-#import "DispatchGroup.h"
-
 #include <Block.h>
+#import <Foundation/NSArray.h>
+#include <dispatch/dispatch.h>
 #include <errno.h>
+#include <pthread.h>
 #include <stdlib.h>
 
 #include "DispatchCallout.h"
 #include "DispatchClock.h"
 #include "DispatchTrap.h"
 
-/// A block that waits for the group to become empty.
-struct DispatchNotification {
-  struct DispatchNotification *next;
-  dispatch_queue_t queue;
-  dispatch_block_t block;
-};
+@interface OS_dispatch_group : NSObject <OS_dispatch_group> {
+ @package
+  pthread_mutex_t _lock;
+  pthread_cond_t _emptied;
+  NSUInteger _entered;
+  NSUInteger _generation;          // How often the group has become empty.
+  NSMutableArray *_notifications;  // Blocks to call when it becomes empty; each keeps the group.
+}
+@end
 
 @implementation OS_dispatch_group
 
@@ -21,6 +25,7 @@ struct DispatchNotification {
   if ((self = [super init])) {
     pthread_mutex_init(&_lock, NULL);
     DispatchConditionInit(&_emptied);
+    _notifications = [NSMutableArray new];
   }
   return self;
 }
@@ -29,6 +34,7 @@ struct DispatchNotification {
   if (_entered) {
     DispatchTrap("Group object deallocated while in use");
   }
+  [_notifications release];
   pthread_cond_destroy(&_emptied);
   pthread_mutex_destroy(&_lock);
   [super dealloc];
@@ -53,27 +59,23 @@ void dispatch_group_leave(dispatch_group_t object) {
   if (!group->_entered) {
     DispatchTrap("Unbalanced call to dispatch_group_leave()");
   }
-  struct DispatchNotification *due = NULL;
+  NSMutableArray *due = nil;
   const BOOL emptied = --group->_entered == 0;
   if (emptied) {
     ++group->_generation;
-    due = group->_firstNotification;
-    group->_firstNotification = group->_lastNotification = NULL;
+    due = group->_notifications;
+    group->_notifications = [NSMutableArray new];
   }
   pthread_mutex_unlock(&group->_lock);
   // Without the lock, for which those who wake would wait at once.
   if (emptied) {
     pthread_cond_broadcast(&group->_emptied);
   }
-  while (due) {
-    struct DispatchNotification *next = due->next;
-    dispatch_async(due->queue, due->block);
-    Block_release(due->block);
-    [due->queue release];
+  for (dispatch_block_t notify in due) {
+    notify();
     [group release];
-    free(due);
-    due = next;
   }
+  [due release];
   [group release];
 }
 
@@ -96,19 +98,12 @@ void dispatch_group_notify(dispatch_group_t object, dispatch_queue_t queue,
   pthread_mutex_lock(&group->_lock);
   BOOL now = !group->_entered;
   if (!now) {
-    struct DispatchNotification *notification = calloc(1, sizeof(*notification));
-    if (!notification) {
-      abort();
-    }
-    notification->queue = [queue retain];
-    notification->block = Block_copy(block);
+    dispatch_block_t notify = Block_copy(^{
+      dispatch_async(queue, block);
+    });
+    [group->_notifications addObject:notify];
+    Block_release(notify);
     [group retain];
-    if (group->_lastNotification) {
-      group->_lastNotification->next = notification;
-    } else {
-      group->_firstNotification = notification;
-    }
-    group->_lastNotification = notification;
   }
   pthread_mutex_unlock(&group->_lock);
   if (now) {

@@ -20,7 +20,7 @@ void dispatch_once_f(dispatch_once_t *predicate, void *context, dispatch_functio
   dispatch_once_t seen = 0;
   if (__atomic_compare_exchange_n(predicate, &seen, self, false, __ATOMIC_ACQUIRE,
                                   __ATOMIC_ACQUIRE)) {
-    DispatchCallout(function, context);
+    DispatchCallout(function, context, false);
     pthread_mutex_lock(&sLock);
     __atomic_store_n(predicate, kDone, __ATOMIC_RELEASE);
     pthread_cond_broadcast(&sEnded);

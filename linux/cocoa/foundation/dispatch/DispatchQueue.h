@@ -4,6 +4,8 @@
 
 #include "DispatchWork.h"
 
+@class NSMapTable;
+
 /// A queue of `dispatch_queue_create`, and what all queues have in common.
 @interface OS_dispatch_queue : NSObject <OS_dispatch_queue> {
  @package
@@ -15,7 +17,7 @@
   NSUInteger _sharing;  // How many that are no barrier run now.
   BOOL _exclusive;      // A barrier runs, or was given to the workers to run.
   uintptr_t _owner;     // The thread that runs it (see DispatchThread), or 0.
-  struct DispatchSpecific *_specifics;
+  NSMapTable *_specifics;
 }
 
 /// @param label  Copied; may be NULL.

@@ -1,6 +1,7 @@
 #import "DispatchQueue.h"
 
 #include <Block.h>
+#import <Foundation/NSMapTable.h>
 #import <Foundation/NSString.h>
 #include <stdlib.h>
 #include <string.h>
@@ -11,13 +12,6 @@
 #include "DispatchCallout.h"
 #include "DispatchTrap.h"
 #include "DispatchWorkers.h"
-
-struct DispatchSpecific {
-  struct DispatchSpecific *next;
-  const void *key;
-  void *context;
-  dispatch_function_t destructor;
-};
 
 __thread struct DispatchFrame *DispatchCurrentFrame;
 
@@ -38,21 +32,28 @@ void DispatchRunInFrame(OS_dispatch_queue *queue, dispatch_function_t function, 
                         BOOL withPool) {
   struct DispatchFrame frame = {queue, DispatchCurrentFrame};
   DispatchCurrentFrame = &frame;
-  if (withPool) {
-    DispatchCalloutInPool(function, context);
-  } else {
-    DispatchCallout(function, context);
-  }
+  DispatchCallout(function, context, withPool);
   DispatchCurrentFrame = frame.outer;
 }
 
-static void Destroy(struct DispatchSpecific *specific) {
-  if (specific->destructor) {
-    dispatch_async_f(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), specific->context,
-                     specific->destructor);
-  }
-  free(specific);
+/// A value that a client keeps in a queue.
+@interface DispatchSpecific : NSObject {
+ @public
+  void *_context;
+  dispatch_function_t _destructor;
 }
+@end
+
+@implementation DispatchSpecific
+
+- (void)dealloc {
+  if (_destructor) {
+    dispatch_async_f(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), _context, _destructor);
+  }
+  [super dealloc];
+}
+
+@end
 
 @implementation OS_dispatch_queue
 
@@ -62,16 +63,13 @@ static void Destroy(struct DispatchSpecific *specific) {
     _serial = serial;
     pthread_mutex_init(&_lock, NULL);
     pthread_cond_init(&_turn, NULL);
+    _specifics = NSCreateMapTable(NSNonOwnedPointerMapKeyCallBacks, NSObjectMapValueCallBacks, 0);
   }
   return self;
 }
 
 - (void)dealloc {
-  while (_specifics) {
-    struct DispatchSpecific *next = _specifics->next;
-    Destroy(_specifics);
-    _specifics = next;
-  }
+  NSFreeMapTable(_specifics);
   pthread_cond_destroy(&_turn);
   pthread_mutex_destroy(&_lock);
   free(_label);
@@ -244,65 +242,50 @@ void dispatch_barrier_async(dispatch_queue_t queue, dispatch_block_t block) {
   Add(queue, (void *)Block_copy(block), DispatchCallAndReleaseBlock, YES);
 }
 
-void dispatch_sync_f(dispatch_queue_t queue, void *context, dispatch_function_t work) {
+static void RunAndWait(dispatch_queue_t queue, void *context, dispatch_function_t function,
+                       BOOL barrier) {
   if (!queue) {
     DispatchTrap("NULL queue");
   }
-  [(OS_dispatch_queue *)queue runAndWait:work context:context barrier:NO];
+  [(OS_dispatch_queue *)queue runAndWait:function context:context barrier:barrier];
+}
+
+void dispatch_sync_f(dispatch_queue_t queue, void *context, dispatch_function_t work) {
+  RunAndWait(queue, context, work, NO);
 }
 
 void dispatch_sync(dispatch_queue_t queue, dispatch_block_t block) {
-  dispatch_sync_f(queue, (void *)block, DispatchCallBlock);
+  RunAndWait(queue, (void *)block, DispatchCallBlock, NO);
 }
 
 void dispatch_barrier_sync(dispatch_queue_t queue, dispatch_block_t block) {
-  if (!queue) {
-    DispatchTrap("NULL queue");
-  }
-  [(OS_dispatch_queue *)queue runAndWait:DispatchCallBlock context:(void *)block barrier:YES];
-}
-
-/// Called with the lock held. Returns the link that holds `key`, or the last one.
-static struct DispatchSpecific **FindSpecific(OS_dispatch_queue *queue, const void *key) {
-  struct DispatchSpecific **link = &queue->_specifics;
-  while (*link && (*link)->key != key) {
-    link = &(*link)->next;
-  }
-  return link;
+  RunAndWait(queue, (void *)block, DispatchCallBlock, YES);
 }
 
 void dispatch_queue_set_specific(dispatch_queue_t object, const void *key, void *context,
                                  dispatch_function_t destructor) {
   OS_dispatch_queue *queue = (OS_dispatch_queue *)object;
-  struct DispatchSpecific *added = NULL;
-  if (context) {
-    added = malloc(sizeof(*added));
-    if (!added) {
-      abort();
-    }
-    *added = (struct DispatchSpecific){NULL, key, context, destructor};
-  }
+  DispatchSpecific *added = context ? [DispatchSpecific new] : nil;
   pthread_mutex_lock(&queue->_lock);
-  struct DispatchSpecific **link = FindSpecific(queue, key);
-  struct DispatchSpecific *old = *link;
-  if (old) {
-    *link = old->next;
-  }
+  DispatchSpecific *old = [(id)NSMapGet(queue->_specifics, key) retain];
   if (added) {
-    added->next = queue->_specifics;
-    queue->_specifics = added;
+    added->_context = context;
+    added->_destructor = destructor;
+    NSMapInsert(queue->_specifics, key, added);
+  } else {
+    NSMapRemove(queue->_specifics, key);
   }
   pthread_mutex_unlock(&queue->_lock);
-  if (old) {
-    Destroy(old);
-  }
+  // Outside the lock: their destructors are for another queue, and this may be it.
+  [added release];
+  [old release];
 }
 
 void *dispatch_queue_get_specific(dispatch_queue_t object, const void *key) {
   OS_dispatch_queue *queue = (OS_dispatch_queue *)object;
   pthread_mutex_lock(&queue->_lock);
-  struct DispatchSpecific *found = *FindSpecific(queue, key);
-  void *context = found ? found->context : NULL;
+  DispatchSpecific *found = NSMapGet(queue->_specifics, key);
+  void *context = found ? found->_context : NULL;
   pthread_mutex_unlock(&queue->_lock);
   return context;
 }

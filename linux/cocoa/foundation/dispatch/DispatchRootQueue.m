@@ -1,30 +1,21 @@
 #import "DispatchQueue.h"
 
-#include <stdlib.h>
-
 #include "../threads/FoundationReady.h"
-#include "DispatchWorkers.h"
 
-/// A global queue: it starts everything at once.
+/// A global queue: it knows no barriers, so that it starts everything at once.
 @interface OS_dispatch_queue_global : OS_dispatch_queue
 @end
 
 @implementation OS_dispatch_queue_global
 
 - (void)add:(struct DispatchWork *)work {
-  work->queue = self;
-  DispatchToWorkers(work, YES);
-}
-
-- (struct DispatchWork *)run:(struct DispatchWork *)work {
-  DispatchRunInFrame(self, work->function, work->context, YES);
-  free(work);
-  return NULL;
+  work->barrier = NO;
+  [super add:work];
 }
 
 - (void)runAndWait:(dispatch_function_t)function context:(void *)context barrier:(BOOL)barrier {
   (void)barrier;
-  DispatchRunInFrame(self, function, context, NO);
+  [super runAndWait:function context:context barrier:NO];
 }
 
 - (id)retain {

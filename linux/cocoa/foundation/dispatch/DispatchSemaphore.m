@@ -1,9 +1,20 @@
-#import "DispatchSemaphore.h"
-
+#import <Foundation/NSObject.h>
+#include <dispatch/dispatch.h>
 #include <errno.h>
+#include <pthread.h>
 
 #include "DispatchClock.h"
 #include "DispatchTrap.h"
+
+@interface OS_dispatch_semaphore : NSObject <OS_dispatch_semaphore> {
+ @package
+  pthread_mutex_t _lock;
+  pthread_cond_t _raised;
+  NSInteger _value;
+  NSInteger _original;
+  NSInteger _waiting;  // Threads that wait, and as many of them as were woken have yet to go on.
+}
+@end
 
 @implementation OS_dispatch_semaphore
 
@@ -33,19 +44,15 @@ dispatch_semaphore_t dispatch_semaphore_create(intptr_t value) {
 
 intptr_t dispatch_semaphore_wait(dispatch_semaphore_t object, dispatch_time_t timeout) {
   OS_dispatch_semaphore *semaphore = (OS_dispatch_semaphore *)object;
-  BOOL taken = YES;
+  BOOL inTime = YES;
   pthread_mutex_lock(&semaphore->_lock);
-  if (--semaphore->_value < 0) {
-    BOOL inTime = YES;
-    while (!(taken = semaphore->_wakeups > 0) && inTime) {
-      inTime = DispatchConditionWait(&semaphore->_raised, &semaphore->_lock, timeout);
-    }
-    if (taken) {
-      --semaphore->_wakeups;
-    } else {
-      ++semaphore->_value;
-    }
+  ++semaphore->_waiting;
+  while (semaphore->_value == 0 && inTime) {
+    inTime = DispatchConditionWait(&semaphore->_raised, &semaphore->_lock, timeout);
   }
+  --semaphore->_waiting;
+  const BOOL taken = semaphore->_value > 0;
+  semaphore->_value -= taken;
   pthread_mutex_unlock(&semaphore->_lock);
   return taken ? 0 : ETIMEDOUT;
 }
@@ -55,11 +62,8 @@ intptr_t dispatch_semaphore_signal(dispatch_semaphore_t object) {
   // A waiter may give up the last other reference as soon as it is woken.
   [semaphore retain];
   pthread_mutex_lock(&semaphore->_lock);
-  BOOL wake = semaphore->_value++ < 0;
-  if (wake) {
-    ++semaphore->_wakeups;
-    pthread_cond_signal(&semaphore->_raised);
-  }
+  const BOOL wake = semaphore->_value++ < semaphore->_waiting;
+  pthread_cond_signal(&semaphore->_raised);
   pthread_mutex_unlock(&semaphore->_lock);
   [semaphore release];
   return wake;
