@@ -13,8 +13,7 @@
 /// loop performers would not do: one that is added by another is not seen before the next event.)
 @interface OS_dispatch_queue_main : OS_dispatch_queue <RunLoopEvents> {
   int _descriptor;
-  BOOL _signalled;  // Guarded by the lock: the descriptor is readable, or will be shortly.
-  BOOL _draining;   // Of the main thread.
+  BOOL _draining;  // Of the main thread.
 }
 @end
 
@@ -61,12 +60,8 @@
   work->queue = self;
   pthread_mutex_lock(&_lock);
   DispatchWorkAppend(&_list, work);
-  BOOL signal = !_signalled;
-  _signalled = YES;
   pthread_mutex_unlock(&_lock);
-  if (signal) {
-    [self signal];
-  }
+  [self signal];
 }
 
 - (void)receivedEvent:(void *)data
@@ -82,16 +77,12 @@
   // A run loop inside a block of this queue leaves the following ones alone. It is woken for them
   // all the same: whoever wants to wake it adds one.
   if (_draining) {
-    pthread_mutex_lock(&_lock);
-    _signalled = NO;
-    pthread_mutex_unlock(&_lock);
     return;
   }
   _draining = YES;
   pthread_mutex_lock(&_lock);
   struct DispatchWorkList due = _list;
   _list = (struct DispatchWorkList){0};
-  _signalled = NO;
   pthread_mutex_unlock(&_lock);
   struct DispatchWork *work;
   while ((work = DispatchWorkTake(&due))) {

@@ -18,7 +18,6 @@
   uint64_t _lastNumber;
   uint64_t _sent;  // How many notifications have left _posts.
   BOOL _started;
-  BOOL _signalled;
   BOOL _stopping;
   BOOL _hasStopped;
   int _descriptor;

@@ -109,10 +109,6 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
     });
     dispatch_release(queue);
   }
-  if (_signalled) {
-    return;
-  }
-  _signalled = YES;
   uint64_t one = 1;
   (void)!write(_descriptor, &one, sizeof(one));
 }
@@ -280,10 +276,7 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
   (void)extra;
   (void)mode;
   uint64_t count;
-  pthread_mutex_lock(&_lock);
   (void)!read(_descriptor, &count, sizeof(count));
-  _signalled = NO;
-  pthread_mutex_unlock(&_lock);
 }
 
 /// Brings the daemon into line with what is wanted. Returns the seconds to wait before the next
