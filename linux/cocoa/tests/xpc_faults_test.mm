@@ -379,14 +379,14 @@ TEST_F(XPCFaults, ALateReplyToAnInvalidatedConnectionIsLost) {
   Outcome outcome;
   {
     Client client(kService);
-    [client.Proxy(&outcome) after:50 reply:outcome.onFlag()];
+    [client.Proxy(&outcome) after:1000 reply:outcome.onFlag()];
     client.Echo(nil);
   }
   ASSERT_TRUE(outcome.ended.Wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
   Client other(kService);
   Outcome later;
-  [other.Proxy(&later) after:100 reply:later.onFlag()];
+  [other.Proxy(&later) after:1000 reply:later.onFlag()];
   ASSERT_TRUE(later.ended.Wait());
   EXPECT_EQ(outcome.ended.count(), 1u);
 }
