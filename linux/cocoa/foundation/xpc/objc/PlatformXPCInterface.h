@@ -2,14 +2,12 @@
 
 #import <Foundation/Foundation.h>
 
-#include "protocol_methods.h"
-
-struct PlatformXPCInterfaceClasses;
+#import "protocol_methods.h"
 
 @interface PlatformXPCInterface : NSXPCInterface {
   Protocol *_protocol;
   const platform::xpc::ProtocolMethods *_methods;
-  struct PlatformXPCInterfaceClasses *_classes;
+  NSMutableDictionary *_classes;
 }
 
 - (instancetype)initWithProtocol:(Protocol *)protocol;

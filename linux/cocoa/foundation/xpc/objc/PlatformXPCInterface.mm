@@ -1,21 +1,13 @@
 #import "PlatformXPCInterface.h"
 
-#include <map>
-#include <tuple>
-
-#include "wire/object_coding.h"
+#import "wire/object_coding.h"
 
 using platform::xpc::CodableClasses;
 using platform::xpc::ProtocolMethods;
 
-struct PlatformXPCInterfaceClasses {
-  std::map<std::tuple<std::string, NSUInteger, bool>, NSSet *> sets;
-  ~PlatformXPCInterfaceClasses() {
-    for (auto &entry : sets) {
-      [entry.second release];
-    }
-  }
-};
+static NSString *KeyOf(const char *selector, NSUInteger index, BOOL ofReply) {
+  return [NSString stringWithFormat:@"%s %lu %d", selector, index, ofReply];
+}
 
 @implementation PlatformXPCInterface
 
@@ -35,7 +27,7 @@ struct PlatformXPCInterfaceClasses {
 }
 
 - (void)dealloc {
-  delete _classes;
+  [_classes release];
   [super dealloc];
 }
 
@@ -63,11 +55,9 @@ struct PlatformXPCInterfaceClasses {
            ofReply:(BOOL)ofReply {
   [self checkSelector:sel ofReply:ofReply];
   if (!_classes) {
-    _classes = new PlatformXPCInterfaceClasses;
+    _classes = [[NSMutableDictionary alloc] init];
   }
-  NSSet *&place = _classes->sets[{sel_getName(sel), arg, ofReply}];
-  [place autorelease];
-  place = [classes copy];
+  [_classes setObject:[[classes copy] autorelease] forKey:KeyOf(sel_getName(sel), arg, ofReply)];
 }
 
 - (NSSet *)classesForSelector:(SEL)sel argumentIndex:(NSUInteger)arg ofReply:(BOOL)ofReply {
@@ -79,11 +69,7 @@ struct PlatformXPCInterfaceClasses {
 - (NSSet *)classesForMethod:(const platform::xpc::Method *)method
                    argument:(NSUInteger)index
                     ofReply:(BOOL)ofReply {
-  if (!_classes) {
-    return nil;
-  }
-  auto found = _classes->sets.find({method->name, index, ofReply});
-  return found == _classes->sets.end() ? nil : found->second;
+  return _classes ? [_classes objectForKey:KeyOf(method->name.c_str(), index, ofReply)] : nil;
 }
 
 @end

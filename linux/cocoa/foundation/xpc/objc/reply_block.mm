@@ -1,4 +1,4 @@
-#include "reply_block.h"
+#import "reply_block.h"
 
 #include <atomic>
 #include <mutex>
@@ -6,7 +6,7 @@
 #include <unordered_map>
 
 #include "BlockLayout.h"
-#include "wire/object_coding.h"
+#import "wire/object_coding.h"
 
 namespace platform::xpc {
 
@@ -52,23 +52,14 @@ class BlockType {
         return nullptr;
       }
     }
-    return new BlockType(std::move(signature));
+    std::unique_ptr<BlockType> type(new BlockType(std::move(signature)));
+    return type->code_ ? type.release() : nullptr;
   }
 
   const Signature &signature() const { return *signature_; }
 
-  /// The code of this type's reply blocks, or nullptr when there is no memory for it. All share it:
-  /// it finds the request in the block.
-  void *code() const {
-    std::call_once(codeOnce_, [this] {
-      auto *closure = static_cast<ffi_closure *>(ffi_closure_alloc(sizeof(ffi_closure), &code_));
-      if (!closure || ffi_prep_closure_loc(closure, signature_->cif(), &BlockType::Called,
-                                           const_cast<BlockType *>(this), code_) != FFI_OK) {
-        code_ = nullptr;
-      }
-    });
-    return code_;
-  }
+  /// The code of this type's reply blocks. All share it: it finds the request in the block.
+  void *code() const { return code_; }
 
   Block_descriptor *descriptor() const { return &descriptor_.descriptor; }
 
@@ -77,14 +68,18 @@ class BlockType {
     descriptor_ = {{0, sizeof(ReplyBlock)},
                    {&CopyReplyBlock, &DisposeReplyBlock},
                    {signature_->text().c_str(), nullptr}};
+    auto *closure = static_cast<ffi_closure *>(ffi_closure_alloc(sizeof(ffi_closure), &code_));
+    if (!closure || ffi_prep_closure_loc(closure, signature_->cif(), &BlockType::Called, this,
+                                         code_) != FFI_OK) {
+      code_ = nullptr;
+    }
   }
 
   static void Called(ffi_cif *, void *, void **arguments, void *type);
 
   const std::unique_ptr<Signature> signature_;
   mutable ReplyDescriptor descriptor_;
-  mutable std::once_flag codeOnce_;
-  mutable void *code_ = nullptr;
+  void *code_ = nullptr;
 };
 
 void BlockType::Called(ffi_cif *, void *, void **arguments, void *data) {
@@ -164,15 +159,14 @@ void CallBlock(id block, const BlockType *type, Slot *slots) {
 
 id MakeReplyBlock(const BlockType *type, std::shared_ptr<Channel> channel, uint64_t request,
                   std::string_view selector) {
-  void *code = type->code();
-  auto *block = code ? static_cast<ReplyBlock *>(malloc(sizeof(ReplyBlock))) : nullptr;
+  auto *block = static_cast<ReplyBlock *>(malloc(sizeof(ReplyBlock)));
   if (!block) {
     return nil;
   }
   block->layout.isa = _NSConcreteMallocBlock;
   block->layout.flags = BLOCK_NEEDS_FREE | BLOCK_HAS_COPY_DISPOSE | BLOCK_HAS_SIGNATURE | 2;
   block->layout.reserved = 0;
-  block->layout.invoke = reinterpret_cast<void (*)(void)>(code);
+  block->layout.invoke = reinterpret_cast<void (*)(void)>(type->code());
   block->layout.descriptor = type->descriptor();
   block->state = new ReplyState{std::move(channel), request, std::string(selector), {false}};
   return reinterpret_cast<id>(block);
