@@ -6,7 +6,6 @@
 #include <cmath>
 #include <coin/ClpSimplex.hpp>
 #include <coin/CoinError.hpp>
-#include <coin/CoinPackedMatrix.hpp>
 #include <functional>
 #include <map>
 #include <utility>
@@ -23,46 +22,27 @@ constexpr int sMaximumPivots = 20000;
 
 using Constraint = ConstraintSystem::Constraint;
 
-struct Program {
-  std::vector<int> rows, columns;
+double Bound(double value) { return std::clamp(value, -COIN_DBL_MAX, COIN_DBL_MAX); }
+
+void AddRow(ClpSimplex &model, const Constraint &constraint) {
+  std::vector<int> columns;
   std::vector<double> elements;
-  std::vector<double> columnLower, columnUpper, rowLower, rowUpper;
-
-  int addColumn(double lower, double upper) {
-    columnLower.push_back(std::isfinite(lower) ? lower : -COIN_DBL_MAX);
-    columnUpper.push_back(std::isfinite(upper) ? upper : COIN_DBL_MAX);
-    return static_cast<int>(columnLower.size()) - 1;
+  for (const auto &term : constraint.terms) {
+    columns.push_back(term.variable);
+    elements.push_back(term.coefficient);
   }
+  const double constant = constraint.constant;
+  model.addRow(static_cast<int>(columns.size()), columns.data(), elements.data(),
+               constraint.relation == Relation::LessOrEqual ? -COIN_DBL_MAX : constant,
+               constraint.relation == Relation::GreaterOrEqual ? COIN_DBL_MAX : constant);
+}
 
-  int addRow(const Constraint &constraint) {
-    const int row = static_cast<int>(rowLower.size());
-    for (const auto &term : constraint.terms) {
-      addElement(row, term.variable, term.coefficient);
-    }
-    const double constant = constraint.constant;
-    rowLower.push_back(constraint.relation == Relation::LessOrEqual ? -COIN_DBL_MAX : constant);
-    rowUpper.push_back(constraint.relation == Relation::GreaterOrEqual ? COIN_DBL_MAX : constant);
-    return row;
-  }
-
-  void addElement(int row, int column, double value) {
-    rows.push_back(row);
-    columns.push_back(column);
-    elements.push_back(value);
-  }
-
-  void loadInto(ClpSimplex &model) const {
-    CoinPackedMatrix matrix(false, rows.data(), columns.data(), elements.data(),
-                            static_cast<CoinBigIndex>(elements.size()));
-    matrix.setDimensions(static_cast<int>(rowLower.size()), static_cast<int>(columnLower.size()));
-    model.setLogLevel(0);
-    model.setPerturbation(100);  // Off: an optimum must not depend on random shifts.
-    model.scaling(0);            // All coefficients are near 1.
-    model.setMaximumIterations(sMaximumPivots);
-    model.loadProblem(matrix, columnLower.data(), columnUpper.data(), nullptr, rowLower.data(),
-                      rowUpper.data());
-  }
-};
+/// Lets the last row be missed by what the new column takes. Returns the column.
+int AddSlack(ClpSimplex &model, double coefficient) {
+  const int row = model.numberRows() - 1;
+  model.addColumn(1, &row, &coefficient, 0, COIN_DBL_MAX);
+  return model.numberColumns() - 1;
+}
 
 /// Slack columns of one priority, with their costs.
 using Level = std::vector<std::pair<int, double>>;
@@ -121,6 +101,10 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
                                                        : 0;
   }
 
+  if (constraints_.empty()) {
+    return solution;  // Clp has no matrix then, and does not look.
+  }
+
   std::vector<int> required;
   for (size_t i = 0; i < constraints_.size(); ++i) {
     if (IsRequired(constraints_[i])) {
@@ -128,20 +112,21 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
     }
   }
 
-  const auto load = [&](Program &program, const std::vector<int> &numbers) {
+  const auto load = [&](ClpSimplex &model, const std::vector<int> &numbers) {
+    model.setLogLevel(0);
+    model.setPerturbation(100);  // Off: an optimum must not depend on random shifts.
+    model.scaling(0);            // All coefficients are near 1.
+    model.setMaximumIterations(sMaximumPivots);
     for (const Bounds &bounds : variables_) {
-      program.addColumn(bounds.lower, bounds.upper);
+      model.addColumn(0, nullptr, nullptr, Bound(bounds.lower), Bound(bounds.upper));
     }
     for (int number : numbers) {
-      program.addRow(constraints_[number]);
+      AddRow(model, constraints_[number]);
     }
   };
-  const auto feasible = [&](const std::vector<int> &numbers) {
-    Program program;
-    load(program, numbers);
-    ClpSimplex model;
-    program.loadInto(model);
-    model.primal();  // Clp's dual takes some systems of free variables for infeasible.
+  // Clp's dual takes some systems of free variables for infeasible.
+  const auto feasible = [](ClpSimplex &model) {
+    model.primal();
     return !model.isProvenPrimalInfeasible();
   };
 
@@ -150,30 +135,23 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
   // The other constraints are elastic (they have slack columns), so the program is feasible if and
   // only if the required ones are.
   const auto start = [&] {
-    Program program;
-    load(program, required);
+    model = ClpSimplex();
+    load(model, required);
     levels.clear();
     for (const Constraint &constraint : constraints_) {
       if (IsRequired(constraint)) {
         continue;
       }
-      const int row = program.addRow(constraint);
+      AddRow(model, constraint);
       Level &level = levels[constraint.priority];
       if (constraint.relation != Relation::LessOrEqual) {
-        const int missing = program.addColumn(0, HUGE_VAL);
-        program.addElement(row, missing, 1);
-        level.emplace_back(missing, constraint.weight);
+        level.emplace_back(AddSlack(model, 1), constraint.weight);
       }
       if (constraint.relation != Relation::GreaterOrEqual) {
-        const int excess = program.addColumn(0, HUGE_VAL);
-        program.addElement(row, excess, -1);
-        level.emplace_back(excess, constraint.weight);
+        level.emplace_back(AddSlack(model, -1), constraint.weight);
       }
     }
-    model = ClpSimplex();
-    program.loadInto(model);
-    model.primal();
-    return !model.isProvenPrimalInfeasible();
+    return feasible(model);
   };
 
   try {
@@ -183,7 +161,9 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
       for (int number : required) {
         std::vector<int> rest = members;
         rest.erase(std::find(rest.begin(), rest.end(), number));
-        if (!feasible(rest)) {
+        ClpSimplex restricted;
+        load(restricted, rest);
+        if (!feasible(restricted)) {
           members = std::move(rest);
         }
       }
