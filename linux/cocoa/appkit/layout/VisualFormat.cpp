@@ -15,13 +15,12 @@ bool IsNameStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-/// A predictive parser; the language has no nesting. The first error sticks, and every step after
-/// it does nothing.
+/// A predictive parser; the language has no nesting. Throws a VisualFormatError.
 class Parser {
  public:
   explicit Parser(std::string_view text) : text_(text) {}
 
-  std::variant<VisualFormat, VisualFormatError> run() {
+  VisualFormat run() {
     VisualFormat format;
     readOrientation(format);
     skipBlanks();
@@ -31,11 +30,8 @@ class Parser {
       format.leading = readConnection();
     }
     readChain(format);
-    if (!error_ && at_ < text_.size()) {
+    if (at_ < text_.size()) {
       fail("Unexpected text after the end of the format");
-    }
-    if (error_) {
-      return std::move(*error_);
     }
     return format;
   }
@@ -51,20 +47,14 @@ class Parser {
 
   bool accept(char c) {
     skipBlanks();
-    if (error_ || peek() != c || at_ >= text_.size()) {
+    if (peek() != c) {
       return false;
     }
     ++at_;
     return true;
   }
 
-  void fail(std::string message) { failAt(at_, std::move(message)); }
-
-  void failAt(size_t position, std::string message) {
-    if (!error_) {
-      error_ = VisualFormatError{std::move(message), position};
-    }
-  }
+  [[noreturn]] void fail(const char *message) const { throw VisualFormatError{message, at_}; }
 
   void readOrientation(VisualFormat &format) {
     skipBlanks();
@@ -79,17 +69,14 @@ class Parser {
   }
 
   void readChain(VisualFormat &format) {
-    while (!error_) {
+    for (;;) {
       format.views.push_back(readView());
       skipBlanks();
-      if (error_ || at_ >= text_.size()) {
+      if (at_ >= text_.size()) {
         return;
       }
       VisualConnection connection = readConnection();
       skipBlanks();
-      if (error_) {
-        return;
-      }
       if (peek() == '|') {
         format.trailingPosition = at_;
         ++at_;
@@ -105,14 +92,12 @@ class Parser {
     VisualView view;
     if (!accept('[')) {
       fail("Expected a view");
-      return view;
     }
     skipBlanks();
     view.position = at_;
     view.name = readName();
     if (view.name.empty()) {
       fail("Expected the name of a view");
-      return view;
     }
     if (accept('(')) {
       view.predicates = readPredicates();
@@ -169,13 +154,10 @@ class Parser {
       predicate.relation = first == '='   ? Relation::Equal
                            : first == '<' ? Relation::LessOrEqual
                                           : Relation::GreaterOrEqual;
-      const size_t start = at_;
-      ++at_;
-      if (peek() != '=') {
-        failAt(start, "Expected one of ==, <= and >=");
-        return predicate;
+      if (text_.substr(at_ + 1, 1) != "=") {
+        fail("Expected one of ==, <= and >=");
       }
-      ++at_;
+      at_ += 2;
     }
     predicate.object = readOperand("Expected a number, a metric or a view");
     if (accept('@')) {
@@ -198,9 +180,6 @@ class Parser {
     VisualOperand operand;
     skipBlanks();
     operand.position = at_;
-    if (error_) {
-      return operand;
-    }
     operand.name = readName();
     if (!operand.name.empty()) {
       return operand;
@@ -213,30 +192,32 @@ class Parser {
     const size_t digits = start + (start == at_ && peek() == '-' ? 1 : 0);
     if (digits >= text_.size() || !(IsDigit(text_[digits]) || text_[digits] == '.')) {
       fail(expectation);
-      return operand;
     }
     double value = 0;
     const auto result = std::from_chars(text_.data() + start, text_.data() + text_.size(), value);
     if (result.ec == std::errc::result_out_of_range || !std::isfinite(value)) {
       fail("The number is out of range");
-    } else if (result.ec != std::errc()) {
-      fail(expectation);
-    } else {
-      at_ = static_cast<size_t>(result.ptr - text_.data());
-      operand.number = value;
     }
+    if (result.ec != std::errc()) {
+      fail(expectation);
+    }
+    at_ = static_cast<size_t>(result.ptr - text_.data());
+    operand.number = value;
     return operand;
   }
 
   std::string_view text_;
   size_t at_ = 0;
-  std::optional<VisualFormatError> error_;
 };
 
 }  // namespace
 
 std::variant<VisualFormat, VisualFormatError> ParseVisualFormat(std::string_view format) {
-  return Parser(format).run();
+  try {
+    return Parser(format).run();
+  } catch (VisualFormatError &error) {
+    return std::move(error);
+  }
 }
 
 std::string DescribeVisualFormatError(std::string_view format, const VisualFormatError &error) {
