@@ -69,11 +69,12 @@ void FindFrames(NSView *root, LayoutState &state) {
   const auto solution = model.solve();
   Report(model, solution, state);
   for (const LayoutModel::Node &node : model.nodes()) {
-    const double left = solution.values[node.left];
-    const double top = solution.values[node.top];
+    const auto &[across, down] = node.extents;
+    const double left = solution.values[across.start];
+    const double top = solution.values[down.start];
     const Edges edges = {WholePoints(left), WholePoints(top),
-                         WholePoints(left + solution.values[node.width]),
-                         WholePoints(top + solution.values[node.height])};
+                         WholePoints(left + solution.values[across.size]),
+                         WholePoints(top + solution.values[down.size])};
     if (node.managed) {
       node.state->edges = edges;
       node.state->placed = true;
@@ -206,9 +207,9 @@ NSSize FittingSizeOf(NSView *view) {
   UpdateConstraintsBelow(view);
   const LayoutModel model(view, RootSize::Smallest);
   const auto solution = model.solve();
-  const LayoutModel::Node &root = model.nodes().front();
+  const auto &[across, down] = model.nodes().front().extents;
   const auto rounded = [](double value) { return std::ceil(std::round(value * 1000) / 1000); };
-  return NSMakeSize(rounded(solution.values[root.width]), rounded(solution.values[root.height]));
+  return NSMakeSize(rounded(solution.values[across.size]), rounded(solution.values[down.size]));
 }
 
 void PlaceSubviewsOf(NSView *view) {
@@ -219,7 +220,7 @@ void PlaceSubviewsOf(NSView *view) {
   double left = 0;
   double top = 0;
   for (NSView *each = view; each != root; each = [each superview]) {
-    const LocalFrame local = LocalFrameOf(each);
+    const NSPoint local = LocalOriginOf(each);
     left += local.x;
     top += local.y;
   }

@@ -1,6 +1,3 @@
-#ifndef PLATFORM_LAYOUT_MODEL_H
-#define PLATFORM_LAYOUT_MODEL_H
-
 #import <AppKit/AppKit.h>
 
 #include <unordered_map>
@@ -12,12 +9,8 @@
 
 namespace platform::layout {
 
-/// The frame of a view seen from the top left corner of its superview's frame.
-struct LocalFrame {
-  double x, y, width, height;
-};
-
-LocalFrame LocalFrameOf(NSView *view);
+/// Where the top left corner of a view lies, from that of its superview's frame.
+NSPoint LocalOriginOf(NSView *view);
 
 /// What decides about the size of a hierarchy's topmost view.
 enum class RootSize {
@@ -33,15 +26,20 @@ class LayoutModel {
  public:
   using Variable = ConstraintSystem::Variable;
 
+  /// One direction of a view's alignment rectangle, and what of its frame lies outside.
+  struct Extent {
+    Variable start, size;
+    double nearInset, farInset;
+  };
+
   /// A view that takes part.
   struct Node {
     NSView *view;
     LayoutState *state;  ///< Null: the view has no constraints and translates its mask.
     int parent;          ///< Index; -1: the root, which is the first node.
     bool managed;        ///< Constraints decide the frame.
-    NSEdgeInsets insets;
     NSSize intrinsicSize;
-    Variable left, top, width, height;
+    Extent extents[2];  ///< By orientation.
   };
 
   LayoutModel(NSView *root, RootSize rootSize);
@@ -66,15 +64,6 @@ class LayoutModel {
     const char *kind;
   };
 
-  /// One direction of a view's alignment rectangle in its frame.
-  struct Extent {
-    Variable start, size;
-    double nearInset, farInset;
-  };
-
-  static Extent horizontal(const Node &node);
-  static Extent vertical(const Node &node);
-
   void want(NSView *view);
   void gather(NSView *view);
   void collect(NSView *view, int parent);
@@ -83,12 +72,7 @@ class LayoutModel {
                double weight = 1);
   void addRootSize(const Node &root);
   void addMask(const Node &node);
-  void addMaskAlong(NSView *view, const Extent &own, const Extent &container, double containerSize,
-                    double position, double size, bool nearFlexible, bool sizeFlexible,
-                    bool farFlexible);
   void addIntrinsicSize(Node &node);
-  void addIntrinsicSizeAlong(const Node &node, Variable variable, CGFloat size,
-                             NSLayoutConstraintOrientation orientation);
   void addTieBreaks(const Node &node, size_t index);
   static double addAttribute(Terms &terms, const Node &node, NSLayoutAttribute attribute,
                              double factor, const Node &holder, bool mirrored);
@@ -103,5 +87,3 @@ class LayoutModel {
 };
 
 }  // namespace platform::layout
-
-#endif

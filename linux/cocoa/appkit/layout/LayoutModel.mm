@@ -13,6 +13,17 @@ namespace {
 constexpr double sSmallPriority = -1;
 constexpr double sNearPriority = -2;
 
+constexpr NSLayoutConstraintOrientation sOrientations[] = {NSLayoutConstraintOrientationHorizontal,
+                                                           NSLayoutConstraintOrientationVertical};
+
+double Along(NSLayoutConstraintOrientation orientation, NSSize size) {
+  return orientation == NSLayoutConstraintOrientationHorizontal ? size.width : size.height;
+}
+
+double Along(NSLayoutConstraintOrientation orientation, NSPoint point) {
+  return orientation == NSLayoutConstraintOrientationHorizontal ? point.x : point.y;
+}
+
 /// How much of a container's growth goes into the position and the size of its content: GNUstep's
 /// autoresizing, which distributes it in proportion to what can grow.
 struct Growth {
@@ -36,10 +47,10 @@ Growth GrowthOf(double container, double position, double size, bool nearFlexibl
 }
 
 /// The present size of a node's alignment rectangle.
-NSSize PresentSizeOf(const LayoutModel::Node &node) {
-  const NSSize frame = [node.view frame].size;
-  return NSMakeSize(std::max(0.0, frame.width - node.insets.left - node.insets.right),
-                    std::max(0.0, frame.height - node.insets.top - node.insets.bottom));
+double PresentSizeOf(const LayoutModel::Node &node, NSLayoutConstraintOrientation orientation) {
+  const auto &extent = node.extents[orientation];
+  return std::max(0.0,
+                  Along(orientation, [node.view frame].size) - extent.nearInset - extent.farInset);
 }
 
 bool FollowsDirection(NSLayoutAttribute attribute) {
@@ -48,24 +59,16 @@ bool FollowsDirection(NSLayoutAttribute attribute) {
 
 }  // namespace
 
-LocalFrame LocalFrameOf(NSView *view) {
-  const NSRect frame = [view frame];
+NSPoint LocalOriginOf(NSView *view) {
   NSView *superview = [view superview];
   if (superview == nil) {
-    return {0, 0, frame.size.width, frame.size.height};
+    return NSZeroPoint;
   }
+  const NSRect frame = [view frame];
   const NSRect bounds = [superview bounds];
   const double y =
       [superview isFlipped] ? NSMinY(frame) - NSMinY(bounds) : NSMaxY(bounds) - NSMaxY(frame);
-  return {NSMinX(frame) - NSMinX(bounds), y, frame.size.width, frame.size.height};
-}
-
-LayoutModel::Extent LayoutModel::horizontal(const Node &node) {
-  return {node.left, node.width, node.insets.left, node.insets.right};
-}
-
-LayoutModel::Extent LayoutModel::vertical(const Node &node) {
-  return {node.top, node.height, node.insets.top, node.insets.bottom};
+  return NSMakePoint(NSMinX(frame) - NSMinX(bounds), y);
 }
 
 LayoutModel::LayoutModel(NSView *root, RootSize rootSize) : rootSize_(rootSize) {
@@ -140,19 +143,20 @@ void LayoutModel::collect(NSView *view, int parent) {
   LayoutState *state = ExistingState(view);
   const NSEdgeInsets insets = [view alignmentRectInsets];
   const bool managed = parent >= 0 && state != nullptr && !state->translatesMask;
-  Node node = {view, state, parent, managed, insets, NSZeroSize, 0, 0, 0, 0};
-  if (parent >= 0) {
-    node.left = system_.addVariable(-HUGE_VAL, HUGE_VAL);
-    node.top = system_.addVariable(-HUGE_VAL, HUGE_VAL);
-    node.width = system_.addVariable(0, HUGE_VAL);
-    node.height = system_.addVariable(0, HUGE_VAL);
-  } else {
-    const bool isGiven = rootSize_ == RootSize::Given;
-    const NSSize size = PresentSizeOf(node);
-    node.left = system_.addVariable(insets.left, insets.left);
-    node.top = system_.addVariable(insets.top, insets.top);
-    node.width = system_.addVariable(isGiven ? size.width : 0, isGiven ? size.width : HUGE_VAL);
-    node.height = system_.addVariable(isGiven ? size.height : 0, isGiven ? size.height : HUGE_VAL);
+  Node node = {view,       state,
+               parent,     managed,
+               NSZeroSize, {{0, 0, insets.left, insets.right}, {0, 0, insets.top, insets.bottom}}};
+  for (NSLayoutConstraintOrientation orientation : sOrientations) {
+    Extent &extent = node.extents[orientation];
+    if (parent >= 0) {
+      extent.start = system_.addVariable(-HUGE_VAL, HUGE_VAL);
+      extent.size = system_.addVariable(0, HUGE_VAL);
+    } else {
+      const bool isGiven = rootSize_ == RootSize::Given;
+      const double size = PresentSizeOf(node, orientation);
+      extent.start = system_.addVariable(extent.nearInset, extent.nearInset);
+      extent.size = system_.addVariable(isGiven ? size : 0, isGiven ? size : HUGE_VAL);
+    }
   }
   nodes_.push_back(node);
   indices_[view] = index;
@@ -172,57 +176,52 @@ void LayoutModel::addSoft(Variable variable, Relation relation, double constant,
 }
 
 void LayoutModel::addRootSize(const Node &root) {
-  const NSSize size = PresentSizeOf(root);
-  switch (rootSize_) {
-    case RootSize::Given:
-      break;
-    case RootSize::OfWindow:
-      addSoft(root.width, Relation::Equal, size.width, NSLayoutPriorityWindowSizeStayPut);
-      addSoft(root.height, Relation::Equal, size.height, NSLayoutPriorityWindowSizeStayPut);
-      break;
-    case RootSize::Smallest:
-      addSoft(root.width, Relation::LessOrEqual, 0, NSLayoutPriorityFittingSizeCompression);
-      addSoft(root.height, Relation::LessOrEqual, 0, NSLayoutPriorityFittingSizeCompression);
-      break;
+  for (NSLayoutConstraintOrientation orientation : sOrientations) {
+    const Variable size = root.extents[orientation].size;
+    if (rootSize_ == RootSize::OfWindow) {
+      addSoft(size, Relation::Equal, PresentSizeOf(root, orientation),
+              NSLayoutPriorityWindowSizeStayPut);
+    } else if (rootSize_ == RootSize::Smallest) {
+      addSoft(size, Relation::LessOrEqual, 0, NSLayoutPriorityFittingSizeCompression);
+    }
   }
 }
 
 void LayoutModel::addMask(const Node &node) {
-  const Node &parent = nodes_[node.parent];
-  const LocalFrame local = LocalFrameOf(node.view);
-  const NSSize container = [parent.view frame].size;
-  const NSUInteger mask = [parent.view autoresizesSubviews] ? [node.view autoresizingMask] : 0;
-  addMaskAlong(node.view, horizontal(node), horizontal(parent), container.width, local.x,
-               local.width, mask & NSViewMinXMargin, mask & NSViewWidthSizable,
-               mask & NSViewMaxXMargin);
   // GNUstep takes the greater margin for the upper one, whether the superview is flipped or not.
-  addMaskAlong(node.view, vertical(node), vertical(parent), container.height, local.y, local.height,
-               mask & NSViewMaxYMargin, mask & NSViewHeightSizable, mask & NSViewMinYMargin);
-}
-
-void LayoutModel::addMaskAlong(NSView *view, const Extent &own, const Extent &container,
-                               double containerSize, double position, double size,
-                               bool nearFlexible, bool sizeFlexible, bool farFlexible) {
-  const Growth growth =
-      GrowthOf(containerSize, position, size, nearFlexible, sizeFlexible, farFlexible);
-  // Of frames: position = p + g·(container − its present size). Insets turn that into alignment
-  // rectangles.
-  const double change = container.nearInset + container.farInset - containerSize;
-  const Origin origin = {nil, view, "NSAutoresizingMaskLayoutConstraint"};
-  add({{{own.start, 1}, {container.start, -1}, {container.size, -growth.position}},
-       Relation::Equal,
-       position + growth.position * change + own.nearInset - container.nearInset,
-       ConstraintSystem::sRequired,
-       1,
-       true},
-      origin);
-  add({{{own.size, 1}, {container.size, -growth.size}},
-       Relation::Equal,
-       size + growth.size * change - own.nearInset - own.farInset,
-       ConstraintSystem::sRequired,
-       1,
-       true},
-      origin);
+  static constexpr NSUInteger sFlexible[][3] = {
+      {NSViewMinXMargin, NSViewWidthSizable, NSViewMaxXMargin},
+      {NSViewMaxYMargin, NSViewHeightSizable, NSViewMinYMargin}};
+  const Node &parent = nodes_[node.parent];
+  const NSUInteger mask = [parent.view autoresizesSubviews] ? [node.view autoresizingMask] : 0;
+  const Origin origin = {nil, node.view, "NSAutoresizingMaskLayoutConstraint"};
+  for (NSLayoutConstraintOrientation orientation : sOrientations) {
+    const Extent &own = node.extents[orientation];
+    const Extent &container = parent.extents[orientation];
+    const double containerSize = Along(orientation, [parent.view frame].size);
+    const double position = Along(orientation, LocalOriginOf(node.view));
+    const double size = Along(orientation, [node.view frame].size);
+    const auto &flexible = sFlexible[orientation];
+    const Growth growth = GrowthOf(containerSize, position, size, mask & flexible[0],
+                                   mask & flexible[1], mask & flexible[2]);
+    // Of frames: position = p + g·(container − its present size). Insets turn that into alignment
+    // rectangles.
+    const double change = container.nearInset + container.farInset - containerSize;
+    add({{{own.start, 1}, {container.start, -1}, {container.size, -growth.position}},
+         Relation::Equal,
+         position + growth.position * change + own.nearInset - container.nearInset,
+         ConstraintSystem::sRequired,
+         1,
+         true},
+        origin);
+    add({{{own.size, 1}, {container.size, -growth.size}},
+         Relation::Equal,
+         size + growth.size * change - own.nearInset - own.farInset,
+         ConstraintSystem::sRequired,
+         1,
+         true},
+        origin);
+  }
 }
 
 void LayoutModel::addIntrinsicSize(Node &node) {
@@ -230,39 +229,40 @@ void LayoutModel::addIntrinsicSize(Node &node) {
   const bool known = node.state != nullptr && node.state->intrinsicKnown &&
                      ![node.view isKindOfClass:[NSControl class]];
   node.intrinsicSize = known ? node.state->intrinsicSize : [node.view intrinsicContentSize];
-  addIntrinsicSizeAlong(node, node.width, node.intrinsicSize.width,
-                        NSLayoutConstraintOrientationHorizontal);
-  addIntrinsicSizeAlong(node, node.height, node.intrinsicSize.height,
-                        NSLayoutConstraintOrientationVertical);
-}
-
-void LayoutModel::addIntrinsicSizeAlong(const Node &node, Variable variable, CGFloat size,
-                                        NSLayoutConstraintOrientation orientation) {
-  if (size < 0 || !std::isfinite(size)) {
-    return;
-  }
   const Origin origin = {nil, node.view, "NSContentSizeLayoutConstraint"};
-  add({{{variable, 1}},
-       Relation::LessOrEqual,
-       size,
-       [node.view contentHuggingPriorityForOrientation:orientation]},
-      origin);
-  add({{{variable, 1}},
-       Relation::GreaterOrEqual,
-       size,
-       [node.view contentCompressionResistancePriorityForOrientation:orientation]},
-      origin);
+  for (NSLayoutConstraintOrientation orientation : sOrientations) {
+    const double size = Along(orientation, node.intrinsicSize);
+    if (size < 0 || !std::isfinite(size)) {
+      continue;
+    }
+    const Variable variable = node.extents[orientation].size;
+    add({{{variable, 1}},
+         Relation::LessOrEqual,
+         size,
+         [node.view contentHuggingPriorityForOrientation:orientation]},
+        origin);
+    add({{{variable, 1}},
+         Relation::GreaterOrEqual,
+         size,
+         [node.view contentCompressionResistancePriorityForOrientation:orientation]},
+        origin);
+  }
 }
 
 void LayoutModel::addTieBreaks(const Node &node, size_t index) {
   // Different weights: of views that could grow alike the earlier one does, every time.
   const double weight = 1 + 0.001 * static_cast<double>(index);
-  addSoft(node.width, Relation::LessOrEqual, 0, sSmallPriority, weight);
-  addSoft(node.height, Relation::LessOrEqual, 0, sSmallPriority, weight);
   const Node &parent = nodes_[node.parent];
-  const Origin origin = {nil, node.view, "preference"};
-  add({{{node.left, 1}, {parent.left, -1}}, Relation::Equal, 0, sNearPriority, weight}, origin);
-  add({{{node.top, 1}, {parent.top, -1}}, Relation::Equal, 0, sNearPriority, weight}, origin);
+  for (NSLayoutConstraintOrientation orientation : sOrientations) {
+    const Extent &own = node.extents[orientation];
+    addSoft(own.size, Relation::LessOrEqual, 0, sSmallPriority, weight);
+    add({{{own.start, 1}, {parent.extents[orientation].start, -1}},
+         Relation::Equal,
+         0,
+         sNearPriority,
+         weight},
+        {nil, node.view, "preference"});
+  }
 }
 
 /// Adds an attribute to the terms; returns what it has besides. Locations count from the corner
@@ -270,53 +270,49 @@ void LayoutModel::addTieBreaks(const Node &node, size_t index) {
 /// from its right side leftwards.
 double LayoutModel::addAttribute(Terms &terms, const Node &node, NSLayoutAttribute attribute,
                                  double factor, const Node &holder, bool mirrored) {
-  const auto location = [&](Variable start, Variable size, double share, Variable origin) {
-    terms.push_back({start, factor});
-    terms.push_back({size, factor * share});
-    terms.push_back({origin, -factor});
-  };
-  const auto across = [&](double share) {
-    if (!mirrored) {
-      location(node.left, node.width, share, holder.left);
-      return;
+  const auto location = [&](NSLayoutConstraintOrientation orientation, double share) {
+    const Extent &own = node.extents[orientation];
+    const Extent &origin = holder.extents[orientation];
+    if (mirrored && orientation == NSLayoutConstraintOrientationHorizontal) {
+      terms.push_back({origin.start, factor});
+      terms.push_back({origin.size, factor});
+      terms.push_back({own.start, -factor});
+      terms.push_back({own.size, -factor * (1 - share)});
+    } else {
+      terms.push_back({own.start, factor});
+      terms.push_back({own.size, factor * share});
+      terms.push_back({origin.start, -factor});
     }
-    terms.push_back({holder.left, factor});
-    terms.push_back({holder.width, factor});
-    terms.push_back({node.left, -factor});
-    terms.push_back({node.width, -factor * (1 - share)});
+    return 0;
   };
+  constexpr auto across = NSLayoutConstraintOrientationHorizontal;
+  constexpr auto down = NSLayoutConstraintOrientationVertical;
   switch (attribute) {
     case NSLayoutAttributeLeft:
     case NSLayoutAttributeLeading:
-      across(0);
-      return 0;
+      return location(across, 0);
     case NSLayoutAttributeRight:
     case NSLayoutAttributeTrailing:
-      across(1);
-      return 0;
+      return location(across, 1);
     case NSLayoutAttributeCenterX:
-      across(0.5);
-      return 0;
+      return location(across, 0.5);
     case NSLayoutAttributeTop:
-      location(node.top, node.height, 0, holder.top);
-      return 0;
+      return location(down, 0);
     case NSLayoutAttributeBottom:
-      location(node.top, node.height, 1, holder.top);
-      return 0;
+      return location(down, 1);
     case NSLayoutAttributeCenterY:
-      location(node.top, node.height, 0.5, holder.top);
-      return 0;
+      return location(down, 0.5);
     case NSLayoutAttributeLastBaseline:
-      location(node.top, node.height, 1, holder.top);
+      location(down, 1);
       return -factor * [node.view lastBaselineOffsetFromBottom];
     case NSLayoutAttributeFirstBaseline:
-      location(node.top, node.height, 0, holder.top);
+      location(down, 0);
       return factor * [node.view firstBaselineOffsetFromTop];
     case NSLayoutAttributeWidth:
-      terms.push_back({node.width, factor});
+      terms.push_back({node.extents[across].size, factor});
       return 0;
     case NSLayoutAttributeHeight:
-      terms.push_back({node.height, factor});
+      terms.push_back({node.extents[down].size, factor});
       return 0;
     default:
       return 0;
