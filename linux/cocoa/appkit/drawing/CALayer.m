@@ -1,8 +1,6 @@
 #import <AppKit/NSView.h>
 #import <QuartzCore/CALayer.h>
 
-#import "drawing/PlatformLayerHolder.h"
-
 @implementation CALayer
 
 + (instancetype)layer {

@@ -1,10 +1,50 @@
 #import <AppKit/AppKit.h>
 
-#import "drawing/PlatformLayerHolder.h"
 #import "drawing/WindowOutline.h"
 #import "runtime/AssociatedObjects.h"
 #import "runtime/MethodReplacement.h"
 #import "runtime/NSApplication+Launch.h"
+
+@interface CALayer (PlatformLayerOfView)
+
+/// The view to draw again when the layer changes, not retained; nil when it goes away.
+- (void)platformSetView:(NSView *)view;
+
+@end
+
+/// A view's associated object: its layer, which learns when the view is gone.
+@interface PlatformLayerHolder : NSObject {
+  CALayer *_layer;
+}
+
+- (instancetype)initWithLayer:(CALayer *)layer view:(NSView *)view;
+- (CALayer *)layer;
+
+@end
+
+@implementation PlatformLayerHolder
+
+- (instancetype)initWithLayer:(CALayer *)layer view:(NSView *)view {
+  self = [super init];
+  if (!self) {
+    return nil;
+  }
+  _layer = [layer retain];
+  [_layer platformSetView:view];
+  return self;
+}
+
+- (void)dealloc {
+  [_layer platformSetView:nil];
+  [_layer release];
+  [super dealloc];
+}
+
+- (CALayer *)layer {
+  return _layer;
+}
+
+@end
 
 typedef void (*DisplayMethod)(id, SEL, NSRect, NSGraphicsContext *);
 typedef void (*LockFocusMethod)(id, SEL, NSGraphicsContext *, NSRect);

@@ -1,11 +1,17 @@
-#import "drawing/PlatformAquaTheme.h"
+// A GNUstep theme that draws controls as a Mac does.
 
 #import <AppKit/AppKit.h>
+#import <GNUstepGUI/GSTheme.h>
 
 #import "drawing/AquaButton.h"
 #import "drawing/ControlInsets.h"
 #import "drawing/FocusVisibility.h"
 #import "runtime/NSApplication+Launch.h"
+
+/// Made in memory and put in place when the application object is made: nothing is read from or
+/// written to the user's defaults, and a theme chosen there does not replace it.
+@interface PlatformAquaTheme : GSTheme
+@end
 
 static void Install(void) {
   [[NSNotificationCenter defaultCenter] removeObserver:[GSTheme class]];
