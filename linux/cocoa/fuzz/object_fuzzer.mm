@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "object_coding.h"
+#import "object_coding.h"
 
 using namespace platform::xpc;
 

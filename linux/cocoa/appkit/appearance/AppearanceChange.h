@@ -1,8 +1,5 @@
 // Appearances of application, windows and views: where they are kept and who is told of a change.
 
-#ifndef PLATFORM_APPEARANCE_CHANGE_H
-#define PLATFORM_APPEARANCE_CHANGE_H
-
 #import <AppKit/NSAppearanceCustomization.h>
 
 /// The appearance set for this application, window or view itself, or nil.
@@ -14,5 +11,3 @@ void PlatformSetOwnAppearance(id owner, NSAppearance *appearance);
 
 /// Whether a control in this view is to be drawn for a dark background.
 BOOL PlatformAppearanceIsDark(NSView *view);
-
-#endif

@@ -1,8 +1,5 @@
 // The object behind a CGColorRef.
 
-#ifndef PLATFORM_CG_COLOR_H
-#define PLATFORM_CG_COLOR_H
-
 #import <AppKit/NSColorSpace.h>
 #include <CoreGraphics/CGColor.h>
 
@@ -19,5 +16,3 @@ enum { PlatformCGColorMaximum = 5 };
 - (instancetype)initWithSpace:(NSColorSpace *)space components:(const CGFloat *)components;
 
 @end
-
-#endif

@@ -1,8 +1,5 @@
 // An RGB color in a space that GNUstep has no color class for.
 
-#ifndef PLATFORM_SPACE_COLOR_H
-#define PLATFORM_SPACE_COLOR_H
-
 #import <AppKit/NSColor.h>
 #import <AppKit/NSColorSpace.h>
 
@@ -18,5 +15,3 @@
 - (instancetype)initWithSpace:(NSColorSpace *)space components:(const CGFloat *)components;
 
 @end
-
-#endif

@@ -1,8 +1,5 @@
 // Push buttons as a Mac draws them.
 
-#ifndef PLATFORM_AQUA_BUTTON_H
-#define PLATFORM_AQUA_BUTTON_H
-
 #import <AppKit/NSButtonCell.h>
 #import <GNUstepGUI/GSTheme.h>
 
@@ -18,5 +15,3 @@ void PlatformDrawPushButton(NSRect frame, NSButtonCell *cell, NSView *view,
 
 /// Draws the ring of the control that has the keyboard focus, inside `frame`.
 void PlatformDrawFocusRing(NSRect frame, NSView *view);
-
-#endif

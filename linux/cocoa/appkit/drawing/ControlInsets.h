@@ -1,8 +1,5 @@
 // Alignment rectangle insets of controls.
 
-#ifndef PLATFORM_CONTROL_INSETS_H
-#define PLATFORM_CONTROL_INSETS_H
-
 #import <AppKit/NSCell.h>
 #import <Foundation/NSGeometry.h>
 
@@ -16,6 +13,4 @@ NSEdgeInsets PlatformInsetsOfCell(NSCell *cell);
 
 #ifdef __cplusplus
 }
-#endif
-
 #endif

@@ -1,8 +1,5 @@
 // Round corners of a window on the screen.
 
-#ifndef PLATFORM_WINDOW_OUTLINE_H
-#define PLATFORM_WINDOW_OUTLINE_H
-
 #import <AppKit/NSView.h>
 
 #ifdef __cplusplus
@@ -21,6 +18,4 @@ BOOL PlatformUpdateWindowOutline(NSView *view, CGFloat radius);
 
 #ifdef __cplusplus
 }
-#endif
-
 #endif

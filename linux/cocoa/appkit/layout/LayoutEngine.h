@@ -1,6 +1,3 @@
-#ifndef PLATFORM_LAYOUT_ENGINE_H
-#define PLATFORM_LAYOUT_ENGINE_H
-
 #import <AppKit/AppKit.h>
 
 // Everything here is for the main thread.
@@ -37,5 +34,3 @@ void Detach(NSView *view);
 bool IsPlacing();
 
 }  // namespace platform::layout
-
-#endif

@@ -1,6 +1,3 @@
-#ifndef PLATFORM_LAYOUT_STATE_H
-#define PLATFORM_LAYOUT_STATE_H
-
 #import <AppKit/AppKit.h>
 
 #include <optional>
@@ -51,5 +48,3 @@ LayoutState &StateOf(NSView *view);
 void ForgetState(NSView *view);
 
 }  // namespace platform::layout
-
-#endif

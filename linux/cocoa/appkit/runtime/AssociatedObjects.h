@@ -2,9 +2,6 @@
 // category can add no instance variables, and other code depends on the size of GNUstep's
 // classes.
 
-#ifndef PLATFORM_ASSOCIATED_OBJECTS_H
-#define PLATFORM_ASSOCIATED_OBJECTS_H
-
 #import <Foundation/NSObject.h>
 
 NS_ASSUME_NONNULL_BEGIN
@@ -32,5 +29,3 @@ void objc_setAssociatedObject(id object, const void *key, id _Nullable value,
 #endif
 
 NS_ASSUME_NONNULL_END
-
-#endif

@@ -1,8 +1,5 @@
 // Method swizzling: replaces a method of GNUstep and returns the original implementation.
 
-#ifndef PLATFORM_METHOD_REPLACEMENT_H
-#define PLATFORM_METHOD_REPLACEMENT_H
-
 #import <Foundation/NSObject.h>
 
 #ifdef __cplusplus
@@ -23,6 +20,4 @@ PlatformFunction PlatformReplaceClassMethod(Class target, SEL selector,
 
 #ifdef __cplusplus
 }
-#endif
-
 #endif

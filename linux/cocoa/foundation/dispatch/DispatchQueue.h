@@ -2,7 +2,7 @@
 #include <dispatch/dispatch.h>
 #include <pthread.h>
 
-#include "DispatchWork.h"
+#import "DispatchWork.h"
 
 @class NSMapTable;
 

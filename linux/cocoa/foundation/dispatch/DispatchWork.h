@@ -1,6 +1,3 @@
-#ifndef PLATFORM_DISPATCH_WORK_H
-#define PLATFORM_DISPATCH_WORK_H
-
 #include <dispatch/dispatch.h>
 
 @class OS_dispatch_queue;
@@ -44,5 +41,3 @@ static inline struct DispatchWork *DispatchWorkTake(struct DispatchWorkList *lis
   }
   return work;
 }
-
-#endif

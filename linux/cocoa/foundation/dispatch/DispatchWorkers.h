@@ -1,7 +1,7 @@
 #ifndef PLATFORM_DISPATCH_WORKERS_H
 #define PLATFORM_DISPATCH_WORKERS_H
 
-#include "DispatchWork.h"
+#import "DispatchWork.h"
 
 /// Has `work` run on a worker thread. Threads are started as needed and end when they have had
 /// nothing to do for a while.

@@ -2,7 +2,7 @@
 
 #import <Foundation/Foundation.h>
 
-#include "connection_core.h"
+#import "connection_core.h"
 
 @interface PlatformXPCConnection : NSXPCConnection {
   std::shared_ptr<platform::xpc::ConnectionCore> *_core;

@@ -2,7 +2,7 @@
 
 #import <Foundation/Foundation.h>
 
-#include "listener_core.h"
+#import "listener_core.h"
 
 @interface PlatformXPCListener : NSXPCListener {
   std::shared_ptr<platform::xpc::ListenerCore> *_core;

@@ -2,7 +2,7 @@
 
 #import <Foundation/Foundation.h>
 
-#include "connection_core.h"
+#import "connection_core.h"
 
 @class PlatformXPCInterface;
 

@@ -5,7 +5,7 @@
 #include <unordered_map>
 
 #import "PlatformXPCInterface.h"
-#include "protocol_methods.h"
+#import "protocol_methods.h"
 
 using platform::xpc::ConnectionCore;
 using platform::xpc::ProtocolMethods;

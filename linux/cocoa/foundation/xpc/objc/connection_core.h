@@ -1,9 +1,6 @@
 // What a connection is besides its object: the state, the outstanding requests and the handlers. It
 // outlives the object until everything outstanding has ended.
 
-#ifndef PLATFORM_XPC_CONNECTION_CORE_H
-#define PLATFORM_XPC_CONNECTION_CORE_H
-
 #include <atomic>
 #include <functional>
 #include <map>
@@ -14,9 +11,9 @@
 
 #import <Foundation/Foundation.h>
 
-#include "owner_link.h"
-#include "protocol_methods.h"
-#include "reply_block.h"
+#import "owner_link.h"
+#import "protocol_methods.h"
+#import "reply_block.h"
 #include "transport/channel.h"
 #include "wire/wire.h"
 
@@ -121,5 +118,3 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
 };
 
 }  // namespace platform::xpc
-
-#endif

@@ -1,11 +1,11 @@
-#include "connection_core.h"
+#import "connection_core.h"
 
 #include <objc/message.h>
 
 #include <utility>
 
 #import "PlatformXPCInterface.h"
-#include "wire/object_coding.h"
+#import "wire/object_coding.h"
 
 namespace platform::xpc {
 

@@ -1,8 +1,5 @@
 // What a listener is besides its object.
 
-#ifndef PLATFORM_XPC_LISTENER_CORE_H
-#define PLATFORM_XPC_LISTENER_CORE_H
-
 #include <event2/listener.h>
 
 #include <memory>
@@ -12,7 +9,7 @@
 
 #import <Foundation/Foundation.h>
 
-#include "owner_link.h"
+#import "owner_link.h"
 #include "transport/io_thread.h"
 #include "transport/service_directory.h"
 
@@ -63,5 +60,3 @@ class ListenerCore : public std::enable_shared_from_this<ListenerCore> {
 };
 
 }  // namespace platform::xpc
-
-#endif

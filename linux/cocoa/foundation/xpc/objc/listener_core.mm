@@ -1,4 +1,4 @@
-#include "listener_core.h"
+#import "listener_core.h"
 
 #include <sys/socket.h>
 #include <unistd.h>

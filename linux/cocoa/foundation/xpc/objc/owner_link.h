@@ -1,9 +1,6 @@
 // A reference to an object that does not keep it, in place of the weak ones this runtime lacks. The
 // object counts its references itself, so that nobody can take one from it once the last is gone.
 
-#ifndef PLATFORM_XPC_OWNER_LINK_H
-#define PLATFORM_XPC_OWNER_LINK_H
-
 #include <mutex>
 
 #import <Foundation/Foundation.h>
@@ -52,5 +49,3 @@ class OwnerLink {
 };
 
 }  // namespace platform::xpc
-
-#endif

@@ -1,8 +1,5 @@
 // The methods that a protocol lets through, read once for each protocol.
 
-#ifndef PLATFORM_XPC_PROTOCOL_METHODS_H
-#define PLATFORM_XPC_PROTOCOL_METHODS_H
-
 #include <objc/runtime.h>
 
 #include <memory>
@@ -54,5 +51,3 @@ class ProtocolMethods {
 };
 
 }  // namespace platform::xpc
-
-#endif

@@ -1,4 +1,4 @@
-#include "protocol_methods.h"
+#import "protocol_methods.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,8 +1,5 @@
 // Reply blocks: reading and calling those of others, and making those that answer a peer.
 
-#ifndef PLATFORM_XPC_REPLY_BLOCK_H
-#define PLATFORM_XPC_REPLY_BLOCK_H
-
 #include <memory>
 #include <string_view>
 
@@ -36,5 +33,3 @@ id MakeReplyBlock(const BlockType *type, std::shared_ptr<Channel> channel, uint6
                   std::string_view selector);
 
 }  // namespace platform::xpc
-
-#endif

@@ -1,8 +1,5 @@
 // Objects to and from frames. Only the classes named here are ever made from what a peer sends.
 
-#ifndef PLATFORM_XPC_OBJECT_CODING_H
-#define PLATFORM_XPC_OBJECT_CODING_H
-
 #import <Foundation/Foundation.h>
 
 #include "signature.h"
@@ -31,5 +28,3 @@ const char *DecodeArgument(const Item **item, const Type &type, NSSet *allowed, 
 NSSet *CodableClasses();
 
 }  // namespace platform::xpc
-
-#endif

@@ -1,4 +1,4 @@
-#include "object_coding.h"
+#import "object_coding.h"
 
 #include <cmath>
 #include <cstring>
