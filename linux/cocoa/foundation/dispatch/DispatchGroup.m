@@ -3,7 +3,6 @@
 #include <dispatch/dispatch.h>
 #include <errno.h>
 #include <pthread.h>
-#include <stdlib.h>
 
 #include "DispatchCallout.h"
 #include "DispatchClock.h"
@@ -111,26 +110,12 @@ void dispatch_group_notify(dispatch_group_t object, dispatch_queue_t queue,
   }
 }
 
-struct DispatchGroupCall {
-  dispatch_group_t group;
-  dispatch_block_t block;
-};
-
-static void RunInGroup(void *context) {
-  const struct DispatchGroupCall call = *(struct DispatchGroupCall *)context;
-  free(context);
-  // Given up before whoever waits goes on.
-  DispatchCallAndReleaseBlock((void *)call.block);
-  dispatch_group_leave(call.group);
-  [call.group release];
-}
-
 void dispatch_group_async(dispatch_group_t group, dispatch_queue_t queue, dispatch_block_t block) {
   dispatch_group_enter(group);
-  struct DispatchGroupCall *call = malloc(sizeof(*call));
-  if (!call) {
-    abort();
-  }
-  *call = (struct DispatchGroupCall){[group retain], Block_copy(block)};
-  dispatch_async_f(queue, call, RunInGroup);
+  // Given up before whoever waits goes on, and so not captured as a block.
+  void *work = Block_copy(block);
+  dispatch_async(queue, ^{
+    DispatchCallAndReleaseBlock(work);
+    dispatch_group_leave(group);
+  });
 }

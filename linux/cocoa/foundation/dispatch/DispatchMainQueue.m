@@ -99,27 +99,18 @@
   }
 }
 
-struct Handover {
-  dispatch_function_t function;
-  void *context;
-  dispatch_semaphore_t done;
-};
-
-static void RunHandedOver(void *pointer) {
-  struct Handover *handover = pointer;
-  handover->function(handover->context);
-  dispatch_semaphore_signal(handover->done);
-}
-
 - (void)runAndWait:(dispatch_function_t)function context:(void *)context barrier:(BOOL)barrier {
   (void)barrier;
   if ([self isOwnedByThisThread]) {
     DispatchTrap("dispatch_sync called on queue already owned by current thread");
   }
-  struct Handover handover = {function, context, dispatch_semaphore_create(0)};
-  dispatch_async_f(self, &handover, RunHandedOver);
-  dispatch_semaphore_wait(handover.done, DISPATCH_TIME_FOREVER);
-  dispatch_release(handover.done);
+  dispatch_semaphore_t done = dispatch_semaphore_create(0);
+  dispatch_async(self, ^{
+    function(context);
+    dispatch_semaphore_signal(done);
+  });
+  dispatch_semaphore_wait(done, DISPATCH_TIME_FOREVER);
+  dispatch_release(done);
 }
 
 - (BOOL)isOwnedByThisThread {
