@@ -176,9 +176,6 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
           broken = number;
         }
       }
-      if (constraints_[broken].rigid) {
-        broken = members.back();
-      }
       required.erase(std::find(required.begin(), required.end(), broken));
       solution.conflicts.push_back({broken, std::move(members)});
     }

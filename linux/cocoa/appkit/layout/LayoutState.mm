@@ -14,9 +14,6 @@ using platform::layout::LayoutState;
 @implementation PlatformLayoutStateHolder
 
 - (void)dealloc {
-  for (PlatformLayoutConstraint *constraint : _state->mentions) {
-    [constraint forgetItem:_state->view];
-  }
   delete _state;
   [super dealloc];
 }
@@ -30,6 +27,9 @@ static const char sStateKey = 0;
 LayoutState::LayoutState(NSView *of) : view(of), constraints([[NSMutableArray alloc] init]) {}
 
 LayoutState::~LayoutState() {
+  for (PlatformLayoutConstraint *constraint : mentions) {
+    [constraint forgetItem:view];
+  }
   for (PlatformLayoutConstraint *constraint in constraints) {
     [constraint setHolder:nil];
   }

@@ -282,3 +282,41 @@ void CheckFinite(CGFloat number, const char *what) {
 }
 
 @end
+
+/// Puts this class in the place of GNUstep's.
+@implementation NSLayoutConstraint (Platform)
+
++ (instancetype)allocWithZone:(NSZone *)zone {
+  Class wanted = self == [NSLayoutConstraint class] ? [PlatformLayoutConstraint class] : self;
+  return NSAllocateObject(wanted, 0, zone);
+}
+
++ (instancetype)constraintWithItem:(id)firstItem
+                         attribute:(NSLayoutAttribute)firstAttribute
+                         relatedBy:(NSLayoutRelation)relation
+                            toItem:(id)secondItem
+                         attribute:(NSLayoutAttribute)secondAttribute
+                        multiplier:(CGFloat)multiplier
+                          constant:(CGFloat)constant {
+  return [[[PlatformLayoutConstraint alloc] initWithItem:firstItem
+                                               attribute:firstAttribute
+                                               relatedBy:relation
+                                                  toItem:secondItem
+                                               attribute:secondAttribute
+                                              multiplier:multiplier
+                                                constant:constant] autorelease];
+}
+
++ (void)activateConstraints:(NSArray *)constraints {
+  for (NSLayoutConstraint *constraint in constraints) {
+    [constraint setActive:YES];
+  }
+}
+
++ (void)deactivateConstraints:(NSArray *)constraints {
+  for (NSLayoutConstraint *constraint in constraints) {
+    [constraint setActive:NO];
+  }
+}
+
+@end
