@@ -1,3 +1,5 @@
+// What assistive software is told of views, cells and windows: kept and given back.
+
 #import <AppKit/AppKit.h>
 #import <AppKit/NSViewAccessibility.h>
 
@@ -6,11 +8,20 @@
 static const char sElementKey, sLabelKey, sRoleKey, sSubroleKey, sTitleKey, sHelpKey,
     sRoleDescriptionKey, sIdentifierKey, sValueKey;
 
-static NSString *TitleOf(NSView *view) {
-  if (![view isKindOfClass:[NSButton class]]) {
+static void Keep(id owner, const char *key, id value) {
+  objc_setAssociatedObject(owner, key, value, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
+}
+
+static void KeepCopy(id owner, const char *key, NSString *text) {
+  objc_setAssociatedObject(owner, key, text, OBJC_ASSOCIATION_COPY_NONATOMIC);
+}
+
+/// The title of a button or its cell, nil where it is empty, and for others.
+static NSString *TitleOf(id owner) {
+  if (![owner isKindOfClass:[NSButton class]] && ![owner isKindOfClass:[NSButtonCell class]]) {
     return nil;
   }
-  NSString *title = [(NSButton *)view title];
+  NSString *title = [owner title];
   return [title length] ? title : nil;
 }
 
@@ -25,8 +36,7 @@ static NSString *TitleOf(NSView *view) {
 }
 
 - (void)setAccessibilityElement:(BOOL)element {
-  objc_setAssociatedObject(self, &sElementKey, [NSNumber numberWithBool:element],
-                           OBJC_ASSOCIATION_RETAIN_NONATOMIC);
+  Keep(self, &sElementKey, [NSNumber numberWithBool:element]);
 }
 
 - (NSString *)accessibilityLabel {
@@ -35,7 +45,7 @@ static NSString *TitleOf(NSView *view) {
 }
 
 - (void)setAccessibilityLabel:(NSString *)label {
-  objc_setAssociatedObject(self, &sLabelKey, label, OBJC_ASSOCIATION_COPY_NONATOMIC);
+  KeepCopy(self, &sLabelKey, label);
 }
 
 - (NSAccessibilityRole)accessibilityRole {
@@ -57,7 +67,7 @@ static NSString *TitleOf(NSView *view) {
 }
 
 - (void)setAccessibilityRole:(NSAccessibilityRole)role {
-  objc_setAssociatedObject(self, &sRoleKey, role, OBJC_ASSOCIATION_COPY_NONATOMIC);
+  KeepCopy(self, &sRoleKey, role);
 }
 
 - (NSAccessibilitySubrole)accessibilitySubrole {
@@ -65,7 +75,7 @@ static NSString *TitleOf(NSView *view) {
 }
 
 - (void)setAccessibilitySubrole:(NSAccessibilitySubrole)subrole {
-  objc_setAssociatedObject(self, &sSubroleKey, subrole, OBJC_ASSOCIATION_COPY_NONATOMIC);
+  KeepCopy(self, &sSubroleKey, subrole);
 }
 
 - (NSString *)accessibilityTitle {
@@ -74,7 +84,7 @@ static NSString *TitleOf(NSView *view) {
 }
 
 - (void)setAccessibilityTitle:(NSString *)title {
-  objc_setAssociatedObject(self, &sTitleKey, title, OBJC_ASSOCIATION_COPY_NONATOMIC);
+  KeepCopy(self, &sTitleKey, title);
 }
 
 - (NSString *)accessibilityHelp {
@@ -82,7 +92,7 @@ static NSString *TitleOf(NSView *view) {
 }
 
 - (void)setAccessibilityHelp:(NSString *)help {
-  objc_setAssociatedObject(self, &sHelpKey, help, OBJC_ASSOCIATION_COPY_NONATOMIC);
+  KeepCopy(self, &sHelpKey, help);
 }
 
 - (NSString *)accessibilityRoleDescription {
@@ -90,8 +100,7 @@ static NSString *TitleOf(NSView *view) {
 }
 
 - (void)setAccessibilityRoleDescription:(NSString *)description {
-  objc_setAssociatedObject(self, &sRoleDescriptionKey, description,
-                           OBJC_ASSOCIATION_COPY_NONATOMIC);
+  KeepCopy(self, &sRoleDescriptionKey, description);
 }
 
 - (NSString *)accessibilityIdentifier {
@@ -99,7 +108,7 @@ static NSString *TitleOf(NSView *view) {
 }
 
 - (void)setAccessibilityIdentifier:(NSString *)identifier {
-  objc_setAssociatedObject(self, &sIdentifierKey, identifier, OBJC_ASSOCIATION_COPY_NONATOMIC);
+  KeepCopy(self, &sIdentifierKey, identifier);
 }
 
 - (id)accessibilityValue {
@@ -111,7 +120,50 @@ static NSString *TitleOf(NSView *view) {
 }
 
 - (void)setAccessibilityValue:(id)value {
-  objc_setAssociatedObject(self, &sValueKey, value, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
+  Keep(self, &sValueKey, value);
+}
+
+@end
+
+@implementation NSCell (PlatformAccessibility)
+
+- (BOOL)isAccessibilityElement {
+  NSNumber *element = objc_getAssociatedObject(self, &sElementKey);
+  return element ? [element boolValue] : YES;
+}
+
+- (void)setAccessibilityElement:(BOOL)element {
+  Keep(self, &sElementKey, [NSNumber numberWithBool:element]);
+}
+
+- (NSString *)accessibilityLabel {
+  NSString *label = objc_getAssociatedObject(self, &sLabelKey);
+  return label ? label : TitleOf(self);
+}
+
+- (void)setAccessibilityLabel:(NSString *)label {
+  KeepCopy(self, &sLabelKey, label);
+}
+
+@end
+
+@implementation NSWindow (PlatformAccessibility)
+
+- (NSString *)accessibilityTitle {
+  NSString *title = objc_getAssociatedObject(self, &sTitleKey);
+  return title ? title : [self title];
+}
+
+- (void)setAccessibilityTitle:(NSString *)title {
+  KeepCopy(self, &sTitleKey, title);
+}
+
+- (NSAccessibilitySubrole)accessibilitySubrole {
+  return objc_getAssociatedObject(self, &sSubroleKey);
+}
+
+- (void)setAccessibilitySubrole:(NSAccessibilitySubrole)subrole {
+  KeepCopy(self, &sSubroleKey, subrole);
 }
 
 @end
