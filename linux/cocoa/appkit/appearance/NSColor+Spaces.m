@@ -23,22 +23,6 @@ static CGFloat Limited(CGFloat value) { return value < 0 ? 0 : value > 1 ? 1 : v
       space == [NSColorSpace deviceRGBColorSpace] || space == [NSColorSpace deviceGrayColorSpace];
   NSColorSpaceModel model = [space colorSpaceModel];
   if (model == NSRGBColorSpaceModel && count == 4) {
-    BOOL inRange = YES;
-    for (int i = 0; i < 4; i++) {
-      inRange = inRange && Limited(components[i]) == components[i];
-    }
-    if (inRange && device) {
-      return [NSColor colorWithDeviceRed:components[0]
-                                   green:components[1]
-                                    blue:components[2]
-                                   alpha:components[3]];
-    }
-    if (inRange && space == [NSColorSpace genericRGBColorSpace]) {
-      return [NSColor colorWithCalibratedRed:components[0]
-                                       green:components[1]
-                                        blue:components[2]
-                                       alpha:components[3]];
-    }
     return [[[PlatformSpaceColor alloc] initWithSpace:space components:components] autorelease];
   }
   if (model == NSGrayColorSpaceModel && count == 2) {

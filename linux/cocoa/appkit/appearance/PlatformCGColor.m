@@ -29,23 +29,12 @@
     return NO;
   }
   PlatformCGColor *color = other;
-  if (color->_space != _space || color->_count != _count) {
-    return NO;
-  }
-  for (size_t i = 0; i < _count; i++) {
-    if (color->_components[i] != _components[i]) {
-      return NO;
-    }
-  }
-  return YES;
+  return color->_space == _space && color->_count == _count &&
+         memcmp(color->_components, _components, _count * sizeof(CGFloat)) == 0;
 }
 
 - (NSUInteger)hash {
-  NSUInteger sum = _count;
-  for (size_t i = 0; i < _count; i++) {
-    sum = sum * 31 + (NSUInteger)(_components[i] * 65535.0);
-  }
-  return sum;
+  return [_space hash];
 }
 
 @end

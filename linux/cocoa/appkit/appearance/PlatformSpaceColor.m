@@ -127,22 +127,12 @@
 }
 
 - (BOOL)isEqual:(id)other {
-  if (other == self) {
-    return YES;
-  }
   if (![other isKindOfClass:[PlatformSpaceColor class]]) {
     return NO;
   }
   PlatformSpaceColor *color = other;
-  if (color->_space != _space) {
-    return NO;
-  }
-  for (int i = 0; i < 4; i++) {
-    if (color->_components[i] != _components[i]) {
-      return NO;
-    }
-  }
-  return YES;
+  return color->_space == _space &&
+         memcmp(color->_components, _components, sizeof(_components)) == 0;
 }
 
 - (NSUInteger)hash {
