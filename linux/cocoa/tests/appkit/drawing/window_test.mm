@@ -28,7 +28,7 @@ using look::WindowPixel;
 
 @end
 
-class LookWindowTest : public look::LookTest {
+class Windows : public look::LookTest {
  protected:
   void SetUp() override {
     look::LookTest::SetUp();
@@ -92,7 +92,7 @@ class LookWindowTest : public look::LookTest {
   pid_t compositor_ = 0;
 };
 
-TEST_F(LookWindowTest, CornersShowWhatIsBehindWithoutACompositor) {
+TEST_F(Windows, CornersShowWhatIsBehindWithoutACompositor) {
   if (CompositorRuns()) {
     GTEST_SKIP() << "a compositing manager runs on this display";
   }
@@ -111,7 +111,7 @@ TEST_F(LookWindowTest, CornersShowWhatIsBehindWithoutACompositor) {
   }
 }
 
-TEST_F(LookWindowTest, CutCornersFollowANewSize) {
+TEST_F(Windows, CutCornersFollowANewSize) {
   if (CompositorRuns()) {
     GTEST_SKIP() << "a compositing manager runs on this display";
   }
@@ -123,7 +123,7 @@ TEST_F(LookWindowTest, CutCornersFollowANewSize) {
   EXPECT_TRUE(BecomesAt(198, 1, 255, 255, 255));
 }
 
-TEST_F(LookWindowTest, CornersAreSmoothWhereACompositorRuns) {
+TEST_F(Windows, CornersAreSmoothWhereACompositorRuns) {
   if (CompositorRuns()) {
     GTEST_SKIP() << "a compositing manager runs on this display already";
   }
@@ -145,7 +145,7 @@ TEST_F(LookWindowTest, CornersAreSmoothWhereACompositorRuns) {
   EXPECT_GE(mixed, 8) << "pixels along the arc are mixed from both colors";
 }
 
-TEST_F(LookWindowTest, OpaqueWindowIsNotCut) {
+TEST_F(Windows, OpaqueWindowIsNotCut) {
   LookWindow *window = [LookWindow windowWithSize:NSMakeSize(200, 120) white:1];
   [window setOpaque:YES];
   [window setBackgroundColor:[NSColor redColor]];
@@ -156,7 +156,7 @@ TEST_F(LookWindowTest, OpaqueWindowIsNotCut) {
   EXPECT_TRUE(BecomesAt(1, 1, 255, 0, 0));
 }
 
-TEST_F(LookWindowTest, RetainedBackingKeepsWhatWasDrawn) {
+TEST_F(Windows, RetainedBackingKeepsWhatWasDrawn) {
   Show(0.5);
   [behind_ orderFront:nil];
   ASSERT_TRUE(BecomesAt(100, 60, 0, 255, 0));
@@ -165,19 +165,19 @@ TEST_F(LookWindowTest, RetainedBackingKeepsWhatWasDrawn) {
   EXPECT_EQ([window_ backingType], NSBackingStoreRetained);
 }
 
-TEST_F(LookWindowTest, ApplicationHasTheActivationPolicyThatItWasGiven) {
+TEST_F(Windows, ApplicationHasTheActivationPolicyThatItWasGiven) {
   // The tests' own environment has given it one.
   EXPECT_EQ([NSApp activationPolicy], NSApplicationActivationPolicyAccessory);
   EXPECT_TRUE([NSApp setActivationPolicy:NSApplicationActivationPolicyRegular]);
   EXPECT_EQ([NSApp activationPolicy], NSApplicationActivationPolicyRegular);
 }
 
-TEST_F(LookWindowTest, BorderlessWindowBecomesKeyAndMain) {
+TEST_F(Windows, BorderlessWindowBecomesKeyAndMain) {
   Show(1);
   EXPECT_TRUE(PumpUntil([=] { return [window_ isKeyWindow] && [window_ isMainWindow]; }));
 }
 
-TEST_F(LookWindowTest, OnlyOtherWindowBecomesKeyAndMainWhenTheFrontOneLeaves) {
+TEST_F(Windows, OnlyOtherWindowBecomesKeyAndMainWhenTheFrontOneLeaves) {
   LookWindow *other = [LookWindow windowWithSize:NSMakeSize(100, 80) white:1];
   [other makeKeyAndOrderFront:nil];
   [behind_ orderOut:nil];
@@ -192,7 +192,7 @@ TEST_F(LookWindowTest, OnlyOtherWindowBecomesKeyAndMainWhenTheFrontOneLeaves) {
   [other close];
 }
 
-TEST_F(LookWindowTest, CenterIsInTheMiddleAndAboveIt) {
+TEST_F(Windows, CenterIsInTheMiddleAndAboveIt) {
   Show(1);
   [window_ center];
   NSRect visible = [[NSScreen mainScreen] visibleFrame];

@@ -1,6 +1,6 @@
 #include <CocoaTesting/LookTest.h>
 
-using LookAppearance = look::LookTest;
+using Appearances = look::LookTest;
 
 static NSAppearance *Named(NSString *name) { return [NSAppearance appearanceNamed:name]; }
 
@@ -40,13 +40,13 @@ static NSString *Match(NSString *name, NSArray *names) {
 static const NSKeyValueObservingOptions kNewAndInitial =
     NSKeyValueObservingOptionNew | NSKeyValueObservingOptionInitial;
 
-TEST_F(LookAppearance, NamesAreOneObjectEach) {
+TEST_F(Appearances, NamesAreOneObjectEach) {
   EXPECT_EQ(Named(NSAppearanceNameAqua), Named(NSAppearanceNameAqua));
   EXPECT_TRUE([[Named(@"NSAppearanceNameDarkAqua") name] isEqual:NSAppearanceNameDarkAqua]);
   EXPECT_EQ(Named(@"NoSuchAppearance"), nil);
 }
 
-TEST_F(LookAppearance, MatchesItselfBeforeAnythingElse) {
+TEST_F(Appearances, MatchesItselfBeforeAnythingElse) {
   for (NSString *name in @[
          NSAppearanceNameAqua, NSAppearanceNameDarkAqua, NSAppearanceNameVibrantDark,
          NSAppearanceNameAccessibilityHighContrastAqua
@@ -55,7 +55,7 @@ TEST_F(LookAppearance, MatchesItselfBeforeAnythingElse) {
   }
 }
 
-TEST_F(LookAppearance, VariantsMatchLightOrDark) {
+TEST_F(Appearances, VariantsMatchLightOrDark) {
   NSArray *both = @[ NSAppearanceNameAqua, NSAppearanceNameDarkAqua ];
   for (NSString *name in @[
          NSAppearanceNameVibrantLight, NSAppearanceNameAccessibilityHighContrastAqua,
@@ -71,19 +71,19 @@ TEST_F(LookAppearance, VariantsMatchLightOrDark) {
   }
 }
 
-TEST_F(LookAppearance, ContrastMattersLessThanVibrancy) {
+TEST_F(Appearances, ContrastMattersLessThanVibrancy) {
   EXPECT_EQ(Match(NSAppearanceNameAccessibilityHighContrastVibrantDark,
                   @[ NSAppearanceNameDarkAqua, NSAppearanceNameVibrantDark ]),
             NSAppearanceNameVibrantDark);
 }
 
-TEST_F(LookAppearance, NothingFitsGivesNil) {
+TEST_F(Appearances, NothingFitsGivesNil) {
   EXPECT_EQ(Match(NSAppearanceNameAqua, @[ NSAppearanceNameDarkAqua ]), nil);
   EXPECT_EQ(Match(NSAppearanceNameVibrantDark, @[ NSAppearanceNameAqua ]), nil);
   EXPECT_EQ(Match(NSAppearanceNameAqua, @[]), nil);
 }
 
-TEST_F(LookAppearance, IsInheritedFromApplicationToView) {
+TEST_F(Appearances, IsInheritedFromApplicationToView) {
   LookWindow *window = [LookWindow windowWithSize:NSMakeSize(100, 100) white:1];
   NSView *view = [[[NSView alloc] initWithFrame:NSMakeRect(0, 0, 10, 10)] autorelease];
   [[window contentView] addSubview:view];
@@ -100,7 +100,7 @@ TEST_F(LookAppearance, IsInheritedFromApplicationToView) {
   [window close];
 }
 
-TEST_F(LookAppearance, ObserverGetsTheInitialValueAndEachChangeBeforeTheSetterReturns) {
+TEST_F(Appearances, ObserverGetsTheInitialValueAndEachChangeBeforeTheSetterReturns) {
   LookWindow *window = [LookWindow windowWithSize:NSMakeSize(100, 100) white:1];
   LookObserver *observer = [[[LookObserver alloc] init] autorelease];
   [window addObserver:observer
@@ -124,7 +124,7 @@ TEST_F(LookAppearance, ObserverGetsTheInitialValueAndEachChangeBeforeTheSetterRe
   [window close];
 }
 
-TEST_F(LookAppearance, ObserverThatAsksForTheOldValueGetsIt) {
+TEST_F(Appearances, ObserverThatAsksForTheOldValueGetsIt) {
   LookWindow *window = [LookWindow windowWithSize:NSMakeSize(100, 100) white:1];
   LookObserver *observer = [[[LookObserver alloc] init] autorelease];
   [window addObserver:observer
@@ -138,7 +138,7 @@ TEST_F(LookAppearance, ObserverThatAsksForTheOldValueGetsIt) {
   [window close];
 }
 
-TEST_F(LookAppearance, WindowsOwnAppearanceShieldsItFromTheApplications) {
+TEST_F(Appearances, WindowsOwnAppearanceShieldsItFromTheApplications) {
   LookWindow *window = [LookWindow windowWithSize:NSMakeSize(100, 100) white:1];
   [window setAppearance:Named(NSAppearanceNameAqua)];
   LookObserver *observer = [[[LookObserver alloc] init] autorelease];
@@ -155,7 +155,7 @@ TEST_F(LookAppearance, WindowsOwnAppearanceShieldsItFromTheApplications) {
   [window close];
 }
 
-TEST_F(LookAppearance, ViewAndApplicationCanBeObservedToo) {
+TEST_F(Appearances, ViewAndApplicationCanBeObservedToo) {
   LookWindow *window = [LookWindow windowWithSize:NSMakeSize(100, 100) white:1];
   LookObserver *observer = [[[LookObserver alloc] init] autorelease];
   for (id object in @[ [window contentView], NSApp ]) {
@@ -173,7 +173,7 @@ TEST_F(LookAppearance, ViewAndApplicationCanBeObservedToo) {
   [window close];
 }
 
-TEST_F(LookAppearance, TwoHundredWindowsComeAndGoAcrossSwitches) {
+TEST_F(Appearances, TwoHundredWindowsComeAndGoAcrossSwitches) {
   LookObserver *observer = [[[LookObserver alloc] init] autorelease];
   NSUInteger windows = [[NSApp windows] count];
   for (int i = 0; i < 200; i++) {
@@ -192,7 +192,7 @@ TEST_F(LookAppearance, TwoHundredWindowsComeAndGoAcrossSwitches) {
   EXPECT_EQ([[NSApp windows] count], windows);
 }
 
-TEST_F(LookAppearance, WindowThatGoesAwayObservedIsLoggedAndHarmsNothing) {
+TEST_F(Appearances, WindowThatGoesAwayObservedIsLoggedAndHarmsNothing) {
   LookObserver *observer = [[[LookObserver alloc] init] autorelease];
   testing::internal::CaptureStderr();
   NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
@@ -212,7 +212,7 @@ TEST_F(LookAppearance, WindowThatGoesAwayObservedIsLoggedAndHarmsNothing) {
   EXPECT_EQ(observer->count, 0);
 }
 
-TEST_F(LookAppearance, WindowWithoutObserversGoesAwaySilently) {
+TEST_F(Appearances, WindowWithoutObserversGoesAwaySilently) {
   LookObserver *observer = [[[LookObserver alloc] init] autorelease];
   testing::internal::CaptureStderr();
   NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];

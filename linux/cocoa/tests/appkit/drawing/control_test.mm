@@ -5,7 +5,7 @@ using look::Pixel;
 using look::PumpUntil;
 using look::WindowPixel;
 
-class LookControl : public look::LookTest {
+class Controls : public look::LookTest {
  protected:
   void SetUp() override {
     look::LookTest::SetUp();
@@ -47,7 +47,7 @@ class LookControl : public look::LookTest {
 static const int kInsideX = 108;
 static const int kInsideY = 89;
 
-TEST_F(LookControl, OrdinaryPushButtonIsWhiteWithADarkTitleAndABorder) {
+TEST_F(Controls, OrdinaryPushButtonIsWhiteWithADarkTitleAndABorder) {
   AddButton(nil);
   Show();
   EXPECT_TRUE(
@@ -64,7 +64,7 @@ TEST_F(LookControl, OrdinaryPushButtonIsWhiteWithADarkTitleAndABorder) {
   EXPECT_LT(darkest, 120);
 }
 
-TEST_F(LookControl, ButtonForReturnIsBlueWithAWhiteTitle) {
+TEST_F(Controls, ButtonForReturnIsBlueWithAWhiteTitle) {
   AddButton(@"\r");
   Show();
   EXPECT_TRUE(PumpUntil([=] {
@@ -80,7 +80,7 @@ TEST_F(LookControl, ButtonForReturnIsBlueWithAWhiteTitle) {
   EXPECT_GT(lightest, 200);
 }
 
-TEST_F(LookControl, ButtonForReturnHasNoPictureAndNoOtherSize) {
+TEST_F(Controls, ButtonForReturnHasNoPictureAndNoOtherSize) {
   NSButton *plain = AddButton(nil);
   NSButton *button = AddButton(@"\r");
   EXPECT_EQ([button image], nil);
@@ -89,13 +89,13 @@ TEST_F(LookControl, ButtonForReturnHasNoPictureAndNoOtherSize) {
   EXPECT_TRUE(NSEqualSizes([[button cell] cellSize], [[plain cell] cellSize]));
 }
 
-TEST_F(LookControl, PushButtonSizesAreWholePoints) {
+TEST_F(Controls, PushButtonSizesAreWholePoints) {
   NSSize size = [[AddButton(nil) cell] cellSize];
   EXPECT_EQ(size.width, floor(size.width));
   EXPECT_EQ(size.height, 32);
 }
 
-TEST_F(LookControl, PressedButtonIsDarker) {
+TEST_F(Controls, PressedButtonIsDarker) {
   NSButton *button = AddButton(@"\r");
   Show();
   ASSERT_TRUE(PumpUntil([=] { return WindowPixel(window_, kInsideX, kInsideY).blue > 220; }));
@@ -106,7 +106,7 @@ TEST_F(LookControl, PressedButtonIsDarker) {
       [=] { return WindowPixel(window_, kInsideX, kInsideY).green < before.green - 10; }));
 }
 
-TEST_F(LookControl, DarkAppearanceHasADarkButtonWithALightTitle) {
+TEST_F(Controls, DarkAppearanceHasADarkButtonWithALightTitle) {
   AddButton(nil);
   Show();
   ASSERT_TRUE(
@@ -128,7 +128,7 @@ TEST_F(LookControl, DarkAppearanceHasADarkButtonWithALightTitle) {
       PumpUntil([=] { return Near(WindowPixel(window_, kInsideX, kInsideY), 255, 255, 255); }));
 }
 
-TEST_F(LookControl, FocusShowsOnlyOnceTheTabKeyWasUsed) {
+TEST_F(Controls, FocusShowsOnlyOnceTheTabKeyWasUsed) {
   NSButton *button = AddButton(nil);
   NSButton *other = AddButton(nil);
   [other setFrameOrigin:NSMakePoint(NSMinX([other frame]), NSMinY([other frame]) - 60)];
@@ -149,7 +149,7 @@ TEST_F(LookControl, FocusShowsOnlyOnceTheTabKeyWasUsed) {
   EXPECT_FALSE(ringAt(101, kInsideY));
 }
 
-TEST_F(LookControl, ImageButtonWithoutBorderIsItsImage) {
+TEST_F(Controls, ImageButtonWithoutBorderIsItsImage) {
   NSImage *image = [[[NSImage alloc] initWithSize:NSMakeSize(12, 12)] autorelease];
   [image lockFocus];
   [[NSColor redColor] setFill];
@@ -169,7 +169,7 @@ TEST_F(LookControl, ImageButtonWithoutBorderIsItsImage) {
   EXPECT_TRUE(Near(WindowPixel(window_, 62, 94), 249, 249, 249));
 }
 
-TEST_F(LookControl, EmptyButtonOfNoSizeDrawsNothing) {
+TEST_F(Controls, EmptyButtonOfNoSizeDrawsNothing) {
   NSButton *button = [[[NSButton alloc] initWithFrame:NSZeroRect] autorelease];
   [button setKeyEquivalent:@"w"];
   [[window_ contentView] addSubview:button];
@@ -178,7 +178,7 @@ TEST_F(LookControl, EmptyButtonOfNoSizeDrawsNothing) {
   EXPECT_TRUE(Near(WindowPixel(window_, 25, 195), 249, 249, 249));
 }
 
-TEST_F(LookControl, TextFieldWithoutBorderHasNoBezelEither) {
+TEST_F(Controls, TextFieldWithoutBorderHasNoBezelEither) {
   NSTextField *field =
       [[[NSTextField alloc] initWithFrame:NSMakeRect(50, 50, 200, 30)] autorelease];
   EXPECT_TRUE([field isBezeled]);
@@ -208,7 +208,7 @@ TEST_F(LookControl, TextFieldWithoutBorderHasNoBezelEither) {
   }
 }
 
-TEST_F(LookControl, TextIsSmoothAndGray) {
+TEST_F(Controls, TextIsSmoothAndGray) {
   NSTextField *field =
       [[[NSTextField alloc] initWithFrame:NSMakeRect(50, 50, 200, 30)] autorelease];
   [field setEditable:NO];

@@ -1,6 +1,6 @@
 #include <CocoaTesting/LookTest.h>
 
-using LookColor = look::LookTest;
+using Colors = look::LookTest;
 
 static NSColor *Color(NSColorSpace *space, CGFloat red, CGFloat green, CGFloat blue,
                       CGFloat alpha) {
@@ -8,7 +8,7 @@ static NSColor *Color(NSColorSpace *space, CGFloat red, CGFloat green, CGFloat b
   return [NSColor colorWithColorSpace:space components:components count:4];
 }
 
-TEST_F(LookColor, RgbSpacesAreDistinctObjectsAndStayTheSame) {
+TEST_F(Colors, RgbSpacesAreDistinctObjectsAndStayTheSame) {
   NSColorSpace *spaces[] = {[NSColorSpace sRGBColorSpace],
                             [NSColorSpace genericRGBColorSpace],
                             [NSColorSpace deviceRGBColorSpace]};
@@ -21,7 +21,7 @@ TEST_F(LookColor, RgbSpacesAreDistinctObjectsAndStayTheSame) {
   EXPECT_EQ([spaces[0] numberOfColorComponents], 3);
 }
 
-TEST_F(LookColor, KeepsEveryComponentExactlyAndItsSpace) {
+TEST_F(Colors, KeepsEveryComponentExactlyAndItsSpace) {
   for (NSColorSpace *space in @[
          [NSColorSpace sRGBColorSpace], [NSColorSpace genericRGBColorSpace],
          [NSColorSpace deviceRGBColorSpace]
@@ -41,7 +41,7 @@ TEST_F(LookColor, KeepsEveryComponentExactlyAndItsSpace) {
   }
 }
 
-TEST_F(LookColor, AnotherAlphaLeavesSpaceAndComponents) {
+TEST_F(Colors, AnotherAlphaLeavesSpaceAndComponents) {
   NSColor *color =
       [Color([NSColorSpace sRGBColorSpace], 0.1, 0.2, 0.3, 1) colorWithAlphaComponent:0.5];
   EXPECT_EQ([color colorSpace], [NSColorSpace sRGBColorSpace]);
@@ -49,7 +49,7 @@ TEST_F(LookColor, AnotherAlphaLeavesSpaceAndComponents) {
   EXPECT_EQ([color alphaComponent], 0.5);
 }
 
-TEST_F(LookColor, NamedConstructorsAreInSrgb) {
+TEST_F(Colors, NamedConstructorsAreInSrgb) {
   NSColor *color = [NSColor colorWithRed:0.25 green:0.5 blue:0.75 alpha:1];
   EXPECT_EQ([color colorSpace], [NSColorSpace sRGBColorSpace]);
   EXPECT_TRUE([color isEqual:[NSColor colorWithSRGBRed:0.25 green:0.5 blue:0.75 alpha:1]]);
@@ -57,7 +57,7 @@ TEST_F(LookColor, NamedConstructorsAreInSrgb) {
   EXPECT_EQ([[NSColor colorWithSRGBRed:1.5 green:0 blue:0 alpha:1] redComponent], 1.0);
 }
 
-TEST_F(LookColor, EqualOnlyWithinOneSpace) {
+TEST_F(Colors, EqualOnlyWithinOneSpace) {
   NSColor *srgb = Color([NSColorSpace sRGBColorSpace], 0.1, 0.2, 0.3, 1);
   EXPECT_TRUE([srgb isEqual:Color([NSColorSpace sRGBColorSpace], 0.1, 0.2, 0.3, 1)]);
   EXPECT_EQ([srgb hash], [Color([NSColorSpace sRGBColorSpace], 0.1, 0.2, 0.3, 1) hash]);
@@ -65,7 +65,7 @@ TEST_F(LookColor, EqualOnlyWithinOneSpace) {
   EXPECT_FALSE([srgb isEqual:Color([NSColorSpace sRGBColorSpace], 0.1, 0.2, 0.3, 0.9)]);
 }
 
-TEST_F(LookColor, OtherModelsStayWhatTheyWere) {
+TEST_F(Colors, OtherModelsStayWhatTheyWere) {
   CGFloat gray[2] = {0.4, 0.6};
   NSColor *color = [NSColor colorWithColorSpace:[NSColorSpace genericGrayColorSpace]
                                      components:gray
@@ -79,7 +79,7 @@ TEST_F(LookColor, OtherModelsStayWhatTheyWere) {
             nil);
 }
 
-TEST_F(LookColor, CoreGraphicsColorHasTheSameComponentsAndSpace) {
+TEST_F(Colors, CoreGraphicsColorHasTheSameComponentsAndSpace) {
   NSColor *color = Color([NSColorSpace sRGBColorSpace], 1 / 255.0, 2 / 255.0, 3 / 255.0, 0.5);
   CGColorRef converted = [color CGColor];
   ASSERT_EQ(CGColorGetNumberOfComponents(converted), 4u);
@@ -94,7 +94,7 @@ TEST_F(LookColor, CoreGraphicsColorHasTheSameComponentsAndSpace) {
   EXPECT_EQ(CGColorGetNumberOfComponents([[NSColor controlBackgroundColor] CGColor]), 4u);
 }
 
-TEST_F(LookColor, CoreGraphicsColorIsReferenceCounted) {
+TEST_F(Colors, CoreGraphicsColorIsReferenceCounted) {
   NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
   CGColorRef kept = CGColorRetain([[NSColor colorWithRed:0.5 green:0 blue:0 alpha:1] CGColor]);
   [pool release];

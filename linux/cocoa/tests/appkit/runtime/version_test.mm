@@ -7,7 +7,7 @@
 
 using look::RunAgain;
 
-class LookVersion : public look::LookTest {
+class Versions : public look::LookTest {
  protected:
   void TearDown() override {
     PlatformSetAppKitVersionNumber(2487.0);
@@ -21,24 +21,24 @@ static BOOL AtLeast(NSInteger major, NSInteger minor, NSInteger patch = 0) {
       isOperatingSystemAtLeastVersion:(NSOperatingSystemVersion){major, minor, patch}];
 }
 
-TEST_F(LookVersion, AppKitNumberIsOnAppleScaleAndCurrent) {
+TEST_F(Versions, AppKitNumberIsOnAppleScaleAndCurrent) {
   EXPECT_GT(floor(NSAppKitVersionNumber), NSAppKitVersionNumber10_14);
 }
 
-TEST_F(LookVersion, AppKitNumberCanBeThatOfAnOlderSystem) {
+TEST_F(Versions, AppKitNumberCanBeThatOfAnOlderSystem) {
   PlatformSetAppKitVersionNumber(1349.9);
   EXPECT_EQ(NSAppKitVersionNumber, 1349.9);
   EXPECT_LE(floor(NSAppKitVersionNumber), NSAppKitVersionNumber10_10_Max);
 }
 
-TEST_F(LookVersion, SystemIsNewerThanTenFourteen) {
+TEST_F(Versions, SystemIsNewerThanTenFourteen) {
   EXPECT_TRUE(AtLeast(10, 14));
   EXPECT_TRUE(AtLeast(14, 6));
   EXPECT_FALSE(AtLeast(14, 6, 1));
   EXPECT_FALSE(AtLeast(99, 0));
 }
 
-TEST_F(LookVersion, OlderSystemIsOlderInEveryPart) {
+TEST_F(Versions, OlderSystemIsOlderInEveryPart) {
   PlatformSetOperatingSystemVersion({10, 13, 6});
   EXPECT_FALSE(AtLeast(10, 14));
   EXPECT_FALSE(AtLeast(11, 0));
@@ -49,13 +49,13 @@ TEST_F(LookVersion, OlderSystemIsOlderInEveryPart) {
   EXPECT_EQ([[NSProcessInfo processInfo] operatingSystemVersion].minorVersion, 13);
 }
 
-TEST_F(LookVersion, EnvironmentChoosesTheVersions) {
+TEST_F(Versions, EnvironmentChoosesTheVersions) {
   EXPECT_EQ(RunAgain("PLATFORM_OS_VERSION=10.13 PLATFORM_APPKIT_VERSION=1349.5",
-                     "LookVersionFromEnvironment.*"),
+                     "VersionsFromEnvironment.*"),
             0);
 }
 
-TEST(LookVersionFromEnvironment, IsUsed) {
+TEST(VersionsFromEnvironment, IsUsed) {
   if (!getenv("PLATFORM_OS_VERSION")) {
     GTEST_SKIP() << "run again by another test with the variables";
   }

@@ -9,7 +9,7 @@ using look::Near;
 using look::PumpUntil;
 using look::WindowPixel;
 
-using LookImage = look::LookTest;
+using Images = look::LookTest;
 
 /// A file of two images at 72 and 144 pixels per inch: big-endian, LZW with predictor, unassociated
 /// alpha; the inner half red, the rest transparent.
@@ -52,7 +52,7 @@ static NSData *TwoImageTiff(int width, int height) {
   return data;
 }
 
-TEST_F(LookImage, TwoImagesOfOneFileAreOneImageWithTwoRepresentations) {
+TEST_F(Images, TwoImagesOfOneFileAreOneImageWithTwoRepresentations) {
   NSImage *image = [[[NSImage alloc] initWithData:TwoImageTiff(40, 20)] autorelease];
   EXPECT_EQ([image size].width, 40);
   EXPECT_EQ([image size].height, 20);
@@ -66,7 +66,7 @@ TEST_F(LookImage, TwoImagesOfOneFileAreOneImageWithTwoRepresentations) {
   }
 }
 
-class LookImageOnScreen : public look::LookTest {
+class ImagesOnScreen : public look::LookTest {
  protected:
   void SetUp() override {
     look::LookTest::SetUp();
@@ -94,7 +94,7 @@ class LookImageOnScreen : public look::LookTest {
 
 // A 40 × 20 image in a 100 × 100 view at (50, 30): it stands at x 80 … 120, y 70 … 90 from the top,
 // its red half at x 90 … 110, y 75 … 85.
-TEST_F(LookImageOnScreen, SmallerImageIsCentredAndNotScaled) {
+TEST_F(ImagesOnScreen, SmallerImageIsCentredAndNotScaled) {
   Show([[[NSImage alloc] initWithData:TwoImageTiff(40, 20)] autorelease],
        NSMakeRect(50, 30, 100, 100));
   ASSERT_TRUE(IsAt(100, 80, 255, 0, 0));
@@ -106,7 +106,7 @@ TEST_F(LookImageOnScreen, SmallerImageIsCentredAndNotScaled) {
   EXPECT_TRUE(IsAt(100, 86, 255, 255, 255));
 }
 
-TEST_F(LookImageOnScreen, LargerImageIsScaledDownInProportion) {
+TEST_F(ImagesOnScreen, LargerImageIsScaledDownInProportion) {
   Show([[[NSImage alloc] initWithData:TwoImageTiff(400, 200)] autorelease],
        NSMakeRect(50, 30, 100, 100));
   // 100 × 50 at x 50 … 150, y 55 … 105; red at x 75 … 125, y 67.5 … 92.5.
@@ -117,13 +117,13 @@ TEST_F(LookImageOnScreen, LargerImageIsScaledDownInProportion) {
   EXPECT_TRUE(IsAt(100, 64, 255, 255, 255));
 }
 
-TEST_F(LookImage, ViewScalesDownOnly) {
+TEST_F(Images, ViewScalesDownOnly) {
   NSImageView *view = [[[NSImageView alloc] initWithFrame:NSMakeRect(0, 0, 10, 10)] autorelease];
   EXPECT_EQ([view imageScaling], NSImageScaleProportionallyDown);
   EXPECT_EQ([view imageAlignment], NSImageAlignCenter);
 }
 
-TEST_F(LookImage, ApplicationHasAnIconByName) {
+TEST_F(Images, ApplicationHasAnIconByName) {
   NSImage *icon = [NSImage imageNamed:NSImageNameApplicationIcon];
   ASSERT_NE(icon, nil);
   EXPECT_GT([icon size].width, 0);
@@ -132,7 +132,7 @@ TEST_F(LookImage, ApplicationHasAnIconByName) {
 
 // Columns of one pixel, black and white: drawn from single pixels it would be stripes, or one
 // color.
-TEST_F(LookImageOnScreen, LargeApplicationIconIsScaledSmoothly) {
+TEST_F(ImagesOnScreen, LargeApplicationIconIsScaledSmoothly) {
   NSBitmapImageRep *rep = [[[NSBitmapImageRep alloc] initWithBitmapDataPlanes:nullptr
                                                                    pixelsWide:512
                                                                    pixelsHigh:512

@@ -1,8 +1,8 @@
 #include <CocoaTesting/LookTest.h>
 
-using LookFont = look::LookTest;
+using Fonts = look::LookTest;
 
-TEST_F(LookFont, WeightsAreApples) {
+TEST_F(Fonts, WeightsAreApples) {
   EXPECT_DOUBLE_EQ(NSFontWeightUltraLight, -0.8);
   EXPECT_DOUBLE_EQ(NSFontWeightThin, -0.6);
   EXPECT_DOUBLE_EQ(NSFontWeightLight, -0.4);
@@ -14,7 +14,7 @@ TEST_F(LookFont, WeightsAreApples) {
   EXPECT_DOUBLE_EQ(NSFontWeightBlack, 0.62);
 }
 
-TEST_F(LookFont, EachWeightHasAFaceOfItsOwn) {
+TEST_F(Fonts, EachWeightHasAFaceOfItsOwn) {
   const struct {
     CGFloat weight;
     const char *name;
@@ -37,20 +37,20 @@ TEST_F(LookFont, EachWeightHasAFaceOfItsOwn) {
   }
 }
 
-TEST_F(LookFont, WeightBetweenTwoGetsTheNearestFace) {
+TEST_F(Fonts, WeightBetweenTwoGetsTheNearestFace) {
   EXPECT_STREQ([[[NSFont systemFontOfSize:13 weight:0.1] fontName] UTF8String], "Inter-Regular");
   EXPECT_STREQ([[[NSFont systemFontOfSize:13 weight:9] fontName] UTF8String], "Inter-Black");
   EXPECT_STREQ([[[NSFont systemFontOfSize:13 weight:-9] fontName] UTF8String], "Inter-Thin");
 }
 
-TEST_F(LookFont, LargeSizesUseTheDisplayFace) {
+TEST_F(Fonts, LargeSizesUseTheDisplayFace) {
   EXPECT_STREQ([[[NSFont systemFontOfSize:32 weight:NSFontWeightThin] fontName] UTF8String],
                "InterDisplay-ExtraLight");
   EXPECT_STREQ([[[NSFont systemFontOfSize:19 weight:NSFontWeightThin] fontName] UTF8String],
                "Inter-ExtraLight");
 }
 
-TEST_F(LookFont, OrdinaryControlsUseItToo) {
+TEST_F(Fonts, OrdinaryControlsUseItToo) {
   EXPECT_STREQ([[[NSFont systemFontOfSize:11] fontName] UTF8String], "Inter-Regular");
   EXPECT_STREQ([[[NSFont boldSystemFontOfSize:11] fontName] UTF8String], "Inter-Bold");
   EXPECT_EQ([NSFont systemFontSize], 13);
@@ -59,7 +59,7 @@ TEST_F(LookFont, OrdinaryControlsUseItToo) {
   EXPECT_STREQ([[[field font] fontName] UTF8String], "Inter-Regular");
 }
 
-TEST_F(LookFont, NothingIsWrittenToTheUsersDefaults) {
+TEST_F(Fonts, NothingIsWrittenToTheUsersDefaults) {
   NSUserDefaults *defaults = [NSUserDefaults standardUserDefaults];
   NSString *own = [[NSProcessInfo processInfo] processName];
   for (NSString *domain in @[ own, NSGlobalDomain ]) {

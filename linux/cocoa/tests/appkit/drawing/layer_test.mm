@@ -4,7 +4,7 @@ using look::Near;
 using look::PumpUntil;
 using look::WindowPixel;
 
-class LookLayer : public look::LookTest {
+class Layers : public look::LookTest {
  protected:
   void TearDown() override {
     [window_ close];
@@ -37,7 +37,7 @@ class LookLayer : public look::LookTest {
 }
 @end
 
-TEST_F(LookLayer, AppearsAndGoesWithWantsLayer) {
+TEST_F(Layers, AppearsAndGoesWithWantsLayer) {
   NSView *view = [[[NSView alloc] initWithFrame:NSMakeRect(0, 0, 10, 10)] autorelease];
   EXPECT_FALSE([view wantsLayer]);
   EXPECT_EQ([view layer], nil);
@@ -52,7 +52,7 @@ TEST_F(LookLayer, AppearsAndGoesWithWantsLayer) {
   EXPECT_EQ([view layer], nil);
 }
 
-TEST_F(LookLayer, KeepsTheColorItWasGiven) {
+TEST_F(Layers, KeepsTheColorItWasGiven) {
   CALayer *layer = [CALayer layer];
   NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
   [layer setBackgroundColor:[[NSColor colorWithRed:0.1 green:0.2 blue:0.3 alpha:1] CGColor]];
@@ -63,7 +63,7 @@ TEST_F(LookLayer, KeepsTheColorItWasGiven) {
   EXPECT_EQ([layer backgroundColor], nullptr);
 }
 
-TEST_F(LookLayer, OutlivesItsViewUnharmed) {
+TEST_F(Layers, OutlivesItsViewUnharmed) {
   CALayer *layer = nil;
   NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
   NSView *view = [[NSView alloc] initWithFrame:NSMakeRect(0, 0, 10, 10)];
@@ -84,7 +84,7 @@ TEST_F(LookLayer, OutlivesItsViewUnharmed) {
   }
 }
 
-TEST_F(LookLayer, FillsTheViewOnTheScreen) {
+TEST_F(Layers, FillsTheViewOnTheScreen) {
   Shown(249 / 255.0);
   EXPECT_TRUE(BecomesAt(100, 60, 249, 249, 249));
   EXPECT_TRUE(BecomesAt(100, 0, 249, 249, 249));
@@ -92,14 +92,14 @@ TEST_F(LookLayer, FillsTheViewOnTheScreen) {
   EXPECT_TRUE(BecomesAt(199, 119 - 20, 249, 249, 249));
 }
 
-TEST_F(LookLayer, AnotherColorIsShownAtOnce) {
+TEST_F(Layers, AnotherColorIsShownAtOnce) {
   NSView *view = Shown(1);
   ASSERT_TRUE(BecomesAt(100, 60, 255, 255, 255));
   [[view layer] setBackgroundColor:[[NSColor colorWithRed:0.2 green:0.2 blue:0.2 alpha:1] CGColor]];
   EXPECT_TRUE(BecomesAt(100, 60, 51, 51, 51));
 }
 
-TEST_F(LookLayer, LiesBelowWhatTheViewDraws) {
+TEST_F(Layers, LiesBelowWhatTheViewDraws) {
   NSView *content = Shown(1);
   NSView *view = [[[LookSquareView alloc] initWithFrame:NSMakeRect(50, 50, 20, 20)] autorelease];
   [view setWantsLayer:YES];
@@ -109,7 +109,7 @@ TEST_F(LookLayer, LiesBelowWhatTheViewDraws) {
   EXPECT_TRUE(BecomesAt(65, 55, 255, 0, 0));
 }
 
-TEST_F(LookLayer, RoundCornersLeaveWhatIsBehindThem) {
+TEST_F(Layers, RoundCornersLeaveWhatIsBehindThem) {
   NSView *content = Shown(1);
   NSView *view = [[[NSView alloc] initWithFrame:NSMakeRect(40, 40, 40, 40)] autorelease];
   [view setWantsLayer:YES];
@@ -122,7 +122,7 @@ TEST_F(LookLayer, RoundCornersLeaveWhatIsBehindThem) {
   EXPECT_TRUE(BecomesAt(60, 41, 255, 0, 0));
 }
 
-TEST_F(LookLayer, TranslucentColorIsMixedWithWhatIsBehind) {
+TEST_F(Layers, TranslucentColorIsMixedWithWhatIsBehind) {
   NSView *content = Shown(1);
   NSView *view = [[[NSView alloc] initWithFrame:NSMakeRect(40, 40, 40, 40)] autorelease];
   [view setWantsLayer:YES];

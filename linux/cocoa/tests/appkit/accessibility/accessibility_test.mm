@@ -1,13 +1,13 @@
 #include <CocoaTesting/LookTest.h>
 
-using LookAccessibility = look::LookTest;
+using Accessibility = look::LookTest;
 
 template <class View>
 static View *Made() {
   return [[[View alloc] initWithFrame:NSMakeRect(0, 0, 20, 20)] autorelease];
 }
 
-TEST_F(LookAccessibility, KindOfViewGivesTheRole) {
+TEST_F(Accessibility, KindOfViewGivesTheRole) {
   EXPECT_EQ([Made<NSButton>() accessibilityRole], NSAccessibilityButtonRole);
   EXPECT_EQ([Made<NSImageView>() accessibilityRole], NSAccessibilityImageRole);
   NSTextField *field = Made<NSTextField>();
@@ -16,7 +16,7 @@ TEST_F(LookAccessibility, KindOfViewGivesTheRole) {
   EXPECT_EQ([field accessibilityRole], NSAccessibilityStaticTextRole);
 }
 
-TEST_F(LookAccessibility, ButtonIsNamedByItsTitle) {
+TEST_F(Accessibility, ButtonIsNamedByItsTitle) {
   NSButton *button = Made<NSButton>();
   [button setTitle:@"No, Thanks"];
   EXPECT_TRUE([[button accessibilityLabel] isEqual:@"No, Thanks"]);
@@ -26,7 +26,7 @@ TEST_F(LookAccessibility, ButtonIsNamedByItsTitle) {
   EXPECT_TRUE([[button accessibilityLabel] isEqual:@"No, Thanks"]);
 }
 
-TEST_F(LookAccessibility, ControlsAreElementsAndPlainViewsAreNot) {
+TEST_F(Accessibility, ControlsAreElementsAndPlainViewsAreNot) {
   EXPECT_TRUE([Made<NSButton>() isAccessibilityElement]);
   EXPECT_FALSE([Made<NSView>() isAccessibilityElement]);
   NSImageView *picture = Made<NSImageView>();
@@ -34,7 +34,7 @@ TEST_F(LookAccessibility, ControlsAreElementsAndPlainViewsAreNot) {
   EXPECT_FALSE([picture isAccessibilityElement]);
 }
 
-TEST_F(LookAccessibility, WhatIsSetIsGivenBack) {
+TEST_F(Accessibility, WhatIsSetIsGivenBack) {
   NSView *view = Made<NSView>();
   [view setAccessibilityRole:NSAccessibilityImageRole];
   [view setAccessibilitySubrole:@"AXCloseButton"];
@@ -52,13 +52,13 @@ TEST_F(LookAccessibility, WhatIsSetIsGivenBack) {
   EXPECT_TRUE([[view accessibilityValue] isEqual:@3]);
 }
 
-TEST_F(LookAccessibility, TextFieldsValueIsItsText) {
+TEST_F(Accessibility, TextFieldsValueIsItsText) {
   NSTextField *field = Made<NSTextField>();
   [field setStringValue:@"Let us stay in touch"];
   EXPECT_TRUE([[field accessibilityValue] isEqual:@"Let us stay in touch"]);
 }
 
-TEST_F(LookAccessibility, CellIsAnElementNamedByItsTitleUntilItIsToldOtherwise) {
+TEST_F(Accessibility, CellIsAnElementNamedByItsTitleUntilItIsToldOtherwise) {
   NSButton *button = Made<NSButton>();
   [button setTitle:@"No, Thanks"];
   NSCell *cell = [button cell];
@@ -70,7 +70,7 @@ TEST_F(LookAccessibility, CellIsAnElementNamedByItsTitleUntilItIsToldOtherwise) 
   EXPECT_FALSE([cell isAccessibilityElement]);
 }
 
-TEST_F(LookAccessibility, CellAtTheAddressOfAnOlderOneStartsAnew) {
+TEST_F(Accessibility, CellAtTheAddressOfAnOlderOneStartsAnew) {
   for (int i = 0; i < 50; i++) {
     NSButtonCell *cell = [[NSButtonCell alloc] initTextCell:@""];
     EXPECT_EQ([cell accessibilityLabel], nil);
@@ -81,7 +81,7 @@ TEST_F(LookAccessibility, CellAtTheAddressOfAnOlderOneStartsAnew) {
   }
 }
 
-TEST_F(LookAccessibility, WindowIsAnnouncedByItsTitleUntilAnotherIsSet) {
+TEST_F(Accessibility, WindowIsAnnouncedByItsTitleUntilAnotherIsSet) {
   LookWindow *window = [LookWindow windowWithSize:NSMakeSize(100, 100) white:1];
   [window setTitle:@"Document"];
   EXPECT_TRUE([[window accessibilityTitle] isEqual:@"Document"]);
