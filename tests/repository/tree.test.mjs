@@ -96,3 +96,48 @@ test('each layer uses only what it may', () => {
     }
   }
 });
+
+test('the library for Linux includes without cycles, and from the folders before only', () => {
+  const layer = 'linux/cocoa';
+  const readMe = read(`${layer}/README.md`);
+  // The read-me names the folders of each in their order.
+  const orders = [
+    ['foundation', /In `foundation\/`, each folder using those before it only: ([^.]+)\./],
+    ['foundation/xpc', /In `foundation\/xpc\/`, each using those before it only: ([^.]+)\./],
+    ['appkit', /Folders include only from those before them: ([^.]+)\./],
+  ].map(([parent, sentence]) => {
+    const [, list] = readMe.match(sentence) ?? assert.fail(`the read-me has no order for ${parent}`);
+    return { parent: `${layer}/${parent}/`, folders: [...list.matchAll(/`([a-z]+)\/?`/g)].map((name) => name[1]) };
+  });
+  const sources = files(`${layer}/foundation`, `${layer}/appkit`).filter(isSource);
+  const known = new Set(sources);
+  const roots = ['foundation/blocks', 'foundation/xpc', 'appkit'].map((folder) => `${layer}/${folder}`);
+  const included = new Map(sources.map((file) => {
+    const names = [...read(file).matchAll(/^#\s*(?:import|include)\s*"([^"]+)"/gm)].map((match) => match[1]);
+    return [file, names.map((name) => [path.dirname(file), ...roots].map((folder) => path.join(folder, name))
+      .find((candidate) => known.has(candidate)) ?? assert.fail(`${file}: what is ${name}?`))];
+  }));
+  assert.ok([...included.values()].flat().length > 100);
+
+  for (const [file, others] of included) {
+    for (const other of others) {
+      assert.ok(!file.startsWith(`${layer}/foundation/`) || other.startsWith(`${layer}/foundation/`),
+        `${file} may not include ${other}`);
+      for (const { parent, folders } of orders) {
+        const [from, to] = [file, other].map((name) =>
+          (name.startsWith(parent) ? folders.indexOf(name.slice(parent.length).split('/')[0]) : undefined));
+        assert.notEqual(from, -1, `the read-me does not name the folder of ${file}`);
+        assert.ok(from === undefined || to === undefined || to <= from, `${file} may not include ${other}`);
+      }
+    }
+  }
+
+  const finished = new Set();
+  const visit = (file, above) => {
+    assert.ok(!above.includes(file), `a cycle: ${[...above, file].join(' → ')}`);
+    if (finished.has(file)) return;
+    for (const other of included.get(file)) visit(other, [...above, file]);
+    finished.add(file);
+  };
+  for (const file of sources) visit(file, []);
+});
