@@ -13,7 +13,7 @@ NS_ASSUME_NONNULL_BEGIN
 /// first item's attribute (relation) multiplier × second item's attribute + constant.
 ///
 /// Main thread only. The items are not retained; an item that goes away becomes nil here. Leading
-/// is the left edge and trailing the right one: no right-to-left interface exists on this platform.
+/// is the left edge, or the right one where the holding view is laid out from right to left.
 /// Locations are counted from the top left corner of the view that holds the constraint, downwards.
 @interface NSLayoutConstraint (PlatformLayout)
 

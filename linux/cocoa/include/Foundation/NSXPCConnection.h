@@ -20,7 +20,7 @@
 #if GNUSTEP_BASE_MAJOR_VERSION == 1 && GNUSTEP_BASE_MINOR_VERSION < 31
 /// Codes in NSCocoaErrorDomain.
 enum {
-  /// The peer went or broke the connection, which a further message opens again.
+  /// The peer closed or broke the connection, which a further message opens again.
   NSXPCConnectionInterrupted = 4097,
   /// Nobody serves the name, or the connection has been invalidated.
   NSXPCConnectionInvalid = 4099,
@@ -74,7 +74,7 @@ enum {
 @property (nullable, retain) NSXPCInterface *remoteObjectInterface;
 @property (readonly, retain) id remoteObjectProxy;
 
-/// Runs when the peer has gone, after the error handlers of all that was outstanding. Given up on
+/// Runs when the peer has closed, after the error handlers of all that was outstanding. Given up on
 /// invalidation.
 @property (nullable, copy) void (^interruptionHandler)(void);
 
@@ -121,7 +121,7 @@ enum {
 - (void)resume;
 /// Takes no further connections until `resume`; they wait.
 - (void)suspend;
-/// Gives the name free. Accepted connections are not touched.
+/// Releases the name. Accepted connections are not touched.
 - (void)invalidate;
 
 @end
@@ -137,7 +137,7 @@ enum {
 @optional
 
 /// Sets `newConnection` up, resumes it and returns YES, or returns NO. A resumed connection lives
-/// until it is invalidated or the peer goes.
+/// until it is invalidated or the peer closes.
 - (BOOL)listener:(NSXPCListener *)listener
     shouldAcceptNewConnection:(NSXPCConnection *)newConnection;
 

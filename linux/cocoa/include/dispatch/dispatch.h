@@ -103,8 +103,8 @@ enum {
 #define DISPATCH_CURRENT_QUEUE_LABEL ((dispatch_queue_t _Nullable)0)
 
 /// Returns the serial queue whose blocks run on the main thread, from its run loop in the common
-/// modes (default, modal panel, event tracking). A run loop that is turned inside one of its blocks
-/// runs none of the following ones.
+/// modes (default, modal panel, event tracking). A run loop inside one of its blocks runs none of
+/// the following ones.
 DISPATCH_NOTHROW dispatch_queue_t dispatch_get_main_queue(void);
 
 /// Returns the concurrent queue of a QOS_CLASS_… or DISPATCH_QUEUE_PRIORITY_… value, or nil for any

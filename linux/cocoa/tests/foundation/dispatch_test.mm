@@ -38,8 +38,8 @@ double SecondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-/// Turns the main run loop until `done`, for ten seconds at most.
-bool TurnUntil(bool (^done)(void), NSString *mode = NSDefaultRunLoopMode) {
+/// Runs the main run loop until `done`, for ten seconds at most.
+bool RunLoopUntil(bool (^done)(void), NSString *mode = NSDefaultRunLoopMode) {
   Clock::time_point start = Clock::now();
   while (!done() && SecondsSince(start) < 10) {
     NSAutoreleasePool *pool = [NSAutoreleasePool new];
@@ -91,13 +91,13 @@ using DispatchDeathTest = Dispatch;
 
 // Main queue
 
-TEST_F(DispatchMainQueue, RunsNothingBeforeTheRunLoopTurns) {
+TEST_F(DispatchMainQueue, RunsNothingBeforeTheRunLoopRuns) {
   __block bool ran = false;
   dispatch_async(dispatch_get_main_queue(), ^{
     ran = true;
   });
   EXPECT_FALSE(ran);
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return ran;
   }));
 }
@@ -111,7 +111,7 @@ TEST_F(DispatchMainQueue, IsDrainedInAllCommonModes) {
         ran = true;
       });
     });
-    EXPECT_TRUE(TurnUntil(
+    EXPECT_TRUE(RunLoopUntil(
         ^bool {
           return ran;
         },
@@ -129,7 +129,7 @@ TEST_F(DispatchMainQueue, IsWokenByAThreadUnknownToFoundation) {
       ran = true;
     });
   });
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return ran;
   }));
   EXPECT_TRUE(onMain);
@@ -149,7 +149,7 @@ TEST_F(DispatchMainQueue, RunsABurstInOrder) {
       });
     }
   });
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return next == kCount;
   }));
   foreign.join();
@@ -157,7 +157,7 @@ TEST_F(DispatchMainQueue, RunsABurstInOrder) {
   EXPECT_LT(SecondsSince(start), 2.0);
 }
 
-TEST_F(DispatchMainQueue, LetsTheRunLoopTurnBetweenBlocksThatFollowEachOther) {
+TEST_F(DispatchMainQueue, LeavesARunLoopIterationBetweenBlocksThatFollowEachOther) {
   // A block that always adds the next one must not keep timers from firing.
   __block bool stop = false;
   __block int waiting = 0;
@@ -177,11 +177,11 @@ TEST_F(DispatchMainQueue, LetsTheRunLoopTurnBetweenBlocksThatFollowEachOther) {
                                                    selector:@selector(description)
                                                    userInfo:nil
                                                     repeats:NO] retain];
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return ![timer isValid];
   }));
   stop = true;
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return !waiting;
   }));
   [timer release];
@@ -201,7 +201,7 @@ TEST_F(DispatchMainQueue, IsNotDrainedByARunLoopInsideItsBlock) {
     secondDuringFirst = second;
     first = true;
   });
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return first && second;
   }));
   EXPECT_FALSE(secondDuringFirst);
@@ -223,7 +223,7 @@ TEST_F(DispatchMainQueue, WakesAnIdleRunLoopWithinAMillisecond) {
       dispatch_semaphore_wait(turn, DISPATCH_TIME_FOREVER);
     }
   });
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return latencies.size() == kRounds;
   }));
   foreign.join();
@@ -243,7 +243,7 @@ TEST_F(DispatchMainQueue, RunsASyncBlockOfAnotherThreadOnTheMainThread) {
     });
     returned = true;
   });
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return returned;
   }));
   EXPECT_TRUE(onMain);
@@ -453,7 +453,7 @@ TEST_F(DispatchQueue, KnowsLabelsAndSpecifics) {
   EXPECT_EQ(&value, seen);
   EXPECT_EQ("com.example.labelled", label);
   dispatch_release(queue);
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return destroyed == 1;
   }));
 }
@@ -470,7 +470,7 @@ TEST_F(DispatchQueue, AsyncFunctionsGetTheirContext) {
   static std::atomic<int> number;
   dispatch_async_f(dispatch_get_global_queue(0, 0), &number,
                    [](void *context) { *static_cast<std::atomic<int> *>(context) = 5; });
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return number == 5;
   }));
 }
@@ -511,7 +511,7 @@ TEST_F(DispatchTime, AfterRunsInTheOrderOfTheMoments) {
   dispatch_after(DISPATCH_TIME_NOW, dispatch_get_main_queue(), ^{
     [order addObject:@"now"];
   });
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return [order count] == 3;
   }));
   EXPECT_GE(late, 0.06);
@@ -568,19 +568,19 @@ TEST_F(DispatchGroup, NotifiesOnceItIsEmptyAndAtOnceIfItIs) {
     ++notified;
   });
   Clock::time_point start = Clock::now();
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return SecondsSince(start) > 0.02;
   }));
   EXPECT_EQ(0, notified);
   dispatch_group_leave(group);
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return notified == 2;
   }));
   dispatch_group_notify(group, dispatch_get_main_queue(), ^{
     ++notified;
   });
   dispatch_release(group);
-  EXPECT_TRUE(TurnUntil(^bool {
+  EXPECT_TRUE(RunLoopUntil(^bool {
     return notified == 3;
   }));
 }
@@ -763,7 +763,7 @@ TEST_F(DispatchDeathTest, AnExceptionInAMainQueueBlockEndsTheProcess) {
         dispatch_async(dispatch_get_main_queue(), ^{
           [NSException raise:@"Escaped" format:@"from the main queue"];
         });
-        TurnUntil(^bool {
+        RunLoopUntil(^bool {
           return false;
         });
       },
@@ -773,7 +773,7 @@ TEST_F(DispatchDeathTest, AnExceptionInAMainQueueBlockEndsTheProcess) {
         dispatch_async(dispatch_get_main_queue(), ^{
           throw 5;
         });
-        TurnUntil(^bool {
+        RunLoopUntil(^bool {
           return false;
         });
       },
@@ -854,7 +854,7 @@ TEST_F(DispatchDeathTest, AProcessMayExitWhileWorkersRun) {
           fputs("leaving\n", stderr);
           exit(0);
         });
-        TurnUntil(^bool {
+        RunLoopUntil(^bool {
           return false;
         });
       },

@@ -32,7 +32,7 @@ double SecondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-bool TurnUntil(bool (^done)(void), double seconds = 40) {
+bool RunLoopUntil(bool (^done)(void), double seconds = 40) {
   Clock::time_point start = Clock::now();
   while (!done() && SecondsSince(start) < seconds) {
     NSAutoreleasePool *pool = [NSAutoreleasePool new];
@@ -167,20 +167,20 @@ class Observer {
                                        (CFStringRef)kName, nullptr);
   }
 
-  /// Turns the run loop until the daemon knows the observer: what this process posts is sent after
+  /// Runs the run loop until the daemon knows the observer: what this process posts is sent after
   /// its observers are.
   bool Await() {
     size_t before = received.withoutInfo;
     Post(object_, nil);
     Received *target = &received;
-    return TurnUntil(^bool {
+    return RunLoopUntil(^bool {
       return target->withoutInfo > (int)before;
     });
   }
 
   bool AwaitTexts(size_t count) {
     Received *target = &received;
-    return TurnUntil(^bool {
+    return RunLoopUntil(^bool {
       return [target->texts count] >= count;
     });
   }
@@ -245,11 +245,11 @@ TEST_F(Notifications, AreExchangedWithFoundationsOwnCenter) {
 
   std::string log = Folder() + "/observed";
   Child foundation(SelfPath(), {"foundation-observe", "21"}, log);
-  ASSERT_TRUE(TurnUntil(^bool {
+  ASSERT_TRUE(RunLoopUntil(^bool {
     return Read(log).find("ready") != std::string::npos;
   }));
   Post(@"21", @"to Foundation");
-  ASSERT_TRUE(TurnUntil(^bool {
+  ASSERT_TRUE(RunLoopUntil(^bool {
     return Read(log).find("to Foundation") != std::string::npos;
   }));
   EXPECT_EQ(0, foundation.Wait());
@@ -264,7 +264,7 @@ TEST_F(Notifications, OfABurstAllArriveInOrder) {
   StartDaemon();
   Observer observer(@"22");
   ASSERT_TRUE(observer.Await());
-  // The observer's run loop does not turn meanwhile.
+  // The observer's run loop does not run meanwhile.
   EXPECT_EQ(0, RunRole({"post-many", "22", std::to_string(kCount)}));
   ASSERT_TRUE(observer.AwaitTexts(kCount)) << [observer.received.texts count];
   for (int i = 0; i < kCount; ++i) {
@@ -294,7 +294,7 @@ TEST_F(Notifications, CarryLongAndOddTexts) {
   Post(@"23", tooLong);
   Post(@"23", @"after them");
   Received *received = &observer.received;
-  ASSERT_TRUE(TurnUntil(^bool {
+  ASSERT_TRUE(RunLoopUntil(^bool {
     return [[received->texts lastObject] isEqual:@"after them"];
   }));
   EXPECT_TRUE([[received->texts objectAtIndex:0] isEqual:longText]);
@@ -357,7 +357,7 @@ TEST_F(Notifications, OnTheirWayAreNotDeliveredAfterTheRemoval) {
   ASSERT_TRUE(removed.Await());
   ASSERT_TRUE(kept.Await());
   Post(@"27", @"on its way");
-  // Long enough for it to wait in the main queue, which is not turned here.
+  // Long enough for it to wait in the main queue, which is not drained here.
   usleep(100000);
   int before = static_cast<int>(removed.received.objects.size());
   removed.Remove();
@@ -371,7 +371,7 @@ TEST_F(Notifications, AreNotHeldUpByOneWhoNeverReads) {
   ASSERT_TRUE(observer.Await());
   std::string log = Folder() + "/silent";
   Child silent(SelfPath(), {"foundation-observe", "29"}, log);
-  ASSERT_TRUE(TurnUntil(^bool {
+  ASSERT_TRUE(RunLoopUntil(^bool {
     return Read(log).find("ready") != std::string::npos;
   }));
   silent.Signal(SIGSTOP);
@@ -402,7 +402,7 @@ TEST_F(Notifications, PostedJustBeforeTheEndOfTheProcessWaitForADaemonThatIsSlow
   EXPECT_TRUE([[observer.received.texts lastObject] isEqual:@"late words"]);
 }
 
-TEST_F(Notifications, WithoutADaemonCostNoTimeAndNoWord) {
+TEST_F(Notifications, WithoutADaemonNeitherBlockNorLog) {
   std::string log = Folder() + "/missing";
   Clock::time_point start = Clock::now();
   EXPECT_EQ(0, RunRole({"without-daemon"}, log));
@@ -440,7 +440,7 @@ TEST_F(Notifications, StartTheDaemonWhereItIsInstalledAndLeaveChildrenToTheHost)
   pid_t pid = static_cast<pid_t>(atoi(Read(log).c_str()));
   ASSERT_GT(pid, 1) << Read(log);
   EXPECT_EQ(0, kill(pid, SIGTERM));
-  TurnUntil(^bool {
+  RunLoopUntil(^bool {
     return kill(pid, 0) != 0;
   });
 }
@@ -456,7 +456,7 @@ TEST_F(Notifications, OfAStoppedDaemonDoNotHoldUpTheEndOfTheProcess) {
   StartDaemon();
   std::string log = Folder() + "/ending";
   Child ending(SelfPath(), {"observe-and-exit-later", "33"}, log);
-  ASSERT_TRUE(TurnUntil(^bool {
+  ASSERT_TRUE(RunLoopUntil(^bool {
     return Read(log).find("ready") != std::string::npos;
   }));
   daemon_->Signal(SIGSTOP);
@@ -564,7 +564,7 @@ int Role(const std::vector<std::string> &arguments) {
     NSDistributedNotificationCenter *center = [NSDistributedNotificationCenter defaultCenter];
     [center addObserver:observer selector:@selector(receive:) name:kName object:object];
     [center postNotificationName:kName object:object userInfo:nil deliverImmediately:YES];
-    _exit(TurnUntil(^bool {
+    _exit(RunLoopUntil(^bool {
       return observer->_received;
     })
               ? 0
@@ -579,7 +579,7 @@ int Role(const std::vector<std::string> &arguments) {
       if (SecondsSince(start) > 0.05) {
         return 2;
       }
-      TurnUntil(
+      RunLoopUntil(
           ^bool {
             return false;
           },
@@ -624,7 +624,7 @@ int Role(const std::vector<std::string> &arguments) {
     if (role == "observe-and-exit-later") {
       printf("ready");
       fflush(stdout);
-      if (!TurnUntil(^bool {
+      if (!RunLoopUntil(^bool {
             return sSignalled != 0;
           })) {
         return 7;

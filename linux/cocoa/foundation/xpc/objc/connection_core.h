@@ -68,7 +68,7 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
   /// The connection whose method or reply block runs on this thread, or nil.
   static NSXPCConnection *Current();
 
-  void OnNews() override;
+  void OnChange() override;
 
  private:
   enum class State { kFresh, kActive, kInterrupted, kInvalid };
@@ -108,8 +108,8 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
   unsigned suspensions_ = 1;
   bool scheduled_ = false;
   bool again_ = false;  ///< There may be more to handle than the queue has seen.
-  bool overflowTold_ = false;
-  bool strangeReplyTold_ = false;
+  bool overflowLogged_ = false;
+  bool unexpectedReplyLogged_ = false;
   std::shared_ptr<Channel> channel_;
   Peer peer_;
   Requests requests_;

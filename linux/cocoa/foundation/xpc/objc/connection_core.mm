@@ -129,7 +129,7 @@ void ConnectionCore::Schedule() {
   });
 }
 
-void ConnectionCore::OnNews() {
+void ConnectionCore::OnChange() {
   std::lock_guard<std::mutex> lock(mutex_);
   Schedule();
 }
@@ -228,8 +228,8 @@ void ConnectionCore::SendMessage(const Method &method, PlatformXPCInterface *int
       Channel::Sent sent = channel_->Send(writer.data(), writer.size());
       if (sent == Channel::Sent::kFull) {
         failure = NSXPCConnectionInterrupted;
-        if (!overflowTold_) {
-          overflowTold_ = true;
+        if (!overflowLogged_) {
+          overflowLogged_ = true;
           NSLog(@"XPC: the peer takes nothing and too much waits for it; messages are dropped");
         }
       } else if (number) {
@@ -424,10 +424,10 @@ const char *ConnectionCore::HandleReply(const Frame &frame) {
     std::lock_guard<std::mutex> lock(mutex_);
     auto found = requests_.find(frame.request);
     if (found == requests_.end()) {
-      if (!strangeReplyTold_) {
+      if (!unexpectedReplyLogged_) {
         NSLog(@"XPC: replies to no outstanding request are ignored");
       }
-      strangeReplyTold_ = true;
+      unexpectedReplyLogged_ = true;
       return nullptr;
     }
     request = found->second;

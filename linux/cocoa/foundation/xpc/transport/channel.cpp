@@ -13,7 +13,7 @@ namespace platform::xpc {
 namespace {
 
 constexpr size_t kUnsentLimit = size_t{64} << 20;
-/// Arrived bytes beyond which reading rests until the client has taken them.
+/// Received bytes beyond which reading pauses until the client has taken them (back-pressure).
 constexpr size_t kReadyLimit = size_t{1} << 20;
 constexpr std::chrono::milliseconds kLingerTime(2000);
 
@@ -95,7 +95,7 @@ void Channel::RetryToConnect() {
       return;
     }
   }
-  Tell();
+  NotifyClient();
 }
 
 /// Call with the lock held.
@@ -130,7 +130,7 @@ Channel::Sent Channel::Send(const uint8_t *frame, size_t length) {
   if (state_ == State::kOpen && !waiting) {
     written = send(bufferevent_getfd(stream_), frame, length, MSG_NOSIGNAL | MSG_DONTWAIT);
   }
-  // An error comes again on the I/O thread, which looks what the peer has said before it went.
+  // An error comes again on the I/O thread, which first reads what the peer sent before it closed.
   const size_t done = static_cast<size_t>(std::max<ssize_t>(written, 0));
   if (fits && done < length) {
     bufferevent_write(stream_, frame + done, length - done);
@@ -155,7 +155,7 @@ void Channel::DropUnsent() {
 
 /// I/O thread.
 void Channel::OnReadable() {
-  bool news = false;
+  bool changed = false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (state_ != State::kOpen) {
@@ -168,7 +168,7 @@ void Channel::OnReadable() {
       Received frame;
       if (const char *wrong = DecodeHeader(header, &length, &frame.kind)) {
         Finish(End::kBroken, wrong);
-        news = true;
+        changed = true;
         break;
       }
       if (evbuffer_get_length(input) - sizeof header < length) {
@@ -179,14 +179,14 @@ void Channel::OnReadable() {
       evbuffer_remove(input, frame.payload.data(), length);
       readySize_ += sizeof header + length;
       ready_.push_back(std::move(frame));
-      news = true;
+      changed = true;
     }
     if (readySize_ > kReadyLimit) {
       bufferevent_disable(stream_, EV_READ);
     }
   }
-  if (news) {
-    Tell();
+  if (changed) {
+    NotifyClient();
   }
 }
 
@@ -206,7 +206,7 @@ void Channel::OnEvent(short what, int error) {
   bool ends;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    // The peer may have said something before it went: the channel lives until that is read.
+    // The peer may have sent something before it closed: the channel lives until that is read.
     if (what & BEV_EVENT_WRITING) {
       DropUnsent();
     }
@@ -215,7 +215,7 @@ void Channel::OnEvent(short what, int error) {
       FinishReading(what & BEV_EVENT_ERROR ? error : 0);
     }
   }
-  ends ? Tell() : OnWritten();
+  ends ? NotifyClient() : OnWritten();
 }
 
 /// Call with the lock held.
@@ -245,7 +245,7 @@ bool Channel::TakeFrame(Received *frame) {
   return true;
 }
 
-/// Call with the lock held, in state kIdle, kConnecting or kOpen, then `Tell` without it.
+/// Call with the lock held, in state kIdle, kConnecting or kOpen, then `NotifyClient` without it.
 void Channel::Finish(End end, std::string problem) {
   state_ = State::kEnded;
   end_ = end;
@@ -270,13 +270,13 @@ bool Channel::Break(const std::string &problem) {
     }
     Finish(End::kBroken, problem);
   }
-  Tell();
+  NotifyClient();
   return true;
 }
 
-void Channel::Tell() {
+void Channel::NotifyClient() {
   if (auto client = client_.lock()) {
-    client->OnNews();
+    client->OnChange();
   }
 }
 

@@ -23,14 +23,14 @@ class Channel : public std::enable_shared_from_this<Channel> {
   class Client {
    public:
     virtual ~Client() = default;
-    /// `TakeFrame` has something, or `end` has been set. Must only hand the news on.
-    virtual void OnNews() = 0;
+    /// `TakeFrame` has something, or `end` has been set. Must only schedule what follows.
+    virtual void OnChange() = 0;
   };
 
   enum class End {
     kNone,         ///< Still open.
     kUnreachable,  ///< Nobody serves the name; `Problem` says it for the log.
-    kPeerClosed,   ///< The peer went, between two frames.
+    kPeerClosed,   ///< The peer closed, between two frames.
     kBroken,       ///< A malformed or truncated frame, or a system error; see `Problem`.
   };
 
@@ -50,7 +50,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   explicit Channel(std::weak_ptr<Client> client);
   ~Channel();
 
-  /// Connects to a service; returns at once. Returns false, without news to the client, when that
+  /// Connects to a service; returns at once. Returns false, without notifying the client, when that
   /// failed and ended the channel.
   bool Connect(const std::string &service);
   /// Takes over a connected socket, or none when the peer could not be reached. Returns as
@@ -61,8 +61,8 @@ class Channel : public std::enable_shared_from_this<Channel> {
   /// process does: it goes out on this thread if the socket takes it.
   Sent Send(const uint8_t *frame, size_t length);
 
-  /// Takes the frame that arrived first. Returns false when there is none. Reading rests while too
-  /// much waits here.
+  /// Takes the frame that arrived first. Returns false when there is none. Reading pauses while too
+  /// much is buffered here (back-pressure).
   bool TakeFrame(Received *frame);
 
   /// How the channel ended; frames that arrived before are still there.
@@ -74,8 +74,8 @@ class Channel : public std::enable_shared_from_this<Channel> {
   /// false when it had ended already.
   bool Break(const std::string &problem);
 
-  /// Ends the channel without news to the client. What is buffered still goes out if the peer takes
-  /// it soon.
+  /// Ends the channel without notifying the client. What is buffered still goes out if the peer
+  /// takes it soon.
   void Close();
 
  private:
@@ -93,7 +93,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   void FinishReading(int error);
   void Finish(End end, std::string problem);
   void Release();
-  void Tell();
+  void NotifyClient();
 
   const std::weak_ptr<Client> client_;
   IoThread *const io_;

@@ -70,7 +70,7 @@ struct ServiceSocket {
 ///     the log in `problem`.
 int OfferService(const std::string &name, ServiceSocket *service, std::string *problem);
 
-/// Takes the socket's name away and gives it free. The socket stays open.
+/// Removes the socket's name and releases the lock. The socket stays open.
 void WithdrawService(ServiceSocket *service);
 
 }  // namespace platform::xpc

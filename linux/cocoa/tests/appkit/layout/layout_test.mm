@@ -113,7 +113,7 @@ class Layout : public testing::Test {
     [pool_ release];
   }
 
-  /// Lets the main loop turn until a condition holds, for at most five seconds.
+  /// Runs the main run loop until a condition holds, for at most five seconds.
   static bool turnUntil(bool (^condition)(void)) {
     NSDate *end = [NSDate dateWithTimeIntervalSinceNow:5];
     while (!condition() && [end timeIntervalSinceNow] > 0) {
@@ -299,7 +299,7 @@ TEST_F(Question, IsLaidOutBeforeTheWindowIsOrderedIn) {
   expectPlace(images_, 162, 35, 232, 148);
 }
 
-TEST_F(Question, AChangedTextIsLaidOutInTheNextTurnOfTheMainLoop) {
+TEST_F(Question, AChangedTextIsLaidOutInTheNextRunLoopIteration) {
   build(@"short");
   [window_ orderFront:nil];
   const CGFloat before = NSHeight([description_ frame]);
@@ -320,7 +320,7 @@ TEST_F(Question, AskingForTheFittingSizeDoesNotHideAChange) {
   EXPECT_GT(NSHeight([description_ frame]), 2 * before);
 }
 
-TEST_F(Question, AChangedFontIsLaidOutInTheNextTurnOfTheMainLoop) {
+TEST_F(Question, AChangedFontIsLaidOutInTheNextRunLoopIteration) {
   build(@"short");
   [window_ orderFront:nil];
   const CGFloat before = NSHeight([title_ frame]);
@@ -662,7 +662,7 @@ TEST_F(Layout, PrioritiesAndConstantsMayChange) {
   EXPECT_EQ(NSWidth([a frame]), 90);
 }
 
-TEST_F(Layout, AContradictionIsToldOnceAndOneConstraintGivenUp) {
+TEST_F(Layout, AConflictIsLoggedOnceAndOneConstraintBroken) {
   NSView *a = addedView(content_);
   add(@"H:|-3-[a(10)]", entry(@"a", a));
   add(@"V:|[a(5)]", entry(@"a", a));

@@ -179,7 +179,7 @@ TEST(XPCWire, MalformedValuesAreRefused) {
       {"surrogate in UTF-8", {0x20, 3, 0xed, 0xa0, 0x80}},
       {"above U+10FFFF", {0x20, 4, 0xf4, 0x90, 0x80, 0x80}},
       {"lone continuation", {0x20, 1, 0x80}},
-      {"cut-off sequence", {0x20, 2, 'a', 0xc3}},
+      {"truncated sequence", {0x20, 2, 'a', 0xc3}},
       {"invalid URL bytes", {0x27, 1, 0xff}},
       {"text longer than the frame", {0x20, 0xff, 0xff, 0xff, 0xff, 0x0f, 'a'}},
       {"length of 64 bits", {0x20, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 1}},
@@ -194,7 +194,7 @@ TEST(XPCWire, MalformedValuesAreRefused) {
       {"error with a number object as code", {0x24, 0x20, 1, 'd', 0x2a, 0, 0x00}},
       {"error with a block as user info", {0x24, 0x20, 1, 'd', 0x10, 0, 0x01}},
       {"error with an array as user info", {0x24, 0x20, 1, 'd', 0x10, 0, 0x22, 0}},
-      {"half a double", {0x12, 0, 0, 0, 0}},
+      {"truncated double", {0x12, 0, 0, 0, 0}},
   };
   Frame frame;
   ASSERT_EQ(Decode(FrameKind::kMessage, Message({0x20, 2, 0xc3, 0xbc}), &frame), nullptr);
