@@ -18,9 +18,7 @@ enum {
   BLOCK_REFCOUNT_MASK = 0xfffe,
   BLOCK_NEEDS_FREE = 1 << 24,        ///< On the heap.
   BLOCK_HAS_COPY_DISPOSE = 1 << 25,  ///< The descriptor has both helpers.
-  BLOCK_HAS_CTOR = 1 << 26,
   BLOCK_IS_GLOBAL = 1 << 28,
-  BLOCK_USE_STRET = 1 << 29,
   BLOCK_HAS_SIGNATURE = 1 << 30,  ///< The descriptor has a signature.
 };
 

@@ -4,8 +4,6 @@
 
 #import "DaemonLink.h"
 
-@class DistributedObserver;
-
 /// The distributed notification center of this process. Its methods never block, never raise and
 /// may be called from any thread: they change what is wanted, and a thread of its own, started by
 /// the first of them, brings the daemon into line with that, as often as the daemon comes and goes.

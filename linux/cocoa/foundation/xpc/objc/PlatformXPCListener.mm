@@ -1,10 +1,23 @@
-#import "PlatformXPCListener.h"
+// The objects behind NSXPCListener.
+
+#import <Foundation/Foundation.h>
 
 #import "PlatformXPCListenerEndpoint.h"
+#import "listener_core.h"
 
 using platform::xpc::Descriptor;
 using platform::xpc::ListenerCore;
 using platform::xpc::OwnerLink;
+
+@interface PlatformXPCListener : NSXPCListener {
+  std::shared_ptr<ListenerCore> *_core;
+  long _references;
+}
+
+/// @param service  As `ListenerCore`'s.
+- (instancetype)initWithService:(const char *)service;
+
+@end
 
 @implementation PlatformXPCListener
 
