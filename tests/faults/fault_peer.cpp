@@ -49,7 +49,7 @@ const char *const sFaults[] = {
     "late", "slow", "twice", "unasked-first", "hangs-up", "not-ready",
     // of a reply's content
     "nil", "text-and-error", "wrong-class", "wrong-elements", "wrong-scalar", "too-few", "too-many",
-    "too-deep", "64-MiB", "asks-with-8-MiB", "invalid-utf8",
+    "too-deep", "8-MiB", "64-MiB", "asks-with-8-MiB", "invalid-utf8",
     // of the frame
     "truncated", "length-too-short", "length-too-long", "length-beyond-limit", "random-bytes",
     "unknown-selector"};
@@ -118,7 +118,7 @@ void PutPart(Writer *writer, Part part, const std::string &fault) {
     PutStrangeError(writer);
   } else if (part == Part::kText && fault == "64-MiB") {
     PutString(writer, std::string(size_t{64} << 20, 'a'));
-  } else if (part == Part::kText && fault == "asks-with-8-MiB") {
+  } else if (part == Part::kText && (fault == "8-MiB" || fault == "asks-with-8-MiB")) {
     PutString(writer, std::string(size_t{8} << 20, 'a'));
   } else if (part == Part::kText && fault == "invalid-utf8") {
     PutString(writer, "\xc3\x28\xff");

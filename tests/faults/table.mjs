@@ -447,7 +447,7 @@ const malformed = [
     },
   },
   call({
-    fault: 'reply of 64 MiB', peer: ['64-MiB', fetch], alone: true,
+    fault: 'reply of 8 MiB', peer: ['8-MiB', fetch], alone: true,
     call: 'status()', expected: '1', within: atOnce,
   }),
   oneCode({
