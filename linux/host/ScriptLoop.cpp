@@ -43,27 +43,27 @@ bool HasNewDescriptors(const uv_loop_t *loop) {
 
 ScriptLoop::ScriptLoop(v8::Isolate *isolate, uv_loop_t *loop, Turn turn)
     : isolate_(isolate), loop_(loop), turn_(turn) {
-  uv_prepare_init(loop_, &before_poll_);
-  before_poll_.data = this;
-  uv_idle_init(loop_, &no_wait_);
+  uv_prepare_init(loop_, &beforePoll_);
+  beforePoll_.data = this;
+  uv_idle_init(loop_, &noWait_);
 }
 
-void ScriptLoop::Start() {
-  uv_idle_start(&no_wait_, [](uv_idle_t *) {});
-  uv_prepare_start(&before_poll_,
-                   [](uv_prepare_t *handle) { static_cast<ScriptLoop *>(handle->data)->Run(); });
+void ScriptLoop::start() {
+  uv_idle_start(&noWait_, [](uv_idle_t *) {});
+  uv_prepare_start(&beforePoll_,
+                   [](uv_prepare_t *handle) { static_cast<ScriptLoop *>(handle->data)->run(); });
 }
 
-void ScriptLoop::Run() {
+void ScriptLoop::run() {
   // The idle handle makes libuv's own poll return at once. It must not count when the turn asks how
   // long the scripts have nothing to do.
   if (!HasNewDescriptors(loop_)) {
-    uv_idle_stop(&no_wait_);
+    uv_idle_stop(&noWait_);
   }
   {
-    NoContext no_context(isolate_);
-    v8::SealHandleScope no_handles(isolate_);
+    NoContext noContext(isolate_);
+    v8::SealHandleScope noHandles(isolate_);
     turn_(loop_);
   }
-  uv_idle_start(&no_wait_, [](uv_idle_t *) {});
+  uv_idle_start(&noWait_, [](uv_idle_t *) {});
 }

@@ -27,16 +27,16 @@ class ScriptLoop {
   ScriptLoop &operator=(const ScriptLoop &) = delete;
 
   /// Takes effect with the loop's next round and keeps the loop alive from now on.
-  void Start();
+  void start();
 
  private:
-  void Run();
+  void run();
 
   v8::Isolate *const isolate_;
   uv_loop_t *const loop_;
   const Turn turn_;
-  uv_prepare_t before_poll_;
-  uv_idle_t no_wait_;
+  uv_prepare_t beforePoll_;
+  uv_idle_t noWait_;
 };
 
 #endif

@@ -23,7 +23,7 @@ void Launch(const v8::FunctionCallbackInfo<v8::Value> &arguments) {
   }
   auto *loop = new ScriptLoop(isolate, node::GetCurrentEventLoop(isolate),
                               [](uv_loop_t *uv) { [PDMApplication turnBeside:uv]; });
-  loop->Start();
+  loop->start();
 }
 
 /// setDark(dark): the application's appearance, from now on in place of the desktop's.

@@ -7,7 +7,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-static void tell(char letter) {
+static void Tell(char letter) {
   int file = open(getenv("CENTER_COUNTER_FILE"), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
   (void)!write(file, &letter, 1);
   close(file);
@@ -17,7 +17,7 @@ void CFNotificationCenterAddObserver(void *center, const void *observer, void *c
                                      const void *object, long behavior) {
   void (*next)(void *, const void *, void *, void *, const void *, long) =
       dlsym(RTLD_NEXT, "CFNotificationCenterAddObserver");
-  tell(behavior == 4 ? 'a' : '?');
+  Tell(behavior == 4 ? 'a' : '?');
   next(center, observer, callback, name, object, behavior);
 }
 
@@ -25,6 +25,6 @@ void CFNotificationCenterRemoveObserver(void *center, const void *observer, void
                                         const void *object) {
   void (*next)(void *, const void *, void *, const void *) =
       dlsym(RTLD_NEXT, "CFNotificationCenterRemoveObserver");
-  tell(object == NULL ? 'r' : '?');
+  Tell(object == NULL ? 'r' : '?');
   next(center, observer, name, object);
 }

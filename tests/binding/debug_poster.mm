@@ -13,13 +13,13 @@
 
 namespace {
 
-void post(NSString *pid, NSDictionary *userInfo) {
+void Post(NSString *pid, NSDictionary *userInfo) {
   CFNotificationCenterPostNotification(CFNotificationCenterGetDistributedCenter(),
                                        (CFNotificationName)AFXProvisioningDebugNotificationName,
                                        (const void *)pid, (CFDictionaryRef)userInfo, YES);
 }
 
-NSDictionary *message(id value) {
+NSDictionary *Message(id value) {
   return [NSDictionary dictionaryWithObject:value forKey:AFXProvisioningDebugMessageKey];
 }
 
@@ -35,28 +35,28 @@ int main(int argc, char *argv[]) {
     const char *argument = argc > 3 ? argv[3] : "";
 
     if (kind == "text") {
-      post(pid, message(@(argument)));
+      Post(pid, Message(@(argument)));
     } else if (kind == "burst") {
       const int count = atoi(argument);
       for (int i = 0; i < count; ++i) {
         @autoreleasepool {
-          post(pid, message([NSString stringWithFormat:@"message %d of the burst", i]));
+          Post(pid, Message([NSString stringWithFormat:@"message %d of the burst", i]));
         }
       }
     } else if (kind == "without-message") {
-      post(pid, [NSDictionary dictionaryWithObject:@"text" forKey:@"another key"]);
+      Post(pid, [NSDictionary dictionaryWithObject:@"text" forKey:@"another key"]);
     } else if (kind == "without-user-info") {
-      post(pid, nil);
+      Post(pid, nil);
     } else if (kind == "number") {
-      post(pid, message(@42));
+      Post(pid, Message(@42));
     } else if (kind == "array") {
-      post(pid, message(@[ @"one", @2 ]));
+      Post(pid, Message(@[ @"one", @2 ]));
     } else if (kind == "nul") {
       const unichar characters[] = {'a', 0, 'z'};
-      post(pid, message([NSString stringWithCharacters:characters length:3]));
+      Post(pid, Message([NSString stringWithCharacters:characters length:3]));
     } else if (kind == "megabytes") {
       const auto length = static_cast<NSUInteger>(atoi(argument)) << 20;
-      post(pid, message([@"" stringByPaddingToLength:length
+      Post(pid, Message([@"" stringByPaddingToLength:length
                                           withString:@"0123456789"
                                      startingAtIndex:0]));
     } else {

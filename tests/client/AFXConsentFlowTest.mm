@@ -52,32 +52,32 @@ const MethodSwap *sReadDefaults;
 const MethodSwap *sWriteDefaults;
 
 // The toolkit has settings of its own.
-bool isClients(NSString *key) { return [key hasPrefix:@"ShouldAsk"]; }
+bool IsClients(NSString *key) { return [key hasPrefix:@"ShouldAsk"]; }
 
-BOOL readDefaults(id defaults, SEL cmd, NSString *key) {
-  if (!isClients(key)) {
+BOOL ReadDefaults(id defaults, SEL cmd, NSString *key) {
+  if (!IsClients(key)) {
     return sReadDefaults->original<BOOL(id, SEL, NSString *)>()(defaults, cmd, key);
   }
   EXPECT_EQ(defaults, NSUserDefaults.standardUserDefaults);
-  sCalls.push_back("read " + textOf(key));
+  sCalls.push_back("read " + TextOf(key));
   return sPostponed;
 }
 
-void writeDefaults(id defaults, SEL cmd, BOOL value, NSString *key) {
-  if (!isClients(key)) {
+void WriteDefaults(id defaults, SEL cmd, BOOL value, NSString *key) {
+  if (!IsClients(key)) {
     sWriteDefaults->original<void(id, SEL, BOOL, NSString *)>()(defaults, cmd, value, key);
     return;
   }
   EXPECT_EQ(defaults, NSUserDefaults.standardUserDefaults);
-  sCalls.push_back("write " + textOf(key) + (value ? " YES" : " NO"));
+  sCalls.push_back("write " + TextOf(key) + (value ? " YES" : " NO"));
 }
 
 class ConsentFlow : public testing::Test {
  protected:
   ConsentFlow()
-      : read_(class_getInstanceMethod(NSUserDefaults.class, @selector(boolForKey:)), readDefaults),
+      : read_(class_getInstanceMethod(NSUserDefaults.class, @selector(boolForKey:)), ReadDefaults),
         write_(class_getInstanceMethod(NSUserDefaults.class, @selector(setBool:forKey:)),
-               writeDefaults) {
+               WriteDefaults) {
     sReadDefaults = &read_;
     sWriteDefaults = &write_;
   }
@@ -143,7 +143,7 @@ class ConsentFlow : public testing::Test {
               YES);
     EXPECT_EQ(shownWindow(), nil);
     runMainQueue();
-    takenCalls();
+    TakenCalls();
     return controller();
   }
 
@@ -192,13 +192,13 @@ TEST_F(ConsentFlow, IsAnsweredWhenTheAgentDoesNotWantTheCustomerAsked) {
   sPostponed = YES;
   replyAtOnce(NO, @"jane@example.com");
   EXPECT_EQ(AFXGetPreviousCustomerChoice(), 1u);
-  EXPECT_EQ(takenCalls(), (Calls{"access", "fetch"}));
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "fetch"}));
 }
 
 TEST_F(ConsentFlow, IsToBeAskedOrPostponedAsTheDefaultsHaveIt) {
   replyAtOnce(YES, nil);
   EXPECT_EQ(AFXGetPreviousCustomerChoice(), 0u);
-  EXPECT_EQ(takenCalls(), (Calls{"access", "fetch", "read ShouldAskForPermissionLater"}));
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "fetch", "read ShouldAskForPermissionLater"}));
   sPostponed = YES;
   EXPECT_EQ(AFXGetPreviousCustomerChoice(), 2u);
 }
@@ -225,7 +225,7 @@ TEST_F(ConsentFlow, WaitsForTwoSecondsFromTheEndOfTheAccess) {
   };
   EXPECT_EQ(AFXGetPreviousCustomerChoice(), 0x7FFFFFFFFFFFFFFFu);
   sRecordsWaits = false;
-  EXPECT_EQ(takenCalls(), (Calls{"access", "fetch", "2000000000 ns from now", "wait until then"}));
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "fetch", "2000000000 ns from now", "wait until then"}));
   // A connection ends every request in the end, and what is kept for it goes then.
   service_->_statusReply(NO, nil);
 }
@@ -239,7 +239,7 @@ TEST_F(ConsentFlow, TakesALateReplyForWhatComesNext) {
   EXPECT_EQ(AFXAskCustomerPermissions(nil), YES);
   late(NO, @"late@example.com");
   runMainQueue();
-  EXPECT_EQ(textOf(controller().userEmail), "late@example.com");
+  EXPECT_EQ(TextOf(controller().userEmail), "late@example.com");
 }
 
 TEST_F(ConsentFlow, HasNoAddressOfAnotherClass) {
@@ -281,7 +281,7 @@ TEST_F(ConsentFlow, TellsAtOnceWhereNobodyIsAsked) {
 #pragma mark - Answers
 
 TEST_F(ConsentFlow, ShowsTheAddressThatTheAgentReported) {
-  EXPECT_EQ(textOf(ask().userEmail), "jane@example.com");
+  EXPECT_EQ(TextOf(ask().userEmail), "jane@example.com");
 }
 
 TEST_F(ConsentFlow, AsksAgainAfterAPostponement) {
@@ -291,17 +291,17 @@ TEST_F(ConsentFlow, AsksAgainAfterAPostponement) {
 
 TEST_F(ConsentFlow, ReportsTheAddressThatWasAllowedAndThenTellsTheCaller) {
   [ask() allowEmailSharing:nil];
-  EXPECT_EQ(takenCalls(), (Calls{"access", "update jane@example.com", "completion 1"}));
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "update jane@example.com", "completion 1"}));
 }
 
 TEST_F(ConsentFlow, ReportsARefusalWithoutAnAddress) {
   [ask() forbidEmailSharing:nil];
-  EXPECT_EQ(takenCalls(), (Calls{"access", "update (nil)", "completion 1"}));
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "update (nil)", "completion 1"}));
 }
 
 TEST_F(ConsentFlow, KeepsAPostponementInTheDefaultsAndTellsNobodyElse) {
   [ask() askLater:nil];
-  EXPECT_EQ(takenCalls(), (Calls{"write ShouldAskForPermissionLater YES", "completion 2"}));
+  EXPECT_EQ(TakenCalls(), (Calls{"write ShouldAskForPermissionLater YES", "completion 2"}));
 }
 
 TEST_F(ConsentFlow, DropsAnAnswerThatNobodyTakes) {
@@ -311,7 +311,7 @@ TEST_F(ConsentFlow, DropsAnAnswerThatNobodyTakes) {
   runMainQueue();
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   runMainQueue();
-  EXPECT_EQ(takenCalls(), (Calls{"access", "completion 1"}));
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "completion 1"}));
 }
 
 TEST_F(ConsentFlow, ReportsWhatWasAnsweredWhateverIsRepliedMeanwhile) {
@@ -332,29 +332,29 @@ TEST_F(ConsentFlow, ReportsWhatWasAnsweredWhateverIsRepliedMeanwhile) {
     };
     [controller performSelector:row.answer withObject:nil];
     otherReply(YES, @"other@example.com");
-    takenCalls();
+    TakenCalls();
     waiting(service_);
-    EXPECT_EQ(takenCalls(), Calls{row.update});
+    EXPECT_EQ(TakenCalls(), Calls{row.update});
     access_ = [this](ServiceHandler handler, ServiceErrorHandler) { handler(service_); };
   }
 }
 
 TEST_F(ConsentFlow, AReplyToTheReportChangesNothing) {
   [ask() allowEmailSharing:nil];
-  takenCalls();
+  TakenCalls();
   service_->_updateReply(NO);
   service_->_updateReply(YES);
   runMainQueue();
-  EXPECT_EQ(takenCalls(), Calls{});
+  EXPECT_EQ(TakenCalls(), Calls{});
 }
 
 TEST_F(ConsentFlow, LivesWithoutACompletion) {
   replyAtOnce(YES, nil);
   EXPECT_EQ(AFXAskCustomerPermissions(nil), YES);
   runMainQueue();
-  takenCalls();
+  TakenCalls();
   [controller() forbidEmailSharing:nil];
-  EXPECT_EQ(takenCalls(), (Calls{"access", "update (nil)"}));
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "update (nil)"}));
   EXPECT_EQ(shownWindow(), nil);
 }
 
@@ -377,9 +377,9 @@ TEST_F(ConsentFlow, BringsTheWindowThatIsUpToTheFrontAndForgetsTheLaterCaller) {
   NSWindow *window = first.window;
   EXPECT_TRUE(ComesTrue([=] { return window.isKeyWindow; }));
   // It was not shown anew, which would centre it.
-  EXPECT_EQ(takenCalls(), (Calls{"access", "fetch", "read ShouldAskForPermissionLater"}));
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "fetch", "read ShouldAskForPermissionLater"}));
   [first forbidEmailSharing:nil];
-  EXPECT_EQ(takenCalls(), (Calls{"access", "update (nil)", "completion 1"}));
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "update (nil)", "completion 1"}));
   [other orderOut:nil];
   [other release];
 }
@@ -390,7 +390,7 @@ TEST_F(ConsentFlow, ShowsAWindowAgainThatSomebodyHid) {
   EXPECT_EQ(AFXAskCustomerPermissions(nil), YES);
   runMainQueue();
   EXPECT_EQ(controller(), first);
-  EXPECT_EQ(takenCalls().back(), "center");
+  EXPECT_EQ(TakenCalls().back(), "center");
 }
 
 TEST_F(ConsentFlow, IsReadyForTheNextQuestionBeforeTheCallerIsTold) {
@@ -410,9 +410,9 @@ TEST_F(ConsentFlow, IsReadyForTheNextQuestionBeforeTheCallerIsTold) {
   [first forbidEmailSharing:nil];
   ASSERT_NE(second, nil);
   EXPECT_NE(second, first);
-  takenCalls();
+  TakenCalls();
   [second askLater:nil];
-  EXPECT_EQ(takenCalls(),
+  EXPECT_EQ(TakenCalls(),
             (Calls{"write ShouldAskForPermissionLater YES", "completion of the second"}));
 }
 
@@ -423,7 +423,7 @@ TEST_F(ConsentFlow, KeepsTheWindowUntilItsActionHasReturned) {
   const void *window = controller.window;
   [controller allowEmailSharing:nil];
   EXPECT_EQ(sWindowsFreed.count(window), 0u);
-  EXPECT_EQ(textOf(controller.userEmail), "jane@example.com");
+  EXPECT_EQ(TextOf(controller.userEmail), "jane@example.com");
   [pool release];
   EXPECT_TRUE(ComesTrue([=] { return sWindowsFreed.count(window) == 1; }));
 }

@@ -18,7 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double millisecondsSince(Clock::time_point start) {
+double MillisecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
@@ -111,7 +111,7 @@ TEST_F(Client, GetsTheErrorThatTheAgentGives) {
 TEST_F(Client, IsToldThatThereIsNoAgentToGiveACode) {
   const auto start = Clock::now();
   const Outcome outcome = requestCode();
-  EXPECT_LT(millisecondsSince(start), 1900.0);
+  EXPECT_LT(MillisecondsSince(start), 1900.0);
   EXPECT_EQ(outcome.calls, 1);
   EXPECT_EQ(outcome.code, nil);
   EXPECT_TRUE([outcome.error.domain isEqualToString:NSCocoaErrorDomain]);
@@ -216,7 +216,7 @@ TEST_F(Client, TakesALateReplyForTheNextQuestion) {
   usleep(3'000'000);
   const auto start = Clock::now();
   EXPECT_EQ(AFXGetPreviousCustomerChoice(), AFXConsentStatusUnknown);
-  EXPECT_NEAR(millisecondsSince(start), 2000.0, 150.0);
+  EXPECT_NEAR(MillisecondsSince(start), 2000.0, 150.0);
 }
 
 TEST_F(Client, IsAskedFromManyThreadsAtOnce) {

@@ -62,8 +62,8 @@ class Functions : public testing::Test {
   PLAuthorizationCodeCompletion completion() {
     return [[^(NSString *code, NSError *error) {
       std::lock_guard<std::mutex> lock(mutex_);
-      outcomes_.push_back(textOf([code description]) + " " +
-                          (error ? textOf([error description]) : "no error"));
+      outcomes_.push_back(TextOf([code description]) + " " +
+                          (error ? TextOf([error description]) : "no error"));
       error_ = [error retain];
       arrived_.notify_all();
     } copy] autorelease];
@@ -91,9 +91,9 @@ class Functions : public testing::Test {
 /// Released by another thread as soon as the function has begun.
 std::function<void()> sReleaseArguments;
 
-void releasingReport(id, SEL, NSString *name, NSDictionary *info) {
+void ReleasingReport(id, SEL, NSString *name, NSDictionary *info) {
   sReleaseArguments();
-  sCalls.push_back("report " + textOf([name description]) + " " + textOf([info description]) +
+  sCalls.push_back("report " + TextOf([name description]) + " " + TextOf([info description]) +
                    ", alive " + std::to_string(sTrackedAlive));
 }
 
@@ -104,7 +104,7 @@ void releasingReport(id, SEL, NSString *name, NSDictionary *info) {
 TEST_F(Functions, HandAnEventOnAndHoldItForTheCall) {
   MethodSwap swap(class_getInstanceMethod(AFXUsageReporter.class, @selector(reportUsageEvent:
                                                                                    eventInfo:)),
-                  releasingReport);
+                  ReleasingReport);
   Tracked *name = [[Tracked alloc] init];
   Tracked *info = [[Tracked alloc] init];
   sReleaseArguments = [&] {
@@ -112,11 +112,11 @@ TEST_F(Functions, HandAnEventOnAndHoldItForTheCall) {
     [info release];
   };
   PLReportUsageEvent((NSString *)name, (NSDictionary *)info);
-  EXPECT_EQ(takenCalls(), Calls{"report tracked tracked, alive 2"});
+  EXPECT_EQ(TakenCalls(), Calls{"report tracked tracked, alive 2"});
   EXPECT_EQ(sTrackedAlive, 0);
   sReleaseArguments = [] {};
   PLReportUsageEvent(@"event", nil);
-  EXPECT_EQ(takenCalls(), Calls{"report event (nil), alive 0"});
+  EXPECT_EQ(TakenCalls(), Calls{"report event (nil), alive 0"});
 }
 
 #pragma mark - Authorization codes
@@ -138,7 +138,7 @@ TEST_F(Functions, HandTheRequestForACodeOnAndHoldItsArgumentsForTheCall) {
     handler(service_);
   };
   PLRequestAuthorizationCode((NSString *)clientID, (NSArray *)scopes, block);
-  EXPECT_EQ(takenCalls(), (Calls{"access", "code for tracked tracked"}));
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "code for tracked tracked"}));
   // The completion waits for the reply; the rest has gone.
   EXPECT_EQ(sTrackedAlive, 1);
   [service_->_codeReply release];
@@ -149,7 +149,7 @@ TEST_F(Functions, HandTheRequestForACodeOnAndHoldItsArgumentsForTheCall) {
 
 TEST_F(Functions, HandAReplyOnAsItIs) {
   NSError *error = [NSError errorWithDomain:@"com.example" code:7 userInfo:nil];
-  const std::string shown = textOf(error.description);
+  const std::string shown = TextOf(error.description);
   const struct {
     NSString *code;
     NSError *error;
@@ -179,7 +179,7 @@ TEST_F(Functions, TakeAReplyOfAnotherClassForAnError) {
     ASSERT_NE(error_, nil);
     EXPECT_TRUE([error_.domain isEqualToString:NSCocoaErrorDomain]);
     EXPECT_EQ(error_.code, 4101);
-    EXPECT_EQ(textOf(error_.localizedDescription),
+    EXPECT_EQ(TextOf(error_.localizedDescription),
               "The Pellmar agent’s reply could not be understood.");
   }
 }
@@ -190,7 +190,7 @@ TEST_F(Functions, TellOfAMissingAgent) {
   EXPECT_EQ(outcomes().size(), 1u);
   EXPECT_TRUE([error_.domain isEqualToString:NSCocoaErrorDomain]);
   EXPECT_EQ(error_.code, 4099);
-  EXPECT_EQ(textOf(error_.localizedDescription), "The Pellmar agent could not be reached.");
+  EXPECT_EQ(TextOf(error_.localizedDescription), "The Pellmar agent could not be reached.");
 }
 
 TEST_F(Functions, TellOfARequestThatFailed) {
@@ -241,23 +241,23 @@ TEST_F(Functions, LeaveTheConnectionsQueueToTheReplies) {
 TEST_F(Functions, AskForReleaseNotesEachTimeOrUntilOneRequestSucceeded) {
   const Calls request = {"access", "release notes"};
   EXPECT_EQ(PLCanShowReleaseNotesWindow(), YES);
-  EXPECT_EQ(takenCalls(), Calls{});
+  EXPECT_EQ(TakenCalls(), Calls{});
   PLShowReleaseNotesWindowIfNeeded();
-  EXPECT_EQ(takenCalls(), request);
+  EXPECT_EQ(TakenCalls(), request);
   PLShowReleaseNotesWindowIfNeeded();
-  EXPECT_EQ(takenCalls(), request);
+  EXPECT_EQ(TakenCalls(), request);
   service_->_notesReply([NSError errorWithDomain:@"com.example" code:7 userInfo:nil]);
   PLShowReleaseNotesWindowIfNeeded();
-  EXPECT_EQ(takenCalls(), request);
+  EXPECT_EQ(TakenCalls(), request);
   service_->_notesReply(nil);
   PLShowReleaseNotesWindowIfNeeded();
-  EXPECT_EQ(takenCalls(), Calls{});
+  EXPECT_EQ(TakenCalls(), Calls{});
   PLShowReleaseNotesWindow();
   PLShowReleaseNotesWindow();
-  EXPECT_EQ(takenCalls(), (Calls{"access", "release notes", "access", "release notes"}));
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "release notes", "access", "release notes"}));
   access_ = [](ServiceHandler handler, ServiceErrorHandler) { handler(nil); };
   PLShowReleaseNotesWindow();
-  EXPECT_EQ(takenCalls(), Calls{"access"});
+  EXPECT_EQ(TakenCalls(), Calls{"access"});
 }
 
 #pragma mark - E-mail
@@ -267,7 +267,7 @@ TEST_F(Functions, HoldTheCallersBlockWhileTheyWait) {
   NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
   Tracked *inBlock = [[Tracked alloc] init];
   PLEmailSharingCompletion block = [^(PLEmailSharingAnswer answer) {
-    sCalls.push_back("answer " + std::to_string(answer) + " with " + textOf([inBlock description]) +
+    sCalls.push_back("answer " + std::to_string(answer) + " with " + TextOf([inBlock description]) +
                      ", alive " + std::to_string(sTrackedAlive));
   } copy];
   [inBlock release];
@@ -277,7 +277,7 @@ TEST_F(Functions, HoldTheCallersBlockWhileTheyWait) {
     handler(nil);
   };
   EXPECT_EQ(PLAskUserToShareEmail(block), NO);
-  EXPECT_EQ(takenCalls(), (Calls{"access", "answer 0 with tracked, alive 1"}));
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "answer 0 with tracked, alive 1"}));
   [pool release];
   EXPECT_EQ(sTrackedAlive, 0);
 }

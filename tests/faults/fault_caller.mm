@@ -42,7 +42,7 @@ class Tally {
   explicit Tally(unsigned count) : calls_(count) {}
 
   /// Records the completion of request `number`.
-  void Add(unsigned number, NSString *code, NSError *error) {
+  void add(unsigned number, NSString *code, NSError *error) {
     std::string kind;
     if (code && error) {
       kind = "both";
@@ -71,7 +71,7 @@ class Tally {
 
   unsigned count() const { return static_cast<unsigned>(calls_.size()); }
 
-  void Print() {
+  void print() {
     std::lock_guard<std::mutex> lock(mutex_);
     unsigned surplus = 0;
     for (unsigned calls : calls_) {
@@ -113,7 +113,7 @@ void Request(Tally *tally, unsigned threads) {
         @autoreleasepool {
           PLRequestAuthorizationCode(@"fault-caller", @[ PLVendorAuthScopeApplicationAccess ],
                                      ^(NSString *code, NSError *error) {
-                                       tally->Add(number, code, error);
+                                       tally->add(number, code, error);
                                      });
         }
       }
@@ -130,10 +130,10 @@ void RequestAgain(Tally *tally) {
     PLRequestAuthorizationCode(@"fault-caller", @[], completion);
   };
   request(^(NSString *code, NSError *error) {
-    tally->Add(0, code, error);
+    tally->add(0, code, error);
     if (error) {
       request(^(NSString *nextCode, NSError *nextError) {
-        tally->Add(1, nextCode, nextError);
+        tally->add(1, nextCode, nextError);
       });
     }
   });
@@ -143,7 +143,7 @@ void SendUnsendable(Tally *tally) {
   id object = [[[NSObject alloc] init] autorelease];
   PLReportUsageEvent(@"event", [NSDictionary dictionaryWithObject:object forKey:@"key"]);
   PLRequestAuthorizationCode(@"fault-caller", @[ object ], ^(NSString *code, NSError *error) {
-    tally->Add(0, code, error);
+    tally->add(0, code, error);
   });
 }
 
@@ -188,7 +188,7 @@ int main() {
       }
       // Long enough for one that comes again.
       usleep(100'000);
-      tally->Print();
+      tally->print();
     } else {
       std::fprintf(stderr, "fault_caller: unknown command: %s\n", line.c_str());
       return 2;

@@ -78,42 +78,42 @@ void Say(const std::string &line) {
 }
 
 void PutString(Writer *writer, const std::string &text) {
-  writer->PutTag(Tag::kString);
-  writer->PutText(text);
+  writer->putTag(Tag::kString);
+  writer->putText(text);
 }
 
 /// An error whose user info holds nothing of the classes that its keys stand for.
 void PutStrangeError(Writer *writer) {
-  writer->PutTag(Tag::kError);
+  writer->putTag(Tag::kError);
   PutString(writer, "com.example");
-  writer->PutTag(Tag::kSigned);
-  writer->PutSigned(7);
-  writer->PutTag(Tag::kDictionary);
-  writer->PutNumber(1);
+  writer->putTag(Tag::kSigned);
+  writer->putSigned(7);
+  writer->putTag(Tag::kDictionary);
+  writer->putNumber(1);
   PutString(writer, sRecoveryURLs);
-  writer->PutTag(Tag::kArray);
-  writer->PutNumber(3);
-  writer->PutTag(Tag::kSignedNumber);
-  writer->PutSigned(42);
-  writer->PutTag(Tag::kNull);
-  writer->PutTag(Tag::kData);
-  writer->PutText("no address");
+  writer->putTag(Tag::kArray);
+  writer->putNumber(3);
+  writer->putTag(Tag::kSignedNumber);
+  writer->putSigned(42);
+  writer->putTag(Tag::kNull);
+  writer->putTag(Tag::kData);
+  writer->putText("no address");
 }
 
 void PutPart(Writer *writer, Part part, const std::string &fault) {
   if (fault == "wrong-class") {
-    writer->PutTag(Tag::kArray);
-    writer->PutNumber(1);
+    writer->putTag(Tag::kArray);
+    writer->putNumber(1);
     PutString(writer, "of a wrong class");
   } else if (fault == "wrong-scalar") {
-    writer->PutTag(Tag::kUnsigned);
-    writer->PutNumber(1u << 20);
+    writer->putTag(Tag::kUnsigned);
+    writer->putNumber(1u << 20);
   } else if (fault == "too-deep") {
     for (int i = 0; i < 100; ++i) {
-      writer->PutTag(Tag::kArray);
-      writer->PutNumber(1);
+      writer->putTag(Tag::kArray);
+      writer->putNumber(1);
     }
-    writer->PutTag(Tag::kNull);
+    writer->putTag(Tag::kNull);
   } else if (part == Part::kError && (fault == "wrong-elements" || fault == "text-and-error")) {
     PutStrangeError(writer);
   } else if (part == Part::kText && fault == "64-MiB") {
@@ -125,7 +125,7 @@ void PutPart(Writer *writer, Part part, const std::string &fault) {
   } else if (part == Part::kText && fault != "nil" && fault != "wrong-elements") {
     PutString(writer, "customer@example.com");
   } else {
-    writer->PutTag(Tag::kNil);
+    writer->putTag(Tag::kNil);
   }
 }
 
@@ -134,32 +134,32 @@ Bytes Reply(uint64_t request, const std::string &selector, const std::string &fa
   const std::vector<Part> parts = PartsOf(selector);
   const bool isFew = fault == "too-few", isMany = fault == "too-many";
   Writer writer;
-  writer.Begin(FrameKind::kReply);
-  writer.PutNumber(request);
-  writer.PutNumber(parts.size() - isFew + isMany);
+  writer.begin(FrameKind::kReply);
+  writer.putNumber(request);
+  writer.putNumber(parts.size() - isFew + isMany);
   for (size_t i = isFew; i < parts.size(); ++i) {
     if (parts[i] == Part::kFlag) {
       const unsigned flag = selector == sFetch ? fault == "asks-with-8-MiB" : fault != "not-ready";
-      writer.PutTag(Tag::kUnsigned);
-      writer.PutNumber(fault == "wrong-scalar" ? 1u << 20 : flag);
+      writer.putTag(Tag::kUnsigned);
+      writer.putNumber(fault == "wrong-scalar" ? 1u << 20 : flag);
     } else {
       PutPart(&writer, parts[i], fault);
     }
   }
   if (isMany) {
-    writer.PutTag(Tag::kNil);
+    writer.putTag(Tag::kNil);
   }
-  writer.Finish();
+  writer.finish();
   return Bytes(writer.data(), writer.data() + writer.size());
 }
 
 Bytes UnknownMessage() {
   Writer writer;
-  writer.Begin(FrameKind::kMessage);
-  writer.PutNumber(0);
-  writer.PutText("makeCoffee");
-  writer.PutNumber(0);
-  writer.Finish();
+  writer.begin(FrameKind::kMessage);
+  writer.putNumber(0);
+  writer.putText("makeCoffee");
+  writer.putNumber(0);
+  writer.finish();
   return Bytes(writer.data(), writer.data() + writer.size());
 }
 
@@ -299,7 +299,7 @@ void FillBacklog(const ServiceSocket &service) {
   for (int i = 0; i < 2; ++i) {
     Descriptor client;
     platform::xpc::ConnectToService(sService, &client, &problem);
-    client.Take();  // It waits there for as long as this process lives.
+    client.take();  // It waits there for as long as this process lives.
   }
 }
 

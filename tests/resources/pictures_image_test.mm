@@ -10,7 +10,7 @@ namespace {
 
 /// How far the means of 2 × 2 pixels of `fine` are from the pixels of `coarse` on average, in parts
 /// of 255, where all of them are opaque.
-double distance(NSBitmapImageRep *coarse, NSBitmapImageRep *fine) {
+double Distance(NSBitmapImageRep *coarse, NSBitmapImageRep *fine) {
   double sum = 0;
   int count = 0;
   for (NSInteger y = 0; y < coarse.pixelsHigh; ++y) {
@@ -38,7 +38,7 @@ double distance(NSBitmapImageRep *coarse, NSBitmapImageRep *fine) {
 }
 
 template <std::size_t length>
-void expectImage(const unsigned char (&bytes)[length], NSSize points) {
+void ExpectImage(const unsigned char (&bytes)[length], NSSize points) {
   @autoreleasepool {
     testing::internal::CaptureStderr();
     NSData *data = [NSData dataWithBytes:bytes length:length];
@@ -62,7 +62,7 @@ void expectImage(const unsigned char (&bytes)[length], NSSize points) {
                 1.0);
       ++scale;
     }
-    EXPECT_LT(distance(static_cast<NSBitmapImageRep *>([representations objectAtIndex:0]),
+    EXPECT_LT(Distance(static_cast<NSBitmapImageRep *>([representations objectAtIndex:0]),
                        static_cast<NSBitmapImageRep *>([representations objectAtIndex:1])),
               0.5);
     // A decoder that warns names the format.
@@ -72,13 +72,13 @@ void expectImage(const unsigned char (&bytes)[length], NSSize points) {
 }
 
 TEST(PicturesAsImages, EnvelopesHaveRepresentationsForOneAndTwoPixelsAPoint) {
-  expectImage(AFXEnvelopeLightPicture, NSMakeSize(214, 149));
-  expectImage(AFXEnvelopeDarkPicture, NSMakeSize(213, 149));
+  ExpectImage(AFXEnvelopeLightPicture, NSMakeSize(214, 149));
+  ExpectImage(AFXEnvelopeDarkPicture, NSMakeSize(213, 149));
 }
 
 TEST(PicturesAsImages, CloseMarksHaveRepresentationsForOneAndTwoPixelsAPoint) {
-  expectImage(AFXCloseLightPicture, NSMakeSize(12, 12));
-  expectImage(AFXCloseDarkPicture, NSMakeSize(12, 12));
+  ExpectImage(AFXCloseLightPicture, NSMakeSize(12, 12));
+  ExpectImage(AFXCloseDarkPicture, NSMakeSize(12, 12));
 }
 
 }  // namespace

@@ -53,20 +53,20 @@ struct Image {
 using Tiff = std::unique_ptr<TIFF, decltype(&TIFFClose)>;
 
 int complaints = 0;
-void countComplaint(const char *module, const char *format, va_list arguments) {
+void CountComplaint(const char *module, const char *format, va_list arguments) {
   ++complaints;
   std::fprintf(stderr, "%s: ", module);
   std::vfprintf(stderr, format, arguments);
   std::fputc('\n', stderr);
 }
 
-Tiff openTiff(const fs::path &path) {
-  TIFFSetWarningHandler(countComplaint);
-  TIFFSetErrorHandler(countComplaint);
+Tiff OpenTiff(const fs::path &path) {
+  TIFFSetWarningHandler(CountComplaint);
+  TIFFSetErrorHandler(CountComplaint);
   return {TIFFOpen(path.c_str(), "r"), &TIFFClose};
 }
 
-Image readImage(TIFF *tiff) {
+Image ReadImage(TIFF *tiff) {
   Image image;
   std::uint32_t width = 0;
   std::uint32_t height = 0;
@@ -82,26 +82,26 @@ Image readImage(TIFF *tiff) {
   return image;
 }
 
-std::vector<Image> readImages(const fs::path &path) {
+std::vector<Image> ReadImages(const fs::path &path) {
   std::vector<Image> images;
-  Tiff tiff = openTiff(path);
+  Tiff tiff = OpenTiff(path);
   if (!tiff) {
     ADD_FAILURE() << "cannot open " << path;
     return images;
   }
   do {
-    images.push_back(readImage(tiff.get()));
+    images.push_back(ReadImage(tiff.get()));
   } while (TIFFReadDirectory(tiff.get()));
   return images;
 }
 
-std::vector<char> readFile(const fs::path &path) {
+std::vector<char> ReadFile(const fs::path &path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
 template <typename T>
-T field(TIFF *tiff, std::uint32_t tag) {
+T Field(TIFF *tiff, std::uint32_t tag) {
   T value{};
   EXPECT_EQ(TIFFGetField(tiff, tag, &value), 1) << "tag " << tag;
   return value;
@@ -114,7 +114,7 @@ struct Difference {
 
 // How far two images differ to the eye: colours weighted by their alpha, in parts of 255. Each
 // pixel of `coarse` is held against the mean of `scale` × `scale` pixels of `fine`.
-Difference difference(const Image &coarse, const Image &fine, int scale) {
+Difference CompareImages(const Image &coarse, const Image &fine, int scale) {
   Difference result;
   for (int y = 0; y < coarse.height; ++y) {
     for (int x = 0; x < coarse.width; ++x) {
@@ -143,7 +143,7 @@ class Pictures : public testing::TestWithParam<Picture> {};
 TEST_P(Pictures, AreEmbeddedByteForByte) {
   const Picture &picture = GetParam();
   EXPECT_EQ(picture.length, picture.expectedLength);
-  const std::vector<char> file = readFile(picture.path());
+  const std::vector<char> file = ReadFile(picture.path());
   ASSERT_EQ(file.size(), picture.length);
   EXPECT_TRUE(std::equal(file.begin(), file.end(), reinterpret_cast<const char *>(picture.bytes)));
 }
@@ -155,27 +155,27 @@ TEST_P(Pictures, AreBigEndianTiff) {
 
 TEST_P(Pictures, HoldImagesForOneAndTwoPixelsAPoint) {
   const Picture &picture = GetParam();
-  Tiff tiff = openTiff(picture.path());
+  Tiff tiff = OpenTiff(picture.path());
   ASSERT_TRUE(tiff);
   ASSERT_EQ(TIFFNumberOfDirectories(tiff.get()), 2);
   for (int scale : {1, 2}) {
     SCOPED_TRACE(scale);
     TIFF *image = tiff.get();
     ASSERT_TRUE(TIFFSetDirectory(image, static_cast<tdir_t>(scale - 1)));
-    EXPECT_EQ(field<std::uint32_t>(image, TIFFTAG_IMAGEWIDTH),
+    EXPECT_EQ(Field<std::uint32_t>(image, TIFFTAG_IMAGEWIDTH),
               std::uint32_t(picture.width * scale));
-    EXPECT_EQ(field<std::uint32_t>(image, TIFFTAG_IMAGELENGTH),
+    EXPECT_EQ(Field<std::uint32_t>(image, TIFFTAG_IMAGELENGTH),
               std::uint32_t(picture.height * scale));
-    EXPECT_EQ(field<float>(image, TIFFTAG_XRESOLUTION), 72.0f * scale);
-    EXPECT_EQ(field<float>(image, TIFFTAG_YRESOLUTION), 72.0f * scale);
-    EXPECT_EQ(field<std::uint16_t>(image, TIFFTAG_RESOLUTIONUNIT), RESUNIT_INCH);
-    EXPECT_EQ(field<std::uint16_t>(image, TIFFTAG_COMPRESSION), COMPRESSION_LZW);
-    EXPECT_EQ(field<std::uint16_t>(image, TIFFTAG_PREDICTOR), PREDICTOR_HORIZONTAL);
-    EXPECT_EQ(field<std::uint16_t>(image, TIFFTAG_PHOTOMETRIC), PHOTOMETRIC_RGB);
-    EXPECT_EQ(field<std::uint16_t>(image, TIFFTAG_BITSPERSAMPLE), 8);
-    EXPECT_EQ(field<std::uint16_t>(image, TIFFTAG_SAMPLESPERPIXEL), 4);
-    EXPECT_EQ(field<std::uint16_t>(image, TIFFTAG_PLANARCONFIG), PLANARCONFIG_CONTIG);
-    EXPECT_EQ(field<std::uint16_t>(image, TIFFTAG_ORIENTATION), ORIENTATION_TOPLEFT);
+    EXPECT_EQ(Field<float>(image, TIFFTAG_XRESOLUTION), 72.0f * scale);
+    EXPECT_EQ(Field<float>(image, TIFFTAG_YRESOLUTION), 72.0f * scale);
+    EXPECT_EQ(Field<std::uint16_t>(image, TIFFTAG_RESOLUTIONUNIT), RESUNIT_INCH);
+    EXPECT_EQ(Field<std::uint16_t>(image, TIFFTAG_COMPRESSION), COMPRESSION_LZW);
+    EXPECT_EQ(Field<std::uint16_t>(image, TIFFTAG_PREDICTOR), PREDICTOR_HORIZONTAL);
+    EXPECT_EQ(Field<std::uint16_t>(image, TIFFTAG_PHOTOMETRIC), PHOTOMETRIC_RGB);
+    EXPECT_EQ(Field<std::uint16_t>(image, TIFFTAG_BITSPERSAMPLE), 8);
+    EXPECT_EQ(Field<std::uint16_t>(image, TIFFTAG_SAMPLESPERPIXEL), 4);
+    EXPECT_EQ(Field<std::uint16_t>(image, TIFFTAG_PLANARCONFIG), PLANARCONFIG_CONTIG);
+    EXPECT_EQ(Field<std::uint16_t>(image, TIFFTAG_ORIENTATION), ORIENTATION_TOPLEFT);
     std::uint16_t count = 0;
     const std::uint16_t *extra = nullptr;
     ASSERT_EQ(TIFFGetField(image, TIFFTAG_EXTRASAMPLES, &count, &extra), 1);
@@ -186,7 +186,7 @@ TEST_P(Pictures, HoldImagesForOneAndTwoPixelsAPoint) {
 
 TEST_P(Pictures, DecodeWithoutAWarning) {
   complaints = 0;
-  EXPECT_EQ(readImages(GetParam().path()).size(), 2u);
+  EXPECT_EQ(ReadImages(GetParam().path()).size(), 2u);
   EXPECT_EQ(complaints, 0);
 }
 
@@ -196,7 +196,7 @@ struct Printed {
   int status;
 };
 
-Printed printedBy(const std::string &command) {
+Printed PrintedBy(const std::string &command) {
   Printed result{"", -1};
   FILE *pipe = popen((command + " 2>&1").c_str(), "r");
   if (pipe != nullptr) {
@@ -210,7 +210,7 @@ Printed printedBy(const std::string &command) {
 }
 
 TEST_P(Pictures, DecodeWithoutAWarningInImageMagickToo) {
-  if (printedBy("identify -version").status != 0) {
+  if (PrintedBy("identify -version").status != 0) {
     GTEST_SKIP() << "ImageMagick is not installed";
   }
   const Picture &picture = GetParam();
@@ -222,14 +222,14 @@ TEST_P(Pictures, DecodeWithoutAWarningInImageMagickToo) {
                 " PixelsPerInch sRGB\n";
   }
   const Printed printed =
-      printedBy("identify -regard-warnings -format '%wx%h %C %z %x %y %U %[icc:description]\\n' '" +
+      PrintedBy("identify -regard-warnings -format '%wx%h %C %z %x %y %U %[icc:description]\\n' '" +
                 picture.path().string() + "'");
   EXPECT_EQ(printed.status, 0);
   EXPECT_EQ(printed.text, expected);
 }
 
 TEST_P(Pictures, CarryAnSrgbProfileInEachImage) {
-  Tiff tiff = openTiff(GetParam().path());
+  Tiff tiff = OpenTiff(GetParam().path());
   ASSERT_TRUE(tiff);
   std::unique_ptr<void, decltype(&cmsCloseProfile)> srgb(cmsCreate_sRGBProfile(), &cmsCloseProfile);
   for (int directory : {0, 1}) {
@@ -258,16 +258,16 @@ TEST_P(Pictures, CarryAnSrgbProfileInEachImage) {
 }
 
 TEST_P(Pictures, ShowTheSameInBothImages) {
-  const std::vector<Image> images = readImages(GetParam().path());
+  const std::vector<Image> images = ReadImages(GetParam().path());
   ASSERT_EQ(images.size(), 2u);
-  const Difference found = difference(images[0], images[1], 2);
+  const Difference found = CompareImages(images[0], images[1], 2);
   EXPECT_LT(found.mean, 0.5);
   EXPECT_LE(found.greatest, 2.0);
 }
 
 TEST_P(Pictures, StayWithinTheirBounds) {
   const Picture &picture = GetParam();
-  for (const Image &image : readImages(picture.path())) {
+  for (const Image &image : ReadImages(picture.path())) {
     for (int x : {0, image.width - 1}) {
       for (int y : {0, image.height - 1}) {
         EXPECT_EQ(image.at(x, y)[3], 0) << x << ", " << y;
@@ -289,7 +289,7 @@ TEST_P(Pictures, StayWithinTheirBounds) {
 }
 
 TEST_P(Pictures, HaveNoFringe) {
-  for (const Image &image : readImages(GetParam().path())) {
+  for (const Image &image : ReadImages(GetParam().path())) {
     int faint = 0;
     for (int y = 0; y < image.height; ++y) {
       for (int x = 0; x < image.width; ++x) {
@@ -329,7 +329,7 @@ TEST_P(Pictures, HaveNoFringe) {
   }
 }
 
-double luminance(double red, double green, double blue) {
+double Luminance(double red, double green, double blue) {
   auto linear = [](double v) {
     v /= 255;
     return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
@@ -339,15 +339,15 @@ double luminance(double red, double green, double blue) {
 
 TEST_P(Pictures, StandOutFromTheirBackground) {
   const Picture &picture = GetParam();
-  const double ground = luminance(picture.background >> 16, picture.background >> 8 & 0xFF,
+  const double ground = Luminance(picture.background >> 16, picture.background >> 8 & 0xFF,
                                   picture.background & 0xFF);
-  const std::vector<Image> images = readImages(picture.path());
+  const std::vector<Image> images = ReadImages(picture.path());
   ASSERT_EQ(images.size(), 2u);
   // The close mark's disc left of its cross; the middle of the envelope's right half, which no icon
   // ever covers. 3 is what accessibility guidelines ask of a control, the picture is ornament.
   const std::uint8_t *pixel = picture.isCloseMark() ? images[0].at(2, 6) : images[0].at(180, 110);
   ASSERT_EQ(pixel[3], 255);
-  const double own = luminance(pixel[0], pixel[1], pixel[2]);
+  const double own = Luminance(pixel[0], pixel[1], pixel[2]);
   const double contrast = (std::max(own, ground) + 0.05) / (std::min(own, ground) + 0.05);
   EXPECT_GE(contrast, picture.isCloseMark() ? 3.0 : 2.0);
 }
@@ -397,17 +397,17 @@ TEST(MakePictures, GivesTheSameBytesAgainAndTheKeptPictures) {
   }
   for (const Picture &picture : kPictures) {
     SCOPED_TRACE(picture.file);
-    const std::vector<char> bytes = readFile(first.path() / picture.file);
+    const std::vector<char> bytes = ReadFile(first.path() / picture.file);
     EXPECT_EQ(bytes.size(), picture.expectedLength);
-    EXPECT_EQ(bytes, readFile(second.path() / picture.file));
+    EXPECT_EQ(bytes, ReadFile(second.path() / picture.file));
     // Another version of librsvg may round another way, but it draws the same picture.
-    const std::vector<Image> made = readImages(first.path() / picture.file);
-    const std::vector<Image> kept = readImages(picture.path());
+    const std::vector<Image> made = ReadImages(first.path() / picture.file);
+    const std::vector<Image> kept = ReadImages(picture.path());
     ASSERT_EQ(made.size(), kept.size());
     for (std::size_t i = 0; i < made.size(); ++i) {
       ASSERT_EQ(made[i].width, kept[i].width);
       ASSERT_EQ(made[i].height, kept[i].height);
-      EXPECT_LT(difference(made[i], kept[i], 1).mean, 0.25);
+      EXPECT_LT(CompareImages(made[i], kept[i], 1).mean, 0.25);
     }
   }
 }

@@ -96,7 +96,7 @@ static std::vector<std::string> sConnectionCalls;
 
 @end
 
-static id makeConnection(id connection, SEL, NSString *name, NSXPCConnectionOptions options) {
+static id MakeConnection(id connection, SEL, NSString *name, NSXPCConnectionOptions options) {
   [connection release];
   ScriptedConnection *made = [[ScriptedConnection alloc] initWithNumber:sConnections.count + 1];
   [sConnections addObject:made];
@@ -106,7 +106,7 @@ static id makeConnection(id connection, SEL, NSString *name, NSXPCConnectionOpti
 }
 
 /// The class that has the method, which may be one below the one that is named.
-static Method initMethod() {
+static Method InitMethod() {
   NSXPCConnection *connection = [NSXPCConnection alloc];
   Method method = class_getInstanceMethod(object_getClass(connection),
                                           @selector(initWithMachServiceName:options:));
@@ -114,7 +114,7 @@ static Method initMethod() {
   return method;
 }
 
-ScriptedConnections::ScriptedConnections() : swap_(initMethod(), makeConnection) {
+ScriptedConnections::ScriptedConnections() : swap_(InitMethod(), MakeConnection) {
   sConnections = [[NSMutableArray alloc] init];
   sConnectionCalls.clear();
 }

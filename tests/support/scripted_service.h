@@ -14,9 +14,9 @@
 extern std::vector<std::string> sCalls;
 
 /// Takes what has happened so far out of `sCalls`.
-std::vector<std::string> takenCalls();
+std::vector<std::string> TakenCalls();
 
-std::string textOf(NSString *string);
+std::string TextOf(NSString *string);
 
 /// A fake proxy of the agent: records the requests and keeps their replies for the test to give.
 @interface ScriptedService : NSObject <AFXProvisioningService> {

@@ -6,13 +6,13 @@ std::vector<std::string> sCalls;
 
 static ScriptedAccess::Access sAccess;
 
-std::vector<std::string> takenCalls() {
+std::vector<std::string> TakenCalls() {
   std::vector<std::string> calls;
   calls.swap(sCalls);
   return calls;
 }
 
-std::string textOf(NSString *string) { return string ? string.UTF8String : "(nil)"; }
+std::string TextOf(NSString *string) { return string ? string.UTF8String : "(nil)"; }
 
 @implementation ScriptedService
 
@@ -35,7 +35,7 @@ std::string textOf(NSString *string) { return string ? string.UTF8String : "(nil
 }
 
 - (void)updateAllowedCustomerEmail:(NSString *)email callback:(void (^)(BOOL))callback {
-  sCalls.push_back("update " + textOf(email));
+  sCalls.push_back("update " + TextOf(email));
   [_updateReply release];
   _updateReply = [callback copy];
 }
@@ -43,8 +43,8 @@ std::string textOf(NSString *string) { return string ? string.UTF8String : "(nil
 - (void)provideAuthCodeWithClientID:(NSString *)clientID
                               scope:(NSArray *)scope
                            callback:(void (^)(NSString *, NSError *))callback {
-  sCalls.push_back("code for " + textOf([clientID description]) + " " +
-                   textOf([scope description]));
+  sCalls.push_back("code for " + TextOf([clientID description]) + " " +
+                   TextOf([scope description]));
   [_codeReply release];
   _codeReply = [callback copy];
 }
@@ -69,7 +69,7 @@ std::string textOf(NSString *string) { return string ? string.UTF8String : "(nil
 
 @end
 
-static void scriptedAccess(id, SEL, ServiceHandler handler, ServiceErrorHandler errorHandler) {
+static void AccessScripted(id, SEL, ServiceHandler handler, ServiceErrorHandler errorHandler) {
   sCalls.push_back("access");
   sAccess(handler, errorHandler);
 }
@@ -77,7 +77,7 @@ static void scriptedAccess(id, SEL, ServiceHandler handler, ServiceErrorHandler 
 ScriptedAccess::ScriptedAccess()
     : swap_(class_getInstanceMethod(AFXServiceAccessor.class, @selector(accessService:
                                                                          errorHandler:)),
-            scriptedAccess) {}
+            AccessScripted) {}
 
 ScriptedAccess::~ScriptedAccess() { sAccess = nullptr; }
 

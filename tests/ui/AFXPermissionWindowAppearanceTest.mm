@@ -126,7 +126,7 @@ const Look kDark{true,
                  AFXCloseDarkPictureLength};
 
 /// Runs one iteration of the event loop: handles and draws what is due, without waiting.
-void runOneIteration() {
+void RunOneIteration() {
   NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
   while (NSEvent *event = [NSApp nextEventMatchingMask:NSAnyEventMask
                                              untilDate:[NSDate distantPast]
@@ -139,7 +139,7 @@ void runOneIteration() {
 }
 
 /// Gives the display server time for what it was sent, and the application none.
-bool screenComesToShow(const std::function<bool()> &condition) {
+bool ScreenComesToShow(const std::function<bool()> &condition) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) {
@@ -151,7 +151,7 @@ bool screenComesToShow(const std::function<bool()> &condition) {
 }
 
 /// What the screen shows of a view, row by row from its upper left corner.
-std::vector<Pixel> screenPixelsOf(NSView *view) {
+std::vector<Pixel> ScreenPixelsOf(NSView *view) {
   const NSRect rect = [view convertRect:view.bounds toView:nil];
   const NSRect frame = view.window.frame;
   const CGFloat screen = NSHeight(NSScreen.mainScreen.frame);
@@ -161,7 +161,7 @@ std::vector<Pixel> screenPixelsOf(NSView *view) {
 }
 
 /// The bitmaps of an image. Drawing it may have added a cache of another kind.
-NSArray *bitmapsOf(NSImage *image) {
+NSArray *BitmapsOf(NSImage *image) {
   NSMutableArray *bitmaps = [NSMutableArray array];
   for (NSImageRep *representation in image.representations) {
     if ([representation isKindOfClass:NSBitmapImageRep.class]) {
@@ -171,17 +171,17 @@ NSArray *bitmapsOf(NSImage *image) {
   return bitmaps;
 }
 
-NSImage *imageFrom(const unsigned char *bytes, std::size_t length) {
+NSImage *ImageFrom(const unsigned char *bytes, std::size_t length) {
   NSData *data = [NSData dataWithBytes:bytes length:length];
   return [[[NSImage alloc] initWithData:data] autorelease];
 }
 
 /// Whether both have the same bitmaps. Where they are not opaque, the toolkit changes the colors of
 /// one that it has drawn.
-void expectSamePicture(NSImage *found, NSImage *expected) {
+void ExpectSamePicture(NSImage *found, NSImage *expected) {
   EXPECT_TRUE(NSEqualSizes(found.size, expected.size));
-  NSArray *foundBitmaps = bitmapsOf(found);
-  NSArray *expectedBitmaps = bitmapsOf(expected);
+  NSArray *foundBitmaps = BitmapsOf(found);
+  NSArray *expectedBitmaps = BitmapsOf(expected);
   ASSERT_EQ(foundBitmaps.count, 2u);
   ASSERT_EQ(expectedBitmaps.count, 2u);
   for (NSUInteger i : {0, 1}) {
@@ -206,9 +206,9 @@ void expectSamePicture(NSImage *found, NSImage *expected) {
 /// How far the screen is from the opaque pixels of a picture in this view, in parts of 255; what is
 /// left of `from` is covered by something else. A picture narrower than its view stands half a
 /// point further to the right, which may have been rounded either way.
-double distance(NSImage *picture, NSView *view, int from) {
-  NSBitmapImageRep *bitmap = [bitmapsOf(picture) objectAtIndex:0];
-  const std::vector<Pixel> screen = screenPixelsOf(view);
+double Distance(NSImage *picture, NSView *view, int from) {
+  NSBitmapImageRep *bitmap = [BitmapsOf(picture) objectAtIndex:0];
+  const std::vector<Pixel> screen = ScreenPixelsOf(view);
   const int width = static_cast<int>(NSWidth(view.bounds));
   if (screen.empty()) {
     return 255;
@@ -236,7 +236,7 @@ double distance(NSImage *picture, NSView *view, int from) {
 }
 
 /// `space`: the one that the color was made in.
-void expectGray(NSColor *color, int value, NSColorSpace *space) {
+void ExpectGray(NSColor *color, int value, NSColorSpace *space) {
   NSColor *rgb = [color colorUsingColorSpace:space];
   ASSERT_NE(rgb, nil);
   EXPECT_NEAR(rgb.redComponent * 255, value, 0.5);
@@ -246,9 +246,9 @@ void expectGray(NSColor *color, int value, NSColorSpace *space) {
 }
 
 /// What a text is drawn in shows where most of it is: the pixel furthest from the background.
-int furthestFrom(int background, NSView *view) {
+int FurthestFrom(int background, NSView *view) {
   int furthest = background;
-  for (const Pixel &pixel : screenPixelsOf(view)) {
+  for (const Pixel &pixel : ScreenPixelsOf(view)) {
     if (std::abs(pixel.green - background) > std::abs(furthest - background)) {
       furthest = pixel.green;
     }
@@ -299,16 +299,16 @@ class WindowAppearance : public testing::Test {
     NSColor *background = [NSColor colorWithCGColor:content.layer.backgroundColor];
     NSColorSpace *generic = NSColorSpace.genericRGBColorSpace;
     NSColorSpace *sRGB = NSColorSpace.sRGBColorSpace;
-    expectGray(background, look.background, generic);
-    expectGray(controller_.informativeField.backgroundColor, look.background, generic);
-    expectGray(controller_.titleField.textColor, look.title, sRGB);
-    expectGray(controller_.descriptionField.textColor, look.description, sRGB);
+    ExpectGray(background, look.background, generic);
+    ExpectGray(controller_.informativeField.backgroundColor, look.background, generic);
+    ExpectGray(controller_.titleField.textColor, look.title, sRGB);
+    ExpectGray(controller_.descriptionField.textColor, look.description, sRGB);
     // The same in both looks.
-    expectGray(controller_.informativeField.textColor, 0xA6, sRGB);
-    expectSamePicture(controller_.envelopeView.image,
-                      imageFrom(look.envelope, look.envelopeLength));
-    expectSamePicture(controller_.closeButton.image,
-                      imageFrom(look.closeMark, look.closeMarkLength));
+    ExpectGray(controller_.informativeField.textColor, 0xA6, sRGB);
+    ExpectSamePicture(controller_.envelopeView.image,
+                      ImageFrom(look.envelope, look.envelopeLength));
+    ExpectSamePicture(controller_.closeButton.image,
+                      ImageFrom(look.closeMark, look.closeMarkLength));
     EXPECT_EQ(NSWidth(controller_.envelopeView.frame), 214.0);
   }
 
@@ -335,11 +335,11 @@ class WindowAppearance : public testing::Test {
                  {"footer", controller_.informativeField, 0xA6, 25}};
     for (const auto &text : texts) {
       // A background of its own would show at its ends, which no text reaches.
-      const std::vector<Pixel> pixels = screenPixelsOf(text.field);
+      const std::vector<Pixel> pixels = ScreenPixelsOf(text.field);
       if (pixels.empty() || !isGround(pixels.front()) || !isGround(pixels.back())) {
         return std::string("the background of the ") + text.name;
       }
-      const int gray = furthestFrom(ground, text.field);
+      const int gray = FurthestFrom(ground, text.field);
       if (std::abs(gray - text.gray) > text.tolerance) {
         return std::string("the ") + text.name + ": " + std::to_string(gray);
       }
@@ -352,13 +352,13 @@ class WindowAppearance : public testing::Test {
       NSImage *own;
       NSImage *foreign;
     } pictures[] = {
-        {"envelope", controller_.envelopeView, 100, imageFrom(look.envelope, look.envelopeLength),
-         imageFrom(other.envelope, other.envelopeLength)},
-        {"close mark", controller_.closeButton, 0, imageFrom(look.closeMark, look.closeMarkLength),
-         imageFrom(other.closeMark, other.closeMarkLength)}};
+        {"envelope", controller_.envelopeView, 100, ImageFrom(look.envelope, look.envelopeLength),
+         ImageFrom(other.envelope, other.envelopeLength)},
+        {"close mark", controller_.closeButton, 0, ImageFrom(look.closeMark, look.closeMarkLength),
+         ImageFrom(other.closeMark, other.closeMarkLength)}};
     for (const auto &picture : pictures) {
-      const double own = distance(picture.own, picture.view, picture.from);
-      const double foreign = distance(picture.foreign, picture.view, picture.from);
+      const double own = Distance(picture.own, picture.view, picture.from);
+      const double foreign = Distance(picture.foreign, picture.view, picture.from);
       if (own > 3.0 || foreign < 3.0 * own + 3.0) {
         return std::string("the ") + picture.name + ": " + std::to_string(own) + " from its own, " +
                std::to_string(foreign) + " from that of the other look";
@@ -370,7 +370,7 @@ class WindowAppearance : public testing::Test {
   /// Without another iteration of the event loop.
   void expectScreen(const Look &look) {
     std::string fault;
-    screenComesToShow([&] { return (fault = faultOnScreen(look)).empty(); });
+    ScreenComesToShow([&] { return (fault = faultOnScreen(look)).empty(); });
     EXPECT_EQ(fault, "");
   }
 
@@ -400,12 +400,12 @@ TEST_F(WindowAppearance, IsFollowedAndSeenAfterOneIterationOfTheEventLoop) {
     SCOPED_TRACE(i);
     UseAppearance(NSAppearanceNameDarkAqua);
     expectViews(kDark);
-    runOneIteration();
+    RunOneIteration();
     expectScreen(kDark);
 
     UseAppearance(NSAppearanceNameAqua);
     expectViews(kLight);
-    runOneIteration();
+    RunOneIteration();
     expectScreen(kLight);
   }
 }
@@ -449,7 +449,7 @@ TEST_F(WindowAppearance, TakesVibrantAndHighContrastOnesForWhatTheyAreMostLike) 
     SCOPED_TRACE(name.UTF8String);
     UseAppearance(name);
     expectViews(look);
-    runOneIteration();
+    RunOneIteration();
     expectScreen(look);
   }
 }
@@ -481,7 +481,7 @@ TEST_F(WindowAppearance, StaysLightAndUnobservedOnAnOlderSystem) {
   for (NSString *name in @[ NSAppearanceNameAqua, NSAppearanceNameDarkAqua ]) {
     UseAppearance(name);
     expectViews(kLight);
-    runOneIteration();
+    RunOneIteration();
     expectScreen(kLight);
   }
   // Nor does a message that comes all the same change anything.
@@ -528,7 +528,7 @@ struct Footprint {
   unsigned int windows;
 };
 
-unsigned int topLevelWindows(Display *display) {
+unsigned int TopLevelWindows(Display *display) {
   ::Window root = 0;
   ::Window parent = 0;
   ::Window *children = nullptr;
@@ -540,7 +540,7 @@ unsigned int topLevelWindows(Display *display) {
   return count;
 }
 
-Footprint footprint(Display *display) {
+Footprint MeasureFootprint(Display *display) {
   malloc_trim(0);
   const struct mallinfo2 info = mallinfo2();
   std::size_t pages = 0;
@@ -548,7 +548,7 @@ Footprint footprint(Display *display) {
   std::ifstream("/proc/self/statm") >> pages >> residentPages;
   return {info.uordblks + info.hblkhd,
           residentPages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)),
-          topLevelWindows(display)};
+          TopLevelWindows(display)};
 }
 
 #if __has_feature(address_sanitizer)
@@ -586,10 +586,10 @@ TEST_F(WindowAppearance, TwoHundredWindowsComeAndGoAcrossSwitchesAndLeaveNothing
       };
       open();
       toggle();
-      runOneIteration();
-      expectGray(controller_.titleField.textColor, dark ? 0xFF : 0x00, NSColorSpace.sRGBColorSpace);
+      RunOneIteration();
+      ExpectGray(controller_.titleField.textColor, dark ? 0xFF : 0x00, NSColorSpace.sRGBColorSpace);
       toggle();
-      runOneIteration();
+      RunOneIteration();
       [controller_ askLater:nil];
       toggle();
       // Every other window is still somebody else's for a while.
@@ -602,26 +602,26 @@ TEST_F(WindowAppearance, TwoHundredWindowsComeAndGoAcrossSwitchesAndLeaveNothing
         [window release];
       }
       toggle();
-      runOneIteration();
+      RunOneIteration();
       [pool release];
     }
-    runOneIteration();
+    RunOneIteration();
     XSync(display, False);
   };
 
   // The first ones fill the toolkit's caches.
   comeAndGo(kWarmUp);
   const NSUInteger windows = NSApp.windows.count;
-  const Footprint before = footprint(display);
+  const Footprint before = MeasureFootprint(display);
   comeAndGo(200);
-  const Footprint after = footprint(display);
+  const Footprint after = MeasureFootprint(display);
 
   EXPECT_EQ(sControllersAlive, 0);
   EXPECT_EQ(sObserversAdded, kWarmUp + 200);
   EXPECT_EQ(sObserversRemoved, kWarmUp + 200);
   EXPECT_EQ(NSApp.windows.count, windows);
   // The window manager takes its frames away in its own time.
-  EXPECT_TRUE(screenComesToShow([&] { return topLevelWindows(display) <= before.windows; }));
+  EXPECT_TRUE(ScreenComesToShow([&] { return TopLevelWindows(display) <= before.windows; }));
   if (kCountsMemory) {
     const auto grownKiB = [](std::size_t from, std::size_t to) {
       return (static_cast<double>(to) - static_cast<double>(from)) / 1024;

@@ -43,22 +43,22 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-std::string text(NSString *string) { return string ? string.UTF8String : "(nil)"; }
+std::string Text(NSString *string) { return string ? string.UTF8String : "(nil)"; }
 
-std::string number(double value) {
+std::string Number(double value) {
   NSString *digits = [NSString stringWithFormat:@"%g", value];
   return digits.UTF8String;
 }
 
-std::string rect(NSRect value) {
-  return number(value.origin.x) + " " + number(value.origin.y) + " " + number(value.size.width) +
-         " " + number(value.size.height);
+std::string Rect(NSRect value) {
+  return Number(value.origin.x) + " " + Number(value.origin.y) + " " + Number(value.size.width) +
+         " " + Number(value.size.height);
 }
 
 /// The swizzled methods record here what they are called with.
 Lines sCalls;
 
-Lines taken() {
+Lines Taken() {
   Lines calls;
   calls.swap(sCalls);
   return calls;
@@ -69,9 +69,9 @@ NSString *sName;
 NSDictionary *sTranslations;
 
 /// A color by its space and components; one of the toolkit's own, which has neither, by its name.
-std::string describe(NSColor *color) {
+std::string Describe(NSColor *color) {
   if ([color.colorSpaceName isEqualToString:NSNamedColorSpace]) {
-    return text(color.description);
+    return Text(color.description);
   }
   const std::map<std::string, NSColorSpace *> spaces = {
       {"generic", NSColorSpace.genericRGBColorSpace}, {"sRGB", NSColorSpace.sRGBColorSpace}};
@@ -87,7 +87,7 @@ std::string describe(NSColor *color) {
       return name + " " + hex;
     }
   }
-  return text(color.description);
+  return Text(color.description);
 }
 
 class PermissionWindowContents : public testing::Test {
@@ -110,7 +110,7 @@ class PermissionWindowContents : public testing::Test {
     controller_ = [[AFXPermissionWindowController alloc]
         initWithUserEmail:email
         completionHandler:^(AFXConsentChoice choice, NSString *address) {
-          sCalls.push_back("completion " + std::to_string(choice) + " " + text(address));
+          sCalls.push_back("completion " + std::to_string(choice) + " " + Text(address));
         }];
     return controller_;
   }
@@ -165,10 +165,10 @@ namespace {
 using InitWindow = id(id, SEL, NSRect, NSUInteger, NSBackingStoreType, BOOL);
 const MethodSwap *sInitWindow;
 
-id recordInitWindow(id self, SEL cmd, NSRect contents, NSUInteger style, NSBackingStoreType backing,
+id RecordInitWindow(id self, SEL cmd, NSRect contents, NSUInteger style, NSBackingStoreType backing,
                     BOOL defer) {
   if ([self isKindOfClass:AFXPermissionWindow.class]) {
-    sCalls.push_back(rect(contents) + ", style " + std::to_string(style) + ", backing " +
+    sCalls.push_back(Rect(contents) + ", style " + std::to_string(style) + ", backing " +
                      std::to_string(backing) + ", defer " + (defer ? "YES" : "NO"));
   }
   return sInitWindow->original<InitWindow>()(self, cmd, contents, style, backing, defer);
@@ -179,10 +179,10 @@ id recordInitWindow(id self, SEL cmd, NSRect contents, NSUInteger style, NSBacki
 TEST_F(PermissionWindowContents, WindowIsABorderlessOneWithARetainedStoreMadeAtOnce) {
   MethodSwap swap(class_getInstanceMethod(NSWindow.class,
                                           @selector(initWithContentRect:styleMask:backing:defer:)),
-                  recordInitWindow);
+                  RecordInitWindow);
   sInitWindow = &swap;
   make();
-  EXPECT_EQ(taken(), Lines{"0 0 556 355, style 0, backing 0, defer NO"});
+  EXPECT_EQ(Taken(), Lines{"0 0 556 355, style 0, backing 0, defer NO"});
 }
 
 TEST_F(PermissionWindowContents, WindowIsClearShadowedDraggableAndReleasedWhenClosed) {
@@ -205,8 +205,8 @@ static Lines sContents;
 // The toolkit may give a content view a frame and a mask of its own.
 - (void)setContentView:(NSView *)view {
   if (view) {
-    sContents.push_back(rect(view.frame) + ", mask " + std::to_string(view.autoresizingMask) +
-                        ", radius " + number(view.layer.cornerRadius));
+    sContents.push_back(Rect(view.frame) + ", mask " + std::to_string(view.autoresizingMask) +
+                        ", radius " + Number(view.layer.cornerRadius));
   }
   [super setContentView:view];
 }
@@ -219,7 +219,7 @@ TEST_F(PermissionWindowContents, BackgroundIsARoundedLayerThatGrowsWithItsWindow
   EXPECT_EQ(sContents.back(), "0 0 300 200, mask 18, radius 5");
   NSView *background = window.contentView;
   EXPECT_TRUE([background isMemberOfClass:NSView.class]);
-  EXPECT_EQ(rect(background.frame), "0 0 300 200");
+  EXPECT_EQ(Rect(background.frame), "0 0 300 200");
   EXPECT_EQ(background.autoresizingMask, 18u);
   EXPECT_TRUE(background.wantsLayer);
   EXPECT_EQ(background.layer.cornerRadius, 5.0);
@@ -235,17 +235,17 @@ namespace {
 using SystemFont = NSFont *(id, SEL, CGFloat, AFXFontWeight);
 const MethodSwap *sSystemFont;
 
-NSFont *recordSystemFont(id self, SEL cmd, CGFloat size, AFXFontWeight weight) {
+NSFont *RecordSystemFont(id self, SEL cmd, CGFloat size, AFXFontWeight weight) {
   const std::map<AFXFontWeight, const char *> names = {{AFXFontWeightUltraLight, "ultralight"},
                                                        {AFXFontWeightThin, "thin"},
                                                        {AFXFontWeightLight, "light"},
                                                        {AFXFontWeightRegular, "regular"},
                                                        {AFXFontWeightMedium, "medium"}};
-  sCalls.push_back(number(size) + " " + (names.count(weight) ? names.at(weight) : "another"));
+  sCalls.push_back(Number(size) + " " + (names.count(weight) ? names.at(weight) : "another"));
   return sSystemFont->original<SystemFont>()(self, cmd, size, weight);
 }
 
-Method systemFont() {
+Method SystemFontMethod() {
   return class_getClassMethod(NSFont.class, @selector(afx_systemFontOfSize:weight:));
 }
 
@@ -253,10 +253,10 @@ Method systemFont() {
 
 TEST_F(PermissionWindowContents, TextsHaveTheirFontsColorsAndBackgrounds) {
   make();
-  MethodSwap swap(systemFont(), recordSystemFont);
+  MethodSwap swap(SystemFontMethod(), RecordSystemFont);
   sSystemFont = &swap;
   const std::string standard =
-      describe([[[[NSTextField alloc] initWithFrame:NSZeroRect] autorelease] textColor]);
+      Describe([[[[NSTextField alloc] initWithFrame:NSZeroRect] autorelease] textColor]);
   const struct {
     SEL factory;
     const char *font;
@@ -269,14 +269,14 @@ TEST_F(PermissionWindowContents, TextsHaveTheirFontsColorsAndBackgrounds) {
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(sel_getName(row.factory));
-    taken();
+    Taken();
     NSTextField *field = [controller_ performSelector:row.factory];
-    EXPECT_EQ(taken(), Lines{row.font});
+    EXPECT_EQ(Taken(), Lines{row.font});
     EXPECT_TRUE([field isMemberOfClass:NSTextField.class]);
-    EXPECT_EQ(describe(field.textColor), row.color);
+    EXPECT_EQ(Describe(field.textColor), row.color);
     EXPECT_EQ(field.drawsBackground, row.background.has_value());
     if (row.background) {
-      EXPECT_EQ(describe(field.backgroundColor), *row.background);
+      EXPECT_EQ(Describe(field.backgroundColor), *row.background);
     }
     EXPECT_FALSE(field.isEditable);
     EXPECT_FALSE([field isBordered]);
@@ -294,7 +294,7 @@ TEST_F(PermissionWindowContents, TextsHaveTheirFontsColorsAndBackgrounds) {
 TEST_F(PermissionWindowContents, EveryTextStartsFromAPlainLabel) {
   make();
   NSTextField *field = [controller_ _defaultTextField];
-  EXPECT_EQ(rect(field.frame), "0 0 0 0");
+  EXPECT_EQ(Rect(field.frame), "0 0 0 0");
   EXPECT_FALSE(field.isEditable);
   EXPECT_FALSE([field isBordered]);
   EXPECT_FALSE(field.drawsBackground);
@@ -321,11 +321,12 @@ const MethodSwap *sTranslate;
 
 using Translate = NSString *(id, SEL, NSString *, NSString *, NSString *);
 
-NSString *translate(NSBundle *bundle, SEL cmd, NSString *key, NSString *value, NSString *table) {
+NSString *LookUpTranslation(NSBundle *bundle, SEL cmd, NSString *key, NSString *value,
+                            NSString *table) {
   if (bundle != NSBundle.mainBundle) {
     return sTranslate->original<Translate>()(bundle, cmd, key, value, table);
   }
-  sCalls.push_back(text(key) + "|" + text(value) + "|" + text(table));
+  sCalls.push_back(Text(key) + "|" + Text(value) + "|" + Text(table));
   return [sTranslations objectForKey:key] ?: key;
 }
 
@@ -333,7 +334,7 @@ const MethodSwap *sTellInfo;
 
 using TellInfo = id(id, SEL, NSString *);
 
-id tellInfo(NSBundle *bundle, SEL cmd, NSString *key) {
+id RecordedInfo(NSBundle *bundle, SEL cmd, NSString *key) {
   if (bundle != NSBundle.mainBundle || ![key isEqualToString:@"CFBundleName"]) {
     return sTellInfo->original<TellInfo>()(bundle, cmd, key);
   }
@@ -347,9 +348,9 @@ class Translations {
   Translations()
       : texts_(class_getInstanceMethod(NSBundle.class, @selector(localizedStringForKey:
                                                                                  value:table:)),
-               translate),
+               LookUpTranslation),
         info_(class_getInstanceMethod(NSBundle.class, @selector(objectForInfoDictionaryKey:)),
-              tellInfo) {
+              RecordedInfo) {
     sTranslate = &texts_;
     sTellInfo = &info_;
   }
@@ -368,7 +369,7 @@ NSString *const sInfoKey = @"Pellmar will share your %@ email with the developer
 TEST_F(PermissionWindowContents, TextsAreLookedUpInTheTablePellmarOfTheMainBundle) {
   Translations translations;
   make();
-  EXPECT_EQ(taken(), (Lines{
+  EXPECT_EQ(Taken(), (Lines{
                          "Let’s stay in touch!||Pellmar",
                          "%@ invites you to receive its newsletters and offers.||Pellmar",
                          "Pellmar will share your %@ email with the developers of %@.||Pellmar",
@@ -381,7 +382,7 @@ TEST_F(PermissionWindowContents, TextsAreLookedUpInTheTablePellmarOfTheMainBundl
 TEST_F(PermissionWindowContents, NameIsTheMainBundles) {
   make();
   Translations translations;
-  EXPECT_EQ(text([controller_ _appName]), "Editor");
+  EXPECT_EQ(Text([controller_ _appName]), "Editor");
   sName = nil;
   EXPECT_EQ([controller_ _appName], nil);
 }
@@ -397,12 +398,12 @@ TEST_F(PermissionWindowContents, TranslationsAreFilledWithAddressAndName) {
   };
   Translations translations;
   make();
-  EXPECT_EQ(text(controller_.titleField.stringValue), "Von Editor, 100%");
-  EXPECT_EQ(text(controller_.descriptionField.stringValue), "Editor lädt ein: Editor");
-  EXPECT_EQ(text(controller_.informativeField.stringValue), "Editor erhält jane@example.com");
-  EXPECT_EQ(text(controller_.cancelButton.title), "Nein %@");
-  EXPECT_EQ(text(controller_.okButton.title), "Ja %d");
-  EXPECT_EQ(text(controller_.closeButton.accessibilityLabel), "Später %n");
+  EXPECT_EQ(Text(controller_.titleField.stringValue), "Von Editor, 100%");
+  EXPECT_EQ(Text(controller_.descriptionField.stringValue), "Editor lädt ein: Editor");
+  EXPECT_EQ(Text(controller_.informativeField.stringValue), "Editor erhält jane@example.com");
+  EXPECT_EQ(Text(controller_.cancelButton.title), "Nein %@");
+  EXPECT_EQ(Text(controller_.okButton.title), "Ja %d");
+  EXPECT_EQ(Text(controller_.closeButton.accessibilityLabel), "Später %n");
 }
 
 TEST_F(PermissionWindowContents, TranslationsWithOtherPlaceholdersGiveWayToTheEnglishText) {
@@ -422,16 +423,16 @@ TEST_F(PermissionWindowContents, TranslationsWithOtherPlaceholdersGiveWayToTheEn
   for (const auto &[key, expected] : fields) {
     for (NSString *translation in
          @[ @"%@ %@ %@", @"%d", @"%n", @"%s", @"%3$@", @"%0$@", @"100 %", @"%99$@", @"%1$@ %@" ]) {
-      SCOPED_TRACE(text(key) + " = " + text(translation));
+      SCOPED_TRACE(Text(key) + " = " + Text(translation));
       sTranslations = @{key : translation};
       Translations translations;
       testing::internal::CaptureStderr();
       make();
       const std::string log = testing::internal::GetCapturedStderr();
-      EXPECT_EQ(text(expected.first(controller_).stringValue), expected.second);
+      EXPECT_EQ(Text(expected.first(controller_).stringValue), expected.second);
       // One line of the client's own.
       const size_t line = log.find("Pellmar: ");
-      EXPECT_NE(log.find(text(key), line), std::string::npos) << log;
+      EXPECT_NE(log.find(Text(key), line), std::string::npos) << log;
       EXPECT_EQ(log.find("Pellmar: ", line + 1), std::string::npos) << log;
       close();
     }
@@ -442,10 +443,10 @@ TEST_F(PermissionWindowContents, SecondPositionIsOnlyThereInTheFooter) {
   sTranslations = @{sTitleKey : @"%2$@", sDescriptionKey : @"%2$@", sInfoKey : @"%2$@"};
   Translations translations;
   make();
-  EXPECT_EQ(text(controller_.titleField.stringValue), "Let’s stay in touch!");
-  EXPECT_EQ(text(controller_.descriptionField.stringValue),
+  EXPECT_EQ(Text(controller_.titleField.stringValue), "Let’s stay in touch!");
+  EXPECT_EQ(Text(controller_.descriptionField.stringValue),
             "Editor invites you to receive its newsletters and offers.");
-  EXPECT_EQ(text(controller_.informativeField.stringValue), "Editor");
+  EXPECT_EQ(Text(controller_.informativeField.stringValue), "Editor");
 }
 
 TEST_F(PermissionWindowContents, LongTranslationsWrapInsideTheWindow) {
@@ -486,8 +487,8 @@ TEST_F(PermissionWindowContents, LongAddressIsShortenedOnlyWhereItIsShown) {
   for (const auto &row : rows) {
     NSString *email = [@"" stringByPaddingToLength:row.length withString:@"x" startingAtIndex:0];
     make(email);
-    EXPECT_EQ(text(controller_.informativeField.stringValue), row.shown);
-    EXPECT_EQ(text(controller_.userEmail), text(email));
+    EXPECT_EQ(Text(controller_.informativeField.stringValue), row.shown);
+    EXPECT_EQ(Text(controller_.userEmail), Text(email));
     close();
   }
 }
@@ -498,7 +499,7 @@ TEST_F(PermissionWindowContents, LongAddressIsNotCutInTheMiddleOfACharacter) {
   NSString *email = [[@"" stringByPaddingToLength:319 withString:@"x"
                                   startingAtIndex:0] stringByAppendingString:@"🎉 party"];
   make(email);
-  EXPECT_EQ(text(controller_.informativeField.stringValue), std::string(319, 'x') + "…");
+  EXPECT_EQ(Text(controller_.informativeField.stringValue), std::string(319, 'x') + "…");
 }
 
 #pragma mark - Pictures
@@ -510,7 +511,7 @@ const MethodSwap *sImageNamed;
 
 NSImage *sIcon;
 
-NSImage *iconNamed(id self, SEL cmd, NSString *name) {
+NSImage *IconNamed(id self, SEL cmd, NSString *name) {
   return [name isEqualToString:NSImageNameApplicationIcon]
              ? sIcon
              : sImageNamed->original<ImageNamed>()(self, cmd, name);
@@ -521,17 +522,17 @@ NSImage *iconNamed(id self, SEL cmd, NSString *name) {
 TEST_F(PermissionWindowContents, IconIsTheApplications) {
   make();
   sIcon = [[[NSImage alloc] initWithSize:NSMakeSize(16, 16)] autorelease];
-  MethodSwap swap(class_getClassMethod(NSImage.class, @selector(imageNamed:)), iconNamed);
+  MethodSwap swap(class_getClassMethod(NSImage.class, @selector(imageNamed:)), IconNamed);
   sImageNamed = &swap;
   NSImageView *view = [controller_ _iconView];
-  EXPECT_EQ(rect(view.frame), "0 0 110 110");
+  EXPECT_EQ(Rect(view.frame), "0 0 110 110");
   EXPECT_EQ(view.image, sIcon);
 }
 
 TEST_F(PermissionWindowContents, EnvelopeIsAsLargeAsItsPicture) {
   make();
   NSImageView *view = [controller_ _envelopeView];
-  EXPECT_EQ(rect(view.frame), "0 0 214 149");
+  EXPECT_EQ(Rect(view.frame), "0 0 214 149");
   EXPECT_TRUE(NSEqualSizes(view.image.size, NSMakeSize(214, 149)));
 }
 
@@ -539,7 +540,7 @@ TEST_F(PermissionWindowContents, EnvelopeIsAsLargeAsItsPicture) {
 
 TEST_F(PermissionWindowContents, ButtonsHaveTheirKeysActionsAndBezels) {
   make();
-  MethodSwap swap(systemFont(), recordSystemFont);
+  MethodSwap swap(SystemFontMethod(), RecordSystemFont);
   sSystemFont = &swap;
   const struct {
     SEL factory;
@@ -560,12 +561,12 @@ TEST_F(PermissionWindowContents, ButtonsHaveTheirKeysActionsAndBezels) {
   NSButton *plain = [[[NSButton alloc] initWithFrame:NSZeroRect] autorelease];
   for (const auto &row : rows) {
     SCOPED_TRACE(sel_getName(row.factory));
-    taken();
+    Taken();
     NSButton *button = [controller_ performSelector:row.factory];
     const bool isCommandW = row.isTransparent;
-    EXPECT_EQ(rect(button.frame), row.frame);
-    EXPECT_EQ(text(button.title), row.title);
-    EXPECT_EQ(text(button.keyEquivalent), row.key);
+    EXPECT_EQ(Rect(button.frame), row.frame);
+    EXPECT_EQ(Text(button.title), row.title);
+    EXPECT_EQ(Text(button.keyEquivalent), row.key);
     EXPECT_EQ(button.keyEquivalentModifierMask,
               isCommandW ? 1048576u : plain.keyEquivalentModifierMask);
     EXPECT_EQ(button.target, controller_);
@@ -576,9 +577,9 @@ TEST_F(PermissionWindowContents, ButtonsHaveTheirKeysActionsAndBezels) {
     EXPECT_EQ(button.image != nil, row.factory == @selector(_closeButton));
     if (row.isPushButton) {
       EXPECT_EQ(button.bezelStyle, 1u);
-      EXPECT_EQ(taken(), Lines{"13 regular"});
+      EXPECT_EQ(Taken(), Lines{"13 regular"});
     } else {
-      EXPECT_EQ(taken(), Lines{});
+      EXPECT_EQ(Taken(), Lines{});
     }
   }
   EXPECT_EQ(controller_.closeButton.imagePosition, NSImageOnly);
@@ -601,25 +602,25 @@ using Centre = void(id, SEL, id);
 using AddConstraint = void(id, SEL, NSLayoutConstraint *);
 
 template <typename Value>
-std::string listed(NSDictionary *dictionary, Value value) {
+std::string Listed(NSDictionary *dictionary, Value value) {
   std::string list;
   for (NSString *key in [dictionary.allKeys sortedArrayUsingSelector:@selector(compare:)]) {
-    list += (list.empty() ? "" : ", ") + text(key) + " " + value([dictionary objectForKey:key]);
+    list += (list.empty() ? "" : ", ") + Text(key) + " " + value([dictionary objectForKey:key]);
   }
   return list;
 }
 
 // The names of views are known only when all of them are there.
 
-void recordVisualFormat(id self, SEL cmd, NSString *format, NSDictionary *views,
+void RecordVisualFormat(id self, SEL cmd, NSString *format, NSDictionary *views,
                         NSDictionary *metrics) {
   NSDictionary *keptViews = [[views retain] autorelease];
   NSDictionary *keptMetrics = [[metrics retain] autorelease];
   sLayoutCalls.push_back([=] {
-    return sNameOf(self) + ": " + text(format) + " {" + listed(keptViews, sNameOf) + "}" +
+    return sNameOf(self) + ": " + Text(format) + " {" + Listed(keptViews, sNameOf) + "}" +
            (keptMetrics ? " {" +
-                              listed(keptMetrics,
-                                     [](NSNumber *metric) { return number(metric.doubleValue); }) +
+                              Listed(keptMetrics,
+                                     [](NSNumber *metric) { return Number(metric.doubleValue); }) +
                               "}"
                         : "");
   });
@@ -628,7 +629,7 @@ void recordVisualFormat(id self, SEL cmd, NSString *format, NSDictionary *views,
   --sInsideHelper;
 }
 
-void recordCentre(id self, SEL cmd, id views) {
+void RecordCentre(id self, SEL cmd, id views) {
   sLayoutCalls.push_back([=] {
     std::string list;
     for (NSView *view in views) {
@@ -641,14 +642,14 @@ void recordCentre(id self, SEL cmd, id views) {
   --sInsideHelper;
 }
 
-void recordAddConstraint(id self, SEL cmd, NSLayoutConstraint *constraint) {
+void RecordAddConstraint(id self, SEL cmd, NSLayoutConstraint *constraint) {
   if (sInsideHelper == 0) {
     sLayoutCalls.push_back([=] {
       return sNameOf(self) + ": " + sNameOf(constraint.firstItem) + "." +
              std::to_string(constraint.firstAttribute) + " " + std::to_string(constraint.relation) +
              " " + sNameOf(constraint.secondItem) + "." +
-             std::to_string(constraint.secondAttribute) + " × " + number(constraint.multiplier) +
-             " + " + number(constraint.constant) + " @ " + number(constraint.priority);
+             std::to_string(constraint.secondAttribute) + " × " + Number(constraint.multiplier) +
+             " + " + Number(constraint.constant) + " @ " + Number(constraint.priority);
     });
   }
   sAddConstraint->original<AddConstraint>()(self, cmd, constraint);
@@ -661,14 +662,14 @@ TEST_F(PermissionWindowContents, ConstraintsAreAddedInTheirOrder) {
   {
     MethodSwap visualFormat(
         class_getInstanceMethod(NSView.class, @selector(addVisualFormatConstraints:views:metrics:)),
-        recordVisualFormat);
+        RecordVisualFormat);
     sVisualFormat = &visualFormat;
     MethodSwap centre(
         class_getInstanceMethod(NSView.class, @selector(addCenterXContraintForSubviews:)),
-        recordCentre);
+        RecordCentre);
     sCentre = &centre;
     MethodSwap addConstraint(class_getInstanceMethod(NSView.class, @selector(addConstraint:)),
-                             recordAddConstraint);
+                             RecordAddConstraint);
     sAddConstraint = &addConstraint;
     make();
   }
@@ -738,7 +739,7 @@ TEST_F(PermissionWindowContents, ViewsAreStackedInTheirOrderAndPlacedByConstrain
 @implementation OrderedPermissionWindowController
 
 - (void)setupUI {
-  sCalls.push_back("setupUI " + text(self.userEmail) + (self.completion ? " completion" : ""));
+  sCalls.push_back("setupUI " + Text(self.userEmail) + (self.completion ? " completion" : ""));
   // The window is layer-backed already; the contents do not rely on it.
   NSView *content = self.window.contentView;
   content.wantsLayer = NO;
@@ -758,19 +759,19 @@ TEST_F(PermissionWindowContents, IsMadeFromContentsToAppearance) {
       [[OrderedPermissionWindowController alloc] initWithUserEmail:@"jane@example.com"
                                                  completionHandler:^(AFXConsentChoice, NSString *){
                                                  }];
-  EXPECT_EQ(taken(), (Lines{"setupUI jane@example.com completion", "setupAppearance"}));
+  EXPECT_EQ(Taken(), (Lines{"setupUI jane@example.com completion", "setupAppearance"}));
   EXPECT_TRUE([controller_.window isMemberOfClass:AFXPermissionWindow.class]);
 }
 
 namespace {
 
-id noController(id, SEL, NSWindow *) { return nil; }
+id NoController(id, SEL, NSWindow *) { return nil; }
 
 }  // namespace
 
 TEST_F(PermissionWindowContents, IsNothingWithoutAnInheritedController) {
   MethodSwap swap(class_getInstanceMethod(NSWindowController.class, @selector(initWithWindow:)),
-                  noController);
+                  NoController);
   EXPECT_EQ(make(), nil);
 }
 
@@ -779,7 +780,7 @@ TEST_F(PermissionWindowContents, CopiesItsPropertiesThatCanChange) {
   NSMutableString *email = [NSMutableString stringWithString:@"a@example.com"];
   controller_.userEmail = email;
   [email setString:@"b@example.com"];
-  EXPECT_EQ(text(controller_.userEmail), "a@example.com");
+  EXPECT_EQ(Text(controller_.userEmail), "a@example.com");
   int number = 7;
   AFXPermissionCompletion onTheStack = ^(AFXConsentChoice, NSString *) {
     (void)number;
@@ -805,7 +806,7 @@ static id sAppearance;
 }
 
 - (void)orderOut:(id)sender {
-  sCalls.push_back("orderOut: " + text([sender description]));
+  sCalls.push_back("orderOut: " + Text([sender description]));
   [super orderOut:sender];
 }
 
@@ -817,8 +818,8 @@ const MethodSwap *sShowWindow;
 
 using WithSender = void(id, SEL, id);
 
-void recordShowWindow(id self, SEL cmd, id sender) {
-  sCalls.push_back("super showWindow: " + text([sender description]));
+void RecordShowWindow(id self, SEL cmd, id sender) {
+  sCalls.push_back("super showWindow: " + Text([sender description]));
   sShowWindow->original<WithSender>()(self, cmd, sender);
 }
 
@@ -827,10 +828,10 @@ void recordShowWindow(id self, SEL cmd, id sender) {
 TEST_F(PermissionWindowContents, IsCentredAndThenShown) {
   make();
   MethodSwap swap(class_getInstanceMethod(NSWindowController.class, @selector(showWindow:)),
-                  recordShowWindow);
+                  RecordShowWindow);
   sShowWindow = &swap;
   [controller_ showWindow:@"the sender"];
-  EXPECT_EQ(taken(), (Lines{"center", "super showWindow: the sender"}));
+  EXPECT_EQ(Taken(), (Lines{"center", "super showWindow: the sender"}));
   EXPECT_EQ(controller_.window.level, NSNormalWindowLevel);
 }
 
@@ -846,7 +847,7 @@ TEST_F(PermissionWindowContents, IsHiddenAndThenTellsTheAnswer) {
   };
   for (const auto &row : rows) {
     [controller_ performSelector:row.action withObject:@"the sender"];
-    EXPECT_EQ(taken(), (Lines{"orderOut: (nil)", row.completion}));
+    EXPECT_EQ(Taken(), (Lines{"orderOut: (nil)", row.completion}));
   }
 }
 
@@ -859,8 +860,8 @@ TEST_F(PermissionWindowContents, IsHiddenAndThenTellsTheAnswer) {
                       ofObject:(id)object
                         change:(NSDictionary *)change
                        context:(void *)context {
-  sCalls.push_back("super: " + text(keyPath) + " " + text(object) + " " +
-                   text([change objectForKey:@"key"]) + " " +
+  sCalls.push_back("super: " + Text(keyPath) + " " + Text(object) + " " +
+                   Text([change objectForKey:@"key"]) + " " +
                    std::to_string(reinterpret_cast<uintptr_t>(context)));
 }
 
@@ -872,12 +873,12 @@ TEST_F(PermissionWindowContents, HandsOnWhatElseIsObserved) {
                              ofObject:@"object"
                                change:@{@"key" : @"change"}
                               context:reinterpret_cast<void *>(42)];
-  EXPECT_EQ(taken(), Lines{"super: somethingElse object change 42"});
+  EXPECT_EQ(Taken(), Lines{"super: somethingElse object change 42"});
   [controller_ observeValueForKeyPath:@"effectiveAppearance"
                              ofObject:@"object"
                                change:@{}
                               context:reinterpret_cast<void *>(42)];
-  EXPECT_EQ(taken(), Lines{});
+  EXPECT_EQ(Taken(), Lines{});
 }
 
 /// Records what it is compared with. Only the window is given it, for one question.
@@ -886,18 +887,18 @@ TEST_F(PermissionWindowContents, HandsOnWhatElseIsObserved) {
 
 @implementation ComparedAppearance
 - (NSString *)bestMatchFromAppearancesWithNames:(NSArray *)names {
-  sCalls.push_back(text([names componentsJoinedByString:@", "]));
+  sCalls.push_back(Text([names componentsJoinedByString:@", "]));
   return @"NSAppearanceNameDarkAqua";
 }
 @end
 
 TEST_F(PermissionWindowContents, AsksForTheBetterOfLightAndDark) {
   make();
-  taken();
+  Taken();
   sAppearance = [[[ComparedAppearance alloc] init] autorelease];
   [controller_ updateAccordingToAppearance];
   sAppearance = nil;
-  EXPECT_EQ(taken(), Lines{"NSAppearanceNameAqua, NSAppearanceNameDarkAqua"});
+  EXPECT_EQ(Taken(), Lines{"NSAppearanceNameAqua, NSAppearanceNameDarkAqua"});
   EXPECT_EQ(controller_.envelopeView.image.size.width, 213.0);
 }
 
@@ -914,21 +915,21 @@ TEST_F(PermissionWindowContents, HasTheColorsOfItsAppearance) {
       {NSAppearanceNameAqua, "generic F9F9F9FF", NSColor.blackColor, nil, 214},
   };
   for (const auto &row : rows) {
-    SCOPED_TRACE(text(row.appearance));
+    SCOPED_TRACE(Text(row.appearance));
     controller_.window.appearance = [NSAppearance appearanceNamed:row.appearance];
     ASSERT_TRUE(
         ComesTrue([&] { return controller_.envelopeView.image.size.width == row.envelope; }));
     NSColor *background = controller_.informativeField.backgroundColor;
-    EXPECT_EQ(describe(background), row.background);
+    EXPECT_EQ(Describe(background), row.background);
     EXPECT_TRUE(CGColorEqualToColor([controller_.window.contentView layer].backgroundColor,
                                     background.CGColor));
     EXPECT_TRUE([controller_.titleField.textColor isEqual:row.title]);
     if (row.description) {
       EXPECT_TRUE([controller_.descriptionField.textColor isEqual:row.description]);
     } else {
-      EXPECT_EQ(describe(controller_.descriptionField.textColor), "sRGB 808080FF");
+      EXPECT_EQ(Describe(controller_.descriptionField.textColor), "sRGB 808080FF");
     }
-    EXPECT_EQ(describe(controller_.informativeField.textColor), "sRGB A6A6A6FF");
+    EXPECT_EQ(Describe(controller_.informativeField.textColor), "sRGB A6A6A6FF");
   }
 }
 
@@ -938,5 +939,5 @@ TEST_F(PermissionWindowContents, IsADialogNamedByItsHeadline) {
   make();
   EXPECT_TRUE(
       [controller_.window.accessibilitySubrole isEqualToString:NSAccessibilityDialogSubrole]);
-  EXPECT_EQ(text(controller_.window.accessibilityTitle), "Let’s stay in touch!");
+  EXPECT_EQ(Text(controller_.window.accessibilityTitle), "Let’s stay in touch!");
 }

@@ -12,7 +12,7 @@
 
 namespace {
 
-void expectRect(NSRect rect, CGFloat x, CGFloat y, CGFloat width, CGFloat height) {
+void ExpectRect(NSRect rect, CGFloat x, CGFloat y, CGFloat width, CGFloat height) {
   EXPECT_EQ(NSMinX(rect), x);
   EXPECT_EQ(NSMinY(rect), y);
   EXPECT_EQ(NSWidth(rect), width);
@@ -28,9 +28,9 @@ TEST(RightToLeft, ButtonsChangeSidesAndThePictureStaysAsItIs) {
         [[AFXPermissionWindowController alloc] initWithUserEmail:@"jane@example.com"
                                                completionHandler:nil];
     [controller.window.contentView layoutSubtreeIfNeeded];
-    expectRect(AlignmentOf(controller.iconView), 162, 172, 110, 110);
-    expectRect(AlignmentOf(controller.envelopeView), 180, 171, 214, 149);
-    expectRect(AlignmentOf(controller.closeButton), 534, 335, 12, 12);
+    ExpectRect(AlignmentOf(controller.iconView), 162, 172, 110, 110);
+    ExpectRect(AlignmentOf(controller.envelopeView), 180, 171, 214, 149);
+    ExpectRect(AlignmentOf(controller.closeButton), 534, 335, 12, 12);
     const NSRect ok = AlignmentOf(controller.okButton);
     const NSRect cancel = AlignmentOf(controller.cancelButton);
     EXPECT_NEAR(NSMinX(cancel) - NSMaxX(ok), 13.0, 0.5);

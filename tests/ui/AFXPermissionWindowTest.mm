@@ -131,7 +131,7 @@ class PermissionWindow : public testing::Test {
   NSAutoreleasePool *pool_ = nil;
 };
 
-void expectRect(NSRect rect, CGFloat x, CGFloat y, CGFloat width, CGFloat height) {
+void ExpectRect(NSRect rect, CGFloat x, CGFloat y, CGFloat width, CGFloat height) {
   EXPECT_EQ(NSMinX(rect), x);
   EXPECT_EQ(NSMinY(rect), y);
   EXPECT_EQ(NSWidth(rect), width);
@@ -159,7 +159,7 @@ TEST_F(PermissionWindow, IsFiveHundredFiftySixByThreeHundredFiftyFivePoints) {
   NSWindow *window = open().window;
   EXPECT_EQ(NSWidth(window.frame), 556.0);
   EXPECT_EQ(NSHeight(window.frame), 355.0);
-  expectRect(AlignmentOf(window.contentView), 0, 0, 556, 355);
+  ExpectRect(AlignmentOf(window.contentView), 0, 0, 556, 355);
 }
 
 TEST_F(PermissionWindow, StandsInTheMiddleOfTheScreen) {
@@ -174,18 +174,18 @@ TEST_F(PermissionWindow, StandsInTheMiddleOfTheScreen) {
 
 TEST_F(PermissionWindow, HangsTheImagesThirtyFivePointsFromTheTopInTheMiddle) {
   open();
-  expectRect(AlignmentOf(controller_.iconView.superview), 162, 172, 232, 148);
+  ExpectRect(AlignmentOf(controller_.iconView.superview), 162, 172, 232, 148);
 }
 
 TEST_F(PermissionWindow, HangsTheEnvelopeFromTheContainersTopRightCorner) {
   open();
   // One point taller than its container, over whose bottom edge it stands.
-  expectRect(AlignmentOf(controller_.envelopeView), 180, 171, 214, 149);
+  ExpectRect(AlignmentOf(controller_.envelopeView), 180, 171, 214, 149);
 }
 
 TEST_F(PermissionWindow, StandsTheIconInTheContainersBottomLeftCornerOverTheEnvelope) {
   open();
-  expectRect(AlignmentOf(controller_.iconView), 162, 172, 110, 110);
+  ExpectRect(AlignmentOf(controller_.iconView), 162, 172, 110, 110);
   NSArray *images = controller_.iconView.superview.subviews;
   EXPECT_LT([images indexOfObject:controller_.envelopeView],
             [images indexOfObject:controller_.iconView]);
@@ -193,14 +193,14 @@ TEST_F(PermissionWindow, StandsTheIconInTheContainersBottomLeftCornerOverTheEnve
 
 TEST_F(PermissionWindow, HasTheCloseMarkInTheTopLeftCorner) {
   open();
-  expectRect(AlignmentOf(controller_.closeButton), 10, 335, 12, 12);
+  ExpectRect(AlignmentOf(controller_.closeButton), 10, 335, 12, 12);
 }
 
 TEST_F(PermissionWindow, GivesTheCommandWButtonNoSize) {
   open();
   NSButton *button = commandWButton();
   ASSERT_NE(button, nil);
-  expectRect(AlignmentOf(button), 0, 355, 0, 0);
+  ExpectRect(AlignmentOf(button), 0, 355, 0, 0);
   EXPECT_TRUE(button.refusesFirstResponder);
   EXPECT_EQ(button.keyEquivalentModifierMask, 1048576u);
 }
@@ -376,7 +376,7 @@ TEST_F(PermissionWindow, IsAnnouncedByItsHeadline) {
 namespace {
 
 /// What a screen reader comes upon, or nil: a control with a single cell may stand back for that.
-id spokenPartOf(NSView *view) {
+id SpokenPartOf(NSView *view) {
   if ([view isAccessibilityElement]) {
     return view;
   }
@@ -398,7 +398,7 @@ TEST_F(PermissionWindow, NamesEveryButtonThatCanBeSeen) {
   };
   for (const auto &[button, name] : buttons) {
     SCOPED_TRACE(name);
-    id part = spokenPartOf(button);
+    id part = SpokenPartOf(button);
     ASSERT_NE(part, nil);
     EXPECT_TRUE([[part accessibilityRole] isEqualToString:NSAccessibilityButtonRole]);
     NSString *label = [part accessibilityLabel];
@@ -412,7 +412,7 @@ TEST_F(PermissionWindow, ReadsItsTextsOut) {
   open();
   for (NSTextField *field in
        @[ controller_.titleField, controller_.descriptionField, controller_.informativeField ]) {
-    id part = spokenPartOf(field);
+    id part = SpokenPartOf(field);
     ASSERT_NE(part, nil);
     EXPECT_TRUE([[part accessibilityRole] isEqualToString:NSAccessibilityStaticTextRole]);
     EXPECT_STREQ([[part accessibilityValue] UTF8String], field.stringValue.UTF8String);
@@ -424,7 +424,7 @@ TEST_F(PermissionWindow, KeepsPicturesAndTheInvisibleButtonFromScreenReaders) {
   NSView *button = commandWButton();
   ASSERT_NE(button, nil);
   for (NSView *view in @[ controller_.iconView, controller_.envelopeView, button ]) {
-    EXPECT_EQ(spokenPartOf(view), nil);
+    EXPECT_EQ(SpokenPartOf(view), nil);
   }
 }
 
@@ -439,7 +439,7 @@ TEST_F(PermissionWindow, SpeaksNothingButItsTextsAndButtons) {
     if (![view isKindOfClass:NSControl.class]) {
       [views addObjectsFromArray:view.subviews];
     }
-    if (spokenPartOf(view) != nil) {
+    if (SpokenPartOf(view) != nil) {
       [spoken addObject:[NSValue valueWithNonretainedObject:view]];
     }
   }
@@ -514,7 +514,7 @@ TEST_F(PermissionWindow, KeepsTheAddressAsItWasGiven) {
 namespace {
 
 /// The red, green and blue of a gray color, in the space that it was made in.
-double brightness(NSColor *color, NSColorSpace *space) {
+double Brightness(NSColor *color, NSColorSpace *space) {
   return [color colorUsingColorSpace:space].redComponent;
 }
 
@@ -527,11 +527,11 @@ TEST_F(PermissionWindow, FollowsTheAppearanceWhileItIsUp) {
     return ComesTrue([=] { return controller_.envelopeView.image.size.width == envelope; });
   };
   const auto textIs = [](NSTextField *field, double gray) {
-    EXPECT_NEAR(brightness(field.textColor, NSColorSpace.sRGBColorSpace), gray, 0.01);
+    EXPECT_NEAR(Brightness(field.textColor, NSColorSpace.sRGBColorSpace), gray, 0.01);
   };
   const auto footerIs = [this](double gray) {
     EXPECT_NEAR(
-        brightness(controller_.informativeField.backgroundColor, NSColorSpace.genericRGBColorSpace),
+        Brightness(controller_.informativeField.backgroundColor, NSColorSpace.genericRGBColorSpace),
         gray, 0.01);
   };
   EXPECT_TRUE(comesToShow(214.0));

@@ -21,7 +21,7 @@ class ScriptCall {
   void operator()(Argument argument) const {
     v8::HandleScope scope(isolate_);
     v8::Local<v8::Context> context = context_.Get(isolate_);
-    v8::Context::Scope in_context(context);
+    v8::Context::Scope inContext(context);
     v8::Local<v8::Value> values[] = {Value(argument)};
     (void)node::MakeCallback(isolate_, context->Global(), function_.Get(isolate_), 1, values,
                              node::async_context{0, 0});
@@ -132,10 +132,10 @@ void Center(const v8::FunctionCallbackInfo<v8::Value> &arguments) {
   NSButton *button = Named(isolate, arguments[0]);
   NSRect bounds = [button bounds];
   NSPoint middle = [button convertPoint:NSMakePoint(NSMidX(bounds), NSMidY(bounds)) toView:nil];
-  NSPoint on_screen = [sWindow convertBaseToScreen:middle];
-  double screen_height = NSHeight([[NSScreen mainScreen] frame]);
-  v8::Local<v8::Value> numbers[] = {v8::Number::New(isolate, on_screen.x),
-                                    v8::Number::New(isolate, screen_height - on_screen.y)};
+  NSPoint onScreen = [sWindow convertBaseToScreen:middle];
+  double screenHeight = NSHeight([[NSScreen mainScreen] frame]);
+  v8::Local<v8::Value> numbers[] = {v8::Number::New(isolate, onScreen.x),
+                                    v8::Number::New(isolate, screenHeight - onScreen.y)};
   arguments.GetReturnValue().Set(v8::Array::New(isolate, numbers, 2));
 }
 
@@ -177,9 +177,9 @@ void Focused(const v8::FunctionCallbackInfo<v8::Value> &arguments) {
 void Frame(const v8::FunctionCallbackInfo<v8::Value> &arguments) {
   v8::Isolate *isolate = arguments.GetIsolate();
   NSRect frame = [sWindow frame];
-  double screen_height = NSHeight([[NSScreen mainScreen] frame]);
+  double screenHeight = NSHeight([[NSScreen mainScreen] frame]);
   v8::Local<v8::Value> numbers[] = {v8::Number::New(isolate, NSMinX(frame)),
-                                    v8::Number::New(isolate, screen_height - NSMaxY(frame)),
+                                    v8::Number::New(isolate, screenHeight - NSMaxY(frame)),
                                     v8::Number::New(isolate, NSWidth(frame)),
                                     v8::Number::New(isolate, NSHeight(frame))};
   arguments.GetReturnValue().Set(v8::Array::New(isolate, numbers, 4));

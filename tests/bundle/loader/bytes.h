@@ -22,23 +22,23 @@ class Bytes {
   uint64_t size() const { return size_; }
   const char *name() const { return name_; }
 
-  Bytes Part(uint64_t offset, uint64_t size, const char *name) const {
-    Check(offset, size);
+  Bytes part(uint64_t offset, uint64_t size, const char *name) const {
+    check(offset, size);
     return {begin_ + offset, size, name};
   }
 
   template <typename T>
-  T Read(uint64_t offset) const {
+  T read(uint64_t offset) const {
     static_assert(std::is_trivially_copyable_v<T>);
-    Check(offset, sizeof(T));
+    check(offset, sizeof(T));
     T value;
     std::memcpy(&value, begin_ + offset, sizeof value);
     return value;
   }
 
   /// The zero-terminated text there.
-  const char *Text(uint64_t offset) const {
-    Check(offset, 1);
+  const char *text(uint64_t offset) const {
+    check(offset, 1);
     if (!std::memchr(begin_ + offset, 0, size_ - offset)) {
       Refuse("%s: a text at 0x%" PRIx64 " has no end", name_, offset);
     }
@@ -46,7 +46,7 @@ class Bytes {
   }
 
  private:
-  void Check(uint64_t offset, uint64_t size) const {
+  void check(uint64_t offset, uint64_t size) const {
     if (offset > size_ || size > size_ - offset) {
       Refuse("%s: %" PRIu64 " bytes at 0x%" PRIx64 " are not there, of 0x%" PRIx64, name_, size,
              offset, size_);
@@ -63,30 +63,30 @@ class Cursor {
  public:
   explicit Cursor(Bytes bytes, uint64_t offset = 0) : bytes_(bytes), offset_(offset) {}
 
-  bool IsAtEnd() const { return offset_ >= bytes_.size(); }
+  bool isAtEnd() const { return offset_ >= bytes_.size(); }
   uint64_t offset() const { return offset_; }
 
   template <typename T>
-  T Read() {
-    const T value = bytes_.Read<T>(offset_);
+  T read() {
+    const T value = bytes_.read<T>(offset_);
     offset_ += sizeof(T);
     return value;
   }
 
-  const char *Text() {
-    const char *text = bytes_.Text(offset_);
+  const char *text() {
+    const char *text = bytes_.text(offset_);
     offset_ += std::strlen(text) + 1;
     return text;
   }
 
-  uint64_t Uleb() {
+  uint64_t uleb() {
     unsigned shift;
-    return Leb(&shift);
+    return leb(&shift);
   }
 
-  int64_t Sleb() {
+  int64_t sleb() {
     unsigned shift;
-    uint64_t value = Leb(&shift);
+    uint64_t value = leb(&shift);
     if (shift < 64 && value >> (shift - 1) & 1) {
       value |= ~uint64_t{0} << shift;
     }
@@ -95,10 +95,10 @@ class Cursor {
 
  private:
   /// Returns the bits of a LEB128 number and how many there are of them.
-  uint64_t Leb(unsigned *shift) {
+  uint64_t leb(unsigned *shift) {
     uint64_t value = 0;
     for (*shift = 0; *shift < 64;) {
-      const auto byte = Read<uint8_t>();
+      const auto byte = read<uint8_t>();
       value |= uint64_t{byte & 0x7fu} << *shift;
       *shift += 7;
       if (!(byte & 0x80)) {

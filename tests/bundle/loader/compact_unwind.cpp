@@ -46,12 +46,12 @@ enum Encoding : uint32_t {
 class Reader {
  public:
   explicit Reader(const Image &image) : image_(image) {
-    const Section *section = image.Find("__unwind_info");
+    const Section *section = image.find("__unwind_info");
     if (!section) {
       Refuse("there is no __unwind_info");
     }
-    bytes_ = image.Rest(image.base() + section->address, "__unwind_info");
-    header_ = bytes_.Read<Header>(0);
+    bytes_ = image.rest(image.base() + section->address, "__unwind_info");
+    header_ = bytes_.read<Header>(0);
     if (header_.version != 1) {
       Refuse("__unwind_info is of version %u", header_.version);
     }
@@ -60,12 +60,12 @@ class Reader {
     }
   }
 
-  std::vector<Function> Read() {
+  std::vector<Function> read() {
     for (uint32_t i = 0; i + 1 < header_.pageCount; ++i) {
-      ReadPage(PageAt(i));
+      readPage(pageAt(i));
     }
-    const Page last = PageAt(header_.pageCount - 1);
-    ReadHandlers(PageAt(0).handlers, last.handlers);
+    const Page last = pageAt(header_.pageCount - 1);
+    readHandlers(pageAt(0).handlers, last.handlers);
 
     std::vector<Function> functions;
     for (size_t i = 0; i < entries_.size(); ++i) {
@@ -75,38 +75,38 @@ class Reader {
         Refuse("__unwind_info has functions out of order");
       }
       if (encoding != 0 && end > offset) {
-        functions.push_back(Make(offset, end, encoding));
+        functions.push_back(make(offset, end, encoding));
       }
     }
     return functions;
   }
 
  private:
-  Page PageAt(uint32_t index) const {
-    return bytes_.Read<Page>(header_.pages + uint64_t{index} * sizeof(Page));
+  Page pageAt(uint32_t index) const {
+    return bytes_.read<Page>(header_.pages + uint64_t{index} * sizeof(Page));
   }
 
-  void ReadPage(const Page &page) {
+  void readPage(const Page &page) {
     if (page.content == 0) {
       return;
     }
-    switch (bytes_.Read<uint32_t>(page.content)) {
+    switch (bytes_.read<uint32_t>(page.content)) {
       case kRegular: {
-        const auto regular = bytes_.Read<RegularPage>(page.content);
+        const auto regular = bytes_.read<RegularPage>(page.content);
         for (uint64_t i = 0; i < regular.entryCount; ++i) {
-          entries_.push_back(bytes_.Read<RegularEntry>(uint64_t{page.content} + regular.entries +
+          entries_.push_back(bytes_.read<RegularEntry>(uint64_t{page.content} + regular.entries +
                                                        i * sizeof(RegularEntry)));
         }
         break;
       }
       case kCompressed: {
-        const auto compressed = bytes_.Read<CompressedPage>(page.content);
+        const auto compressed = bytes_.read<CompressedPage>(page.content);
         for (uint64_t i = 0; i < compressed.entryCount; ++i) {
-          const auto entry = bytes_.Read<uint32_t>(uint64_t{page.content} + compressed.entries +
+          const auto entry = bytes_.read<uint32_t>(uint64_t{page.content} + compressed.entries +
                                                    i * sizeof(uint32_t));
           entries_.push_back(
               {page.function + (entry & 0xffffff),
-               EncodingAt(page.content + uint64_t{compressed.encodings}, entry >> 24)});
+               encodingAt(page.content + uint64_t{compressed.encodings}, entry >> 24)});
         }
         break;
       }
@@ -116,28 +116,28 @@ class Reader {
   }
 
   /// The first encodings are those that all pages have in common.
-  uint32_t EncodingAt(uint64_t ofPage, uint32_t index) const {
+  uint32_t encodingAt(uint64_t ofPage, uint32_t index) const {
     if (index < header_.encodingCount) {
-      return bytes_.Read<uint32_t>(header_.encodings + uint64_t{index} * sizeof(uint32_t));
+      return bytes_.read<uint32_t>(header_.encodings + uint64_t{index} * sizeof(uint32_t));
     }
-    return bytes_.Read<uint32_t>(ofPage + (index - header_.encodingCount) * sizeof(uint32_t));
+    return bytes_.read<uint32_t>(ofPage + (index - header_.encodingCount) * sizeof(uint32_t));
   }
 
-  void ReadHandlers(uint64_t begin, uint64_t end) {
+  void readHandlers(uint64_t begin, uint64_t end) {
     for (; begin < end; begin += sizeof(Handlers)) {
-      const auto entry = bytes_.Read<Handlers>(begin);
+      const auto entry = bytes_.read<Handlers>(begin);
       handlers_[entry.function] = entry.data;
     }
   }
 
-  Function Make(uint32_t offset, uint32_t end, uint32_t encoding) const {
+  Function make(uint32_t offset, uint32_t end, uint32_t encoding) const {
     if ((encoding & kMode) != kFrameOfRbp) {
       Refuse("the function at 0x%x has no frame of %%rbp (compact unwinding 0x%08x)", offset,
              encoding);
     }
     Function function{};
-    function.start = image_.Code(image_.base() + offset);
-    function.end = image_.Code(image_.base() + end - 1) + 1;
+    function.start = image_.code(image_.base() + offset);
+    function.end = image_.code(image_.base() + end - 1) + 1;
     // Three bits a register, from %rbp - 8 * offset upwards; the canonical frame address is %rbp
     // + 16.
     static constexpr uint8_t kNumbers[] = {3, 12, 13, 14, 15};  // %rbx, %r12 to %r15
@@ -159,9 +159,9 @@ class Reader {
     if (personality > header_.personalityCount) {
       Refuse("__unwind_info lacks a personality");
     }
-    const auto place = bytes_.Read<uint32_t>(header_.personalities +
+    const auto place = bytes_.read<uint32_t>(header_.personalities +
                                              (personality - 1) * uint64_t{sizeof(uint32_t)});
-    function.personality = *image_.At<uintptr_t>(image_.base() + place);
+    function.personality = *image_.at<uintptr_t>(image_.base() + place);
     const auto handlers = handlers_.find(offset);
     if ((encoding & kHasHandlers) && handlers != handlers_.end()) {
       function.handlers = image_.base() + handlers->second;
@@ -178,6 +178,6 @@ class Reader {
 
 }  // namespace
 
-std::vector<Function> ReadCompactUnwind(const Image &image) { return Reader(image).Read(); }
+std::vector<Function> ReadCompactUnwind(const Image &image) { return Reader(image).read(); }
 
 }  // namespace macho

@@ -14,18 +14,18 @@ namespace macho {
 class FrameDescriptions {
  public:
   /// @param data  What the function's personality asks the unwinder for.
-  void Add(const Function &function, uintptr_t data);
+  void add(const Function &function, uintptr_t data);
   /// Ends them with the zero by which the unwinder knows the end.
-  std::vector<uint8_t> Finish() &&;
+  std::vector<uint8_t> finish() &&;
 
  private:
   /// Where the description of what functions of this personality have in common begins.
-  size_t Common(uintptr_t personality);
+  size_t common(uintptr_t personality);
   template <typename T>
-  void Put(T value);
-  void PutUleb(uint64_t value);
-  size_t Begin();
-  void End(size_t begin);
+  void put(T value);
+  void putUleb(uint64_t value);
+  size_t begin();
+  void end(size_t begin);
 
   std::vector<uint8_t> bytes_;
   std::map<uintptr_t, size_t> commons_;

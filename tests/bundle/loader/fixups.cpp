@@ -42,7 +42,7 @@ class Place {
  public:
   explicit Place(const Image &image) : image_(image) {}
 
-  void Set(uint8_t segment, uint64_t offset) {
+  void set(uint8_t segment, uint64_t offset) {
     const auto &segments = image_.file().segments;
     if (segment >= segments.size()) {
       Refuse("opcodes name segment %u", segment);
@@ -51,11 +51,11 @@ class Place {
     offset_ = offset;
   }
 
-  void Advance(uint64_t distance) { offset_ += distance; }
+  void advance(uint64_t distance) { offset_ += distance; }
 
   /// Calls `fix(word)` `count` times, each time going past the word and `skip` bytes.
   template <typename Fix>
-  void Run(uint64_t count, uint64_t skip, Fix fix) {
+  void run(uint64_t count, uint64_t skip, Fix fix) {
     if (!segment_) {
       Refuse("opcodes name no segment");
     }
@@ -70,7 +70,7 @@ class Place {
       if (offset_ >= segment_->size) {
         Refuse("opcodes lead out of segment %s", segment_->name.c_str());
       }
-      fix(image_.At<uintptr_t>(image_.base() + segment_->address + offset_));
+      fix(image_.at<uintptr_t>(image_.base() + segment_->address + offset_));
     }
   }
 
@@ -89,8 +89,8 @@ void Rebase(const Image &image) {
     }
     *word += image.base();
   };
-  while (!cursor.IsAtEnd()) {
-    const auto byte = cursor.Read<uint8_t>();
+  while (!cursor.isAtEnd()) {
+    const auto byte = cursor.read<uint8_t>();
     const uint8_t immediate = byte & kImmediate;
     switch (byte & kOpcode) {
       case kRebaseDone:
@@ -101,26 +101,26 @@ void Rebase(const Image &image) {
         }
         break;
       case kRebaseSetPlace:
-        place.Set(immediate, cursor.Uleb());
+        place.set(immediate, cursor.uleb());
         break;
       case kRebaseAdvance:
-        place.Advance(cursor.Uleb());
+        place.advance(cursor.uleb());
         break;
       case kRebaseAdvanceScaled:
-        place.Advance(immediate * sizeof(uintptr_t));
+        place.advance(immediate * sizeof(uintptr_t));
         break;
       case kRebase:
-        place.Run(immediate, 0, rebase);
+        place.run(immediate, 0, rebase);
         break;
       case kRebaseTimes:
-        place.Run(cursor.Uleb(), 0, rebase);
+        place.run(cursor.uleb(), 0, rebase);
         break;
       case kRebaseAndAdvance:
-        place.Run(1, cursor.Uleb(), rebase);
+        place.run(1, cursor.uleb(), rebase);
         break;
       case kRebaseTimesAndSkip: {
-        const uint64_t count = cursor.Uleb();
-        place.Run(count, cursor.Uleb(), rebase);
+        const uint64_t count = cursor.uleb();
+        place.run(count, cursor.uleb(), rebase);
         break;
       }
       default:
@@ -135,34 +135,34 @@ class Binder {
       : image_(image), resolve_(resolve), place_(image) {}
 
   /// @param isLazy  Whether each import's opcodes end for themselves.
-  void Run(Bytes opcodes, bool isLazy) {
+  void run(Bytes opcodes, bool isLazy) {
     Cursor cursor(opcodes);
-    while (!cursor.IsAtEnd()) {
-      const auto byte = cursor.Read<uint8_t>();
+    while (!cursor.isAtEnd()) {
+      const auto byte = cursor.read<uint8_t>();
       if ((byte & kOpcode) == kBindDone) {
         if (!isLazy) {
           return;
         }
       } else {
-        Step(byte & kOpcode, byte & kImmediate, &cursor);
+        step(byte & kOpcode, byte & kImmediate, &cursor);
       }
     }
   }
 
  private:
-  void Step(uint8_t opcode, uint8_t immediate, Cursor *cursor) {
+  void step(uint8_t opcode, uint8_t immediate, Cursor *cursor) {
     switch (opcode) {
       case kBindSetLibrary:
-        SetLibrary(immediate);
+        setLibrary(immediate);
         break;
       case kBindSetLibraryUleb:
-        SetLibrary(cursor->Uleb());
+        setLibrary(cursor->uleb());
         break;
       case kBindSetSpecialLibrary:
-        SetSpecialLibrary(immediate);
+        setSpecialLibrary(immediate);
         break;
       case kBindSetSymbol:
-        SetSymbol(cursor->Text(), immediate);
+        setSymbol(cursor->text(), immediate);
         break;
       case kBindSetType:
         if (immediate != kPointer) {
@@ -170,26 +170,26 @@ class Binder {
         }
         break;
       case kBindSetAddend:
-        addend_ = cursor->Sleb();
+        addend_ = cursor->sleb();
         break;
       case kBindSetPlace:
-        place_.Set(immediate, cursor->Uleb());
+        place_.set(immediate, cursor->uleb());
         break;
       case kBindAdvance:
-        place_.Advance(cursor->Uleb());
+        place_.advance(cursor->uleb());
         break;
       case kBind:
-        Bind(1, 0);
+        bind(1, 0);
         break;
       case kBindAndAdvance:
-        Bind(1, cursor->Uleb());
+        bind(1, cursor->uleb());
         break;
       case kBindAndAdvanceScaled:
-        Bind(1, immediate * sizeof(uintptr_t));
+        bind(1, immediate * sizeof(uintptr_t));
         break;
       case kBindTimesAndSkip: {
-        const uint64_t count = cursor->Uleb();
-        Bind(count, cursor->Uleb());
+        const uint64_t count = cursor->uleb();
+        bind(count, cursor->uleb());
         break;
       }
       default:
@@ -197,7 +197,7 @@ class Binder {
     }
   }
 
-  void SetLibrary(uint64_t ordinal) {
+  void setLibrary(uint64_t ordinal) {
     const auto &libraries = image_.file().libraries;
     if (ordinal == 0 || ordinal > libraries.size()) {
       Refuse("library %" PRIu64 " of %zu is not understood", ordinal, libraries.size());
@@ -205,7 +205,7 @@ class Binder {
     import_.library = libraries[ordinal - 1];
   }
 
-  void SetSpecialLibrary(uint8_t ordinal) {
+  void setSpecialLibrary(uint8_t ordinal) {
     constexpr uint8_t kAnyImage = -2 & kImmediate;
     if (ordinal != kAnyImage) {
       Refuse("library -%d is not understood", 16 - ordinal);
@@ -213,7 +213,7 @@ class Binder {
     import_.library = {};
   }
 
-  void SetSymbol(const char *symbol, uint8_t flags) {
+  void setSymbol(const char *symbol, uint8_t flags) {
     constexpr uint8_t kWeak = 1;
     if (flags & ~kWeak) {
       Refuse("import %s has flags 0x%x, which are not understood", symbol, flags);
@@ -222,7 +222,7 @@ class Binder {
     import_.isWeak = flags & kWeak;
   }
 
-  void Bind(uint64_t count, uint64_t skip) {
+  void bind(uint64_t count, uint64_t skip) {
     if (import_.symbol.empty()) {
       Refuse("opcodes name no import");
     }
@@ -232,7 +232,7 @@ class Binder {
              import_.library.empty() ? "any image" : import_.library.data());
     }
     const uintptr_t value = address ? address + static_cast<uintptr_t>(addend_) : 0;
-    place_.Run(count, skip, [value](uintptr_t *word) { *word = value; });
+    place_.run(count, skip, [value](uintptr_t *word) { *word = value; });
   }
 
   const Image &image_;
@@ -247,8 +247,8 @@ class Binder {
 void ApplyFixups(const Image &image, const Resolver &resolve) {
   Rebase(image);
   const MachoFile &file = image.file();
-  Binder(image, resolve).Run(file.binds, false);
-  Binder(image, resolve).Run(file.lazyBinds, true);
+  Binder(image, resolve).run(file.binds, false);
+  Binder(image, resolve).run(file.lazyBinds, true);
 }
 
 }  // namespace macho

@@ -45,17 +45,17 @@ Image::Image(MachoFile file, int descriptor) : file_(std::move(file)), space_(fi
   }
 }
 
-const Segment *Image::SegmentAt(uintptr_t address, uint64_t size) const {
+const Segment *Image::segmentAt(uintptr_t address, uint64_t size) const {
   for (const Segment &segment : file_.segments) {
-    if (address >= base() && segment.Holds(address - base(), size)) {
+    if (address >= base() && segment.holds(address - base(), size)) {
       return &segment;
     }
   }
   return nullptr;
 }
 
-void *Image::Check(uintptr_t address, uint64_t size, uint64_t count, size_t alignment) const {
-  if (count > file_.extent || !SegmentAt(address, size * count)) {
+void *Image::check(uintptr_t address, uint64_t size, uint64_t count, size_t alignment) const {
+  if (count > file_.extent || !segmentAt(address, size * count)) {
     Refuse("%" PRIu64 " records of %" PRIu64 " bytes are not in the image, but at 0x%" PRIxPTR,
            count, size, address - base());
   }
@@ -65,35 +65,35 @@ void *Image::Check(uintptr_t address, uint64_t size, uint64_t count, size_t alig
   return reinterpret_cast<void *>(address);
 }
 
-const char *Image::Text(uintptr_t address) const {
-  const Segment *segment = SegmentAt(address, 1);
+const char *Image::text(uintptr_t address) const {
+  const Segment *segment = segmentAt(address, 1);
   if (!segment) {
     Refuse("a text is not in the image, but at 0x%" PRIxPTR, address - base());
   }
   const uint64_t offset = address - base() - segment->address;
   return Bytes(reinterpret_cast<void *>(base() + segment->address), segment->size, "a segment")
-      .Text(offset);
+      .text(offset);
 }
 
-uintptr_t Image::Code(uintptr_t address) const {
-  const Segment *segment = SegmentAt(address, 1);
+uintptr_t Image::code(uintptr_t address) const {
+  const Segment *segment = segmentAt(address, 1);
   if (!segment || !(segment->protection & PROT_EXEC)) {
     Refuse("a function is not in the image's code, but at 0x%" PRIxPTR, address - base());
   }
   return address;
 }
 
-Bytes Image::Rest(uintptr_t address, const char *name) const {
+Bytes Image::rest(uintptr_t address, const char *name) const {
   for (const Section &section : file_.sections) {
     const uint64_t offset = address - base() - section.address;
     if (offset < section.size) {
-      return {At<uint8_t>(address, section.size - offset), section.size - offset, name};
+      return {at<uint8_t>(address, section.size - offset), section.size - offset, name};
     }
   }
   Refuse("%s is in no section, but at 0x%" PRIxPTR, name, address - base());
 }
 
-const Section *Image::Find(std::string_view name) const {
+const Section *Image::find(std::string_view name) const {
   const Section *found = nullptr;
   for (const Section &section : file_.sections) {
     if (section.name != name) {
@@ -107,7 +107,7 @@ const Section *Image::Find(std::string_view name) const {
   return found;
 }
 
-void Image::Protect() const {
+void Image::protect() const {
   for (const Segment &segment : file_.segments) {
     const int protection =
         segment.isReadOnlyOnceFixed ? segment.protection & ~PROT_WRITE : segment.protection;

@@ -19,24 +19,24 @@ class Image {
   const MachoFile &file() const { return file_; }
   uintptr_t base() const { return space_.base; }
 
-  bool Contains(uintptr_t address) const { return address - base() < file_.extent; }
+  bool contains(uintptr_t address) const { return address - base() < file_.extent; }
 
   /// `count` records of the image at an address; refused unless all of them lie in one segment.
   template <typename T>
-  T *At(uintptr_t address, uint64_t count = 1) const {
-    return static_cast<T *>(Check(address, sizeof(T), count, alignof(T)));
+  T *at(uintptr_t address, uint64_t count = 1) const {
+    return static_cast<T *>(check(address, sizeof(T), count, alignof(T)));
   }
 
   /// The zero-terminated text there.
-  const char *Text(uintptr_t address) const;
+  const char *text(uintptr_t address) const;
   /// The address of a function, in a segment that can be executed.
-  uintptr_t Code(uintptr_t address) const;
+  uintptr_t code(uintptr_t address) const;
   /// From an address to the end of its section.
-  Bytes Rest(uintptr_t address, const char *name) const;
+  Bytes rest(uintptr_t address, const char *name) const;
 
   /// The section of that name, whichever segment it is in: linkers have moved most of those of
   /// Objective-C from __DATA to __DATA_CONST. nullptr if there is none; refused if there are two.
-  const Section *Find(std::string_view name) const;
+  const Section *find(std::string_view name) const;
 
   /// A section as an array.
   template <typename T>
@@ -47,24 +47,24 @@ class Image {
     T *end() const { return first + count; }
   };
   template <typename T>
-  Array<T> ArrayOf(const Section &section) const {
+  Array<T> arrayOf(const Section &section) const {
     if (section.size % sizeof(T)) {
       Refuse("section %s ends in mid-record", section.name.c_str());
     }
-    return {At<T>(base() + section.address, section.size / sizeof(T)), section.size / sizeof(T)};
+    return {at<T>(base() + section.address, section.size / sizeof(T)), section.size / sizeof(T)};
   }
   template <typename T>
-  Array<T> ArrayOf(std::string_view name) const {
-    const Section *section = Find(name);
-    return section ? ArrayOf<T>(*section) : Array<T>{};
+  Array<T> arrayOf(std::string_view name) const {
+    const Section *section = find(name);
+    return section ? arrayOf<T>(*section) : Array<T>{};
   }
 
   /// Gives the segments their own protection.
-  void Protect() const;
+  void protect() const;
 
  private:
-  void *Check(uintptr_t address, uint64_t size, uint64_t count, size_t alignment) const;
-  const Segment *SegmentAt(uintptr_t address, uint64_t size) const;
+  void *check(uintptr_t address, uint64_t size, uint64_t count, size_t alignment) const;
+  const Segment *segmentAt(uintptr_t address, uint64_t size) const;
 
   /// Address space of its own, for all segments.
   struct Space {

@@ -75,7 +75,7 @@ struct Bundle {
 
   static constexpr uint64_t kFirstSection = 2048;
 
-  Content Make() const {
+  Content make() const {
     Content commands;
     uint32_t count = 0;
     Content file(3 * kPage);
@@ -203,21 +203,21 @@ TEST(Cursor, ReadsNumbersOfAnyLength) {
   const Content content = {0x00, 0x7f, 0x80, 0x01, 0xff, 0xff, 0xff, 0xff, 0xff,
                            0xff, 0xff, 0xff, 0xff, 0x01, 0x7f, 0xc0, 0x00};
   Cursor cursor = Over(content);
-  EXPECT_EQ(cursor.Uleb(), 0u);
-  EXPECT_EQ(cursor.Uleb(), 127u);
-  EXPECT_EQ(cursor.Uleb(), 128u);
-  EXPECT_EQ(cursor.Uleb(), UINT64_MAX);
-  EXPECT_EQ(cursor.Sleb(), -1);
-  EXPECT_EQ(cursor.Sleb(), 64);
-  EXPECT_TRUE(cursor.IsAtEnd());
+  EXPECT_EQ(cursor.uleb(), 0u);
+  EXPECT_EQ(cursor.uleb(), 127u);
+  EXPECT_EQ(cursor.uleb(), 128u);
+  EXPECT_EQ(cursor.uleb(), UINT64_MAX);
+  EXPECT_EQ(cursor.sleb(), -1);
+  EXPECT_EQ(cursor.sleb(), 64);
+  EXPECT_TRUE(cursor.isAtEnd());
 }
 
 TEST(Cursor, RefusesWhatHasNoEnd) {
   const Content truncated = {0x80}, tooLong(11, 0x80), text = {'a', 'b'};
-  EXPECT_NE(RefusalOf([&] { Over(truncated).Uleb(); }), "");
-  EXPECT_EQ(RefusalOf([&] { Over(tooLong).Uleb(); }), "bytes: a number has more than 64 bits");
-  EXPECT_EQ(RefusalOf([&] { Over(text).Text(); }), "bytes: a text at 0x0 has no end");
-  EXPECT_NE(RefusalOf([&] { Over(text).Read<uint32_t>(); }), "");
+  EXPECT_NE(RefusalOf([&] { Over(truncated).uleb(); }), "");
+  EXPECT_EQ(RefusalOf([&] { Over(tooLong).uleb(); }), "bytes: a number has more than 64 bits");
+  EXPECT_EQ(RefusalOf([&] { Over(text).text(); }), "bytes: a text at 0x0 has no end");
+  EXPECT_NE(RefusalOf([&] { Over(text).read<uint32_t>(); }), "");
 }
 
 // --- Load commands
@@ -226,7 +226,7 @@ TEST(Cursor, RefusesWhatHasNoEnd) {
 TEST(MachoFile, ReadsWhatTheLoadCommandsSay) {
   Bundle bundle;
   bundle.data = {{"__data", 0, Words({1, 2})}, {"__mod_init_func", 9, Words({3})}};
-  const MachoFile file = ReadContent(bundle.Make());
+  const MachoFile file = ReadContent(bundle.make());
   EXPECT_EQ(file.extent, 3 * kPage);
   ASSERT_EQ(file.segments.size(), 3u);
   EXPECT_EQ(file.segments[1].name, "__DATA");
@@ -239,7 +239,7 @@ TEST(MachoFile, ReadsWhatTheLoadCommandsSay) {
 }
 
 TEST(MachoFile, FindsItsSliceInAUniversalFile) {
-  const Content thin = Bundle().Make();
+  const Content thin = Bundle().make();
   Content file;
   for (uint32_t value : {0xcafebabeu, 2u,                            //
                          0x0100000cu, 0u, 0x4000u, 0x1000u, 14u,     // arm64
@@ -257,7 +257,7 @@ TEST(MachoFile, RefusesWhatIsNotUnderstood) {
   const auto refusal = [](auto change) {
     Bundle bundle;
     change(&bundle);
-    const Content content = bundle.Make();
+    const Content content = bundle.make();
     return RefusalOf([&] { ReadContent(content); });
   };
   EXPECT_EQ(refusal([](Bundle *) {}), "");
@@ -282,7 +282,7 @@ TEST(MachoFile, RefusesWhatIsNotUnderstood) {
 TEST(MachoFile, RefusesATruncatedFile) {
   Bundle bundle;
   bundle.data = {{"__data", 0, Words({1})}};
-  const Content whole = bundle.Make();
+  const Content whole = bundle.make();
   for (size_t size : {size_t{0}, size_t{3}, size_t{31}, size_t{40}, kPage, whole.size() - 1}) {
     const Content part(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size));
     EXPECT_NE(RefusalOf([&] { ReadContent(part); }), "") << size;
@@ -295,26 +295,26 @@ TEST(MachoFile, RefusesATruncatedFile) {
 TEST(Image, IsMappedFromTheFileAndReadWithinItself) {
   Bundle bundle;
   bundle.data = {{"__data", 0, Words({0x1122334455667788})}, {"__cstring", 2, {'a', 0, 'b', 0}}};
-  const Content content = bundle.Make();
+  const Content content = bundle.make();
   LoadedImage image(content);
-  EXPECT_EQ(*image->At<uint64_t>(image->base() + kPage), 0x1122334455667788u);
-  EXPECT_STREQ(image->Text(image->base() + kPage + 8), "a");
-  const Image::Array<uint64_t> words = image->ArrayOf<uint64_t>("__data");
+  EXPECT_EQ(*image->at<uint64_t>(image->base() + kPage), 0x1122334455667788u);
+  EXPECT_STREQ(image->text(image->base() + kPage + 8), "a");
+  const Image::Array<uint64_t> words = image->arrayOf<uint64_t>("__data");
   EXPECT_EQ(words.count, 1u);
-  EXPECT_EQ(image->ArrayOf<uint64_t>("__missing").count, 0u);
-  EXPECT_EQ(image->Code(image->base()), image->base());
+  EXPECT_EQ(image->arrayOf<uint64_t>("__missing").count, 0u);
+  EXPECT_EQ(image->code(image->base()), image->base());
   bundle.text = {{"__cstring", 2, {'c', 0}}};
-  const Content twice = bundle.Make();
+  const Content twice = bundle.make();
   LoadedImage other(twice);
-  EXPECT_EQ(RefusalOf([&] { other->Find("__cstring"); }), "there are two sections __cstring");
+  EXPECT_EQ(RefusalOf([&] { other->find("__cstring"); }), "there are two sections __cstring");
 
-  EXPECT_NE(RefusalOf([&] { image->At<uint64_t>(image->base() + 3 * kPage); }), "");
-  EXPECT_NE(RefusalOf([&] { image->At<uint64_t>(image->base() + 3 * kPage - 4); }), "");
-  EXPECT_NE(RefusalOf([&] { image->At<uint64_t>(image->base() + kPage + 4); }), "");
-  EXPECT_NE(RefusalOf([&] { image->At<uint64_t>(image->base() + kPage, UINT64_MAX / 8); }), "");
-  EXPECT_NE(RefusalOf([&] { image->At<uint64_t>(0); }), "");
-  EXPECT_NE(RefusalOf([&] { image->Text(image->base() - 1); }), "");
-  EXPECT_NE(RefusalOf([&] { image->Code(image->base() + kPage); }), "");
+  EXPECT_NE(RefusalOf([&] { image->at<uint64_t>(image->base() + 3 * kPage); }), "");
+  EXPECT_NE(RefusalOf([&] { image->at<uint64_t>(image->base() + 3 * kPage - 4); }), "");
+  EXPECT_NE(RefusalOf([&] { image->at<uint64_t>(image->base() + kPage + 4); }), "");
+  EXPECT_NE(RefusalOf([&] { image->at<uint64_t>(image->base() + kPage, UINT64_MAX / 8); }), "");
+  EXPECT_NE(RefusalOf([&] { image->at<uint64_t>(0); }), "");
+  EXPECT_NE(RefusalOf([&] { image->text(image->base() - 1); }), "");
+  EXPECT_NE(RefusalOf([&] { image->code(image->base() + kPage); }), "");
 }
 
 // --- Fixups
@@ -323,9 +323,9 @@ TEST(Image, IsMappedFromTheFileAndReadWithinItself) {
 class Fixups : public testing::Test {
  protected:
   /// What becomes of eight words, each of which has the number of its place.
-  std::vector<uint64_t> Apply() {
+  std::vector<uint64_t> apply() {
     bundle_.data = {{"__data", 0, Words({0, 8, 16, 24, 32, 40, 48, 56})}};
-    const Content content = bundle_.Make();
+    const Content content = bundle_.make();
     LoadedImage image(content);
     ApplyFixups(*image, [this](const Import &import) {
       imports_.push_back(std::string(import.symbol) + " of " + std::string(import.library) +
@@ -334,14 +334,14 @@ class Fixups : public testing::Test {
     });
     std::vector<uint64_t> words;
     for (uint64_t i = 0; i < 8; ++i) {
-      const uint64_t word = *image->At<uint64_t>(image->base() + kPage + 8 * i);
+      const uint64_t word = *image->at<uint64_t>(image->base() + kPage + 8 * i);
       // Those that were rebased count from the image again, and say so.
       words.push_back(word >= image->base() ? word - image->base() + 1000 : word);
     }
     return words;
   }
-  std::string Refused() {
-    return RefusalOf([this] { Apply(); });
+  std::string refused() {
+    return RefusalOf([this] { apply(); });
   }
 
   Bundle bundle_;
@@ -352,7 +352,7 @@ TEST_F(Fixups, FollowEachRebaseOpcode) {
   // Of segment 1: word 0; 1 to go past; words 2 and 3; one that skips a word; two of each second.
   bundle_.rebases = {0x11, 0x21, 0x00, 0x51, 0x30, 0x08, 0x60, 0x01,
                      0x41, 0x70, 0x00, 0x80, 0x01, 0x08, 0x00, 0xff};
-  EXPECT_EQ(Apply(), (std::vector<uint64_t>{1000, 8, 1016, 24, 1032, 1040, 48, 56}));
+  EXPECT_EQ(apply(), (std::vector<uint64_t>{1000, 8, 1016, 24, 1032, 1040, 48, 56}));
 }
 
 TEST_F(Fixups, FollowEachBindOpcode) {
@@ -362,7 +362,7 @@ TEST_F(Fixups, FollowEachBindOpcode) {
                    0xb1,  // Word 4.
                    0x20, 0x01, 0x40, '_',  'b',  0,    0xc0, 0x01, 0x00, 0x00, 0xff};
   bundle_.lazyBinds = {0x71, 0x38, 0x11, 0x40, '_', 'c', 0, 0x90, 0x00, 0x00};
-  EXPECT_EQ(Apply(), (std::vector<uint64_t>{0x10000, 8, 0xffff, 24, 0, 40, 0x10000, 0x10000}));
+  EXPECT_EQ(apply(), (std::vector<uint64_t>{0x10000, 8, 0xffff, 24, 0, 40, 0x10000, 0x10000}));
   EXPECT_EQ(imports_,
             (std::vector<std::string>{"_a of Some", "_a of Some", "_missing of , weak",
                                       "_b of libSystem.B.dylib", "_c of libSystem.B.dylib"}));
@@ -370,51 +370,51 @@ TEST_F(Fixups, FollowEachBindOpcode) {
 
 TEST_F(Fixups, AreRefusedOutsideOfWhatCanBeWritten) {
   bundle_.rebases = {0x11, 0x20, 0x00, 0x51};
-  EXPECT_EQ(Refused(), "opcodes change segment __TEXT, which cannot be written");
+  EXPECT_EQ(refused(), "opcodes change segment __TEXT, which cannot be written");
   bundle_.rebases = {0x11, 0x23, 0x00, 0x51};
-  EXPECT_EQ(Refused(), "opcodes name segment 3");
+  EXPECT_EQ(refused(), "opcodes name segment 3");
   bundle_.rebases = {0x11, 0x51};
-  EXPECT_EQ(Refused(), "opcodes name no segment");
+  EXPECT_EQ(refused(), "opcodes name no segment");
   bundle_.rebases = {0x11, 0x21, 0x80, 0x20, 0x51};
-  EXPECT_EQ(Refused(), "opcodes lead out of segment __DATA");
+  EXPECT_EQ(refused(), "opcodes lead out of segment __DATA");
   bundle_.rebases = {0x11, 0x21, 0xfc, 0x1f, 0x51};
-  EXPECT_NE(Refused(), "");
+  EXPECT_NE(refused(), "");
   // A skip that leads back would go on for ever.
   bundle_.rebases = {0x11, 0x21, 0x00, 0x80, 0xff, 0xff, 0x7f, 0x78};
-  EXPECT_EQ(Refused(), "opcodes change 2097151 words of segment __DATA");
+  EXPECT_EQ(refused(), "opcodes change 2097151 words of segment __DATA");
 }
 
 TEST_F(Fixups, AreRefusedWhereTheyAreNotUnderstood) {
   bundle_.rebases = {0x12};
-  EXPECT_EQ(Refused(), "rebases of type 2 are not understood");
+  EXPECT_EQ(refused(), "rebases of type 2 are not understood");
   bundle_.rebases = {0x90};
-  EXPECT_EQ(Refused(), "rebase opcode 0x90 is not understood");
+  EXPECT_EQ(refused(), "rebase opcode 0x90 is not understood");
   bundle_.rebases = {0x21};
-  EXPECT_NE(Refused(), "");
+  EXPECT_NE(refused(), "");
   bundle_.rebases = {};
   bundle_.binds = {0xd1};
-  EXPECT_EQ(Refused(), "bind opcode 0xd1 is not understood");
+  EXPECT_EQ(refused(), "bind opcode 0xd1 is not understood");
   bundle_.binds = {0x13};
-  EXPECT_EQ(Refused(), "library 3 of 2 is not understood");
+  EXPECT_EQ(refused(), "library 3 of 2 is not understood");
   bundle_.binds = {0x3d};
-  EXPECT_EQ(Refused(), "library -3 is not understood");
+  EXPECT_EQ(refused(), "library -3 is not understood");
   bundle_.binds = {0x48, '_', 'a', 0};
-  EXPECT_EQ(Refused(), "import _a has flags 0x8, which are not understood");
+  EXPECT_EQ(refused(), "import _a has flags 0x8, which are not understood");
   bundle_.binds = {0x71, 0x00, 0x90};
-  EXPECT_EQ(Refused(), "opcodes name no import");
+  EXPECT_EQ(refused(), "opcodes name no import");
   bundle_.binds = {0x11, 0x40, '_', 'm', 'i', 's', 's', 'i', 'n', 'g', 0, 0x71, 0x00, 0x90};
-  EXPECT_EQ(Refused(), "there is no _missing of libSystem.B.dylib");
+  EXPECT_EQ(refused(), "there is no _missing of libSystem.B.dylib");
   bundle_.binds = {0x40, '_', 'a'};
-  EXPECT_NE(Refused(), "");
+  EXPECT_NE(refused(), "");
 }
 
 TEST_F(Fixups, RefuseAPointerOutOfTheImage) {
   bundle_.rebases = {0x11, 0x21, 0x38, 0x51};
-  EXPECT_EQ(Apply()[7], 1056u);
+  EXPECT_EQ(apply()[7], 1056u);
   bundle_.data.clear();
   bundle_.data = {{"__data", 0, Words({3 * kPage})}};
   bundle_.rebases = {0x11, 0x21, 0x00, 0x51};
-  const Content content = bundle_.Make();
+  const Content content = bundle_.make();
   EXPECT_EQ(RefusalOf([&] {
               LoadedImage image(content);
               ApplyFixups(*image, NoImports);
@@ -458,7 +458,7 @@ std::vector<Function> FunctionsOf(uint32_t first, uint32_t second, uintptr_t *ba
   Bundle bundle;
   bundle.text = {{"__unwind_info", 0, UnwindInfo(first, second)}};
   bundle.data = {{"__got", 0, Words({0x1234})}};
-  const Content content = bundle.Make();
+  const Content content = bundle.make();
   LoadedImage image(content);
   *base = image->base();
   return ReadCompactUnwind(*image);
@@ -498,9 +498,9 @@ TEST(CompactUnwind, RefusesOtherFrames) {
 
 TEST(FrameDescriptions, AreThoseOfTheUnwinder) {
   FrameDescriptions frames;
-  frames.Add({0x1000, 0x1080, {{3, 4}}, 0, 0}, 0);
-  frames.Add({0x1080, 0x1090, {}, 0x2000, 0x900}, 0x3000);
-  const Content bytes = std::move(frames).Finish();
+  frames.add({0x1000, 0x1080, {{3, 4}}, 0, 0}, 0);
+  frames.add({0x1080, 0x1090, {}, 0x2000, 0x900}, 0x3000);
+  const Content bytes = std::move(frames).finish();
   Content expected;
   const auto add = [&expected](std::initializer_list<uint8_t> more) {
     expected.insert(expected.end(), more);
@@ -523,12 +523,12 @@ TEST(FrameDescriptions, AreThoseOfTheUnwinder) {
 
 class HandlersOf : public testing::Test {
  protected:
-  std::vector<CallSite> Read(const Content &table) {
+  std::vector<CallSite> read(const Content &table) {
     Bundle bundle;
     bundle.text = {{"__gcc_except_tab", 0, table}};
     // What types are found through.
     bundle.data = {{"__got", 0, Words({0xabcd})}};
-    const Content content = bundle.Make();
+    const Content content = bundle.make();
     LoadedImage image(content);
     const uintptr_t base = image->base();
     auto sites =
@@ -542,12 +542,12 @@ class HandlersOf : public testing::Test {
     }
     return sites;
   }
-  std::string Refused(const Content &table) {
-    return RefusalOf([&] { Read(table); });
+  std::string refused(const Content &table) {
+    return RefusalOf([&] { read(table); });
   }
 
   /// Two sites: one that cleans up, one that catches a type or else everything.
-  static Content Table() {
+  static Content table() {
     Content table = {0xff, 0x9b, 29,   0x01, 8,  // Types end 29 bytes on; call sites of 8.
                      0x10, 0x08, 0x40, 0x00,     // 0x110 to 0x118 land at 0x140.
                      0x20, 0x10, 0x50, 0x03,     // 0x120 to 0x130, at 0x150: action 3.
@@ -565,7 +565,7 @@ class HandlersOf : public testing::Test {
 };
 
 TEST_F(HandlersOf, AFunctionAreRead) {
-  const auto sites = Read(Table());
+  const auto sites = read(table());
   ASSERT_EQ(sites.size(), 2u);
   EXPECT_EQ(sites[0].start, 0x110u);
   EXPECT_EQ(sites[0].end, 0x118u);
@@ -581,18 +581,18 @@ TEST_F(HandlersOf, AFunctionAreRead) {
 
 TEST_F(HandlersOf, AFunctionAreRefusedWhereTheyAreNotUnderstood) {
   const auto changed = [](size_t at, uint8_t value) {
-    Content table = Table();
-    table[at] = value;
-    return table;
+    Content content = table();
+    content[at] = value;
+    return content;
   };
-  EXPECT_EQ(Refused(changed(0, 0x00)), "landing pads of other functions are not understood");
-  EXPECT_EQ(Refused(changed(1, 0x00)), "types of exceptions with encoding 0x00 are not understood");
-  EXPECT_EQ(Refused(changed(3, 0x0b)), "call sites with encoding 0x0b are not understood");
-  EXPECT_EQ(Refused(changed(6, 0xff)), "a call site is not in its function");
-  EXPECT_EQ(Refused(changed(15, 0x7f)), "exception specifications are not understood");
-  EXPECT_EQ(Refused(changed(16, 0x7f)), "the handlers of exceptions have no end");
-  EXPECT_EQ(Refused(changed(15, 0x3f)), "the type of an exception is not there");
-  EXPECT_NE(Refused({0xff}), "");
+  EXPECT_EQ(refused(changed(0, 0x00)), "landing pads of other functions are not understood");
+  EXPECT_EQ(refused(changed(1, 0x00)), "types of exceptions with encoding 0x00 are not understood");
+  EXPECT_EQ(refused(changed(3, 0x0b)), "call sites with encoding 0x0b are not understood");
+  EXPECT_EQ(refused(changed(6, 0xff)), "a call site is not in its function");
+  EXPECT_EQ(refused(changed(15, 0x7f)), "exception specifications are not understood");
+  EXPECT_EQ(refused(changed(16, 0x7f)), "the handlers of exceptions have no end");
+  EXPECT_EQ(refused(changed(15, 0x3f)), "the type of an exception is not there");
+  EXPECT_NE(refused({0xff}), "");
 }
 
 // --- Objective-C
@@ -605,7 +605,7 @@ TEST(ObjectiveC, ConstantStringsBecomeUtf8) {
       {"__cfstring", 0, Words({0, 0x7c8, texts, 3, 0, 0x7d0, texts + 4, 5})},
       {"__ustring", 0, {'a', 'b', 'c', 0, 'x', 0, 0xfc, 0, 0x16, 0x4e, 0x3c, 0xd8, 0x89, 0xdf}}};
   bundle.rebases = {0x11, 0x21, 0x10, 0x51, 0x30, 0x18, 0x51};
-  const Content content = bundle.Make();
+  const Content content = bundle.make();
   LoadedImage image(content);
   ApplyFixups(*image, NoImports);
   const ObjectiveC read = ReadObjectiveC(*image);
@@ -613,7 +613,7 @@ TEST(ObjectiveC, ConstantStringsBecomeUtf8) {
   EXPECT_STREQ(read.strings[0].text, "abc");
   EXPECT_EQ(read.strings[1].converted, "x\xc3\xbc\xe4\xb8\x96\xf0\x9f\x8e\x89");
   EXPECT_EQ(read.strings[1].length, 10u);
-  EXPECT_EQ(read.strings[1].record, image->At<uint64_t>(image->base() + kPage + 32));
+  EXPECT_EQ(read.strings[1].record, image->at<uint64_t>(image->base() + kPage + 32));
 }
 
 TEST(ObjectiveC, IsRefusedWhereItLeadsBackOrOut) {
@@ -626,7 +626,7 @@ TEST(ObjectiveC, IsRefusedWhereItLeadsBackOrOut) {
     rebases.insert(rebases.end(), {0x21, static_cast<uint8_t>(0x80 | (8 * words.size() & 0x7f)),
                                    static_cast<uint8_t>(8 * words.size() >> 7), 0x51});
     bundle.rebases = std::move(rebases);
-    const Content content = bundle.Make();
+    const Content content = bundle.make();
     return RefusalOf([&] {
       LoadedImage image(content);
       ApplyFixups(*image, NoImports);
@@ -662,7 +662,7 @@ void ReadAll(const Content &content) {
     if (function.handlers) {
       ReadHandlers(*image, function);
     }
-    frames.Add(function, 0);
+    frames.add(function, 0);
   }
 }
 

@@ -111,23 +111,23 @@ std::string Name(const char (&name)[16]) { return {name, strnlen(name, sizeof na
 
 template <typename T>
 T ReadCommand(Bytes command) {
-  return command.Read<T>(0);
+  return command.read<T>(0);
 }
 
 Bytes FindSlice(Bytes file, uint64_t *offset) {
   *offset = 0;
-  const auto header = file.Read<UniversalHeader>(0);
+  const auto header = file.read<UniversalHeader>(0);
   if (BigEndian(header.magic) != kUniversalMagic) {
     return file;
   }
   for (uint32_t i = 0; i < BigEndian(header.count); ++i) {
     const auto slice =
-        file.Read<UniversalSlice>(sizeof header + uint64_t{i} * sizeof(UniversalSlice));
+        file.read<UniversalSlice>(sizeof header + uint64_t{i} * sizeof(UniversalSlice));
     if (BigEndian(slice.processor) != kX8664) {
       continue;
     }
     *offset = BigEndian(slice.offset);
-    return file.Part(*offset, BigEndian(slice.size), "the x86_64 slice");
+    return file.part(*offset, BigEndian(slice.size), "the x86_64 slice");
   }
   Refuse("the universal file has no x86_64 slice");
 }
@@ -152,8 +152,8 @@ class Reader {
  public:
   explicit Reader(Bytes file) { slice_ = FindSlice(file, &result_.sliceOffset); }
 
-  MachoFile Read() {
-    const auto header = slice_.Read<Header>(0);
+  MachoFile read() {
+    const auto header = slice_.read<Header>(0);
     if (header.magic != kMagic) {
       Refuse("this is no Mach-O file of 64 bits");
     }
@@ -163,36 +163,36 @@ class Reader {
     if (header.type != kBundle) {
       Refuse("the file is of type %u and no bundle", header.type);
     }
-    const Bytes commands = slice_.Part(sizeof header, header.commandSize, "the load commands");
+    const Bytes commands = slice_.part(sizeof header, header.commandSize, "the load commands");
     uint64_t offset = 0;
     for (uint32_t i = 0; i < header.commandCount; ++i) {
-      const auto [kind, size] = commands.Read<Command>(offset);
+      const auto [kind, size] = commands.read<Command>(offset);
       if (size < sizeof(Command)) {
         Refuse("load command 0x%x has %u bytes", kind, size);
       }
-      ReadOne(kind, commands.Part(offset, size, "a load command"));
+      readOne(kind, commands.part(offset, size, "a load command"));
       offset += size;
     }
-    CheckSegments();
-    ReadExports();
+    checkSegments();
+    readExports();
     return std::move(result_);
   }
 
  private:
-  void ReadOne(uint32_t kind, Bytes command) {
+  void readOne(uint32_t kind, Bytes command) {
     switch (kind) {
       case kSegment:
-        ReadSegment(command);
+        readSegment(command);
         break;
       case kLoadLibrary:
       case kLoadWeakLibrary: {
-        const std::string path = command.Text(ReadCommand<LibraryCommand>(command).name);
+        const std::string path = command.text(ReadCommand<LibraryCommand>(command).name);
         result_.libraries.push_back(path.substr(path.rfind('/') + 1));
         break;
       }
       case kFixups:
       case kFixupsOnly:
-        ReadFixups(ReadCommand<FixupsCommand>(command));
+        readFixups(ReadCommand<FixupsCommand>(command));
         break;
       case kSymbolTable:
         symbols_ = ReadCommand<SymbolTableCommand>(command);
@@ -213,7 +213,7 @@ class Reader {
     }
   }
 
-  void ReadSegment(Bytes command) {
+  void readSegment(Bytes command) {
     constexpr uint32_t kReadOnlyOnceFixed = 0x10;
     const auto record = ReadCommand<SegmentCommand>(command);
     const Segment segment = {Name(record.name),
@@ -238,15 +238,15 @@ class Reader {
     if (segment.address % kPage || (result_.sliceOffset + segment.offset) % kPage) {
       Refuse("segment %s does not begin with a page", name);
     }
-    slice_.Part(segment.offset, segment.fileSize, name);
+    slice_.part(segment.offset, segment.fileSize, name);
     for (uint32_t i = 0; i < record.sectionCount; ++i) {
       const auto one =
-          command.Read<SectionRecord>(sizeof record + uint64_t{i} * sizeof(SectionRecord));
+          command.read<SectionRecord>(sizeof record + uint64_t{i} * sizeof(SectionRecord));
       const uint8_t type = one.flags & 0xff;
       const Section section = {Name(one.segment), Name(one.name), one.address, one.size,
                                type == kInitializers};
       CheckSection(section, type);
-      if (!segment.Holds(section.address, section.size)) {
+      if (!segment.holds(section.address, section.size)) {
         Refuse("section %s,%s is not in its segment", section.segment.c_str(),
                section.name.c_str());
       }
@@ -255,9 +255,9 @@ class Reader {
     result_.segments.push_back(segment);
   }
 
-  void ReadFixups(const FixupsCommand &command) {
+  void readFixups(const FixupsCommand &command) {
     const auto part = [this](const auto &range, const char *name) {
-      return slice_.Part(range.offset, range.size, name);
+      return slice_.part(range.offset, range.size, name);
     };
     if (command.weakBinds.size) {
       Refuse("weak binds are not understood");
@@ -267,7 +267,7 @@ class Reader {
     result_.lazyBinds = part(command.lazyBinds, "the lazy bind opcodes");
   }
 
-  void CheckSegments() {
+  void checkSegments() {
     auto sorted = result_.segments;
     std::sort(sorted.begin(), sorted.end(),
               [](const Segment &a, const Segment &b) { return a.address < b.address; });
@@ -284,17 +284,17 @@ class Reader {
     result_.extent = end;
   }
 
-  void ReadExports() {
+  void readExports() {
     constexpr uint8_t kExternal = 0x01, kInSection = 0x0e, kTypeAndExternal = 0x0f;
-    const Bytes texts = slice_.Part(symbols_.textOffset, symbols_.textSize, "the symbols' names");
+    const Bytes texts = slice_.part(symbols_.textOffset, symbols_.textSize, "the symbols' names");
     const Bytes table =
-        slice_.Part(symbols_.offset, uint64_t{symbols_.count} * sizeof(Symbol), "the symbol table");
+        slice_.part(symbols_.offset, uint64_t{symbols_.count} * sizeof(Symbol), "the symbol table");
     for (uint32_t i = 0; i < symbols_.count; ++i) {
-      const auto symbol = table.Read<Symbol>(uint64_t{i} * sizeof(Symbol));
+      const auto symbol = table.read<Symbol>(uint64_t{i} * sizeof(Symbol));
       if ((symbol.type & kTypeAndExternal) != (kInSection | kExternal)) {
         continue;
       }
-      const char *name = texts.Text(symbol.name);
+      const char *name = texts.text(symbol.name);
       if (symbol.value >= result_.extent) {
         Refuse("symbol %s is not in the image", name);
       }
@@ -309,6 +309,6 @@ class Reader {
 
 }  // namespace
 
-MachoFile ReadMachoFile(Bytes file) { return Reader(file).Read(); }
+MachoFile ReadMachoFile(Bytes file) { return Reader(file).read(); }
 
 }  // namespace macho

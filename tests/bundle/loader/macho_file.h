@@ -25,7 +25,7 @@ struct Segment {
   int protection;             ///< As for mprotect, whose bits these are.
   bool isReadOnlyOnceFixed;
 
-  bool Holds(uint64_t place, uint64_t length) const {
+  bool holds(uint64_t place, uint64_t length) const {
     return place >= address && place - address <= size && length <= size - (place - address);
   }
 };

@@ -38,7 +38,7 @@ class OpenFile {
   int descriptor() const { return descriptor_; }
 
   /// All of it. Stays mapped, for what is read from it points into it.
-  macho::Bytes Map() const {
+  macho::Bytes map() const {
     struct stat facts{};
     fstat(descriptor_, &facts);
     const auto size = static_cast<size_t>(facts.st_size);
@@ -74,8 +74,8 @@ void RunInitializers(const macho::Image &image, int count, char **arguments, cha
     if (!section.hasInitializers) {
       continue;
     }
-    for (uintptr_t function : image.ArrayOf<uintptr_t>(section)) {
-      reinterpret_cast<Initializer>(image.Code(function))(count, arguments, environment, nullptr);
+    for (uintptr_t function : image.arrayOf<uintptr_t>(section)) {
+      reinterpret_cast<Initializer>(image.code(function))(count, arguments, environment, nullptr);
     }
   }
 }
@@ -88,14 +88,14 @@ __attribute__((constructor)) void LoadBundle(int count, char **arguments, char *
     }
     OpenFile file(path);
     // Never unmapped: what the process is going to learn points into it.
-    auto *image = new macho::Image(macho::ReadMachoFile(file.Map()), file.descriptor());
+    auto *image = new macho::Image(macho::ReadMachoFile(file.map()), file.descriptor());
     // Everything is read and checked before the process learns of any of it.
     macho::ApplyFixups(*image, macho::Resolve);
     auto *objectiveC = new macho::ObjectiveC(macho::ReadObjectiveC(*image));
     auto frames = macho::DescribeFrames(*image);
     macho::RegisterObjectiveC(*objectiveC);
     macho::RegisterFrames(std::move(frames));
-    image->Protect();
+    image->protect();
     sImage = image;
     RunInitializers(*image, count, arguments, environment);
   } catch (const macho::Refusal &refusal) {

@@ -44,43 +44,43 @@ class Reader {
  public:
   explicit Reader(const Image &image) : image_(image) {}
 
-  ObjectiveC Read() {
-    for (auto &record : image_.ArrayOf<records::String>("__cfstring")) {
-      ReadString(&record);
+  ObjectiveC read() {
+    for (auto &record : image_.arrayOf<records::String>("__cfstring")) {
+      readString(&record);
     }
-    for (uintptr_t &place : image_.ArrayOf<uintptr_t>("__objc_selrefs")) {
-      result_.selectors.push_back({&place, image_.Text(place)});
+    for (uintptr_t &place : image_.arrayOf<uintptr_t>("__objc_selrefs")) {
+      result_.selectors.push_back({&place, image_.text(place)});
     }
-    for (uintptr_t record : image_.ArrayOf<uintptr_t>("__objc_protolist")) {
-      ProtocolAt(record);
+    for (uintptr_t record : image_.arrayOf<uintptr_t>("__objc_protolist")) {
+      protocolAt(record);
     }
-    for (uintptr_t &place : image_.ArrayOf<uintptr_t>("__objc_protorefs")) {
-      result_.protocolReferences.push_back({&place, ProtocolAt(place)});
+    for (uintptr_t &place : image_.arrayOf<uintptr_t>("__objc_protorefs")) {
+      result_.protocolReferences.push_back({&place, protocolAt(place)});
     }
-    for (uintptr_t record : image_.ArrayOf<uintptr_t>("__objc_classlist")) {
-      ClassAt(record);
+    for (uintptr_t record : image_.arrayOf<uintptr_t>("__objc_classlist")) {
+      classAt(record);
     }
     for (const char *section : {"__objc_classrefs", "__objc_superrefs"}) {
-      for (uintptr_t &place : image_.ArrayOf<uintptr_t>(section)) {
-        result_.classReferences.push_back({&place, Refer(place)});
+      for (uintptr_t &place : image_.arrayOf<uintptr_t>(section)) {
+        result_.classReferences.push_back({&place, refer(place)});
       }
     }
-    for (uintptr_t record : image_.ArrayOf<uintptr_t>("__objc_catlist")) {
-      ReadCategory(record);
+    for (uintptr_t record : image_.arrayOf<uintptr_t>("__objc_catlist")) {
+      readCategory(record);
     }
     return std::move(result_);
   }
 
  private:
-  void ReadString(records::String *record) {
+  void readString(records::String *record) {
     ConstantString string = {record, nullptr, {}, record->length};
     switch (record->flags) {
       case records::kBytes:
-        string.text = image_.At<char>(record->text, record->length);
+        string.text = image_.at<char>(record->text, record->length);
         break;
       case records::kUtf16:
         string.converted =
-            Utf8OfUtf16(image_.At<uint16_t>(record->text, record->length), record->length);
+            Utf8OfUtf16(image_.at<uint16_t>(record->text, record->length), record->length);
         string.length = string.converted.size();
         break;
       default:
@@ -92,29 +92,29 @@ class Reader {
 
   /// The entries of a list of methods or variables.
   template <typename Entry>
-  Image::Array<Entry> Entries(Address address, const char *owner) {
+  Image::Array<Entry> entries(Address address, const char *owner) {
     if (address == 0) {
       return {};
     }
-    const auto *list = image_.At<records::List>(address);
+    const auto *list = image_.at<records::List>(address);
     // The highest bit says that methods are relative, the lowest two that they have been sorted.
     if (list->entrySize != sizeof(Entry)) {
       Refuse("%s has records of 0x%x bytes, which are not understood", owner, list->entrySize);
     }
-    return {image_.At<Entry>(address + sizeof *list, list->count), list->count};
+    return {image_.at<Entry>(address + sizeof *list, list->count), list->count};
   }
 
-  std::vector<Method> Methods(Address address, const char *owner) {
+  std::vector<Method> methods(Address address, const char *owner) {
     std::vector<Method> methods;
-    for (const auto &method : Entries<records::Method>(address, owner)) {
+    for (const auto &method : entries<records::Method>(address, owner)) {
       methods.push_back(
-          {image_.Text(method.name), image_.Text(method.types), image_.Code(method.code)});
+          {image_.text(method.name), image_.text(method.types), image_.code(method.code)});
     }
     return methods;
   }
 
-  std::vector<Method> ClassMethods(Address address, const char *owner) {
-    auto methods = Methods(address, owner);
+  std::vector<Method> classMethods(Address address, const char *owner) {
+    auto methods = this->methods(address, owner);
     for (const Method &method : methods) {
       if (std::strcmp(method.name, "load") == 0) {
         Refuse("%s has +load", owner);
@@ -123,20 +123,20 @@ class Reader {
     return methods;
   }
 
-  std::vector<const Protocol *> Protocols(Address address) {
+  std::vector<const Protocol *> protocols(Address address) {
     std::vector<const Protocol *> protocols;
     if (address == 0) {
       return protocols;
     }
-    const uint64_t count = image_.At<records::ProtocolList>(address)->count;
-    const auto *entries = image_.At<Address>(address + sizeof(records::ProtocolList), count);
+    const uint64_t count = image_.at<records::ProtocolList>(address)->count;
+    const auto *entries = image_.at<Address>(address + sizeof(records::ProtocolList), count);
     for (uint64_t i = 0; i < count; ++i) {
-      protocols.push_back(ProtocolAt(entries[i]));
+      protocols.push_back(protocolAt(entries[i]));
     }
     return protocols;
   }
 
-  const Protocol *ProtocolAt(Address address) {
+  const Protocol *protocolAt(Address address) {
     const auto [known, isNew] = protocols_.try_emplace(address, nullptr);
     if (!isNew) {
       if (!known->second) {
@@ -146,14 +146,14 @@ class Reader {
     }
     // Older compilers end it before the extended types.
     constexpr size_t kShortest = offsetof(records::Protocol, extendedTypes);
-    const auto *begin = image_.At<uint8_t>(address, kShortest);
+    const auto *begin = image_.at<uint8_t>(address, kShortest);
     records::Protocol record{};
     std::memcpy(&record, begin, kShortest);
     if (record.size >= sizeof record) {
-      record = *image_.At<records::Protocol>(address);
+      record = *image_.at<records::Protocol>(address);
     }
 
-    Protocol protocol = {image_.Text(record.name), Protocols(record.adopted), {}, {}};
+    Protocol protocol = {image_.text(record.name), protocols(record.adopted), {}, {}};
     // The extended types are those of all lists, in this order.
     uint64_t number = 0;
     for (const auto &[list, methods] :
@@ -161,12 +161,12 @@ class Reader {
           std::pair{record.classMethods, &protocol.classMethods},
           std::pair{record.optionalInstanceMethods, &protocol.instanceMethods},
           std::pair{record.optionalClassMethods, &protocol.classMethods}}) {
-      for (const auto &method : Entries<records::Method>(list, protocol.name)) {
+      for (const auto &method : entries<records::Method>(list, protocol.name)) {
         const Address types =
             record.extendedTypes
-                ? *image_.At<Address>(record.extendedTypes + sizeof(Address) * number)
+                ? *image_.at<Address>(record.extendedTypes + sizeof(Address) * number)
                 : method.types;
-        methods->push_back({image_.Text(method.name), image_.Text(types), 0});
+        methods->push_back({image_.text(method.name), image_.text(types), 0});
         ++number;
       }
     }
@@ -174,27 +174,27 @@ class Reader {
     return protocols_[address] = &result_.protocols.back();
   }
 
-  ClassReference Refer(Address address) {
-    if (!image_.Contains(address)) {
+  ClassReference refer(Address address) {
+    if (!image_.contains(address)) {
       return {nullptr, false, address};
     }
     const auto meta = metaclasses_.find(address);
     if (meta != metaclasses_.end()) {
       return {meta->second, true, 0};
     }
-    return {ClassAt(address), false, 0};
+    return {classAt(address), false, 0};
   }
 
-  const records::ClassData &DataOf(Address address, uint32_t flags) {
-    const auto &data = *image_.At<records::ClassData>(image_.At<records::Class>(address)->data);
+  const records::ClassData &dataOf(Address address, uint32_t flags) {
+    const auto &data = *image_.at<records::ClassData>(image_.at<records::Class>(address)->data);
     if ((data.flags & ~uint32_t{records::kHidden}) != flags) {
-      Refuse("class %s has flags 0x%x, which are not understood", image_.Text(data.name),
+      Refuse("class %s has flags 0x%x, which are not understood", image_.text(data.name),
              data.flags);
     }
     return data;
   }
 
-  const Class *ClassAt(Address address) {
+  const Class *classAt(Address address) {
     const auto [known, isNew] = classes_.try_emplace(address, nullptr);
     if (!isNew) {
       if (!known->second) {
@@ -202,24 +202,24 @@ class Reader {
       }
       return known->second;
     }
-    const auto *record = image_.At<records::Class>(address);
-    const records::ClassData &data = DataOf(address, 0);
-    const records::ClassData &metaData = DataOf(record->isa, records::kMeta);
+    const auto *record = image_.at<records::Class>(address);
+    const records::ClassData &data = dataOf(address, 0);
+    const records::ClassData &metaData = dataOf(record->isa, records::kMeta);
     Class made{};
-    made.name = image_.Text(data.name);
-    made.superclass = Refer(record->superclass);
+    made.name = image_.text(data.name);
+    made.superclass = refer(record->superclass);
     if (made.superclass.isMeta || (!made.superclass.own && !made.superclass.imported)) {
       Refuse("class %s has no superclass", made.name);
     }
-    made.methods = Methods(data.methods, made.name);
-    made.classMethods = ClassMethods(metaData.methods, made.name);
-    made.protocols = Protocols(data.protocols);
-    for (const auto &variable : Entries<records::Variable>(data.variables, made.name)) {
-      made.variables.push_back({image_.Text(variable.name), image_.Text(variable.types),
+    made.methods = methods(data.methods, made.name);
+    made.classMethods = classMethods(metaData.methods, made.name);
+    made.protocols = protocols(data.protocols);
+    for (const auto &variable : entries<records::Variable>(data.variables, made.name)) {
+      made.variables.push_back({image_.text(variable.name), image_.text(variable.types),
                                 variable.alignment, variable.size,
-                                image_.At<int64_t>(variable.offset)});
+                                image_.at<int64_t>(variable.offset)});
       if (variable.alignment > 4) {
-        Refuse("%s of %s is aligned oddly", image_.Text(variable.name), made.name);
+        Refuse("%s of %s is aligned oddly", image_.text(variable.name), made.name);
       }
     }
     result_.classes.push_back(std::move(made));
@@ -228,16 +228,16 @@ class Reader {
     return classes_[address] = result;
   }
 
-  void ReadCategory(Address address) {
-    const auto *record = image_.At<records::Category>(address);
-    const char *name = image_.Text(record->name);
-    const ClassReference target = Refer(record->target);
+  void readCategory(Address address) {
+    const auto *record = image_.at<records::Category>(address);
+    const char *name = image_.text(record->name);
+    const ClassReference target = refer(record->target);
     if (target.isMeta || (!target.own && !target.imported)) {
       Refuse("category %s has no class", name);
     }
-    result_.categories.push_back({name, target, Methods(record->instanceMethods, name),
-                                  ClassMethods(record->classMethods, name),
-                                  Protocols(record->protocols)});
+    result_.categories.push_back({name, target, methods(record->instanceMethods, name),
+                                  classMethods(record->classMethods, name),
+                                  protocols(record->protocols)});
   }
 
   const Image &image_;
@@ -249,6 +249,6 @@ class Reader {
 
 }  // namespace
 
-ObjectiveC ReadObjectiveC(const Image &image) { return Reader(image).Read(); }
+ObjectiveC ReadObjectiveC(const Image &image) { return Reader(image).read(); }
 
 }  // namespace macho

@@ -60,34 +60,34 @@ class Registry {
 
   void Register() {
     for (const ConstantString &string : read_.strings) {
-      Convert(string);
+      convert(string);
     }
     for (const auto &[place, name] : read_.selectors) {
       *place = reinterpret_cast<uintptr_t>(sel_registerName(name));
     }
     for (const Protocol &protocol : read_.protocols) {
-      Add(protocol);
+      add(protocol);
     }
     for (const Class &one : read_.classes) {
-      Add(one);
+      add(one);
     }
     for (const Category &category : read_.categories) {
-      const RuntimeClass target = Find(category.target);
-      AddMethods(target, category.methods);
-      AddMethods(MetaclassOf(target), category.classMethods);
-      AddProtocols(target, category.protocols);
+      const RuntimeClass target = find(category.target);
+      addMethods(target, category.methods);
+      addMethods(metaclassOf(target), category.classMethods);
+      addProtocols(target, category.protocols);
     }
     for (const auto &[place, protocol] : read_.protocolReferences) {
       *place = reinterpret_cast<uintptr_t>(protocols_.at(protocol));
     }
     for (const auto &[place, reference] : read_.classReferences) {
-      *place = reinterpret_cast<uintptr_t>(Find(reference));
+      *place = reinterpret_cast<uintptr_t>(find(reference));
     }
   }
 
  private:
   /// Makes a constant string of Apple's layout one of GNUstep's, which is shorter, in its place.
-  void Convert(const ConstantString &string) {
+  void convert(const ConstantString &string) {
     struct {
       RuntimeClass isa;
       const char *text;
@@ -97,19 +97,19 @@ class Registry {
     std::memcpy(string.record, &record, sizeof record);
   }
 
-  static RuntimeClass MetaclassOf(RuntimeClass one) {
+  static RuntimeClass metaclassOf(RuntimeClass one) {
     return object_getClass(reinterpret_cast<id>(one));
   }
 
-  RuntimeClass Find(const ClassReference &reference) const {
+  RuntimeClass find(const ClassReference &reference) const {
     if (!reference.own) {
       return reinterpret_cast<RuntimeClass>(reference.imported);
     }
     const RuntimeClass found = classes_.at(reference.own);
-    return reference.isMeta ? MetaclassOf(found) : found;
+    return reference.isMeta ? metaclassOf(found) : found;
   }
 
-  GccMethodDescriptions *Describe(const std::vector<Method> &methods) {
+  GccMethodDescriptions *describe(const std::vector<Method> &methods) {
     if (methods.empty()) {
       return nullptr;
     }
@@ -122,7 +122,7 @@ class Registry {
     return made;
   }
 
-  void Add(const Protocol &protocol) {
+  void add(const Protocol &protocol) {
     auto &made = protocols_[&protocol];
     made = reinterpret_cast<GccProtocol *>(objc_getProtocol(protocol.name));
     if (made) {
@@ -131,8 +131,8 @@ class Registry {
     made = Allocate<GccProtocol, char>(0);
     made->isa = static_cast<RuntimeClass>(objc_getClass("Protocol"));
     made->name = protocol.name;
-    made->instanceMethods = Describe(protocol.instanceMethods);
-    made->classMethods = Describe(protocol.classMethods);
+    made->instanceMethods = describe(protocol.instanceMethods);
+    made->classMethods = describe(protocol.classMethods);
     if (!protocol.adopted.empty()) {
       made->adopted = Allocate<GccProtocolList, GccProtocol *>(protocol.adopted.size());
       for (const Protocol *adopted : protocol.adopted) {
@@ -142,7 +142,7 @@ class Registry {
     __objc_protocols_add_protocol(protocol.name, made);
   }
 
-  static void AddMethods(RuntimeClass to, const std::vector<Method> &methods) {
+  static void addMethods(RuntimeClass to, const std::vector<Method> &methods) {
     for (const Method &method : methods) {
       const char *types = RuntimeTypes(method.types);
       const SEL selector = sel_registerTypedName(method.name, types);
@@ -154,19 +154,19 @@ class Registry {
     }
   }
 
-  void AddProtocols(RuntimeClass to, const std::vector<const Protocol *> &protocols) {
+  void addProtocols(RuntimeClass to, const std::vector<const Protocol *> &protocols) {
     for (const Protocol *protocol : protocols) {
       class_addProtocol(to, reinterpret_cast<::Protocol *>(protocols_.at(protocol)));
     }
   }
 
-  void Add(const Class &one) {
+  void add(const Class &one) {
     // Each copy of an image uses its own classes, whichever the runtime finds by the name.
     std::string name = one.name;
     for (int copy = 2; objc_lookUpClass(name.c_str()); ++copy) {
       name = one.name + std::string("-") + std::to_string(copy);
     }
-    const RuntimeClass superclass = Find(one.superclass);
+    const RuntimeClass superclass = find(one.superclass);
     const RuntimeClass made = objc_allocateClassPair(superclass, name.c_str(), 0);
     if (!made) {
       Refuse("class %s cannot be made", name.c_str());
@@ -177,9 +177,9 @@ class Registry {
         Refuse("variable %s of class %s cannot be made", variable.name, one.name);
       }
     }
-    AddMethods(made, one.methods);
-    AddMethods(MetaclassOf(made), one.classMethods);
-    AddProtocols(made, one.protocols);
+    addMethods(made, one.methods);
+    addMethods(metaclassOf(made), one.classMethods);
+    addProtocols(made, one.protocols);
     objc_registerClassPair(made);
     classes_[&one] = made;
 

@@ -37,9 +37,9 @@ uintptr_t DataOf(const Function &function, const Image &image) {
 std::vector<uint8_t> DescribeFrames(const Image &image) {
   FrameDescriptions frames;
   for (const Function &function : ReadCompactUnwind(image)) {
-    frames.Add(function, DataOf(function, image));
+    frames.add(function, DataOf(function, image));
   }
-  return std::move(frames).Finish();
+  return std::move(frames).finish();
 }
 
 void RegisterFrames(std::vector<uint8_t> frames) {

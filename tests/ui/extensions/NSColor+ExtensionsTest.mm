@@ -10,7 +10,7 @@
 
 namespace {
 
-void expectComponents(NSColor *color, double red, double green, double blue, double alpha) {
+void ExpectComponents(NSColor *color, double red, double green, double blue, double alpha) {
   CGFloat components[4] = {-1, -1, -1, -1};
   ASSERT_EQ(color.numberOfComponents, 4);
   [color getComponents:components];
@@ -30,19 +30,19 @@ namespace {
 
 std::vector<std::string> sCalls;
 
-std::vector<std::string> taken() {
+std::vector<std::string> Taken() {
   std::vector<std::string> calls;
   calls.swap(sCalls);
   return calls;
 }
 
-std::string hex(uint32_t value) {
+std::string Hex(uint32_t value) {
   char digits[9];
   std::snprintf(digits, sizeof digits, "%08X", value);
   return digits;
 }
 
-std::string nameOf(NSColorSpace *space) {
+std::string NameOf(NSColorSpace *space) {
   return space == nil                                       ? "none"
          : [space isEqual:NSColorSpace.sRGBColorSpace]      ? "sRGB"
          : [space isEqual:NSColorSpace.deviceRGBColorSpace] ? "device"
@@ -54,17 +54,17 @@ std::string nameOf(NSColorSpace *space) {
 @implementation OtherColor
 
 + (NSColor *)kv_colorWithRGBAHex:(uint32_t)value colorSpace:(NSColorSpace *)colorSpace {
-  sCalls.push_back("RGBA " + hex(value) + " " + nameOf(colorSpace));
+  sCalls.push_back("RGBA " + Hex(value) + " " + NameOf(colorSpace));
   return NSColor.redColor;
 }
 
 + (NSColor *)kv_colorWithRGBHex:(uint32_t)value colorSpace:(NSColorSpace *)colorSpace {
-  sCalls.push_back("RGB " + hex(value) + " " + nameOf(colorSpace));
+  sCalls.push_back("RGB " + Hex(value) + " " + NameOf(colorSpace));
   return [super kv_colorWithRGBHex:value colorSpace:colorSpace];
 }
 
 + (NSColor *)kv_colorWithSRGBHex:(uint32_t)value {
-  sCalls.push_back("sRGB " + hex(value));
+  sCalls.push_back("sRGB " + Hex(value));
   return [super kv_colorWithSRGBHex:value];
 }
 
@@ -87,20 +87,20 @@ std::string nameOf(NSColorSpace *space) {
 
 TEST(ColorsFromHex, GoByWayOfTheClassThatWasAsked) {
   using Calls = std::vector<std::string>;
-  taken();
+  Taken();
   NSColor *color = [OtherColor kv_colorWithRGBAHex:0x11223344];
-  EXPECT_EQ(taken(), Calls{"RGBA 11223344 none"});
+  EXPECT_EQ(Taken(), Calls{"RGBA 11223344 none"});
   EXPECT_TRUE([color isEqual:NSColor.redColor]);
   [OtherColor kv_colorWithRGBHex:0x112233];
-  EXPECT_EQ(taken(), (Calls{"RGB 00112233 none", "RGBA 112233FF none"}));
+  EXPECT_EQ(Taken(), (Calls{"RGB 00112233 none", "RGBA 112233FF none"}));
   [OtherColor kv_colorWithRGBHex:0x44112233];
-  EXPECT_EQ(taken(), (Calls{"RGB 44112233 none", "RGBA 112233FF none"}));
+  EXPECT_EQ(Taken(), (Calls{"RGB 44112233 none", "RGBA 112233FF none"}));
   [OtherColor kv_colorWithSRGBHex:0x112233];
-  EXPECT_EQ(taken(), (Calls{"sRGB 00112233", "RGB 00112233 sRGB", "RGBA 112233FF sRGB"}));
+  EXPECT_EQ(Taken(), (Calls{"sRGB 00112233", "RGB 00112233 sRGB", "RGBA 112233FF sRGB"}));
   [OtherColor kv_colorWithDeviceRGBHex:0x112233];
-  EXPECT_EQ(taken(), (Calls{"RGB 00112233 device", "RGBA 112233FF device"}));
+  EXPECT_EQ(Taken(), (Calls{"RGB 00112233 device", "RGBA 112233FF device"}));
   color = [OtherColor kv_colorWithSRGBHexString:@"112233" alpha:0.5];
-  EXPECT_EQ(taken(), (Calls{"sRGB 00112233", "RGB 00112233 sRGB", "RGBA 112233FF sRGB"}));
+  EXPECT_EQ(Taken(), (Calls{"sRGB 00112233", "RGB 00112233 sRGB", "RGBA 112233FF sRGB"}));
   EXPECT_EQ(color.alphaComponent, 0.5);
 }
 
@@ -108,18 +108,18 @@ TEST(ColorsFromHex, AreMadeByNSColorOfFourComponents) {
   MethodSwap swap(
       class_getClassMethod(NSColor.class, @selector(colorWithColorSpace:components:count:)),
       +[](id self, SEL, NSColorSpace *space, const CGFloat *components, NSInteger count) {
-        sCalls.push_back(std::string(class_getName(self)) + " " + nameOf(space) + " " +
+        sCalls.push_back(std::string(class_getName(self)) + " " + NameOf(space) + " " +
                          std::to_string(count));
         EXPECT_EQ(components[0], 0x11 / 255.0);
         EXPECT_EQ(components[3], 0x44 / 255.0);
         return NSColor.redColor;
       });
-  taken();
+  Taken();
   EXPECT_TRUE([[NSColor kv_colorWithRGBAHex:0x11223344
                                  colorSpace:NSColorSpace.sRGBColorSpace] isEqual:NSColor.redColor]);
-  EXPECT_EQ(taken(), std::vector<std::string>{"NSColor sRGB 4"});
+  EXPECT_EQ(Taken(), std::vector<std::string>{"NSColor sRGB 4"});
   EXPECT_TRUE([[ColorMaker kv_colorWithRGBAHex:0x11223344] isEqual:NSColor.redColor]);
-  EXPECT_EQ(taken(), std::vector<std::string>{"NSColor another 4"});
+  EXPECT_EQ(Taken(), std::vector<std::string>{"NSColor another 4"});
 }
 
 TEST(ColorChannels, AreEachByteThroughTwoHundredFiftyFiveExactly) {
@@ -141,12 +141,12 @@ TEST(ColorChannels, AreRedGreenBlueAlpha) {
 
 TEST(ColorFromRGBAHex, IsInTheGenericSpace) {
   NSColor *color = [NSColor kv_colorWithRGBAHex:0xFF000080];
-  expectComponents(color, 1.0, 0.0, 0.0, 128 / 255.0);
+  ExpectComponents(color, 1.0, 0.0, 0.0, 128 / 255.0);
   EXPECT_TRUE([color.colorSpace isEqual:NSColorSpace.genericRGBColorSpace]);
 }
 
 TEST(ColorFromRGBHex, DropsTheTopByteAndIsOpaque) {
-  expectComponents([NSColor kv_colorWithRGBHex:0x12345678], 0x34 / 255.0, 0x56 / 255.0,
+  ExpectComponents([NSColor kv_colorWithRGBHex:0x12345678], 0x34 / 255.0, 0x56 / 255.0,
                    0x78 / 255.0, 1.0);
 }
 
@@ -162,23 +162,23 @@ TEST(ColorFromHex, IsInTheSpaceThatTheMethodNames) {
 TEST(ColorFromHexText, TakesDigitsWithAndWithoutPrefix) {
   for (NSString *text in @[ @"336699", @"0x336699", @"0X336699", @" \t336699", @"336699 rest" ]) {
     NSColor *color = [NSColor kv_colorWithSRGBHexString:text alpha:0.5];
-    expectComponents(color, 0x33 / 255.0, 0x66 / 255.0, 0x99 / 255.0, 0.5);
+    ExpectComponents(color, 0x33 / 255.0, 0x66 / 255.0, 0x99 / 255.0, 0.5);
     EXPECT_TRUE([color.colorSpace isEqual:NSColorSpace.sRGBColorSpace]);
   }
 }
 
 TEST(ColorFromHexText, IsBlackForWhatDoesNotScan) {
   for (NSString *text in @[ @"#336699", @"", @"grey" ]) {
-    expectComponents([NSColor kv_colorWithSRGBHexString:text alpha:0.25], 0.0, 0.0, 0.0, 0.25);
+    ExpectComponents([NSColor kv_colorWithSRGBHexString:text alpha:0.25], 0.0, 0.0, 0.0, 0.25);
   }
 }
 
 TEST(ColorFromHexText, DropsTheTopByteOfALongValue) {
-  expectComponents([NSColor kv_colorWithSRGBHexString:@"FFFFFF80" alpha:0.5], 1.0, 1.0, 128 / 255.0,
+  ExpectComponents([NSColor kv_colorWithSRGBHexString:@"FFFFFF80" alpha:0.5], 1.0, 1.0, 128 / 255.0,
                    0.5);
 }
 
 TEST(ColorFromHexText, IsWhiteForAValueTooLarge) {
-  expectComponents([NSColor kv_colorWithSRGBHexString:@"1234567890AB" alpha:1.0], 1.0, 1.0, 1.0,
+  ExpectComponents([NSColor kv_colorWithSRGBHexString:@"1234567890AB" alpha:1.0], 1.0, 1.0, 1.0,
                    1.0);
 }

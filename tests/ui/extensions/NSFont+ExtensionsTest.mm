@@ -27,7 +27,7 @@ const double sOldToolkit = 1349.9;
 /// The replaced methods and the classes below record here what they are called with.
 std::vector<std::string> sCalls;
 
-std::vector<std::string> taken() {
+std::vector<std::string> Taken() {
   std::vector<std::string> calls;
   calls.swap(sCalls);
   return calls;
@@ -37,7 +37,7 @@ NSFont *sNamedFont;
 const MethodSwap *sFontWithName;
 
 /// Fakes the font of that name, unless it is one by which the toolkit makes its own.
-NSFont *fontWithName(id self, SEL cmd, NSString *name, CGFloat size) {
+NSFont *FontWithName(id self, SEL cmd, NSString *name, CGFloat size) {
   if (![name hasPrefix:@"HelveticaNeue"] && ![name hasPrefix:@"RobotoMono"] &&
       ![name isEqualToString:@"OtherFace"]) {
     return sFontWithName->original<NSFont *(id, SEL, NSString *, CGFloat)>()(self, cmd, name, size);
@@ -47,13 +47,13 @@ NSFont *fontWithName(id self, SEL cmd, NSString *name, CGFloat size) {
   return sNamedFont;
 }
 
-Method namedFont() {
+Method NamedFont() {
   sNamedFont = [NSFont userFixedPitchFontOfSize:77.0];
   return class_getClassMethod(NSFont.class, @selector(fontWithName:size:));
 }
 
 NSArray *sInstalled;
-NSArray *installedFonts(id, SEL) { return sInstalled; }
+NSArray *InstalledFonts(id, SEL) { return sInstalled; }
 
 }  // namespace
 
@@ -155,12 +155,12 @@ TEST(LegacyFaces, AreConstants) {
 
 TEST(SystemFont, IsTheLegacyFaceOnAnOldToolkit) {
   ToolkitVersion version(sOldToolkit);
-  MethodSwap swap(namedFont(), fontWithName);
+  MethodSwap swap(NamedFont(), FontWithName);
   sFontWithName = &swap;
-  taken();
+  Taken();
   NSFont *font = [NSFont afx_systemFontOfSize:12.0 weight:AFXFontWeightSemibold];
   EXPECT_EQ(font, sNamedFont);
-  EXPECT_EQ(taken(),
+  EXPECT_EQ(Taken(),
             std::vector<std::string>{"NSFont fontWithName:HelveticaNeue-Medium size:12.000000"});
 }
 
@@ -187,58 +187,58 @@ TEST(SystemFontWithWeightIfAvailable, IgnoresTheWeightOnAnOldToolkit) {
 }
 
 TEST(SystemFonts, AskTheClassThatWasAskedAndTakeTheFontFromNSFont) {
-  MethodSwap swap(namedFont(), fontWithName);
+  MethodSwap swap(NamedFont(), FontWithName);
   sFontWithName = &swap;
-  taken();
+  Taken();
   sKnowsWeights = YES;
   EXPECT_TRUE([[OtherFont afx_systemFontOfSize:12.0 weight:AFXFontWeightThin]
       isEqual:[NSFont systemFontOfSize:12.0 weight:NSFontWeightBlack]]);
-  EXPECT_EQ(taken(), (std::vector<std::string>{"knows", "weight 1"}));
+  EXPECT_EQ(Taken(), (std::vector<std::string>{"knows", "weight 1"}));
   EXPECT_TRUE([[OtherFont afx_systemFontOfSize:12.0 weightIfAvailable:AFXFontWeightThin]
       isEqual:[NSFont systemFontOfSize:12.0 weight:NSFontWeightBlack]]);
-  EXPECT_EQ(taken(), (std::vector<std::string>{"weightIfAvailable: 1", "knows", "weight 1"}));
+  EXPECT_EQ(Taken(), (std::vector<std::string>{"weightIfAvailable: 1", "knows", "weight 1"}));
   sKnowsWeights = NO;
   [OtherFont afx_systemFontOfSize:12.0 weight:AFXFontWeightThin];
-  EXPECT_EQ(taken(), (std::vector<std::string>{"knows", "face 1",
+  EXPECT_EQ(Taken(), (std::vector<std::string>{"knows", "face 1",
                                                "NSFont fontWithName:OtherFace size:12.000000"}));
   EXPECT_TRUE([[OtherFont afx_systemFontOfSize:12.0 weightIfAvailable:AFXFontWeightThin]
       isEqual:[NSFont systemFontOfSize:12.0]]);
-  EXPECT_EQ(taken(), (std::vector<std::string>{"weightIfAvailable: 1", "knows"}));
+  EXPECT_EQ(Taken(), (std::vector<std::string>{"weightIfAvailable: 1", "knows"}));
 }
 
 TEST(MonospacedFont, IsTheFaceOfTheWeightWhereItIsInstalled) {
-  MethodSwap named(namedFont(), fontWithName);
+  MethodSwap named(NamedFont(), FontWithName);
   sFontWithName = &named;
   MethodSwap installed(class_getInstanceMethod(NSFontManager.class, @selector(availableFonts)),
-                       installedFonts);
+                       InstalledFonts);
   sInstalled = @[ @"RobotoMono-Regular", @"RobotoMono-Medium", @"RobotoMono-Bold" ];
   for (NSUInteger weight = 0; weight < 12; ++weight) {
     const std::string face = weight == 3   ? "RobotoMono-Regular"
                              : weight == 6 ? "RobotoMono-Bold"
                                            : "RobotoMono-Medium";
-    taken();
+    Taken();
     NSFont *font = [OtherFont afx_robotoMonoFontOfSize:13.0 weight:(AFXFontWeight)weight];
     EXPECT_EQ(font, sNamedFont);
-    EXPECT_EQ(taken(), std::vector<std::string>{"NSFont fontWithName:" + face + " size:13.000000"});
+    EXPECT_EQ(Taken(), std::vector<std::string>{"NSFont fontWithName:" + face + " size:13.000000"});
   }
 }
 
 TEST(MonospacedFont, IsLookedForByItsExactName) {
   ToolkitVersion version(sNewToolkit);
-  MethodSwap named(namedFont(), fontWithName);
+  MethodSwap named(NamedFont(), FontWithName);
   sFontWithName = &named;
   MethodSwap installed(class_getInstanceMethod(NSFontManager.class, @selector(availableFonts)),
-                       installedFonts);
+                       InstalledFonts);
   sInstalled = @[ @"RobotoMono", @"robotomono-regular", @"RobotoMono-RegularItalic" ];
-  taken();
+  Taken();
   EXPECT_TRUE([[NSFont afx_robotoMonoFontOfSize:13.0 weight:AFXFontWeightRegular]
       isEqual:[NSFont systemFontOfSize:13.0 weight:NSFontWeightRegular]]);
-  EXPECT_EQ(taken(), std::vector<std::string>{});
+  EXPECT_EQ(Taken(), std::vector<std::string>{});
 }
 
 TEST(MonospacedFont, FallsBackToTheSystemFontOfTheGivenWeight) {
   MethodSwap installed(class_getInstanceMethod(NSFontManager.class, @selector(availableFonts)),
-                       installedFonts);
+                       InstalledFonts);
   sInstalled = @[];
   {
     ToolkitVersion version(sNewToolkit);
@@ -251,7 +251,7 @@ TEST(MonospacedFont, FallsBackToTheSystemFontOfTheGivenWeight) {
         isEqual:[NSFont systemFontOfSize:13.0]]);
   }
   // Not by way of the class that was asked.
-  taken();
+  Taken();
   [OtherFont afx_robotoMonoFontOfSize:13.0 weight:AFXFontWeightUltraLight];
-  EXPECT_EQ(taken(), std::vector<std::string>{});
+  EXPECT_EQ(Taken(), std::vector<std::string>{});
 }

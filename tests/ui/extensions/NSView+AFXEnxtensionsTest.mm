@@ -5,7 +5,7 @@
 
 namespace {
 
-NSView *makeView() {
+NSView *MakeView() {
   NSView *view = [[[NSView alloc] initWithFrame:NSMakeRect(0, 0, 100, 100)] autorelease];
   view.translatesAutoresizingMaskIntoConstraints = NO;
   return view;
@@ -14,10 +14,10 @@ NSView *makeView() {
 }  // namespace
 
 TEST(CenterXConstraint, IsAddedForDirectSubviewsOnly) {
-  NSView *container = makeView();
-  NSView *child = makeView();
-  NSView *grandchild = makeView();
-  NSView *stranger = makeView();
+  NSView *container = MakeView();
+  NSView *child = MakeView();
+  NSView *grandchild = MakeView();
+  NSView *stranger = MakeView();
   [container addSubview:child];
   [child addSubview:grandchild];
 
@@ -37,8 +37,8 @@ TEST(CenterXConstraint, IsAddedForDirectSubviewsOnly) {
 }
 
 TEST(CenterXConstraint, IsAddedInTheOrderOfTheViews) {
-  NSView *container = makeView();
-  NSArray *children = @[ makeView(), makeView(), makeView() ];
+  NSView *container = MakeView();
+  NSArray *children = @[ MakeView(), MakeView(), MakeView() ];
   for (NSView *child in children) {
     [container addSubview:child];
   }
@@ -50,16 +50,16 @@ TEST(CenterXConstraint, IsAddedInTheOrderOfTheViews) {
 }
 
 TEST(CenterXConstraint, IsNotMergedForAViewListedTwice) {
-  NSView *container = makeView();
-  NSView *child = makeView();
+  NSView *container = MakeView();
+  NSView *child = MakeView();
   [container addSubview:child];
   [container addCenterXContraintForSubviews:@[ child, child ]];
   EXPECT_EQ(container.constraints.count, 2u);
 }
 
 TEST(CenterXConstraint, TakesAnyCollection) {
-  NSView *container = makeView();
-  NSView *child = makeView();
+  NSView *container = MakeView();
+  NSView *child = MakeView();
   [container addSubview:child];
   [container addCenterXContraintForSubviews:[NSSet setWithObject:child]];
   EXPECT_EQ(container.constraints.count, 1u);
@@ -68,8 +68,8 @@ TEST(CenterXConstraint, TakesAnyCollection) {
 }
 
 TEST(VisualFormatConstraints, NeedNoMetricsForLiteralNumbers) {
-  NSView *container = makeView();
-  NSView *child = makeView();
+  NSView *container = MakeView();
+  NSView *child = MakeView();
   [container addSubview:child];
   [container addVisualFormatConstraints:@"H:|[close(0.0)]" views:@{@"close" : child} metrics:nil];
   EXPECT_EQ(container.constraints.count, 2u);
@@ -79,7 +79,7 @@ namespace {
 
 int sAsked;
 
-NSArray *constraints(id, SEL, NSString *format, NSLayoutFormatOptions options,
+NSArray *Constraints(id, SEL, NSString *format, NSLayoutFormatOptions options,
                      NSDictionary *metrics, NSDictionary *views) {
   ++sAsked;
   EXPECT_TRUE([format isEqualToString:@"H:|-(d)-[child]"]);
@@ -103,9 +103,9 @@ NSArray *constraints(id, SEL, NSString *format, NSLayoutFormatOptions options,
 TEST(VisualFormatConstraints, AreThoseThatTheToolkitMakesWithoutOptions) {
   MethodSwap swap(class_getClassMethod(NSLayoutConstraint.class, @selector
                                        (constraintsWithVisualFormat:options:metrics:views:)),
-                  constraints);
-  NSView *container = makeView();
-  NSView *child = makeView();
+                  Constraints);
+  NSView *container = MakeView();
+  NSView *child = MakeView();
   [container addSubview:child];
   sAsked = 0;
   [container addVisualFormatConstraints:@"H:|-(d)-[child]"
@@ -120,7 +120,7 @@ TEST(VisualFormatConstraints, AreThoseThatTheToolkitMakesWithoutOptions) {
 }
 
 TEST(VisualFormatConstraints, LeaveTheTranslationOfTheMaskAlone) {
-  NSView *container = makeView();
+  NSView *container = MakeView();
   NSView *child = [[[NSView alloc] initWithFrame:NSZeroRect] autorelease];
   [container addSubview:child];
   [container addVisualFormatConstraints:@"H:|[child(10)]" views:@{@"child" : child} metrics:nil];
@@ -128,7 +128,7 @@ TEST(VisualFormatConstraints, LeaveTheTranslationOfTheMaskAlone) {
 }
 
 TEST(VisualFormatConstraints, LetTheToolkitsOwnExceptionThrough) {
-  NSView *container = makeView();
+  NSView *container = MakeView();
   BOOL raised = NO;
   @try {
     [container addVisualFormatConstraints:@"H:|-[" views:@{} metrics:nil];

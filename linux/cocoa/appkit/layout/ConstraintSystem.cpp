@@ -33,8 +33,8 @@ void AddRow(ClpSimplex &model, const Constraint &constraint) {
   }
   const double constant = constraint.constant;
   model.addRow(static_cast<int>(columns.size()), columns.data(), elements.data(),
-               constraint.relation == Relation::LessOrEqual ? -COIN_DBL_MAX : constant,
-               constraint.relation == Relation::GreaterOrEqual ? COIN_DBL_MAX : constant);
+               constraint.relation == Relation::kLessOrEqual ? -COIN_DBL_MAX : constant,
+               constraint.relation == Relation::kGreaterOrEqual ? COIN_DBL_MAX : constant);
 }
 
 /// Lets the last row be missed by what the new column takes. Returns the column.
@@ -144,10 +144,10 @@ ConstraintSystem::Solution ConstraintSystem::solve() const {
       }
       AddRow(model, constraint);
       Level &level = levels[constraint.priority];
-      if (constraint.relation != Relation::LessOrEqual) {
+      if (constraint.relation != Relation::kLessOrEqual) {
         level.emplace_back(AddSlack(model, 1), constraint.weight);
       }
-      if (constraint.relation != Relation::GreaterOrEqual) {
+      if (constraint.relation != Relation::kGreaterOrEqual) {
         level.emplace_back(AddSlack(model, -1), constraint.weight);
       }
     }

@@ -25,7 +25,7 @@ class ConstraintSystem {
   /// `terms` stand in `relation` to `constant`.
   struct Constraint {
     std::vector<Term> terms;
-    Relation relation = Relation::Equal;
+    Relation relation = Relation::kEqual;
     double constant = 0;
     double priority = sRequired;  ///< Any number; sRequired and above must hold.
     double weight = 1;            ///< Cost of a violation of 1, among those of the same priority.

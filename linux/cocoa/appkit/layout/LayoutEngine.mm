@@ -43,9 +43,9 @@ void Report(const LayoutModel &model, const ConstraintSystem::Solution &solution
 
 RootSize RootSizeOf(NSView *root, const LayoutState &state) {
   if ([root window] != nil) {
-    return RootSize::OfWindow;
+    return RootSize::kOfWindow;
   }
-  return state.translatesMask ? RootSize::Given : RootSize::Smallest;
+  return state.translatesMask ? RootSize::kGiven : RootSize::kSmallest;
 }
 
 /// Gives a root another size, and its window with it, whose top left corner stays.
@@ -205,7 +205,7 @@ void UpdateConstraintsBelow(NSView *view) {
 
 NSSize FittingSizeOf(NSView *view) {
   UpdateConstraintsBelow(view);
-  const LayoutModel model(view, RootSize::Smallest);
+  const LayoutModel model(view, RootSize::kSmallest);
   const auto solution = model.solve();
   const auto &[across, down] = model.nodes().front().extents;
   const auto rounded = [](double value) { return std::ceil(std::round(value * 1000) / 1000); };

@@ -14,9 +14,9 @@ NSPoint LocalOriginOf(NSView *view);
 
 /// What decides about the size of a hierarchy's topmost view.
 enum class RootSize {
-  Given,     ///< It has its present size.
-  OfWindow,  ///< Its present size, at the priority at which a window keeps its own.
-  Smallest,  ///< The smallest that is possible.
+  kGiven,     ///< It has its present size.
+  kOfWindow,  ///< Its present size, at the priority at which a window keeps its own.
+  kSmallest,  ///< The smallest that is possible.
 };
 
 /// One hierarchy as a system of linear constraints. Variables are alignment rectangles, in points

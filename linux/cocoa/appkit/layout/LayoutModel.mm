@@ -79,7 +79,7 @@ LayoutModel::LayoutModel(NSView *root, RootSize rootSize) : rootSize_(rootSize) 
     if (nodes_[i].parent >= 0 && !nodes_[i].managed) {
       addMask(nodes_[i]);
     }
-    if (nodes_[i].managed || (i == 0 && rootSize == RootSize::Smallest)) {
+    if (nodes_[i].managed || (i == 0 && rootSize == RootSize::kSmallest)) {
       addIntrinsicSize(nodes_[i]);
     }
     if (nodes_[i].managed) {
@@ -152,7 +152,7 @@ void LayoutModel::collect(NSView *view, int parent) {
       extent.start = system_.addVariable(-HUGE_VAL, HUGE_VAL);
       extent.size = system_.addVariable(0, HUGE_VAL);
     } else {
-      const bool isGiven = rootSize_ == RootSize::Given;
+      const bool isGiven = rootSize_ == RootSize::kGiven;
       const double size = PresentSizeOf(node, orientation);
       extent.start = system_.addVariable(extent.nearInset, extent.nearInset);
       extent.size = system_.addVariable(isGiven ? size : 0, isGiven ? size : HUGE_VAL);
@@ -178,11 +178,11 @@ void LayoutModel::addSoft(Variable variable, Relation relation, double constant,
 void LayoutModel::addRootSize(const Node &root) {
   for (NSLayoutConstraintOrientation orientation : sOrientations) {
     const Variable size = root.extents[orientation].size;
-    if (rootSize_ == RootSize::OfWindow) {
-      addSoft(size, Relation::Equal, PresentSizeOf(root, orientation),
+    if (rootSize_ == RootSize::kOfWindow) {
+      addSoft(size, Relation::kEqual, PresentSizeOf(root, orientation),
               NSLayoutPriorityWindowSizeStayPut);
-    } else if (rootSize_ == RootSize::Smallest) {
-      addSoft(size, Relation::LessOrEqual, 0, NSLayoutPriorityFittingSizeCompression);
+    } else if (rootSize_ == RootSize::kSmallest) {
+      addSoft(size, Relation::kLessOrEqual, 0, NSLayoutPriorityFittingSizeCompression);
     }
   }
 }
@@ -208,14 +208,14 @@ void LayoutModel::addMask(const Node &node) {
     // rectangles.
     const double change = container.nearInset + container.farInset - containerSize;
     add({{{own.start, 1}, {container.start, -1}, {container.size, -growth.position}},
-         Relation::Equal,
+         Relation::kEqual,
          position + growth.position * change + own.nearInset - container.nearInset,
          ConstraintSystem::sRequired,
          1,
          true},
         origin);
     add({{{own.size, 1}, {container.size, -growth.size}},
-         Relation::Equal,
+         Relation::kEqual,
          size + growth.size * change - own.nearInset - own.farInset,
          ConstraintSystem::sRequired,
          1,
@@ -237,12 +237,12 @@ void LayoutModel::addIntrinsicSize(Node &node) {
     }
     const Variable variable = node.extents[orientation].size;
     add({{{variable, 1}},
-         Relation::LessOrEqual,
+         Relation::kLessOrEqual,
          size,
          [node.view contentHuggingPriorityForOrientation:orientation]},
         origin);
     add({{{variable, 1}},
-         Relation::GreaterOrEqual,
+         Relation::kGreaterOrEqual,
          size,
          [node.view contentCompressionResistancePriorityForOrientation:orientation]},
         origin);
@@ -255,9 +255,9 @@ void LayoutModel::addTieBreaks(const Node &node, size_t index) {
   const Node &parent = nodes_[node.parent];
   for (NSLayoutConstraintOrientation orientation : sOrientations) {
     const Extent &own = node.extents[orientation];
-    addSoft(own.size, Relation::LessOrEqual, 0, sSmallPriority, weight);
+    addSoft(own.size, Relation::kLessOrEqual, 0, sSmallPriority, weight);
     add({{{own.start, 1}, {parent.extents[orientation].start, -1}},
-         Relation::Equal,
+         Relation::kEqual,
          0,
          sNearPriority,
          weight},

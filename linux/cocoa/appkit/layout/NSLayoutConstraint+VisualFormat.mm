@@ -146,8 +146,8 @@ class Builder {
         add(to, toEdge, relation, from, fromEdge, gap, predicate);
       }
     };
-    if (connection.kind != VisualConnection::Kind::Measured) {
-      const bool flush = connection.kind == VisualConnection::Kind::Flush;
+    if (connection.kind != VisualConnection::Kind::kMeasured) {
+      const bool flush = connection.kind == VisualConnection::Kind::kFlush;
       connectBy(NSLayoutRelationEqual, flush ? 0 : standardGap, nullptr);
       return;
     }

@@ -12,23 +12,23 @@ using platform::layout::StateOf;
 
 namespace {
 
-enum class Kind { None, Horizontal, Vertical, Size };
+enum class Kind { kNone, kHorizontal, kVertical, kSize };
 
 Kind KindOf(NSLayoutAttribute attribute) {
   switch (attribute) {
     case NSLayoutAttributeNotAnAttribute:
-      return Kind::None;
+      return Kind::kNone;
     case NSLayoutAttributeLeft:
     case NSLayoutAttributeRight:
     case NSLayoutAttributeLeading:
     case NSLayoutAttributeTrailing:
     case NSLayoutAttributeCenterX:
-      return Kind::Horizontal;
+      return Kind::kHorizontal;
     case NSLayoutAttributeWidth:
     case NSLayoutAttributeHeight:
-      return Kind::Size;
+      return Kind::kSize;
     default:
-      return Kind::Vertical;
+      return Kind::kVertical;
   }
 }
 
@@ -108,17 +108,17 @@ void CheckFinite(CGFloat number, const char *what) {
   }
   const Kind firstKind = KindOf(_firstAttribute);
   const Kind secondKind = KindOf(_secondAttribute);
-  if (firstKind == Kind::None) {
+  if (firstKind == Kind::kNone) {
     [NSException raise:NSInvalidArgumentException
                 format:@"NSLayoutConstraint: the first attribute must be one"];
   }
-  if (second == nil && secondKind != Kind::None) {
+  if (second == nil && secondKind != Kind::kNone) {
     [NSException raise:NSInvalidArgumentException
                 format:@"NSLayoutConstraint: a multiplier is not legal here: attribute %@ has no "
                        @"item",
                        NameOf(_secondAttribute)];
   }
-  if (second == nil && firstKind != Kind::Size) {
+  if (second == nil && firstKind != Kind::kSize) {
     [NSException raise:NSInvalidArgumentException
                 format:@"NSLayoutConstraint: location attributes must be specified in pairs"];
   }
@@ -233,10 +233,10 @@ void CheckFinite(CGFloat number, const char *what) {
 
 - (NSString *)equation {
   const bool vertical =
-      KindOf(_firstAttribute) == Kind::Vertical || _firstAttribute == NSLayoutAttributeHeight;
+      KindOf(_firstAttribute) == Kind::kVertical || _firstAttribute == NSLayoutAttributeHeight;
   NSString *axis = vertical ? @"V" : @"H";
   NSString *relation = _relation == NSLayoutRelationEqual ? @"" : TextOf(_relation);
-  if (_secondItem == nil && KindOf(_firstAttribute) == Kind::Size) {
+  if (_secondItem == nil && KindOf(_firstAttribute) == Kind::kSize) {
     return
         [NSString stringWithFormat:@"%@:[%@(%@%g)]", axis, NameOf(_firstItem), relation, _constant];
   }

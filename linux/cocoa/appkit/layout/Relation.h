@@ -4,7 +4,7 @@
 namespace platform::layout {
 
 /// How the left side of a constraint stands to its right side; the values are NSLayoutRelation's.
-enum class Relation { LessOrEqual = -1, Equal = 0, GreaterOrEqual = 1 };
+enum class Relation { kLessOrEqual = -1, kEqual = 0, kGreaterOrEqual = 1 };
 
 }  // namespace platform::layout
 

@@ -115,10 +115,10 @@ class Parser {
     }
     skipBlanks();
     if (peek() == '[' || peek() == '|') {
-      connection.kind = VisualConnection::Kind::Standard;
+      connection.kind = VisualConnection::Kind::kStandard;
       return connection;
     }
-    connection.kind = VisualConnection::Kind::Measured;
+    connection.kind = VisualConnection::Kind::kMeasured;
     if (accept('(')) {
       connection.predicates = readPredicates();
     } else {
@@ -151,9 +151,9 @@ class Parser {
     skipBlanks();
     const char first = peek();
     if (first == '=' || first == '<' || first == '>') {
-      predicate.relation = first == '='   ? Relation::Equal
-                           : first == '<' ? Relation::LessOrEqual
-                                          : Relation::GreaterOrEqual;
+      predicate.relation = first == '='   ? Relation::kEqual
+                           : first == '<' ? Relation::kLessOrEqual
+                                          : Relation::kGreaterOrEqual;
       if (text_.substr(at_ + 1, 1) != "=") {
         fail("Expected one of ==, <= and >=");
       }

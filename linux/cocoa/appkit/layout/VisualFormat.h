@@ -21,7 +21,7 @@ struct VisualOperand {
 
 /// One of `8.0`, `>=d`, `==cancel@751`.
 struct VisualPredicate {
-  Relation relation = Relation::Equal;
+  Relation relation = Relation::kEqual;
   VisualOperand object;
   std::optional<VisualOperand> priority;
 };
@@ -29,8 +29,8 @@ struct VisualPredicate {
 /// What stands between two neighbours.
 struct VisualConnection {
   /// Flush: nothing between them. Standard: a lone `-`. Measured: `predicates` say it.
-  enum class Kind { Flush, Standard, Measured };
-  Kind kind = Kind::Flush;
+  enum class Kind { kFlush, kStandard, kMeasured };
+  Kind kind = Kind::kFlush;
   std::vector<VisualPredicate> predicates;
 };
 

@@ -3,13 +3,13 @@
 #import <AppKit/AppKit.h>
 #include <stdlib.h>
 
-enum { sMostInstalls = 32 };
+enum { kSMostInstalls = 32 };
 
-static void (*sInstalls[sMostInstalls])(void);
+static void (*sInstalls[kSMostInstalls])(void);
 static int sCount;
 
 void PlatformInstallAtLaunch(void (*install)(void)) {
-  if (sCount == sMostInstalls) {
+  if (sCount == kSMostInstalls) {
     abort();
   }
   sInstalls[sCount++] = install;

@@ -71,28 +71,28 @@ class Child {
       return;
     }
     kill(pid_, SIGKILL);
-    Wait();
+    wait();
   }
 
-  void Signal(int number) { kill(pid_, number); }
+  void signal(int number) { kill(pid_, number); }
 
   /// As a debugger does it: the daemon ends at SIGCONT.
-  bool Suspend() {
+  bool suspend() {
     int status;
     return ptrace(PTRACE_SEIZE, pid_, 0, 0) == 0 && ptrace(PTRACE_INTERRUPT, pid_, 0, 0) == 0 &&
            waitpid(pid_, &status, 0) == pid_ && WIFSTOPPED(status);
   }
-  void Resume() { ptrace(PTRACE_DETACH, pid_, 0, 0); }
+  void resume() { ptrace(PTRACE_DETACH, pid_, 0, 0); }
 
   /// Returns the exit status, or the negative number of the signal that ended it.
-  int Wait() {
+  int wait() {
     int status = 0;
     waitpid(pid_, &status, 0);
     pid_ = 0;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
   }
 
-  bool HasEnded() {
+  bool hasEnded() {
     int status;
     if (pid_ && waitpid(pid_, &status, WNOHANG) == pid_) {
       pid_ = 0;
@@ -106,7 +106,7 @@ class Child {
 
 /// Runs this program in one of the roles below and returns its exit status.
 int RunRole(const std::vector<std::string> &arguments, const std::string &output = "/dev/null") {
-  return Child(SelfPath(), arguments, output).Wait();
+  return Child(SelfPath(), arguments, output).wait();
 }
 
 std::string Read(const std::string &path) {
@@ -136,7 +136,7 @@ struct Received {
 
   ~Received() { [texts release]; }
 
-  static void Callback(CFNotificationCenterRef, void *observer, CFStringRef, const void *object,
+  static void callback(CFNotificationCenterRef, void *observer, CFStringRef, const void *object,
                        CFDictionaryRef userInfo) {
     Received *self = static_cast<Received *>(observer);
     self->allOnMain = self->allOnMain && [NSThread isMainThread];
@@ -154,22 +154,22 @@ class Observer {
  public:
   explicit Observer(NSString *object) : object_([object copy]) {
     CFNotificationCenterAddObserver(CFNotificationCenterGetDistributedCenter(), &received,
-                                    Received::Callback, (CFStringRef)kName, object_,
+                                    Received::callback, (CFStringRef)kName, object_,
                                     CFNotificationSuspensionBehaviorDeliverImmediately);
   }
   ~Observer() {
-    Remove();
+    remove();
     [object_ release];
   }
 
-  void Remove() {
+  void remove() {
     CFNotificationCenterRemoveObserver(CFNotificationCenterGetDistributedCenter(), &received,
                                        (CFStringRef)kName, nullptr);
   }
 
   /// Runs the run loop until the daemon knows the observer: what this process posts is sent after
   /// its observers are.
-  bool Await() {
+  bool await() {
     size_t before = received.withoutInfo;
     Post(object_, nil);
     Received *target = &received;
@@ -178,7 +178,7 @@ class Observer {
     });
   }
 
-  bool AwaitTexts(size_t count) {
+  bool awaitTexts(size_t count) {
     Received *target = &received;
     return RunLoopUntil(^bool {
       return [target->texts count] >= count;
@@ -200,50 +200,50 @@ class Notifications : public testing::Test {
     }
   }
   void TearDown() override {
-    StopDaemon();
+    stopDaemon();
     [pool_ release];
   }
 
-  void StartDaemon() { daemon_.reset(new Child(kDaemon, {"--no-fork"})); }
-  void StopDaemon() { daemon_.reset(); }
+  void startDaemon() { daemon_.reset(new Child(kDaemon, {"--no-fork"})); }
+  void stopDaemon() { daemon_.reset(); }
 
-  static std::string Folder() { return getenv("TEMP"); }
+  static std::string folder() { return getenv("TEMP"); }
 
   std::unique_ptr<Child> daemon_;
   NSAutoreleasePool *pool_;
 };
 
 TEST_F(Notifications, ReachAnObserverOnTheMainRunLoopFromAnotherProcess) {
-  StartDaemon();
+  startDaemon();
   Observer observer(@"17");
-  ASSERT_TRUE(observer.Await());
+  ASSERT_TRUE(observer.await());
   EXPECT_EQ(0, RunRole({"post", "17", "hello"}));
-  ASSERT_TRUE(observer.AwaitTexts(1));
+  ASSERT_TRUE(observer.awaitTexts(1));
   EXPECT_TRUE([[observer.received.texts lastObject] isEqual:@"hello"]);
   EXPECT_EQ("17", observer.received.objects.back());
   EXPECT_TRUE(observer.received.allOnMain);
 }
 
 TEST_F(Notifications, ForAnotherObjectAreNotReceived) {
-  StartDaemon();
+  startDaemon();
   Observer observer(@"18");
-  ASSERT_TRUE(observer.Await());
+  ASSERT_TRUE(observer.await());
   EXPECT_EQ(0, RunRole({"post", "19", "not for us"}));
   EXPECT_EQ(0, RunRole({"post", "18", "for us"}));
-  ASSERT_TRUE(observer.AwaitTexts(1));
+  ASSERT_TRUE(observer.awaitTexts(1));
   EXPECT_EQ(1u, [observer.received.texts count]);
   EXPECT_TRUE([[observer.received.texts lastObject] isEqual:@"for us"]);
 }
 
 TEST_F(Notifications, AreExchangedWithFoundationsOwnCenter) {
-  StartDaemon();
+  startDaemon();
   Observer observer(@"20");
-  ASSERT_TRUE(observer.Await());
+  ASSERT_TRUE(observer.await());
   EXPECT_EQ(0, RunRole({"foundation-post", "20", "from Foundation"}));
-  ASSERT_TRUE(observer.AwaitTexts(1));
+  ASSERT_TRUE(observer.awaitTexts(1));
   EXPECT_TRUE([[observer.received.texts lastObject] isEqual:@"from Foundation"]);
 
-  std::string log = Folder() + "/observed";
+  std::string log = folder() + "/observed";
   Child foundation(SelfPath(), {"foundation-observe", "21"}, log);
   ASSERT_TRUE(RunLoopUntil(^bool {
     return Read(log).find("ready") != std::string::npos;
@@ -252,7 +252,7 @@ TEST_F(Notifications, AreExchangedWithFoundationsOwnCenter) {
   ASSERT_TRUE(RunLoopUntil(^bool {
     return Read(log).find("to Foundation") != std::string::npos;
   }));
-  EXPECT_EQ(0, foundation.Wait());
+  EXPECT_EQ(0, foundation.wait());
 }
 
 TEST_F(Notifications, OfABurstAllArriveInOrder) {
@@ -261,21 +261,21 @@ TEST_F(Notifications, OfABurstAllArriveInOrder) {
 #else
   constexpr int kCount = 10000;
 #endif
-  StartDaemon();
+  startDaemon();
   Observer observer(@"22");
-  ASSERT_TRUE(observer.Await());
+  ASSERT_TRUE(observer.await());
   // The observer's run loop does not run meanwhile.
   EXPECT_EQ(0, RunRole({"post-many", "22", std::to_string(kCount)}));
-  ASSERT_TRUE(observer.AwaitTexts(kCount)) << [observer.received.texts count];
+  ASSERT_TRUE(observer.awaitTexts(kCount)) << [observer.received.texts count];
   for (int i = 0; i < kCount; ++i) {
     ASSERT_EQ(i, [[observer.received.texts objectAtIndex:i] intValue]);
   }
 }
 
 TEST_F(Notifications, CarryLongAndOddTexts) {
-  StartDaemon();
+  startDaemon();
   Observer observer(@"23");
-  ASSERT_TRUE(observer.Await());
+  ASSERT_TRUE(observer.await());
   NSMutableString *longText = [NSMutableString string];
   for (int i = 0; i < 8 << 20; i += 16) {
     [longText appendString:@"0123456789abcdef"];
@@ -303,9 +303,9 @@ TEST_F(Notifications, CarryLongAndOddTexts) {
 }
 
 TEST_F(Notifications, ThatCannotBeReadAreDropped) {
-  StartDaemon();
+  startDaemon();
   Observer observer(@"24");
-  ASSERT_TRUE(observer.Await());
+  ASSERT_TRUE(observer.await());
   DaemonLink *link = [[DaemonLink alloc] initWithReceiver:nil];
   ASSERT_NE(nil, link);
   NSData *noise = [@"this is no archive" dataUsingEncoding:NSUTF8StringEncoding];
@@ -317,93 +317,93 @@ TEST_F(Notifications, ThatCannotBeReadAreDropped) {
                       object:@"24"
                     userInfo:[NSArchiver archivedDataWithRootObject:UserInfo(@"readable")]
           deliverImmediately:YES]);
-  ASSERT_TRUE(observer.AwaitTexts(1));
+  ASSERT_TRUE(observer.awaitTexts(1));
   EXPECT_TRUE([[observer.received.texts lastObject] isEqual:@"readable"]);
   [link close];
   [link release];
 }
 
 TEST_F(Notifications, WhoseUserInfoCannotBeSentAreDropped) {
-  StartDaemon();
+  startDaemon();
   Observer observer(@"25");
-  ASSERT_TRUE(observer.Await());
+  ASSERT_TRUE(observer.await());
   CFNotificationCenterPostNotification(
       CFNotificationCenterGetDistributedCenter(), (CFStringRef)kName, @"25",
       (CFDictionaryRef)[NSDictionary dictionaryWithObject:[[NSObject new] autorelease]
                                                    forKey:kText],
       true);
   Post(@"25", @"plain");
-  ASSERT_TRUE(observer.AwaitTexts(1));
+  ASSERT_TRUE(observer.awaitTexts(1));
   EXPECT_TRUE([[observer.received.texts lastObject] isEqual:@"plain"]);
 }
 
 TEST_F(Notifications, EndWithTheRemovalOfTheirObserver) {
-  StartDaemon();
+  startDaemon();
   Observer removed(@"26");
   Observer kept(@"26");
-  ASSERT_TRUE(removed.Await());
-  ASSERT_TRUE(kept.Await());
+  ASSERT_TRUE(removed.await());
+  ASSERT_TRUE(kept.await());
   int before = static_cast<int>(removed.received.objects.size());
-  removed.Remove();
+  removed.remove();
   Post(@"26", @"later");
-  ASSERT_TRUE(kept.AwaitTexts(1));
+  ASSERT_TRUE(kept.awaitTexts(1));
   EXPECT_EQ(before, static_cast<int>(removed.received.objects.size()));
 }
 
 TEST_F(Notifications, OnTheirWayAreNotDeliveredAfterTheRemoval) {
-  StartDaemon();
+  startDaemon();
   Observer removed(@"27");
   Observer kept(@"27");
-  ASSERT_TRUE(removed.Await());
-  ASSERT_TRUE(kept.Await());
+  ASSERT_TRUE(removed.await());
+  ASSERT_TRUE(kept.await());
   Post(@"27", @"on its way");
   // Long enough for it to wait in the main queue, which is not drained here.
   usleep(100000);
   int before = static_cast<int>(removed.received.objects.size());
-  removed.Remove();
-  ASSERT_TRUE(kept.AwaitTexts(1));
+  removed.remove();
+  ASSERT_TRUE(kept.awaitTexts(1));
   EXPECT_EQ(before, static_cast<int>(removed.received.objects.size()));
 }
 
 TEST_F(Notifications, AreNotHeldUpByOneWhoNeverReads) {
-  StartDaemon();
+  startDaemon();
   Observer observer(@"28");
-  ASSERT_TRUE(observer.Await());
-  std::string log = Folder() + "/silent";
+  ASSERT_TRUE(observer.await());
+  std::string log = folder() + "/silent";
   Child silent(SelfPath(), {"foundation-observe", "29"}, log);
   ASSERT_TRUE(RunLoopUntil(^bool {
     return Read(log).find("ready") != std::string::npos;
   }));
-  silent.Signal(SIGSTOP);
+  silent.signal(SIGSTOP);
   Post(@"29", @"to the silent one");
   Post(@"28", @"to us");
-  EXPECT_TRUE(observer.AwaitTexts(1));
+  EXPECT_TRUE(observer.awaitTexts(1));
 }
 
 TEST_F(Notifications, PostedJustBeforeTheEndOfTheProcessAreStillSent) {
-  StartDaemon();
+  startDaemon();
   Observer observer(@"34");
-  ASSERT_TRUE(observer.Await());
+  ASSERT_TRUE(observer.await());
   EXPECT_EQ(0, RunRole({"post-and-exit", "34", "last words"}));
-  ASSERT_TRUE(observer.AwaitTexts(1));
+  ASSERT_TRUE(observer.awaitTexts(1));
   EXPECT_TRUE([[observer.received.texts lastObject] isEqual:@"last words"]);
 }
 
 TEST_F(Notifications, PostedJustBeforeTheEndOfTheProcessWaitForADaemonThatIsSlow) {
-  StartDaemon();
+  startDaemon();
   Observer observer(@"35");
-  ASSERT_TRUE(observer.Await());
-  ASSERT_TRUE(daemon_->Suspend());
-  Child ending(SelfPath(), {"post-and-exit", "35", "late words"}, Folder() + "/slow");
+  ASSERT_TRUE(observer.await());
+  ASSERT_TRUE(daemon_->suspend());
+  Child ending(SelfPath(), {"post-and-exit", "35", "late words"}, folder() + "/slow");
   usleep(500000);
-  daemon_->Resume();
-  EXPECT_EQ(0, ending.Wait());
-  ASSERT_TRUE(observer.AwaitTexts(1));
+  daemon_->resume();
+  EXPECT_EQ(0, ending.wait());
+  ASSERT_TRUE(observer.awaitTexts(1));
   EXPECT_TRUE([[observer.received.texts lastObject] isEqual:@"late words"]);
 }
 
 TEST_F(Notifications, WithoutADaemonNeitherBlockNorLog) {
-  std::string log = Folder() + "/missing";
+  std::string log = folder() + "/missing";
   Clock::time_point start = Clock::now();
   EXPECT_EQ(0, RunRole({"without-daemon"}, log));
   EXPECT_LT(SecondsSince(start), 9);
@@ -414,24 +414,24 @@ TEST_F(Notifications, ArriveOnceTheDaemonHasComeUp) {
   Observer observer(@"30");
   usleep(300000);
   EXPECT_TRUE(observer.received.objects.empty());
-  StartDaemon();
-  ASSERT_TRUE(observer.Await());
+  startDaemon();
+  ASSERT_TRUE(observer.await());
 }
 
 TEST_F(Notifications, ArriveAgainAfterTheDaemonWasKilledAndCameBack) {
-  StartDaemon();
+  startDaemon();
   Observer observer(@"31");
-  ASSERT_TRUE(observer.Await());
+  ASSERT_TRUE(observer.await());
   for (int i = 0; i < 2; ++i) {
-    StopDaemon();
+    stopDaemon();
     usleep(50000);
-    StartDaemon();
-    ASSERT_TRUE(observer.Await()) << i;
+    startDaemon();
+    ASSERT_TRUE(observer.await()) << i;
   }
 }
 
 TEST_F(Notifications, StartTheDaemonWhereItIsInstalledAndLeaveChildrenToTheHost) {
-  std::string log = Folder() + "/started";
+  std::string log = folder() + "/started";
   std::string path = getenv("PATH");
   setenv("PATH", "/usr/bin:/bin", 1);
   EXPECT_EQ(0, RunRole({"self-started"}, log)) << Read(log);
@@ -446,22 +446,22 @@ TEST_F(Notifications, StartTheDaemonWhereItIsInstalledAndLeaveChildrenToTheHost)
 }
 
 TEST_F(Notifications, DoNotHoldUpTheEndOfTheProcess) {
-  StartDaemon();
-  std::string log = Folder() + "/ending";
+  startDaemon();
+  std::string log = folder() + "/ending";
   EXPECT_EQ(0, RunRole({"observe-and-exit", "32"}, log));
   EXPECT_LT(atof(Read(log).c_str()), 5) << Read(log);
 }
 
 TEST_F(Notifications, OfAStoppedDaemonDoNotHoldUpTheEndOfTheProcess) {
-  StartDaemon();
-  std::string log = Folder() + "/ending";
+  startDaemon();
+  std::string log = folder() + "/ending";
   Child ending(SelfPath(), {"observe-and-exit-later", "33"}, log);
   ASSERT_TRUE(RunLoopUntil(^bool {
     return Read(log).find("ready") != std::string::npos;
   }));
-  daemon_->Signal(SIGSTOP);
-  ending.Signal(SIGUSR1);
-  EXPECT_EQ(0, ending.Wait());
+  daemon_->signal(SIGSTOP);
+  ending.signal(SIGUSR1);
+  EXPECT_EQ(0, ending.wait());
   std::string text = Read(log);
   double took = atof(text.substr(text.find("ready") + 5).c_str());
   EXPECT_GT(took, 0) << text;
@@ -492,7 +492,7 @@ TEST_F(Notifications, CoreFoundationObjectsAreFoundationsOwn) {
 /// Observes and posts the same: everything before it has reached the daemon when that comes back.
 bool AwaitEcho(NSString *object) {
   Observer observer(object);
-  return observer.Await();
+  return observer.await();
 }
 
 Clock::time_point sExitStart;
@@ -618,7 +618,7 @@ int Role(const std::vector<std::string> &arguments) {
     atexit(PrintTimeSinceExit);
     signal(SIGUSR1, [](int) { sSignalled = 1; });
     Observer observer(object);
-    if (!observer.Await()) {
+    if (!observer.await()) {
       return 6;
     }
     if (role == "observe-and-exit-later") {

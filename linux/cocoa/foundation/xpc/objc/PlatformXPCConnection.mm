@@ -54,12 +54,12 @@ using platform::xpc::OwnerLink;
 }
 
 - (id)retain {
-  OwnerLink::Increment(&_references);
+  OwnerLink::increment(&_references);
   return self;
 }
 
 - (oneway void)release {
-  if (OwnerLink::Decrement(&_references)) {
+  if (OwnerLink::decrement(&_references)) {
     [self dealloc];
   }
 }
@@ -70,8 +70,8 @@ using platform::xpc::OwnerLink;
 
 - (void)dealloc {
   if (_core) {
-    (*_core)->owner().Clear();
-    (*_core)->Invalidate();
+    (*_core)->owner().clear();
+    (*_core)->invalidate();
   }
   delete _core;
   [_serviceName release];
@@ -88,46 +88,46 @@ using platform::xpc::OwnerLink;
 }
 
 - (NSXPCInterface *)exportedInterface {
-  return (*_core)->Get(ConnectionCore::kExportedInterface);
+  return (*_core)->get(ConnectionCore::kExportedInterface);
 }
 
 - (void)setExportedInterface:(NSXPCInterface *)interface {
-  (*_core)->Set(ConnectionCore::kExportedInterface, interface);
+  (*_core)->set(ConnectionCore::kExportedInterface, interface);
 }
 
 - (id)exportedObject {
-  return (*_core)->Get(ConnectionCore::kExportedObject);
+  return (*_core)->get(ConnectionCore::kExportedObject);
 }
 
 - (void)setExportedObject:(id)object {
-  (*_core)->Set(ConnectionCore::kExportedObject, object);
+  (*_core)->set(ConnectionCore::kExportedObject, object);
 }
 
 - (NSXPCInterface *)remoteObjectInterface {
-  return (*_core)->Get(ConnectionCore::kRemoteInterface);
+  return (*_core)->get(ConnectionCore::kRemoteInterface);
 }
 
 - (void)setRemoteObjectInterface:(NSXPCInterface *)interface {
-  (*_core)->Set(ConnectionCore::kRemoteInterface, interface);
+  (*_core)->set(ConnectionCore::kRemoteInterface, interface);
 }
 
 - (void (^)(void))interruptionHandler {
-  return (*_core)->Get(ConnectionCore::kInterruption);
+  return (*_core)->get(ConnectionCore::kInterruption);
 }
 
 - (void)setInterruptionHandler:(void (^)(void))handler {
   id copied = [handler copy];
-  (*_core)->Set(ConnectionCore::kInterruption, copied);
+  (*_core)->set(ConnectionCore::kInterruption, copied);
   [copied release];
 }
 
 - (void (^)(void))invalidationHandler {
-  return (*_core)->Get(ConnectionCore::kInvalidation);
+  return (*_core)->get(ConnectionCore::kInvalidation);
 }
 
 - (void)setInvalidationHandler:(void (^)(void))handler {
   id copied = [handler copy];
-  (*_core)->Set(ConnectionCore::kInvalidation, copied);
+  (*_core)->set(ConnectionCore::kInvalidation, copied);
   [copied release];
 }
 
@@ -140,7 +140,7 @@ using platform::xpc::OwnerLink;
 }
 
 - (id)proxyWithErrorHandler:(id)handler {
-  PlatformXPCInterface *interface = (*_core)->Get(ConnectionCore::kRemoteInterface);
+  PlatformXPCInterface *interface = (*_core)->get(ConnectionCore::kRemoteInterface);
   if (!interface) {
     [NSException raise:NSInvalidArgumentException
                 format:@"A connection without a remoteObjectInterface has no proxy"];
@@ -152,15 +152,15 @@ using platform::xpc::OwnerLink;
 }
 
 - (void)resume {
-  (*_core)->Resume();
+  (*_core)->resume();
 }
 
 - (void)suspend {
-  (*_core)->Suspend();
+  (*_core)->suspend();
 }
 
 - (void)invalidate {
-  (*_core)->Invalidate();
+  (*_core)->invalidate();
 }
 
 - (pid_t)processIdentifier {
@@ -194,7 +194,7 @@ using platform::xpc::OwnerLink;
 @implementation NSXPCConnection (NSXPCConnectionCurrent)
 
 + (NSXPCConnection *)currentConnection {
-  return [[ConnectionCore::Current() retain] autorelease];
+  return [[ConnectionCore::current() retain] autorelease];
 }
 
 @end

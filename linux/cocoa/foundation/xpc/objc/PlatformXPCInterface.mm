@@ -36,12 +36,12 @@ static NSString *KeyOf(const char *selector, NSUInteger index, BOOL ofReply) {
 }
 
 - (void)setProtocol:(Protocol *)protocol {
-  _methods = ProtocolMethods::Of(protocol);
+  _methods = ProtocolMethods::of(protocol);
   _protocol = protocol;
 }
 
 - (void)checkSelector:(SEL)sel ofReply:(BOOL)ofReply {
-  const platform::xpc::Method *method = _methods->Find(sel);
+  const platform::xpc::Method *method = _methods->find(sel);
   if (!method || (ofReply && method->reply < 0)) {
     [NSException raise:NSInvalidArgumentException
                 format:@"The protocol %s has no %s%s", protocol_getName(_protocol),
@@ -62,7 +62,7 @@ static NSString *KeyOf(const char *selector, NSUInteger index, BOOL ofReply) {
 
 - (NSSet *)classesForSelector:(SEL)sel argumentIndex:(NSUInteger)arg ofReply:(BOOL)ofReply {
   [self checkSelector:sel ofReply:ofReply];
-  NSSet *classes = [self classesForMethod:_methods->Find(sel) argument:arg ofReply:ofReply];
+  NSSet *classes = [self classesForMethod:_methods->find(sel) argument:arg ofReply:ofReply];
   return classes ? classes : CodableClasses();
 }
 

@@ -42,12 +42,12 @@ using platform::xpc::OwnerLink;
 }
 
 - (id)retain {
-  OwnerLink::Increment(&_references);
+  OwnerLink::increment(&_references);
   return self;
 }
 
 - (oneway void)release {
-  if (OwnerLink::Decrement(&_references)) {
+  if (OwnerLink::decrement(&_references)) {
     [self dealloc];
   }
 }
@@ -58,8 +58,8 @@ using platform::xpc::OwnerLink;
 
 - (void)dealloc {
   if (_core) {
-    (*_core)->owner().Clear();
-    (*_core)->Invalidate();
+    (*_core)->owner().clear();
+    (*_core)->invalidate();
   }
   delete _core;
   [super dealloc];
@@ -70,27 +70,27 @@ using platform::xpc::OwnerLink;
 }
 
 - (void)setDelegate:(id<NSXPCListenerDelegate>)delegate {
-  (*_core)->SetDelegate(delegate);
+  (*_core)->setDelegate(delegate);
 }
 
 - (NSXPCListenerEndpoint *)endpoint {
   const auto connect = [core = std::weak_ptr<ListenerCore>(*_core)] {
     const auto listener = core.lock();
-    return listener ? listener->ConnectHere() : Descriptor();
+    return listener ? listener->connectHere() : Descriptor();
   };
   return [[[PlatformXPCListenerEndpoint alloc] initWithConnect:connect] autorelease];
 }
 
 - (void)resume {
-  (*_core)->Resume();
+  (*_core)->resume();
 }
 
 - (void)suspend {
-  (*_core)->Suspend();
+  (*_core)->suspend();
 }
 
 - (void)invalidate {
-  (*_core)->Invalidate();
+  (*_core)->invalidate();
 }
 
 @end

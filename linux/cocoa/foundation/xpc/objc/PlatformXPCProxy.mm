@@ -15,7 +15,7 @@ using platform::xpc::ProtocolMethods;
 /// The code of the methods.
 static void Send(ffi_cif *, void *, void **arguments, void *method) {
   PlatformXPCProxy *proxy = *static_cast<PlatformXPCProxy **>(arguments[0]);
-  proxy->_core->SendMessage(*static_cast<const platform::xpc::Method *>(method), proxy->_interface,
+  proxy->_core->sendMessage(*static_cast<const platform::xpc::Method *>(method), proxy->_interface,
                             arguments + 2, proxy->_errorHandler);
 }
 

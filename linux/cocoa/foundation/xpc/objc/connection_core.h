@@ -38,15 +38,15 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
   /// Leads to the object as long as that is there.
   OwnerLink &owner() { return owner_; }
 
-  void Resume();
-  void Suspend();
-  void Invalidate();
+  void resume();
+  void suspend();
+  void invalidate();
 
   /// Encodes the message and hands it to the channel. Raises NSInvalidArgumentException when an
   /// argument cannot be encoded.
   /// @param arguments  Point to the method's arguments.
   /// @param errorHandler  A block on the heap, or nil.
-  void SendMessage(const Method &method, PlatformXPCInterface *interface, void *const *arguments,
+  void sendMessage(const Method &method, PlatformXPCInterface *interface, void *const *arguments,
                    id errorHandler);
 
   /// The objects a connection is set up with. `Get` returns them autoreleased; `Set` retains, and
@@ -59,16 +59,16 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
     kInvalidation,
     kParts
   };
-  id Get(Part part);
-  void Set(Part part, id object);
+  id get(Part part);
+  void set(Part part, id object);
 
   /// Zeroes and highest values before there was one.
   Peer peer();
 
   /// The connection whose method or reply block runs on this thread, or nil.
-  static NSXPCConnection *Current();
+  static NSXPCConnection *current();
 
-  void OnChange() override;
+  void onChange() override;
 
  private:
   enum class State { kFresh, kActive, kInterrupted, kInvalid };
@@ -80,23 +80,23 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
     PlatformXPCInterface *interface = nil;
     const Method *method = nullptr;
     id errorHandler = nil;
-    void Release() const;
+    void release() const;
   };
   using Requests = std::map<uint64_t, Request>;  ///< In the order in which they were sent.
 
-  void OpenChannel();
-  void Schedule();
-  void Drain();
-  void HandleFrame(const std::shared_ptr<Channel> &channel, const Channel::Received &received);
-  const char *HandleMessage(const std::shared_ptr<Channel> &channel, const Frame &frame);
-  const char *HandleReply(const Frame &frame);
-  const char *DecodeArguments(const Frame &frame, const Signature &signature,
+  void openChannel();
+  void schedule();
+  void drain();
+  void handleFrame(const std::shared_ptr<Channel> &channel, const Channel::Received &received);
+  const char *handleMessage(const std::shared_ptr<Channel> &channel, const Frame &frame);
+  const char *handleReply(const Frame &frame);
+  const char *decodeArguments(const Frame &frame, const Signature &signature,
                               PlatformXPCInterface *interface, const Method &method, bool ofReply,
                               Slot *slots);
-  void HandleEnd(const std::shared_ptr<Channel> &channel, Channel::End end);
-  void End(State state, NSInteger code);
-  void FailLater(id errorHandler, NSInteger code);
-  NSString *ServiceName() const;
+  void handleEnd(const std::shared_ptr<Channel> &channel, Channel::End reason);
+  void end(State state, NSInteger code);
+  void failLater(id errorHandler, NSInteger code);
+  NSString *serviceName() const;
 
   OwnerLink owner_;
   const dispatch_queue_t queue_;

@@ -59,7 +59,7 @@ void RunErrorHandler(id handler, NSError *error) {
 
 }  // namespace
 
-void ConnectionCore::Request::Release() const {
+void ConnectionCore::Request::release() const {
   [block release];
   [interface release];
   [errorHandler release];
@@ -73,7 +73,7 @@ ConnectionCore::ConnectionCore(Target target, id owner, long *references)
 
 ConnectionCore::~ConnectionCore() {
   if (channel_) {
-    channel_->Close();
+    channel_->close();
   }
   for (id part : parts_) {
     [part release];
@@ -81,21 +81,21 @@ ConnectionCore::~ConnectionCore() {
   dispatch_release(queue_);
 }
 
-NSXPCConnection *ConnectionCore::Current() { return currentConnection; }
+NSXPCConnection *ConnectionCore::current() { return currentConnection; }
 
-NSString *ConnectionCore::ServiceName() const {
+NSString *ConnectionCore::serviceName() const {
   if (target_.kind != Target::kService) {
     return nil;
   }
   return [NSString stringWithUTF8String:target_.service.c_str()];
 }
 
-id ConnectionCore::Get(Part part) {
+id ConnectionCore::get(Part part) {
   std::lock_guard<std::mutex> lock(mutex_);
   return [[parts_[part] retain] autorelease];
 }
 
-void ConnectionCore::Set(Part part, id object) {
+void ConnectionCore::set(Part part, id object) {
   id old;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -117,7 +117,7 @@ Peer ConnectionCore::peer() {
 }
 
 /// Call with the lock held.
-void ConnectionCore::Schedule() {
+void ConnectionCore::schedule() {
   again_ = true;
   if (scheduled_) {
     return;
@@ -125,62 +125,62 @@ void ConnectionCore::Schedule() {
   scheduled_ = true;
   const auto self = shared_from_this();
   dispatch_async(queue_, ^{
-    self->Drain();
+    self->drain();
   });
 }
 
-void ConnectionCore::OnChange() {
+void ConnectionCore::onChange() {
   std::lock_guard<std::mutex> lock(mutex_);
-  Schedule();
+  schedule();
 }
 
 /// Call with the lock held.
-void ConnectionCore::OpenChannel() {
+void ConnectionCore::openChannel() {
   if (!channel_) {
     channel_ = std::make_shared<Channel>(weak_from_this());
   }
   bool opened = false;
   switch (target_.kind) {
     case Target::kService:
-      opened = channel_->Connect(target_.service);
+      opened = channel_->connect(target_.service);
       break;
     case Target::kListener:
-      opened = channel_->Adopt(target_.connect());
+      opened = channel_->adopt(target_.connect());
       break;
     case Target::kAccepted:
-      opened = channel_->Adopt(std::move(target_.accepted));
+      opened = channel_->adopt(std::move(target_.accepted));
       break;
   }
   state_ = State::kActive;
   if (!opened) {
-    Schedule();
+    schedule();
   }
 }
 
-void ConnectionCore::Resume() {
+void ConnectionCore::resume() {
   std::lock_guard<std::mutex> lock(mutex_);
   if (suspensions_ == 0 || --suspensions_ > 0 || state_ == State::kInvalid) {
     return;
   }
   if (state_ == State::kFresh) {
     if (target_.kind == Target::kAccepted) {
-      keptOwner_ = owner_.Retain();
+      keptOwner_ = owner_.retain();
     }
-    OpenChannel();
+    openChannel();
   }
   if (again_) {
-    Schedule();
+    schedule();
   }
 }
 
-void ConnectionCore::Suspend() {
+void ConnectionCore::suspend() {
   std::lock_guard<std::mutex> lock(mutex_);
   ++suspensions_;
 }
 
-void ConnectionCore::Invalidate() { End(State::kInvalid, NSXPCConnectionInvalid); }
+void ConnectionCore::invalidate() { end(State::kInvalid, NSXPCConnectionInvalid); }
 
-void ConnectionCore::SendMessage(const Method &method, PlatformXPCInterface *interface,
+void ConnectionCore::sendMessage(const Method &method, PlatformXPCInterface *interface,
                                  void *const *arguments, id errorHandler) {
   Request request;
   if (method.reply >= 0) {
@@ -190,27 +190,27 @@ void ConnectionCore::SendMessage(const Method &method, PlatformXPCInterface *int
       NSLog(@"XPC: %s is not sent: %s", method.name.c_str(),
             request.block ? "its reply block has types that cannot be sent"
                           : "it has no reply block");
-      FailLater(errorHandler, NSXPCConnectionReplyInvalid);
+      failLater(errorHandler, NSXPCConnectionReplyInvalid);
       return;
     }
   }
 
   uint64_t number = request.type ? ++lastRequest_ : 0;
   Writer writer;
-  writer.Begin(FrameKind::kMessage);
+  writer.begin(FrameKind::kMessage);
   const auto &types = method.signature->arguments();
-  writer.PutNumber(number);
-  writer.PutText(method.name);
+  writer.putNumber(number);
+  writer.putText(method.name);
   if (request.type) {
-    writer.PutText(SignatureOf(request.type).text());
+    writer.putText(SignatureOf(request.type).text());
   }
-  writer.PutNumber(types.size());
+  writer.putNumber(types.size());
   for (size_t i = 0; i < types.size(); ++i) {
     EncodeArgument(&writer, types[i], arguments[i]);
   }
-  if (!writer.Finish()) {
+  if (!writer.finish()) {
     NSLog(@"XPC: %s is not sent: it is too large", method.name.c_str());
-    FailLater(errorHandler, NSXPCConnectionInvalid);
+    failLater(errorHandler, NSXPCConnectionInvalid);
     return;
   }
 
@@ -221,11 +221,11 @@ void ConnectionCore::SendMessage(const Method &method, PlatformXPCInterface *int
       failure = NSXPCConnectionInvalid;
     } else {
       if (state_ == State::kInterrupted) {
-        OpenChannel();
+        openChannel();
       } else if (!channel_) {
         channel_ = std::make_shared<Channel>(weak_from_this());
       }
-      Channel::Sent sent = channel_->Send(writer.data(), writer.size());
+      Channel::Sent sent = channel_->send(writer.data(), writer.size());
       if (sent == Channel::Sent::kFull) {
         failure = NSXPCConnectionInterrupted;
         if (!overflowLogged_) {
@@ -246,22 +246,22 @@ void ConnectionCore::SendMessage(const Method &method, PlatformXPCInterface *int
     }
   }
   if (failure) {
-    FailLater(errorHandler, failure);
+    failLater(errorHandler, failure);
   }
 }
 
-void ConnectionCore::FailLater(id errorHandler, NSInteger code) {
+void ConnectionCore::failLater(id errorHandler, NSInteger code) {
   if (!errorHandler) {
     return;
   }
   const auto self = shared_from_this();
   dispatch_async(queue_, ^{
-    RunErrorHandler(errorHandler, MakeError(code, self->ServiceName()));
+    RunErrorHandler(errorHandler, MakeError(code, self->serviceName()));
   });
 }
 
 /// Queue.
-void ConnectionCore::Drain() {
+void ConnectionCore::drain() {
   for (;;) {
     std::shared_ptr<Channel> channel;
     {
@@ -277,14 +277,14 @@ void ConnectionCore::Drain() {
     // Asked first: what arrived before the end must not be overlooked.
     const Channel::End end = channel->end();
     Channel::Received received;
-    if (channel->TakeFrame(&received)) {
+    if (channel->takeFrame(&received)) {
       @autoreleasepool {
-        HandleFrame(channel, received);
+        handleFrame(channel, received);
       }
       continue;
     }
     if (end != Channel::End::kNone) {
-      HandleEnd(channel, end);
+      handleEnd(channel, end);
       continue;
     }
     std::lock_guard<std::mutex> lock(mutex_);
@@ -295,28 +295,28 @@ void ConnectionCore::Drain() {
   }
 }
 
-void ConnectionCore::HandleFrame(const std::shared_ptr<Channel> &channel,
+void ConnectionCore::handleFrame(const std::shared_ptr<Channel> &channel,
                                  const Channel::Received &received) {
   Frame frame;
   const char *problem =
       DecodePayload(received.kind, received.payload.data(), received.payload.size(), &frame);
   if (!problem) {
     problem =
-        received.kind == FrameKind::kMessage ? HandleMessage(channel, frame) : HandleReply(frame);
+        received.kind == FrameKind::kMessage ? handleMessage(channel, frame) : handleReply(frame);
   }
   if (problem) {
     if (!channel->Break(problem)) {
       NSLog(@"XPC: a connection has ended: %s", problem);
     }
     Channel::Received dropped;
-    while (channel->TakeFrame(&dropped)) {
+    while (channel->takeFrame(&dropped)) {
       continue;
     }
   }
 }
 
 /// Fills `slots`; the objects in it are owned by the caller, on failure too.
-const char *ConnectionCore::DecodeArguments(const Frame &frame, const Signature &signature,
+const char *ConnectionCore::decodeArguments(const Frame &frame, const Signature &signature,
                                             PlatformXPCInterface *interface, const Method &method,
                                             bool ofReply, Slot *slots) {
   const auto &types = signature.arguments();
@@ -357,9 +357,9 @@ void ReleaseArguments(const Signature &signature, Slot *slots) {
 
 }  // namespace
 
-const char *ConnectionCore::HandleMessage(const std::shared_ptr<Channel> &channel,
+const char *ConnectionCore::handleMessage(const std::shared_ptr<Channel> &channel,
                                           const Frame &frame) {
-  id owner = owner_.Retain();
+  id owner = owner_.retain();
   if (!owner) {
     return nullptr;
   }
@@ -372,7 +372,7 @@ const char *ConnectionCore::HandleMessage(const std::shared_ptr<Channel> &channe
   }
 
   const char *problem = nullptr;
-  const Method *method = interface ? [interface methods]->Find(frame.selector) : nullptr;
+  const Method *method = interface ? [interface methods]->find(frame.selector) : nullptr;
   const BlockType *type = nullptr;
   if (!method || ![object respondsToSelector:method->selector]) {
     problem = "a message has an unknown selector";
@@ -389,7 +389,7 @@ const char *ConnectionCore::HandleMessage(const std::shared_ptr<Channel> &channe
     const Signature &signature = *method->signature;
     Slot slots[kMaximumArguments];
     @try {
-      problem = DecodeArguments(frame, signature, interface, *method, false, slots);
+      problem = decodeArguments(frame, signature, interface, *method, false, slots);
       if (!problem && type) {
         slots[method->reply].pointer = MakeReplyBlock(type, channel, frame.request, frame.selector);
         if (!slots[method->reply].pointer) {
@@ -418,7 +418,7 @@ const char *ConnectionCore::HandleMessage(const std::shared_ptr<Channel> &channe
   return problem;
 }
 
-const char *ConnectionCore::HandleReply(const Frame &frame) {
+const char *ConnectionCore::handleReply(const Frame &frame) {
   Request request;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -433,17 +433,17 @@ const char *ConnectionCore::HandleReply(const Frame &frame) {
     request = found->second;
     requests_.erase(found);
   }
-  id owner = owner_.Retain();
+  id owner = owner_.retain();
   const Signature &signature = SignatureOf(request.type);
   Slot slots[kMaximumArguments];
   const char *problem = nullptr;
   bool decoded = false;
   @try {
-    problem = DecodeArguments(frame, signature, request.interface, *request.method, true, slots);
+    problem = decodeArguments(frame, signature, request.interface, *request.method, true, slots);
     decoded = true;
     CurrentConnection current(owner);
     if (problem) {
-      RunErrorHandler(request.errorHandler, MakeError(NSXPCConnectionReplyInvalid, ServiceName()));
+      RunErrorHandler(request.errorHandler, MakeError(NSXPCConnectionReplyInvalid, serviceName()));
     } else {
       CallBlock(request.block, request.type, slots);
     }
@@ -452,29 +452,29 @@ const char *ConnectionCore::HandleReply(const Frame &frame) {
   }
   if (!decoded) {
     problem = "an object cannot be made";
-    RunErrorHandler(request.errorHandler, MakeError(NSXPCConnectionReplyInvalid, ServiceName()));
+    RunErrorHandler(request.errorHandler, MakeError(NSXPCConnectionReplyInvalid, serviceName()));
   }
   ReleaseArguments(signature, slots);
-  request.Release();
+  request.release();
   [owner release];
   return problem;
 }
 
 /// Queue.
-void ConnectionCore::HandleEnd(const std::shared_ptr<Channel> &channel, Channel::End end) {
-  std::string problem = channel->Problem();
-  bool unreachable = end == Channel::End::kUnreachable;
+void ConnectionCore::handleEnd(const std::shared_ptr<Channel> &channel, Channel::End reason) {
+  std::string problem = channel->problem();
+  bool unreachable = reason == Channel::End::kUnreachable;
   if (!problem.empty()) {
     NSLog(@"XPC: %s%s", unreachable ? "" : "a connection ends: ", problem.c_str());
   }
   bool forGood = unreachable || target_.kind == Target::kAccepted;
   NSInteger code = unreachable ? NSXPCConnectionInvalid : NSXPCConnectionInterrupted;
-  End(forGood ? State::kInvalid : State::kInterrupted, code);
+  end(forGood ? State::kInvalid : State::kInterrupted, code);
 }
 
 /// Ends the channel, and with `state` kInvalid the connection; outstanding requests fail with
 /// `code`. Handlers run later on the queue.
-void ConnectionCore::End(State state, NSInteger code) {
+void ConnectionCore::end(State state, NSInteger code) {
   // Until the end, or an interruption and an invalidation would come in the wrong order.
   std::lock_guard<std::mutex> lock(mutex_);
   if (state_ == State::kInvalid) {
@@ -485,7 +485,7 @@ void ConnectionCore::End(State state, NSInteger code) {
     if (channel_->peer().process) {
       peer_ = channel_->peer();
     }
-    channel_->Close();
+    channel_->close();
     channel_.reset();
   }
   const bool forGood = state == State::kInvalid;
@@ -499,13 +499,13 @@ void ConnectionCore::End(State state, NSInteger code) {
       givenUp.push_back(std::exchange(parts_[part], nil));
     }
     givenUp.push_back(std::exchange(keptOwner_, nil));
-    target_.accepted.Reset();
+    target_.accepted.reset();
   }
   dispatch_async(queue_, ^{
-    NSError *error = MakeError(code, self->ServiceName());
+    NSError *error = MakeError(code, self->serviceName());
     for (const auto &[number, request] : requests) {
       RunErrorHandler(request.errorHandler, error);
-      request.Release();
+      request.release();
     }
     RunHandler(handler);
     for (id object : givenUp) {

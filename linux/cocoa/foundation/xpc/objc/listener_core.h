@@ -24,24 +24,24 @@ class ListenerCore : public std::enable_shared_from_this<ListenerCore> {
   /// Leads to the object as long as that is there.
   OwnerLink &owner() { return owner_; }
 
-  void Resume();
-  void Suspend();
-  void Invalidate();
+  void resume();
+  void suspend();
+  void invalidate();
 
   /// Not retained.
   id<NSXPCListenerDelegate> delegate();
-  void SetDelegate(id<NSXPCListenerDelegate> delegate);
+  void setDelegate(id<NSXPCListenerDelegate> delegate);
 
   /// Returns one end of a new connection, or an empty descriptor when the listener is invalid.
-  Descriptor ConnectHere();
+  Descriptor connectHere();
 
  private:
-  bool Listen(std::string *problem);
-  void OnAccepted(Descriptor socket);
-  void Pause();
-  void Release();
-  void Schedule();
-  void AcceptAll();
+  bool listen(std::string *problem);
+  void onAccepted(Descriptor socket);
+  void pause();
+  void release();
+  void schedule();
+  void acceptAll();
 
   const std::string service_;
   OwnerLink owner_;

@@ -21,7 +21,7 @@ ListenerCore::ListenerCore(std::string service, id owner, long *references)
 
 ListenerCore::~ListenerCore() { dispatch_release(queue_); }
 
-void ListenerCore::Resume() {
+void ListenerCore::resume() {
   std::string problem;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -30,10 +30,10 @@ void ListenerCore::Resume() {
     }
     if (!started_) {
       started_ = true;
-      invalid_ = !service_.empty() && !Listen(&problem);
+      invalid_ = !service_.empty() && !listen(&problem);
     }
     if (!waiting_.empty()) {
-      Schedule();
+      schedule();
     }
   }
   if (!problem.empty()) {
@@ -42,8 +42,8 @@ void ListenerCore::Resume() {
 }
 
 /// Call with the lock held. Returns false with a line for the log.
-bool ListenerCore::Listen(std::string *problem) {
-  io_ = IoThread::Shared();
+bool ListenerCore::listen(std::string *problem) {
+  io_ = IoThread::shared();
   if (!io_) {
     *problem = "no descriptors are left for the thread that reads and writes";
     return false;
@@ -54,7 +54,7 @@ bool ListenerCore::Listen(std::string *problem) {
   listener_ = evconnlistener_new(
       io_->base(),
       [](evconnlistener *, evutil_socket_t socket, sockaddr *, int, void *self) {
-        static_cast<ListenerCore *>(self)->OnAccepted(Descriptor(socket));
+        static_cast<ListenerCore *>(self)->onAccepted(Descriptor(socket));
       },
       this, LEV_OPT_CLOSE_ON_EXEC | LEV_OPT_THREADSAFE | LEV_OPT_DISABLED, 0,
       socket_.listening.get());
@@ -64,22 +64,22 @@ bool ListenerCore::Listen(std::string *problem) {
     return false;
   }
   evconnlistener_set_error_cb(
-      listener_, [](evconnlistener *, void *self) { static_cast<ListenerCore *>(self)->Pause(); });
+      listener_, [](evconnlistener *, void *self) { static_cast<ListenerCore *>(self)->pause(); });
   self_ = shared_from_this();
   evconnlistener_enable(listener_);
   return true;
 }
 
-void ListenerCore::Suspend() {
+void ListenerCore::suspend() {
   std::lock_guard<std::mutex> lock(mutex_);
   ++suspensions_;
 }
 
-void ListenerCore::Invalidate() {
+void ListenerCore::invalidate() {
   std::lock_guard<std::mutex> lock(mutex_);
   if (!invalid_ && listener_) {
     WithdrawService(&socket_);
-    io_->Run([self = self_] { self->Release(); });
+    io_->run([self = self_] { self->release(); });
   }
   invalid_ = true;
   delegate_ = nil;
@@ -92,67 +92,67 @@ id<NSXPCListenerDelegate> ListenerCore::delegate() {
   return [[delegate_ retain] autorelease];
 }
 
-void ListenerCore::SetDelegate(id<NSXPCListenerDelegate> delegate) {
+void ListenerCore::setDelegate(id<NSXPCListenerDelegate> delegate) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (!invalid_) {
     delegate_ = delegate;
   }
 }
 
-Descriptor ListenerCore::ConnectHere() {
+Descriptor ListenerCore::connectHere() {
   int ends[2];
   std::lock_guard<std::mutex> lock(mutex_);
   if (invalid_ || socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) != 0) {
     return Descriptor();
   }
   waiting_.emplace_back(ends[0]);
-  Schedule();
+  schedule();
   return Descriptor(ends[1]);
 }
 
 /// I/O thread.
-void ListenerCore::OnAccepted(Descriptor socket) {
+void ListenerCore::onAccepted(Descriptor socket) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (!invalid_ && PeerOf(socket).user == geteuid()) {
     waiting_.push_back(std::move(socket));
-    Schedule();
+    schedule();
   }
 }
 
 /// I/O thread, with libevent's lock held.
-void ListenerCore::Pause() {
+void ListenerCore::pause() {
   evconnlistener_disable(listener_);
   const auto resume = [self = self_] {
     if (self->listener_) {
       evconnlistener_enable(self->listener_);
     }
   };
-  io_->Run(resume, kExhaustedPause);
+  io_->run(resume, kExhaustedPause);
 }
 
 /// I/O thread. What nobody has accepted is dropped.
-void ListenerCore::Release() {
+void ListenerCore::release() {
   std::shared_ptr<ListenerCore> last;
   std::lock_guard<std::mutex> lock(mutex_);
   last = std::move(self_);
   evconnlistener_free(listener_);
   listener_ = nullptr;
-  socket_.listening.Reset();
+  socket_.listening.reset();
 }
 
 /// Call with the lock held.
-void ListenerCore::Schedule() {
+void ListenerCore::schedule() {
   if (suspensions_) {
     return;
   }
   const auto self = shared_from_this();
   dispatch_async(queue_, ^{
-    self->AcceptAll();
+    self->acceptAll();
   });
 }
 
 /// Queue.
-void ListenerCore::AcceptAll() {
+void ListenerCore::acceptAll() {
   std::vector<Descriptor> sockets;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -161,7 +161,7 @@ void ListenerCore::AcceptAll() {
     }
     sockets.swap(waiting_);
   }
-  NSXPCListener *owner = owner_.Retain();
+  NSXPCListener *owner = owner_.retain();
   if (!owner) {
     return;
   }

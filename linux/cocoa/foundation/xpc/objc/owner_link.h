@@ -13,7 +13,7 @@ class OwnerLink {
   OwnerLink(id owner, long *references) : owner_(owner), references_(references) {}
 
   /// Returns the owner with one reference more, or nil when it is going or gone.
-  id Retain() {
+  id retain() {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!owner_) {
       return nil;
@@ -29,16 +29,16 @@ class OwnerLink {
   }
 
   /// The first thing that the owner's dealloc does.
-  void Clear() {
+  void clear() {
     std::lock_guard<std::mutex> lock(mutex_);
     owner_ = nil;
   }
 
   /// The owner's `retain`.
-  static void Increment(long *references) { __atomic_fetch_add(references, 1, __ATOMIC_RELAXED); }
+  static void increment(long *references) { __atomic_fetch_add(references, 1, __ATOMIC_RELAXED); }
 
   /// The owner's `release`. Returns whether it was the last.
-  static bool Decrement(long *references) {
+  static bool decrement(long *references) {
     return __atomic_fetch_sub(references, 1, __ATOMIC_ACQ_REL) == 0;
   }
 

@@ -30,10 +30,10 @@ class ProtocolMethods {
   /// required and optional, without the protocol NSObject's,
   /// which are no business of a peer. Lives for ever. Raises NSInvalidArgumentException when one
   /// has types that cannot be sent.
-  static const ProtocolMethods *Of(Protocol *protocol);
+  static const ProtocolMethods *of(Protocol *protocol);
 
-  const Method *Find(std::string_view selector) const;
-  const Method *Find(SEL selector) const { return Find(sel_getName(selector)); }
+  const Method *find(std::string_view selector) const;
+  const Method *find(SEL selector) const { return find(sel_getName(selector)); }
 
   const std::unordered_map<std::string_view, std::unique_ptr<Method>> &all() const {
     return methods_;
@@ -43,8 +43,8 @@ class ProtocolMethods {
 
  private:
   explicit ProtocolMethods(Protocol *protocol) : protocol_(protocol) {}
-  void AddProtocol(Protocol *protocol);
-  void AddMethod(const char *name, const char *types);
+  void addProtocol(Protocol *protocol);
+  void addMethod(const char *name, const char *types);
 
   Protocol *const protocol_;
   std::unordered_map<std::string_view, std::unique_ptr<Method>> methods_;

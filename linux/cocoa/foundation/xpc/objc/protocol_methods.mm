@@ -25,7 +25,7 @@ struct ProtocolRecord {
 
 }  // namespace
 
-const ProtocolMethods *ProtocolMethods::Of(Protocol *protocol) {
+const ProtocolMethods *ProtocolMethods::of(Protocol *protocol) {
   static std::mutex mutex;
   static auto *known = new std::unordered_map<void *, const ProtocolMethods *>;
   {
@@ -39,7 +39,7 @@ const ProtocolMethods *ProtocolMethods::Of(Protocol *protocol) {
     [NSException raise:NSInvalidArgumentException format:@"An interface needs a protocol"];
   }
   std::unique_ptr<ProtocolMethods> methods(new ProtocolMethods(protocol));
-  methods->AddProtocol(protocol);
+  methods->addProtocol(protocol);
   std::lock_guard<std::mutex> lock(mutex);
   // Of two threads that come here together, one's work is not needed.
   const ProtocolMethods *&place = (*known)[protocol];
@@ -49,7 +49,7 @@ const ProtocolMethods *ProtocolMethods::Of(Protocol *protocol) {
   return place;
 }
 
-void ProtocolMethods::AddProtocol(Protocol *protocol) {
+void ProtocolMethods::addProtocol(Protocol *protocol) {
   if (std::strcmp(protocol_getName(protocol), "NSObject") == 0) {
     return;
   }
@@ -58,28 +58,28 @@ void ProtocolMethods::AddProtocol(Protocol *protocol) {
       protocol_copyMethodDescriptionList(protocol, YES, YES, &count);
   std::unique_ptr<objc_method_description, decltype(&free)> owned(descriptions, &free);
   for (unsigned i = 0; i < count; ++i) {
-    AddMethod(sel_getName(descriptions[i].name), descriptions[i].types);
+    addMethod(sel_getName(descriptions[i].name), descriptions[i].types);
   }
   const auto *record = reinterpret_cast<const ProtocolRecord *>(protocol);
   if (const OptionalMethods *optional = record->optional) {
     for (int i = 0; i < optional->count; ++i) {
-      AddMethod(optional->methods[i].name, optional->methods[i].types);
+      addMethod(optional->methods[i].name, optional->methods[i].types);
     }
   }
   Protocol **adopted = protocol_copyProtocolList(protocol, &count);
   std::unique_ptr<Protocol *, decltype(&free)> owner(adopted, &free);
   for (unsigned i = 0; i < count; ++i) {
-    AddProtocol(adopted[i]);
+    addProtocol(adopted[i]);
   }
 }
 
-void ProtocolMethods::AddMethod(const char *name, const char *types) {
+void ProtocolMethods::addMethod(const char *name, const char *types) {
   if (methods_.count(name)) {
     return;
   }
   std::unique_ptr<Method> method(new Method);
   method->name = name;
-  method->signature = Signature::Parse(Signature::Form::kMethod, types);
+  method->signature = Signature::parse(Signature::Form::kMethod, types);
   unsigned blocks = 0;
   if (method->signature) {
     const auto &arguments = method->signature->arguments();
@@ -106,7 +106,7 @@ void ProtocolMethods::AddMethod(const char *name, const char *types) {
   methods_.emplace(key, std::move(method));
 }
 
-const Method *ProtocolMethods::Find(std::string_view selector) const {
+const Method *ProtocolMethods::find(std::string_view selector) const {
   auto found = methods_.find(selector);
   return found == methods_.end() ? nullptr : found->second.get();
 }

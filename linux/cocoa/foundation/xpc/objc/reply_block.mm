@@ -42,8 +42,8 @@ void DisposeReplyBlock(const void *block) { delete static_cast<const ReplyBlock 
 
 class BlockType {
  public:
-  static const BlockType *Make(std::string_view encoding) {
-    auto signature = Signature::Parse(Signature::Form::kBlock, encoding);
+  static const BlockType *make(std::string_view encoding) {
+    auto signature = Signature::parse(Signature::Form::kBlock, encoding);
     if (!signature) {
       return nullptr;
     }
@@ -69,20 +69,20 @@ class BlockType {
                    {&CopyReplyBlock, &DisposeReplyBlock},
                    {signature_->text().c_str(), nullptr}};
     auto *closure = static_cast<ffi_closure *>(ffi_closure_alloc(sizeof(ffi_closure), &code_));
-    if (!closure || ffi_prep_closure_loc(closure, signature_->cif(), &BlockType::Called, this,
+    if (!closure || ffi_prep_closure_loc(closure, signature_->cif(), &BlockType::called, this,
                                          code_) != FFI_OK) {
       code_ = nullptr;
     }
   }
 
-  static void Called(ffi_cif *, void *, void **arguments, void *type);
+  static void called(ffi_cif *, void *, void **arguments, void *type);
 
   const std::unique_ptr<Signature> signature_;
   mutable ReplyDescriptor descriptor_;
   void *code_ = nullptr;
 };
 
-void BlockType::Called(ffi_cif *, void *, void **arguments, void *data) {
+void BlockType::called(ffi_cif *, void *, void **arguments, void *data) {
   const auto *type = static_cast<const BlockType *>(data);
   ReplyState *state = (*static_cast<ReplyBlock **>(arguments[0]))->state;
   if (state->called.exchange(true)) {
@@ -93,14 +93,14 @@ void BlockType::Called(ffi_cif *, void *, void **arguments, void *data) {
   Writer writer;
   std::string problem;
   @try {
-    writer.Begin(FrameKind::kReply);
-    writer.PutNumber(state->request);
+    writer.begin(FrameKind::kReply);
+    writer.putNumber(state->request);
     const auto &types = type->signature().arguments();
-    writer.PutNumber(types.size());
+    writer.putNumber(types.size());
     for (size_t i = 0; i < types.size(); ++i) {
       EncodeArgument(&writer, types[i], arguments[1 + i]);
     }
-    if (!writer.Finish()) {
+    if (!writer.finish()) {
       problem = "it is too large";
     }
   } @catch (NSException *exception) {
@@ -108,7 +108,7 @@ void BlockType::Called(ffi_cif *, void *, void **arguments, void *data) {
   }
   // A reply that cannot be sent must not leave the peer waiting.
   if (problem.empty() &&
-      state->channel->Send(writer.data(), writer.size()) == Channel::Sent::kFull) {
+      state->channel->send(writer.data(), writer.size()) == Channel::Sent::kFull) {
     problem = "too much waits to be sent already";
   }
   if (!problem.empty()) {
@@ -129,7 +129,7 @@ const BlockType *FindBlockType(std::string_view encoding, bool foreign) {
   if (foreign && foreignTypes >= kForeignTypes) {
     return nullptr;
   }
-  const BlockType *type = BlockType::Make(encoding);
+  const BlockType *type = BlockType::make(encoding);
   if (!type) {
     return nullptr;
   }

@@ -20,7 +20,7 @@ constexpr std::chrono::milliseconds kLingerTime(2000);
 }  // namespace
 
 Channel::Channel(std::weak_ptr<Client> client)
-    : client_(std::move(client)), io_(IoThread::Shared()) {
+    : client_(std::move(client)), io_(IoThread::shared()) {
   // Callbacks without libevent's lock: they take this channel's, which senders take first.
   if (io_) {
     stream_ = bufferevent_socket_new(io_->base(), -1,
@@ -28,7 +28,7 @@ Channel::Channel(std::weak_ptr<Client> client)
                                          BEV_OPT_DEFER_CALLBACKS | BEV_OPT_UNLOCK_CALLBACKS);
   }
   if (stream_) {
-    io_->FlushAtExit(bufferevent_get_output(stream_));
+    io_->flushAtExit(bufferevent_get_output(stream_));
   }
 }
 
@@ -37,11 +37,11 @@ Channel::~Channel() {
   if (!stream_) {
     return;
   }
-  DropUnsent();
+  dropUnsent();
   bufferevent_free(stream_);
 }
 
-bool Channel::Connect(const std::string &service) {
+bool Channel::connect(const std::string &service) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (state_ != State::kIdle) {
     return end_ == End::kNone;
@@ -49,72 +49,72 @@ bool Channel::Connect(const std::string &service) {
   if (stream_) {
     state_ = State::kConnecting;
     service_ = service;
-    TryToConnect();
+    tryToConnect();
   } else {
-    Finish(End::kUnreachable, "no descriptors are left for the thread that reads and writes");
+    finish(End::kUnreachable, "no descriptors are left for the thread that reads and writes");
   }
   return end_ == End::kNone;
 }
 
-bool Channel::Adopt(Descriptor socket) {
+bool Channel::adopt(Descriptor socket) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (state_ != State::kIdle) {
     return end_ == End::kNone;
   }
   if (stream_ && socket) {
-    Open(std::move(socket));
+    open(std::move(socket));
   } else {
-    Finish(End::kUnreachable, {});
+    finish(End::kUnreachable, {});
   }
   return end_ == End::kNone;
 }
 
 /// Call with the lock held, in state kConnecting.
-void Channel::TryToConnect() {
+void Channel::tryToConnect() {
   std::string problem;
   const int error = ConnectToService(service_, &connecting_, &problem);
   if (error == 0) {
-    Open(std::move(connecting_));
+    open(std::move(connecting_));
   } else if (error == EAGAIN) {
     const std::chrono::milliseconds pause(1 << std::min(tries_++, 6u));
-    io_->Run([self = shared_from_this()] { self->RetryToConnect(); }, pause);
+    io_->run([self = shared_from_this()] { self->retryToConnect(); }, pause);
   } else {
-    Finish(End::kUnreachable, std::move(problem));
+    finish(End::kUnreachable, std::move(problem));
   }
 }
 
 /// I/O thread.
-void Channel::RetryToConnect() {
+void Channel::retryToConnect() {
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (state_ != State::kConnecting) {
       return;
     }
-    TryToConnect();
+    tryToConnect();
     if (state_ != State::kEnded) {
       return;
     }
   }
-  NotifyClient();
+  notifyClient();
 }
 
 /// Call with the lock held.
-void Channel::Open(Descriptor socket) {
+void Channel::open(Descriptor socket) {
   peer_ = PeerOf(socket);
   state_ = State::kOpen;
   self_ = shared_from_this();
   bufferevent_setcb(
-      stream_, [](bufferevent *, void *self) { static_cast<Channel *>(self)->OnReadable(); },
-      [](bufferevent *, void *self) { static_cast<Channel *>(self)->OnWritten(); },
+      stream_, [](bufferevent *, void *self) { static_cast<Channel *>(self)->onReadable(); },
+      [](bufferevent *, void *self) { static_cast<Channel *>(self)->onWritten(); },
       [](bufferevent *, short what, void *self) {
-        static_cast<Channel *>(self)->OnEvent(what, EVUTIL_SOCKET_ERROR());
+        static_cast<Channel *>(self)->onEvent(what, EVUTIL_SOCKET_ERROR());
       },
       this);
-  bufferevent_setfd(stream_, socket.Take());
+  bufferevent_setfd(stream_, socket.take());
   bufferevent_enable(stream_, EV_READ | EV_WRITE);
 }
 
-Channel::Sent Channel::Send(const uint8_t *frame, size_t length) {
+Channel::Sent Channel::send(const uint8_t *frame, size_t length) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (state_ != State::kIdle && state_ != State::kConnecting && state_ != State::kOpen) {
     return Sent::kClosed;
@@ -124,11 +124,11 @@ Channel::Sent Channel::Send(const uint8_t *frame, size_t length) {
   }
   // Held while the I/O thread writes, too.
   bufferevent_lock(stream_);
-  const size_t waiting = Unsent();
+  const size_t waiting = unsent();
   const bool fits = !waiting || waiting + length <= kUnsentLimit;
   ssize_t written = 0;
   if (state_ == State::kOpen && !waiting) {
-    written = send(bufferevent_getfd(stream_), frame, length, MSG_NOSIGNAL | MSG_DONTWAIT);
+    written = ::send(bufferevent_getfd(stream_), frame, length, MSG_NOSIGNAL | MSG_DONTWAIT);
   }
   // An error comes again on the I/O thread, which first reads what the peer sent before it closed.
   const size_t done = static_cast<size_t>(std::max<ssize_t>(written, 0));
@@ -140,10 +140,10 @@ Channel::Sent Channel::Send(const uint8_t *frame, size_t length) {
 }
 
 /// Call with the lock held, while there is a stream.
-size_t Channel::Unsent() const { return evbuffer_get_length(bufferevent_get_output(stream_)); }
+size_t Channel::unsent() const { return evbuffer_get_length(bufferevent_get_output(stream_)); }
 
 /// Call with the lock held, while there is a stream.
-void Channel::DropUnsent() {
+void Channel::dropUnsent() {
   writeFailed_ = true;
   evbuffer *output = bufferevent_get_output(stream_);
   bufferevent_disable(stream_, EV_WRITE);
@@ -154,7 +154,7 @@ void Channel::DropUnsent() {
 }
 
 /// I/O thread.
-void Channel::OnReadable() {
+void Channel::onReadable() {
   bool changed = false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -167,7 +167,7 @@ void Channel::OnReadable() {
       uint32_t length = 0;
       Received frame;
       if (const char *wrong = DecodeHeader(header, &length, &frame.kind)) {
-        Finish(End::kBroken, wrong);
+        finish(End::kBroken, wrong);
         changed = true;
         break;
       }
@@ -186,51 +186,51 @@ void Channel::OnReadable() {
     }
   }
   if (changed) {
-    NotifyClient();
+    notifyClient();
   }
 }
 
 /// I/O thread.
-void Channel::OnWritten() {
+void Channel::onWritten() {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (state_ != State::kLingering || Unsent()) {
+    if (state_ != State::kLingering || unsent()) {
       return;
     }
   }
-  Release();
+  release();
 }
 
 /// I/O thread.
-void Channel::OnEvent(short what, int error) {
+void Channel::onEvent(short what, int error) {
   bool ends;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     // The peer may have sent something before it closed: the channel lives until that is read.
     if (what & BEV_EVENT_WRITING) {
-      DropUnsent();
+      dropUnsent();
     }
     ends = state_ == State::kOpen && (what & BEV_EVENT_READING);
     if (ends) {
-      FinishReading(what & BEV_EVENT_ERROR ? error : 0);
+      finishReading(what & BEV_EVENT_ERROR ? error : 0);
     }
   }
-  ends ? NotifyClient() : OnWritten();
+  ends ? notifyClient() : onWritten();
 }
 
 /// Call with the lock held.
-void Channel::FinishReading(int error) {
+void Channel::finishReading(int error) {
   // A peer that goes while something waits for it unread resets the connection.
   if (error && error != ECONNRESET && error != EPIPE) {
-    Finish(End::kBroken, std::strerror(error));
+    finish(End::kBroken, std::strerror(error));
   } else if (evbuffer_get_length(bufferevent_get_input(stream_))) {
-    Finish(End::kBroken, "the last frame is truncated");
+    finish(End::kBroken, "the last frame is truncated");
   } else {
-    Finish(End::kPeerClosed, {});
+    finish(End::kPeerClosed, {});
   }
 }
 
-bool Channel::TakeFrame(Received *frame) {
+bool Channel::takeFrame(Received *frame) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (ready_.empty()) {
     return false;
@@ -246,15 +246,15 @@ bool Channel::TakeFrame(Received *frame) {
 }
 
 /// Call with the lock held, in state kIdle, kConnecting or kOpen, then `NotifyClient` without it.
-void Channel::Finish(End end, std::string problem) {
+void Channel::finish(End end, std::string problem) {
   state_ = State::kEnded;
   end_ = end;
   problem_ = std::move(problem);
-  connecting_.Reset();
+  connecting_.reset();
   if (!stream_) {
     return;
   }
-  DropUnsent();
+  dropUnsent();
   bufferevent_disable(stream_, EV_READ);
   // The peer of a broken channel must hear of it now, not when the last frames here are handled.
   if (end == End::kBroken) {
@@ -268,15 +268,15 @@ bool Channel::Break(const std::string &problem) {
     if (state_ != State::kOpen) {
       return false;
     }
-    Finish(End::kBroken, problem);
+    finish(End::kBroken, problem);
   }
-  NotifyClient();
+  notifyClient();
   return true;
 }
 
-void Channel::NotifyClient() {
+void Channel::notifyClient() {
   if (auto client = client_.lock()) {
-    client->OnChange();
+    client->onChange();
   }
 }
 
@@ -285,7 +285,7 @@ Channel::End Channel::end() const {
   return end_;
 }
 
-std::string Channel::Problem() const {
+std::string Channel::problem() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return problem_;
 }
@@ -295,33 +295,33 @@ Peer Channel::peer() const {
   return peer_;
 }
 
-void Channel::Close() {
+void Channel::close() {
   std::lock_guard<std::mutex> lock(mutex_);
   ready_.clear();
   readySize_ = 0;
   if (state_ == State::kLingering || state_ == State::kClosed) {
     return;
   }
-  const bool lingers = state_ == State::kOpen && Unsent();
+  const bool lingers = state_ == State::kOpen && unsent();
   state_ = lingers ? State::kLingering : State::kClosed;
-  connecting_.Reset();
+  connecting_.reset();
   if (!stream_) {
     return;
   }
   if (!lingers) {
-    DropUnsent();
+    dropUnsent();
   }
   if (!self_) {
     return;
   }
   bufferevent_disable(stream_, EV_READ);
   shutdown(bufferevent_getfd(stream_), lingers ? SHUT_RD : SHUT_RDWR);
-  io_->Run([self = self_] { self->Release(); },
+  io_->run([self = self_] { self->release(); },
            lingers ? kLingerTime : std::chrono::milliseconds(0));
 }
 
 /// I/O thread.
-void Channel::Release() {
+void Channel::release() {
   std::shared_ptr<Channel> last;
   std::lock_guard<std::mutex> lock(mutex_);
   state_ = State::kClosed;
@@ -329,7 +329,7 @@ void Channel::Release() {
     return;
   }
   last = std::move(self_);
-  DropUnsent();
+  dropUnsent();
   bufferevent_free(stream_);
   stream_ = nullptr;
 }

@@ -24,7 +24,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
    public:
     virtual ~Client() = default;
     /// `TakeFrame` has something, or `end` has been set. Must only schedule what follows.
-    virtual void OnChange() = 0;
+    virtual void onChange() = 0;
   };
 
   enum class End {
@@ -52,22 +52,22 @@ class Channel : public std::enable_shared_from_this<Channel> {
 
   /// Connects to a service; returns at once. Returns false, without notifying the client, when that
   /// failed and ended the channel.
-  bool Connect(const std::string &service);
+  bool connect(const std::string &service);
   /// Takes over a connected socket, or none when the peer could not be reached. Returns as
   /// `Connect`.
-  bool Adopt(Descriptor socket);
+  bool adopt(Descriptor socket);
 
   /// Hands a frame over, behind all that was handed over before. It may be the last thing that a
   /// process does: it goes out on this thread if the socket takes it.
-  Sent Send(const uint8_t *frame, size_t length);
+  Sent send(const uint8_t *frame, size_t length);
 
   /// Takes the frame that arrived first. Returns false when there is none. Reading pauses while too
   /// much is buffered here (back-pressure).
-  bool TakeFrame(Received *frame);
+  bool takeFrame(Received *frame);
 
   /// How the channel ended; frames that arrived before are still there.
   End end() const;
-  std::string Problem() const;
+  std::string problem() const;
   Peer peer() const;
 
   /// Ends the channel as one that cannot go on. Frames that have arrived are still there. Returns
@@ -76,24 +76,24 @@ class Channel : public std::enable_shared_from_this<Channel> {
 
   /// Ends the channel without notifying the client. What is buffered still goes out if the peer
   /// takes it soon.
-  void Close();
+  void close();
 
  private:
   /// See the diagram in the layer's README.
   enum class State { kIdle, kConnecting, kOpen, kEnded, kLingering, kClosed };
 
-  void Open(Descriptor socket);
-  void TryToConnect();
-  void RetryToConnect();
-  size_t Unsent() const;
-  void DropUnsent();
-  void OnReadable();
-  void OnWritten();
-  void OnEvent(short what, int error);
-  void FinishReading(int error);
-  void Finish(End end, std::string problem);
-  void Release();
-  void NotifyClient();
+  void open(Descriptor socket);
+  void tryToConnect();
+  void retryToConnect();
+  size_t unsent() const;
+  void dropUnsent();
+  void onReadable();
+  void onWritten();
+  void onEvent(short what, int error);
+  void finishReading(int error);
+  void finish(End end, std::string problem);
+  void release();
+  void notifyClient();
 
   const std::weak_ptr<Client> client_;
   IoThread *const io_;

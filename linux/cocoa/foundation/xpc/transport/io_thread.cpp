@@ -17,7 +17,7 @@ constexpr std::chrono::milliseconds kExitWithoutProgress(50);
 
 }  // namespace
 
-IoThread *IoThread::Shared() {
+IoThread *IoThread::shared() {
   // Never deleted: the thread outlives every static's destructor.
   static std::mutex mutex;
   static IoThread *shared = nullptr;
@@ -26,16 +26,16 @@ IoThread *IoThread::Shared() {
     return shared;
   }
   auto *fresh = new IoThread;
-  if (!fresh->Start()) {
+  if (!fresh->start()) {
     delete fresh;
     return nullptr;
   }
   shared = fresh;
-  std::atexit([] { shared->WaitAtExit(); });
+  std::atexit([] { shared->waitAtExit(); });
   return shared;
 }
 
-bool IoThread::Start() {
+bool IoThread::start() {
   const auto loop = [](void *base) {
     event_base_loop(static_cast<event_base *>(base), EVLOOP_NO_EXIT_ON_EMPTY);
   };
@@ -51,7 +51,7 @@ bool IoThread::Start() {
   return false;
 }
 
-void IoThread::Run(std::function<void()> work, std::chrono::milliseconds delay) {
+void IoThread::run(std::function<void()> work, std::chrono::milliseconds delay) {
   const timeval time{delay.count() / 1000, delay.count() % 1000 * 1000};
   const auto run = [](evutil_socket_t, short, void *context) {
     std::unique_ptr<std::function<void()>> work(static_cast<std::function<void()> *>(context));
@@ -60,7 +60,7 @@ void IoThread::Run(std::function<void()> work, std::chrono::milliseconds delay) 
   event_base_once(base_, -1, EV_TIMEOUT, run, new std::function<void()>(std::move(work)), &time);
 }
 
-void IoThread::FlushAtExit(evbuffer *output) {
+void IoThread::flushAtExit(evbuffer *output) {
   const auto count = [](evbuffer *, const evbuffer_cb_info *change, void *context) {
     auto *self = static_cast<IoThread *>(context);
     std::lock_guard<std::mutex> lock(self->mutex_);
@@ -73,7 +73,7 @@ void IoThread::FlushAtExit(evbuffer *output) {
   evbuffer_add_cb(output, count, this);
 }
 
-void IoThread::WaitAtExit() {
+void IoThread::waitAtExit() {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point end = Clock::now() + kExitLimit;
   std::unique_lock<std::mutex> lock(mutex_);

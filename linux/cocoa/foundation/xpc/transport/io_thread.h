@@ -19,21 +19,21 @@ class IoThread {
  public:
   /// Returns the thread, started if it was not, or nullptr when the system has no descriptors or
   /// threads left (the next call tries again). Any thread.
-  static IoThread *Shared();
+  static IoThread *shared();
 
   event_base *base() const { return base_; }
 
   /// Runs `work` on the thread after `delay`. It must not block. Any thread.
-  void Run(std::function<void()> work,
+  void run(std::function<void()> work,
            std::chrono::milliseconds delay = std::chrono::milliseconds(0));
 
   /// Has a normal exit of the process wait a moment for the bytes in `output`. Any thread.
-  void FlushAtExit(evbuffer *output);
+  void flushAtExit(evbuffer *output);
 
  private:
   IoThread() = default;
-  bool Start();
-  void WaitAtExit();
+  bool start();
+  void waitAtExit();
 
   event_base *base_ = nullptr;
 

@@ -94,7 +94,7 @@ int OpenSocket(Descriptor *socket) {
 
 }  // namespace
 
-void Descriptor::Reset() {
+void Descriptor::reset() {
   if (fd_ >= 0) {
     close(fd_);
   }
@@ -160,7 +160,7 @@ int OfferService(const std::string &name, ServiceSocket *service, std::string *p
     error = errno == EWOULDBLOCK ? EADDRINUSE : errno;
     *problem = error == EADDRINUSE ? "the service " + name + " is offered already"
                                    : Because("cannot lock the service " + name, error);
-    service->lock.Reset();
+    service->lock.reset();
     return error;
   }
 
@@ -181,8 +181,8 @@ int OfferService(const std::string &name, ServiceSocket *service, std::string *p
   }
   if (error) {
     *problem = Because("cannot offer the service " + name, error);
-    service->listening.Reset();
-    service->lock.Reset();
+    service->listening.reset();
+    service->lock.reset();
     return error;
   }
   service->path = path + "/" + name;
@@ -192,7 +192,7 @@ int OfferService(const std::string &name, ServiceSocket *service, std::string *p
 void WithdrawService(ServiceSocket *service) {
   // While the lock is held: a successor's socket must not be the one that goes.
   unlink(service->path.c_str());
-  service->lock.Reset();
+  service->lock.reset();
 }
 
 }  // namespace platform::xpc

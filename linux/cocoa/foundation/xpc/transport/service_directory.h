@@ -14,23 +14,23 @@ class Descriptor {
  public:
   Descriptor() = default;
   explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() { Reset(); }
-  Descriptor(Descriptor &&other) : fd_(other.Take()) {}
+  ~Descriptor() { reset(); }
+  Descriptor(Descriptor &&other) : fd_(other.take()) {}
   Descriptor &operator=(Descriptor &&other) {
     if (this != &other) {
-      Reset();
-      fd_ = other.Take();
+      reset();
+      fd_ = other.take();
     }
     return *this;
   }
   explicit operator bool() const { return fd_ >= 0; }
   int get() const { return fd_; }
-  int Take() {
+  int take() {
     int fd = fd_;
     fd_ = -1;
     return fd;
   }
-  void Reset();
+  void reset();
 
  private:
   int fd_ = -1;

@@ -17,31 +17,31 @@ namespace {
 void PutString(Writer *writer, NSString *string) {
   std::vector<unichar> units([string length]);
   [string getCharacters:units.data() range:NSMakeRange(0, units.size())];
-  writer->PutUTF16(units.data(), units.size());
+  writer->putUtF16(units.data(), units.size());
 }
 
 void PutNumberObject(Writer *writer, NSNumber *number) {
   if ([number class] == [[NSNumber numberWithBool:YES] class]) {
-    writer->PutTag([number boolValue] ? Tag::kTrue : Tag::kFalse);
+    writer->putTag([number boolValue] ? Tag::kTrue : Tag::kFalse);
     return;
   }
   switch ([number objCType][0]) {
     case 'f':
     case 'd':
-      writer->PutTag(Tag::kFloatingNumber);
-      writer->PutDouble([number doubleValue]);
+      writer->putTag(Tag::kFloatingNumber);
+      writer->putDouble([number doubleValue]);
       return;
     case 'C':
     case 'S':
     case 'I':
     case 'L':
     case 'Q':
-      writer->PutTag(Tag::kUnsignedNumber);
-      writer->PutNumber([number unsignedLongLongValue]);
+      writer->putTag(Tag::kUnsignedNumber);
+      writer->putNumber([number unsignedLongLongValue]);
       return;
     default:
-      writer->PutTag(Tag::kSignedNumber);
-      writer->PutSigned([number longLongValue]);
+      writer->putTag(Tag::kSignedNumber);
+      writer->putSigned([number longLongValue]);
   }
 }
 
@@ -58,11 +58,11 @@ void PutPair(Writer *writer, NSDictionary *dictionary, id key, unsigned depth) {
 }
 
 void PutError(Writer *writer, NSError *error, unsigned depth) {
-  writer->PutTag(Tag::kError);
-  writer->PutTag(Tag::kString);
+  writer->putTag(Tag::kError);
+  writer->putTag(Tag::kString);
   PutString(writer, [error domain]);
-  writer->PutTag(Tag::kSigned);
-  writer->PutSigned([error code]);
+  writer->putTag(Tag::kSigned);
+  writer->putSigned([error code]);
   NSDictionary *info = [error userInfo];
   Writer pairs;
   unsigned count = 0;
@@ -73,21 +73,21 @@ void PutError(Writer *writer, NSError *error, unsigned depth) {
     } @catch (NSException *) {
       continue;
     }
-    pairs.PutBytes(pair.data(), pair.size());
+    pairs.putBytes(pair.data(), pair.size());
     ++count;
   }
   if (count == 0) {
-    writer->PutTag(Tag::kNil);
+    writer->putTag(Tag::kNil);
     return;
   }
-  writer->PutTag(Tag::kDictionary);
-  writer->PutNumber(count);
-  writer->PutBytes(pairs.data(), pairs.size());
+  writer->putTag(Tag::kDictionary);
+  writer->putNumber(count);
+  writer->putBytes(pairs.data(), pairs.size());
 }
 
 void Put(Writer *writer, id object, unsigned depth) {
   if (!object) {
-    writer->PutTag(Tag::kNil);
+    writer->putTag(Tag::kNil);
     return;
   }
   if (depth > kMaximumDepth) {
@@ -95,34 +95,34 @@ void Put(Writer *writer, id object, unsigned depth) {
                 format:@"Objects are nested too deeply to be sent over a connection"];
   }
   if ([object isKindOfClass:[NSString class]]) {
-    writer->PutTag(Tag::kString);
+    writer->putTag(Tag::kString);
     PutString(writer, object);
   } else if ([object isKindOfClass:[NSNumber class]]) {
     PutNumberObject(writer, object);
   } else if ([object isKindOfClass:[NSArray class]]) {
-    writer->PutTag(Tag::kArray);
-    writer->PutNumber([object count]);
+    writer->putTag(Tag::kArray);
+    writer->putNumber([object count]);
     for (id element in (NSArray *)object) {
       Put(writer, element, depth + 1);
     }
   } else if ([object isKindOfClass:[NSDictionary class]]) {
-    writer->PutTag(Tag::kDictionary);
-    writer->PutNumber([object count]);
+    writer->putTag(Tag::kDictionary);
+    writer->putNumber([object count]);
     for (id key in (NSDictionary *)object) {
       PutPair(writer, object, key, depth + 1);
     }
   } else if ([object isKindOfClass:[NSError class]]) {
     PutError(writer, object, depth);
   } else if ([object isKindOfClass:[NSData class]]) {
-    writer->PutTag(Tag::kData);
-    writer->PutText({static_cast<const char *>([object bytes]), [(NSData *)object length]});
+    writer->putTag(Tag::kData);
+    writer->putText({static_cast<const char *>([object bytes]), [(NSData *)object length]});
   } else if ([object isKindOfClass:[NSNull class]]) {
-    writer->PutTag(Tag::kNull);
+    writer->putTag(Tag::kNull);
   } else if ([object isKindOfClass:[NSDate class]]) {
-    writer->PutTag(Tag::kDate);
-    writer->PutDouble([object timeIntervalSinceReferenceDate]);
+    writer->putTag(Tag::kDate);
+    writer->putDouble([object timeIntervalSinceReferenceDate]);
   } else if ([object isKindOfClass:[NSURL class]]) {
-    writer->PutTag(Tag::kURL);
+    writer->putTag(Tag::kURL);
     PutString(writer, [object absoluteString]);
   } else {
     RaiseNotCodable(object);
@@ -203,28 +203,28 @@ void EncodeArgument(Writer *writer, const Type &type, const void *value) {
       Put(writer, *static_cast<const id *>(value), 0);
       return;
     case TypeKind::kFloating:
-      writer->PutTag(Tag::kFloating);
-      writer->PutDouble(type.size == 4 ? *static_cast<const float *>(value)
+      writer->putTag(Tag::kFloating);
+      writer->putDouble(type.size == 4 ? *static_cast<const float *>(value)
                                        : *static_cast<const double *>(value));
       return;
     case TypeKind::kSigned: {
       const unsigned unused = 64 - 8 * type.size;
       uint64_t bits = 0;
       std::memcpy(&bits, value, type.size);
-      writer->PutTag(Tag::kSigned);
-      writer->PutSigned(static_cast<int64_t>(bits << unused) >> unused);
+      writer->putTag(Tag::kSigned);
+      writer->putSigned(static_cast<int64_t>(bits << unused) >> unused);
       return;
     }
     case TypeKind::kBool:
     case TypeKind::kUnsigned: {
       uint64_t positive = 0;
       std::memcpy(&positive, value, type.size);
-      writer->PutTag(Tag::kUnsigned);
-      writer->PutNumber(positive);
+      writer->putTag(Tag::kUnsigned);
+      writer->putNumber(positive);
       return;
     }
     case TypeKind::kBlock:
-      writer->PutTag(Tag::kBlock);
+      writer->putTag(Tag::kBlock);
       return;
     case TypeKind::kVoid:
       return;

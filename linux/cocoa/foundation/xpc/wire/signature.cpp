@@ -87,7 +87,7 @@ bool ReadType(const char **at, const char *end, Type *type, std::string *text) {
 
 }  // namespace
 
-std::unique_ptr<Signature> Signature::Parse(Form form, std::string_view encoding) {
+std::unique_ptr<Signature> Signature::parse(Form form, std::string_view encoding) {
   const char *at = encoding.data();
   const char *end = at + encoding.size();
   std::unique_ptr<Signature> signature(new Signature);

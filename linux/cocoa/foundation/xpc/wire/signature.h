@@ -36,7 +36,7 @@ class Signature {
 
   /// Returns nullptr where `encoding` is malformed or has a type that cannot travel (only void is
   /// returned; arguments are objects, blocks and scalars).
-  static std::unique_ptr<Signature> Parse(Form form, std::string_view encoding);
+  static std::unique_ptr<Signature> parse(Form form, std::string_view encoding);
 
   Signature(const Signature &) = delete;
   Signature &operator=(const Signature &) = delete;

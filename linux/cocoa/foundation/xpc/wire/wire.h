@@ -64,7 +64,7 @@ struct Item {
     double asFloating;
     const char *bytes;  ///< In the frame; not terminated.
   };
-  std::string_view Text() const { return {bytes, size}; }
+  std::string_view text() const { return {bytes, size}; }
 };
 
 /// A decoded frame. Texts and bytes point into the payload it was decoded from.
@@ -89,20 +89,20 @@ const char *DecodePayload(FrameKind kind, const uint8_t *payload, size_t length,
 /// Writes a frame. Not to be shared between threads.
 class Writer {
  public:
-  void Begin(FrameKind kind);
+  void begin(FrameKind kind);
   /// Fills in the length. Returns false when the payload is too large to be sent.
-  bool Finish();
+  bool finish();
 
-  void PutTag(Tag tag) { PutByte(static_cast<uint8_t>(tag)); }
-  void PutByte(uint8_t byte) { bytes_.push_back(byte); }
-  void PutNumber(uint64_t number);
-  void PutSigned(int64_t number);
-  void PutDouble(double number);
-  void PutBytes(const void *bytes, size_t length);
+  void putTag(Tag tag) { putByte(static_cast<uint8_t>(tag)); }
+  void putByte(uint8_t byte) { bytes_.push_back(byte); }
+  void putNumber(uint64_t number);
+  void putSigned(int64_t number);
+  void putDouble(double number);
+  void putBytes(const void *bytes, size_t length);
   /// A length and the bytes.
-  void PutText(std::string_view text);
+  void putText(std::string_view text);
   /// A length and the UTF-8 of UTF-16 units; a half of a surrogate pair becomes U+FFFD.
-  void PutUTF16(const uint16_t *units, size_t count);
+  void putUtF16(const uint16_t *units, size_t count);
 
   const uint8_t *data() const { return bytes_.data(); }
   size_t size() const { return bytes_.size(); }

@@ -43,10 +43,10 @@ class Decoder {
   Decoder(const uint8_t *bytes, size_t length, std::vector<Item> *items)
       : at_(bytes), end_(bytes + length), items_(items) {}
 
-  uint64_t Number() {
+  uint64_t number() {
     uint64_t value = 0;
     for (unsigned shift = 0; shift < 64; shift += 7) {
-      const uint8_t byte = *Take(1, "a number is truncated");
+      const uint8_t byte = *take(1, "a number is truncated");
       if (shift == 63 && byte > 1) {
         break;
       }
@@ -59,12 +59,12 @@ class Decoder {
   }
 
   /// A name: short, printable, ASCII.
-  std::string_view Name() {
-    const uint64_t length = Number();
+  std::string_view name() {
+    const uint64_t length = number();
     if (length == 0 || length > kMaximumName) {
       throw Malformed{"a name has a wrong length"};
     }
-    std::string_view name(reinterpret_cast<const char *>(Take(length, "a name is truncated")),
+    std::string_view name(reinterpret_cast<const char *>(take(length, "a name is truncated")),
                           length);
     for (char c : name) {
       if (c <= ' ' || c > '~') {
@@ -74,23 +74,23 @@ class Decoder {
     return name;
   }
 
-  void Arguments(uint64_t count) {
+  void arguments(uint64_t count) {
     if (count > kMaximumArguments) {
       throw Malformed{"too many arguments"};
     }
     for (; count; --count) {
-      Value(0, true);
+      value(0, true);
     }
-    if (Left()) {
+    if (left()) {
       throw Malformed{"bytes follow the last argument"};
     }
   }
 
  private:
-  size_t Left() const { return static_cast<size_t>(end_ - at_); }
+  size_t left() const { return static_cast<size_t>(end_ - at_); }
 
-  const uint8_t *Take(uint64_t length, const char *problem) {
-    if (length > Left()) {
+  const uint8_t *take(uint64_t length, const char *problem) {
+    if (length > left()) {
       throw Malformed{problem};
     }
     const uint8_t *taken = at_;
@@ -98,7 +98,7 @@ class Decoder {
     return taken;
   }
 
-  void Value(unsigned depth, bool isArgument) {
+  void value(unsigned depth, bool isArgument) {
     if (depth > kMaximumDepth) {
       throw Malformed{"objects are nested too deeply"};
     }
@@ -106,7 +106,7 @@ class Decoder {
       throw Malformed{"too many values"};
     }
     Item item;
-    item.tag = static_cast<Tag>(*Take(1, "a value is truncated"));
+    item.tag = static_cast<Tag>(*take(1, "a value is truncated"));
     item.size = 0;
     item.asUnsigned = 0;
     unsigned elements = 0;  ///< For each that a collection counts.
@@ -133,18 +133,18 @@ class Decoder {
       case Tag::kUnsignedNumber:
       case Tag::kFloatingNumber:
       case Tag::kDate:
-        Scalar(&item);
+        scalar(&item);
         break;
       case Tag::kString:
       case Tag::kURL:
       case Tag::kData:
-        Bytes(&item);
+        bytes(&item);
         break;
       case Tag::kArray:
       case Tag::kDictionary: {
         elements = item.tag == Tag::kDictionary ? 2 : 1;
-        const uint64_t count = Number();
-        if (count > Left() / elements) {
+        const uint64_t count = number();
+        if (count > left() / elements) {
           throw Malformed{"a collection counts more than it holds"};
         }
         item.size = static_cast<uint32_t>(count);
@@ -155,36 +155,36 @@ class Decoder {
     }
     items_->push_back(item);
     if (item.tag == Tag::kError) {
-      Error(depth + 1);
+      error(depth + 1);
     }
     for (uint64_t left = uint64_t{elements} * item.size; left; --left) {
-      Value(depth + 1, false);
+      value(depth + 1, false);
     }
   }
 
-  void Error(unsigned depth) {
-    Expect(Tag::kString, Tag::kString, "an error has no domain");
-    Value(depth, false);
-    Expect(Tag::kSigned, Tag::kSigned, "an error has no code");
-    Value(depth, true);
-    Expect(Tag::kDictionary, Tag::kNil, "an error has no user info");
-    Value(depth, true);
+  void error(unsigned depth) {
+    expect(Tag::kString, Tag::kString, "an error has no domain");
+    value(depth, false);
+    expect(Tag::kSigned, Tag::kSigned, "an error has no code");
+    value(depth, true);
+    expect(Tag::kDictionary, Tag::kNil, "an error has no user info");
+    value(depth, true);
   }
 
-  void Expect(Tag one, Tag other, const char *problem) const {
+  void expect(Tag one, Tag other, const char *problem) const {
     if (at_ == end_ || (*at_ != static_cast<uint8_t>(one) && *at_ != static_cast<uint8_t>(other))) {
       throw Malformed{problem};
     }
   }
 
-  void Scalar(Item *item) {
+  void scalar(Item *item) {
     if (item->tag == Tag::kUnsigned || item->tag == Tag::kUnsignedNumber) {
-      item->asUnsigned = Number();
+      item->asUnsigned = number();
     } else if (item->tag == Tag::kSigned || item->tag == Tag::kSignedNumber) {
-      const uint64_t zigzag = Number();
+      const uint64_t zigzag = number();
       item->asSigned = static_cast<int64_t>((zigzag >> 1) ^ (~(zigzag & 1) + 1));
     } else {
-      const uint8_t *bytes = Take(8, "a value is truncated");
+      const uint8_t *bytes = take(8, "a value is truncated");
       uint64_t bits = 0;
       for (unsigned i = 0; i < 8; ++i) {
         bits |= static_cast<uint64_t>(bytes[i]) << (8 * i);
@@ -193,9 +193,9 @@ class Decoder {
     }
   }
 
-  void Bytes(Item *item) {
-    const uint64_t length = Number();
-    const uint8_t *bytes = Take(length, "a text or data is truncated");
+  void bytes(Item *item) {
+    const uint64_t length = number();
+    const uint8_t *bytes = take(length, "a text or data is truncated");
     if (item->tag != Tag::kData && !IsUTF8(bytes, length)) {
       throw Malformed{"a text is no UTF-8"};
     }
@@ -233,17 +233,17 @@ const char *DecodePayload(FrameKind kind, const uint8_t *payload, size_t length,
   }
   try {
     Decoder decoder(payload, length, &frame->items);
-    frame->request = decoder.Number();
+    frame->request = decoder.number();
     if (kind == FrameKind::kMessage) {
-      frame->selector = decoder.Name();
+      frame->selector = decoder.name();
       if (frame->request) {
-        frame->replySignature = decoder.Name();
+        frame->replySignature = decoder.name();
       }
     } else if (!frame->request) {
       throw Malformed{"a reply names no request"};
     }
-    const uint64_t count = decoder.Number();
-    decoder.Arguments(count);
+    const uint64_t count = decoder.number();
+    decoder.arguments(count);
     frame->argumentCount = static_cast<uint32_t>(count);
   } catch (const Malformed &malformed) {
     return malformed.problem;

@@ -18,11 +18,11 @@ void AppendUTF8(std::string *text, uint32_t code) {
 
 }  // namespace
 
-void Writer::Begin(FrameKind kind) {
+void Writer::begin(FrameKind kind) {
   bytes_ = {0, 0, 0, 0, 'P', 'X', 1, static_cast<uint8_t>(kind)};
 }
 
-bool Writer::Finish() {
+bool Writer::finish() {
   const size_t length = bytes_.size() - kHeaderSize;
   for (unsigned i = 0; i < 4; ++i) {
     bytes_[i] = static_cast<uint8_t>(length >> (8 * i));
@@ -30,36 +30,36 @@ bool Writer::Finish() {
   return length <= kMaximumPayload;
 }
 
-void Writer::PutNumber(uint64_t number) {
+void Writer::putNumber(uint64_t number) {
   for (; number >= 0x80; number >>= 7) {
-    PutByte(static_cast<uint8_t>(number | 0x80));
+    putByte(static_cast<uint8_t>(number | 0x80));
   }
-  PutByte(static_cast<uint8_t>(number));
+  putByte(static_cast<uint8_t>(number));
 }
 
-void Writer::PutSigned(int64_t number) {
-  PutNumber((static_cast<uint64_t>(number) << 1) ^ static_cast<uint64_t>(number >> 63));
+void Writer::putSigned(int64_t number) {
+  putNumber((static_cast<uint64_t>(number) << 1) ^ static_cast<uint64_t>(number >> 63));
 }
 
-void Writer::PutDouble(double number) {
+void Writer::putDouble(double number) {
   uint64_t bits;
   std::memcpy(&bits, &number, sizeof bits);
   for (unsigned i = 0; i < 8; ++i) {
-    PutByte(static_cast<uint8_t>(bits >> (8 * i)));
+    putByte(static_cast<uint8_t>(bits >> (8 * i)));
   }
 }
 
-void Writer::PutBytes(const void *bytes, size_t length) {
+void Writer::putBytes(const void *bytes, size_t length) {
   const auto *first = static_cast<const uint8_t *>(bytes);
   bytes_.insert(bytes_.end(), first, first + length);
 }
 
-void Writer::PutText(std::string_view text) {
-  PutNumber(text.size());
-  PutBytes(text.data(), text.size());
+void Writer::putText(std::string_view text) {
+  putNumber(text.size());
+  putBytes(text.data(), text.size());
 }
 
-void Writer::PutUTF16(const uint16_t *units, size_t count) {
+void Writer::putUtF16(const uint16_t *units, size_t count) {
   std::string text;
   for (size_t i = 0; i < count; ++i) {
     uint32_t code = units[i];
@@ -74,7 +74,7 @@ void Writer::PutUTF16(const uint16_t *units, size_t count) {
     }
     AppendUTF8(&text, code);
   }
-  PutText(text);
+  putText(text);
 }
 
 }  // namespace platform::xpc

@@ -11,10 +11,10 @@ static NSString *Match(NSString *name, NSArray *names) {
 /// Counts notifications and keeps the last new and old value.
 @interface LookObserver : NSObject {
  @public
-  int count;
-  NSString *name;
-  NSString *oldName;
-  id lastObject;
+  int _count;
+  NSString *_name;
+  NSString *_oldName;
+  id _lastObject;
 }
 @end
 
@@ -26,13 +26,13 @@ static NSString *Match(NSString *name, NSArray *names) {
                        context:(void *)context {
   (void)context;
   EXPECT_TRUE([keyPath isEqualToString:@"effectiveAppearance"]);
-  count++;
-  lastObject = object;
-  name = [[object effectiveAppearance] name];
+  _count++;
+  _lastObject = object;
+  _name = [[object effectiveAppearance] name];
   id newValue = [change objectForKey:NSKeyValueChangeNewKey];
-  EXPECT_EQ([newValue name], name);
+  EXPECT_EQ([newValue name], _name);
   id oldValue = [change objectForKey:NSKeyValueChangeOldKey];
-  oldName = [oldValue isKindOfClass:[NSAppearance class]] ? [oldValue name] : nil;
+  _oldName = [oldValue isKindOfClass:[NSAppearance class]] ? [oldValue name] : nil;
 }
 
 @end
@@ -107,20 +107,20 @@ TEST_F(Appearances, ObserverGetsTheInitialValueAndEachChangeBeforeTheSetterRetur
            forKeyPath:@"effectiveAppearance"
               options:kNewAndInitial
               context:nullptr];
-  EXPECT_EQ(observer->count, 1);
-  EXPECT_EQ(observer->name, NSAppearanceNameAqua);
-  EXPECT_EQ(observer->lastObject, window);
+  EXPECT_EQ(observer->_count, 1);
+  EXPECT_EQ(observer->_name, NSAppearanceNameAqua);
+  EXPECT_EQ(observer->_lastObject, window);
   [NSApp setAppearance:Named(NSAppearanceNameDarkAqua)];
-  EXPECT_EQ(observer->count, 2);
-  EXPECT_EQ(observer->name, NSAppearanceNameDarkAqua);
+  EXPECT_EQ(observer->_count, 2);
+  EXPECT_EQ(observer->_name, NSAppearanceNameDarkAqua);
   [NSApp setAppearance:nil];
-  EXPECT_EQ(observer->count, 3);
-  EXPECT_EQ(observer->name, NSAppearanceNameAqua);
+  EXPECT_EQ(observer->_count, 3);
+  EXPECT_EQ(observer->_name, NSAppearanceNameAqua);
   [NSApp setAppearance:Named(NSAppearanceNameAqua)];
-  EXPECT_EQ(observer->count, 3) << "the same appearance under another owner is no change";
+  EXPECT_EQ(observer->_count, 3) << "the same appearance under another owner is no change";
   [window removeObserver:observer forKeyPath:@"effectiveAppearance"];
   [NSApp setAppearance:Named(NSAppearanceNameDarkAqua)];
-  EXPECT_EQ(observer->count, 3);
+  EXPECT_EQ(observer->_count, 3);
   [window close];
 }
 
@@ -132,8 +132,8 @@ TEST_F(Appearances, ObserverThatAsksForTheOldValueGetsIt) {
               options:NSKeyValueObservingOptionNew | NSKeyValueObservingOptionOld
               context:nullptr];
   [window setAppearance:Named(NSAppearanceNameDarkAqua)];
-  EXPECT_EQ(observer->count, 1);
-  EXPECT_EQ(observer->oldName, NSAppearanceNameAqua);
+  EXPECT_EQ(observer->_count, 1);
+  EXPECT_EQ(observer->_oldName, NSAppearanceNameAqua);
   [window removeObserver:observer forKeyPath:@"effectiveAppearance"];
   [window close];
 }
@@ -147,10 +147,10 @@ TEST_F(Appearances, WindowsOwnAppearanceShieldsItFromTheApplications) {
               options:kNewAndInitial
               context:nullptr];
   [NSApp setAppearance:Named(NSAppearanceNameDarkAqua)];
-  EXPECT_EQ(observer->count, 1);
+  EXPECT_EQ(observer->_count, 1);
   [window setAppearance:nil];
-  EXPECT_EQ(observer->count, 2);
-  EXPECT_EQ(observer->name, NSAppearanceNameDarkAqua);
+  EXPECT_EQ(observer->_count, 2);
+  EXPECT_EQ(observer->_name, NSAppearanceNameDarkAqua);
   [window removeObserver:observer forKeyPath:@"effectiveAppearance"];
   [window close];
 }
@@ -164,9 +164,9 @@ TEST_F(Appearances, ViewAndApplicationCanBeObservedToo) {
                 options:kNewAndInitial
                 context:nullptr];
   }
-  EXPECT_EQ(observer->count, 2);
+  EXPECT_EQ(observer->_count, 2);
   [NSApp setAppearance:Named(NSAppearanceNameDarkAqua)];
-  EXPECT_EQ(observer->count, 4);
+  EXPECT_EQ(observer->_count, 4);
   for (id object in @[ [window contentView], NSApp ]) {
     [object removeObserver:observer forKeyPath:@"effectiveAppearance"];
   }
@@ -188,7 +188,7 @@ TEST_F(Appearances, TwoHundredWindowsComeAndGoAcrossSwitches) {
     [window close];
     [pool release];
   }
-  EXPECT_EQ(observer->count, 200);
+  EXPECT_EQ(observer->_count, 200);
   EXPECT_EQ([[NSApp windows] count], windows);
 }
 
@@ -209,7 +209,7 @@ TEST_F(Appearances, WindowThatGoesAwayObservedIsLoggedAndHarmsNothing) {
             std::string::npos)
       << log;
   [NSApp setAppearance:Named(NSAppearanceNameDarkAqua)];
-  EXPECT_EQ(observer->count, 0);
+  EXPECT_EQ(observer->_count, 0);
 }
 
 TEST_F(Appearances, WindowWithoutObserversGoesAwaySilently) {

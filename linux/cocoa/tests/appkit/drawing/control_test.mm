@@ -18,7 +18,7 @@ class Controls : public look::LookTest {
     look::LookTest::TearDown();
   }
 
-  NSButton *AddButton(NSString *key) {
+  NSButton *addButton(NSString *key) {
     NSButton *button = [[[NSButton alloc] initWithFrame:NSZeroRect] autorelease];
     [button setBezelStyle:NSBezelStyleRounded];
     [button setFrame:[button frameForAlignmentRect:NSMakeRect(100, 100, 110, 21)]];
@@ -31,7 +31,7 @@ class Controls : public look::LookTest {
     return button;
   }
 
-  void Show() {
+  void show() {
     [window_ makeKeyAndOrderFront:nil];
     ASSERT_TRUE(PumpUntil([=] {
       return Near(WindowPixel(window_, 40, 190), 249, 249, 249) &&
@@ -48,8 +48,8 @@ static const int kInsideX = 108;
 static const int kInsideY = 89;
 
 TEST_F(Controls, OrdinaryPushButtonIsWhiteWithADarkTitleAndABorder) {
-  AddButton(nil);
-  Show();
+  addButton(nil);
+  show();
   EXPECT_TRUE(
       PumpUntil([=] { return Near(WindowPixel(window_, kInsideX, kInsideY), 255, 255, 255); }));
   Pixel border = WindowPixel(window_, 100, kInsideY);
@@ -65,8 +65,8 @@ TEST_F(Controls, OrdinaryPushButtonIsWhiteWithADarkTitleAndABorder) {
 }
 
 TEST_F(Controls, ButtonForReturnIsBlueWithAWhiteTitle) {
-  AddButton(@"\r");
-  Show();
+  addButton(@"\r");
+  show();
   EXPECT_TRUE(PumpUntil([=] {
     Pixel pixel = WindowPixel(window_, kInsideX, kInsideY);
     return pixel.blue > 220 && pixel.red < 90 && pixel.green > 90 && pixel.green < 180;
@@ -81,8 +81,8 @@ TEST_F(Controls, ButtonForReturnIsBlueWithAWhiteTitle) {
 }
 
 TEST_F(Controls, ButtonForReturnHasNoPictureAndNoOtherSize) {
-  NSButton *plain = AddButton(nil);
-  NSButton *button = AddButton(@"\r");
+  NSButton *plain = addButton(nil);
+  NSButton *button = addButton(@"\r");
   EXPECT_EQ([button image], nil);
   EXPECT_EQ([button alternateImage], nil);
   EXPECT_EQ([button imagePosition], NSNoImage);
@@ -90,14 +90,14 @@ TEST_F(Controls, ButtonForReturnHasNoPictureAndNoOtherSize) {
 }
 
 TEST_F(Controls, PushButtonSizesAreWholePoints) {
-  NSSize size = [[AddButton(nil) cell] cellSize];
+  NSSize size = [[addButton(nil) cell] cellSize];
   EXPECT_EQ(size.width, floor(size.width));
   EXPECT_EQ(size.height, 32);
 }
 
 TEST_F(Controls, PressedButtonIsDarker) {
-  NSButton *button = AddButton(@"\r");
-  Show();
+  NSButton *button = addButton(@"\r");
+  show();
   ASSERT_TRUE(PumpUntil([=] { return WindowPixel(window_, kInsideX, kInsideY).blue > 220; }));
   Pixel before = WindowPixel(window_, kInsideX, kInsideY);
   [[button cell] setHighlighted:YES];
@@ -107,8 +107,8 @@ TEST_F(Controls, PressedButtonIsDarker) {
 }
 
 TEST_F(Controls, DarkAppearanceHasADarkButtonWithALightTitle) {
-  AddButton(nil);
-  Show();
+  addButton(nil);
+  show();
   ASSERT_TRUE(
       PumpUntil([=] { return Near(WindowPixel(window_, kInsideX, kInsideY), 255, 255, 255); }));
   [NSApp setAppearance:[NSAppearance appearanceNamed:NSAppearanceNameDarkAqua]];
@@ -129,13 +129,13 @@ TEST_F(Controls, DarkAppearanceHasADarkButtonWithALightTitle) {
 }
 
 TEST_F(Controls, FocusShowsOnlyOnceTheTabKeyWasUsed) {
-  NSButton *button = AddButton(nil);
-  NSButton *other = AddButton(nil);
+  NSButton *button = addButton(nil);
+  NSButton *other = addButton(nil);
   [other setFrameOrigin:NSMakePoint(NSMinX([other frame]), NSMinY([other frame]) - 60)];
   [button setNextKeyView:other];
   [other setNextKeyView:button];
   [window_ makeFirstResponder:button];
-  Show();
+  show();
   auto ringAt = [=](int x, int y) {
     Pixel pixel = WindowPixel(window_, x, y);
     return pixel.blue > pixel.red + 40;
@@ -160,7 +160,7 @@ TEST_F(Controls, ImageButtonWithoutBorderIsItsImage) {
   [button setImage:image];
   [button setKeyEquivalent:@"\x1b"];
   [[window_ contentView] addSubview:button];
-  Show();
+  show();
   EXPECT_TRUE(PumpUntil([=] {
     return Near(WindowPixel(window_, 50, 88), 255, 0, 0) &&
            Near(WindowPixel(window_, 61, 99), 255, 0, 0);
@@ -173,7 +173,7 @@ TEST_F(Controls, EmptyButtonOfNoSizeDrawsNothing) {
   NSButton *button = [[[NSButton alloc] initWithFrame:NSZeroRect] autorelease];
   [button setKeyEquivalent:@"w"];
   [[window_ contentView] addSubview:button];
-  Show();
+  show();
   EXPECT_TRUE(PumpUntil([=] { return Near(WindowPixel(window_, 40, 199), 249, 249, 249); }));
   EXPECT_TRUE(Near(WindowPixel(window_, 25, 195), 249, 249, 249));
 }
@@ -191,7 +191,7 @@ TEST_F(Controls, TextFieldWithoutBorderHasNoBezelEither) {
   [field setFont:[NSFont systemFontOfSize:14 weight:NSFontWeightLight]];
   [field setStringValue:@"invites you"];
   [[window_ contentView] addSubview:field];
-  Show();
+  show();
   auto darkest = [=] {
     int value = 255;
     for (int x = 52; x < 130; x++) {
@@ -217,7 +217,7 @@ TEST_F(Controls, TextIsSmoothAndGray) {
   [field setSelectable:NO];
   [field setStringValue:@"Sava & Co"];
   [[window_ contentView] addSubview:field];
-  Show();
+  show();
   auto shades = [=] {
     int between = 0;
     for (int x = 52; x < 130; x++) {

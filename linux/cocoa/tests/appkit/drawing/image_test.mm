@@ -78,14 +78,14 @@ class ImagesOnScreen : public look::LookTest {
     look::LookTest::TearDown();
   }
 
-  void Show(NSImage *image, NSRect frame) {
+  void show(NSImage *image, NSRect frame) {
     NSImageView *view = [[[NSImageView alloc] initWithFrame:frame] autorelease];
     [view setImage:image];
     [[window_ contentView] addSubview:view];
     [window_ orderFront:nil];
   }
 
-  bool IsAt(int x, int y, int red, int green, int blue) {
+  bool isAt(int x, int y, int red, int green, int blue) {
     return PumpUntil([=] { return Near(WindowPixel(window_, x, y), red, green, blue, 4); }, 5);
   }
 
@@ -95,26 +95,26 @@ class ImagesOnScreen : public look::LookTest {
 // A 40 × 20 image in a 100 × 100 view at (50, 30): it stands at x 80 … 120, y 70 … 90 from the top,
 // its red half at x 90 … 110, y 75 … 85.
 TEST_F(ImagesOnScreen, SmallerImageIsCentredAndNotScaled) {
-  Show([[[NSImage alloc] initWithData:TwoImageTiff(40, 20)] autorelease],
+  show([[[NSImage alloc] initWithData:TwoImageTiff(40, 20)] autorelease],
        NSMakeRect(50, 30, 100, 100));
-  ASSERT_TRUE(IsAt(100, 80, 255, 0, 0));
-  EXPECT_TRUE(IsAt(91, 76, 255, 0, 0));
-  EXPECT_TRUE(IsAt(108, 83, 255, 0, 0));
-  EXPECT_TRUE(IsAt(88, 80, 255, 255, 255));
-  EXPECT_TRUE(IsAt(111, 80, 255, 255, 255));
-  EXPECT_TRUE(IsAt(100, 73, 255, 255, 255));
-  EXPECT_TRUE(IsAt(100, 86, 255, 255, 255));
+  ASSERT_TRUE(isAt(100, 80, 255, 0, 0));
+  EXPECT_TRUE(isAt(91, 76, 255, 0, 0));
+  EXPECT_TRUE(isAt(108, 83, 255, 0, 0));
+  EXPECT_TRUE(isAt(88, 80, 255, 255, 255));
+  EXPECT_TRUE(isAt(111, 80, 255, 255, 255));
+  EXPECT_TRUE(isAt(100, 73, 255, 255, 255));
+  EXPECT_TRUE(isAt(100, 86, 255, 255, 255));
 }
 
 TEST_F(ImagesOnScreen, LargerImageIsScaledDownInProportion) {
-  Show([[[NSImage alloc] initWithData:TwoImageTiff(400, 200)] autorelease],
+  show([[[NSImage alloc] initWithData:TwoImageTiff(400, 200)] autorelease],
        NSMakeRect(50, 30, 100, 100));
   // 100 × 50 at x 50 … 150, y 55 … 105; red at x 75 … 125, y 67.5 … 92.5.
-  ASSERT_TRUE(IsAt(100, 80, 255, 0, 0));
-  EXPECT_TRUE(IsAt(78, 80, 255, 0, 0));
-  EXPECT_TRUE(IsAt(72, 80, 255, 255, 255));
-  EXPECT_TRUE(IsAt(100, 70, 255, 0, 0));
-  EXPECT_TRUE(IsAt(100, 64, 255, 255, 255));
+  ASSERT_TRUE(isAt(100, 80, 255, 0, 0));
+  EXPECT_TRUE(isAt(78, 80, 255, 0, 0));
+  EXPECT_TRUE(isAt(72, 80, 255, 255, 255));
+  EXPECT_TRUE(isAt(100, 70, 255, 0, 0));
+  EXPECT_TRUE(isAt(100, 64, 255, 255, 255));
 }
 
 TEST_F(Images, ViewScalesDownOnly) {
@@ -153,10 +153,10 @@ TEST_F(ImagesOnScreen, LargeApplicationIconIsScaledSmoothly) {
   NSImage *before = [NSImage imageNamed:NSImageNameApplicationIcon];
   [before setName:nil];
   [icon setName:NSImageNameApplicationIcon];
-  Show([NSImage imageNamed:NSImageNameApplicationIcon], NSMakeRect(50, 30, 110, 110));
+  show([NSImage imageNamed:NSImageNameApplicationIcon], NSMakeRect(50, 30, 110, 110));
   [icon setName:nil];
   [before setName:NSImageNameApplicationIcon];
-  ASSERT_TRUE(IsAt(105, 75, 128, 128, 128));
+  ASSERT_TRUE(isAt(105, 75, 128, 128, 128));
   for (int x = 60; x < 150; x++) {
     EXPECT_TRUE(Near(WindowPixel(window_, x, 75), 128, 128, 128)) << x;
   }

@@ -11,14 +11,14 @@ class Layers : public look::LookTest {
     look::LookTest::TearDown();
   }
 
-  NSView *Shown(CGFloat white) {
+  NSView *shown(CGFloat white) {
     window_ = [LookWindow windowWithSize:NSMakeSize(200, 120) white:white];
     [window_ center];
     [window_ orderFront:nil];
     return [window_ contentView];
   }
 
-  bool BecomesAt(int x, int y, int red, int green, int blue) {
+  bool becomesAt(int x, int y, int red, int green, int blue) {
     return PumpUntil([=] { return Near(WindowPixel(window_, x, y), red, green, blue); });
   }
 
@@ -85,48 +85,48 @@ TEST_F(Layers, OutlivesItsViewUnharmed) {
 }
 
 TEST_F(Layers, FillsTheViewOnTheScreen) {
-  Shown(249 / 255.0);
-  EXPECT_TRUE(BecomesAt(100, 60, 249, 249, 249));
-  EXPECT_TRUE(BecomesAt(100, 0, 249, 249, 249));
-  EXPECT_TRUE(BecomesAt(0, 60, 249, 249, 249));
-  EXPECT_TRUE(BecomesAt(199, 119 - 20, 249, 249, 249));
+  shown(249 / 255.0);
+  EXPECT_TRUE(becomesAt(100, 60, 249, 249, 249));
+  EXPECT_TRUE(becomesAt(100, 0, 249, 249, 249));
+  EXPECT_TRUE(becomesAt(0, 60, 249, 249, 249));
+  EXPECT_TRUE(becomesAt(199, 119 - 20, 249, 249, 249));
 }
 
 TEST_F(Layers, AnotherColorIsShownAtOnce) {
-  NSView *view = Shown(1);
-  ASSERT_TRUE(BecomesAt(100, 60, 255, 255, 255));
+  NSView *view = shown(1);
+  ASSERT_TRUE(becomesAt(100, 60, 255, 255, 255));
   [[view layer] setBackgroundColor:[[NSColor colorWithRed:0.2 green:0.2 blue:0.2 alpha:1] CGColor]];
-  EXPECT_TRUE(BecomesAt(100, 60, 51, 51, 51));
+  EXPECT_TRUE(becomesAt(100, 60, 51, 51, 51));
 }
 
 TEST_F(Layers, LiesBelowWhatTheViewDraws) {
-  NSView *content = Shown(1);
+  NSView *content = shown(1);
   NSView *view = [[[LookSquareView alloc] initWithFrame:NSMakeRect(50, 50, 20, 20)] autorelease];
   [view setWantsLayer:YES];
   [[view layer] setBackgroundColor:[[NSColor colorWithRed:1 green:0 blue:0 alpha:1] CGColor]];
   [content addSubview:view];
-  EXPECT_TRUE(BecomesAt(55, 65, 0, 0, 255));
-  EXPECT_TRUE(BecomesAt(65, 55, 255, 0, 0));
+  EXPECT_TRUE(becomesAt(55, 65, 0, 0, 255));
+  EXPECT_TRUE(becomesAt(65, 55, 255, 0, 0));
 }
 
 TEST_F(Layers, RoundCornersLeaveWhatIsBehindThem) {
-  NSView *content = Shown(1);
+  NSView *content = shown(1);
   NSView *view = [[[NSView alloc] initWithFrame:NSMakeRect(40, 40, 40, 40)] autorelease];
   [view setWantsLayer:YES];
   [[view layer] setBackgroundColor:[[NSColor colorWithRed:1 green:0 blue:0 alpha:1] CGColor]];
   [[view layer] setCornerRadius:12];
   [content addSubview:view];
-  ASSERT_TRUE(BecomesAt(60, 60, 255, 0, 0));
-  EXPECT_TRUE(BecomesAt(41, 41, 255, 255, 255));
-  EXPECT_TRUE(BecomesAt(78, 78, 255, 255, 255));
-  EXPECT_TRUE(BecomesAt(60, 41, 255, 0, 0));
+  ASSERT_TRUE(becomesAt(60, 60, 255, 0, 0));
+  EXPECT_TRUE(becomesAt(41, 41, 255, 255, 255));
+  EXPECT_TRUE(becomesAt(78, 78, 255, 255, 255));
+  EXPECT_TRUE(becomesAt(60, 41, 255, 0, 0));
 }
 
 TEST_F(Layers, TranslucentColorIsMixedWithWhatIsBehind) {
-  NSView *content = Shown(1);
+  NSView *content = shown(1);
   NSView *view = [[[NSView alloc] initWithFrame:NSMakeRect(40, 40, 40, 40)] autorelease];
   [view setWantsLayer:YES];
   [[view layer] setBackgroundColor:[[NSColor colorWithRed:0 green:0 blue:0 alpha:0.5] CGColor]];
   [content addSubview:view];
-  EXPECT_TRUE(BecomesAt(60, 60, 127, 127, 127));
+  EXPECT_TRUE(becomesAt(60, 60, 127, 127, 127));
 }

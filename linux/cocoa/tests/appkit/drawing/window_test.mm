@@ -53,7 +53,7 @@ class Windows : public look::LookTest {
     look::LookTest::TearDown();
   }
 
-  void Show(CGFloat white) {
+  void show(CGFloat white) {
     window_ = [LookWindow windowWithSize:NSMakeSize(200, 120) white:white];
     [window_
         setFrameOrigin:NSMakePoint(NSMinX([behind_ frame]) + 50, NSMinY([behind_ frame]) + 50)];
@@ -64,27 +64,27 @@ class Windows : public look::LookTest {
     }));
   }
 
-  bool BecomesAt(int x, int y, int red, int green, int blue) {
+  bool becomesAt(int x, int y, int red, int green, int blue) {
     return PumpUntil([=] { return Near(WindowPixel(window_, x, y), red, green, blue); }, 5);
   }
 
-  static bool CompositorRuns() {
+  static bool compositorRuns() {
     Display *display = XOpenDisplay(nullptr);
     bool runs = XGetSelectionOwner(display, XInternAtom(display, "_NET_WM_CM_S0", False)) != None;
     XCloseDisplay(display);
     return runs;
   }
 
-  bool StartCompositor() {
+  bool startCompositor() {
     compositor_ = fork();
     if (compositor_ == 0) {
       execlp("picom", "picom", "--backend", "xrender", "--config", "/dev/null", nullptr);
       _exit(127);
     }
     return PumpUntil([this] {
-             return CompositorRuns() || waitpid(compositor_, nullptr, WNOHANG) != 0;
+             return compositorRuns() || waitpid(compositor_, nullptr, WNOHANG) != 0;
            }) &&
-           CompositorRuns();
+           compositorRuns();
   }
 
   NSWindow *behind_ = nil;
@@ -93,14 +93,14 @@ class Windows : public look::LookTest {
 };
 
 TEST_F(Windows, CornersShowWhatIsBehindWithoutACompositor) {
-  if (CompositorRuns()) {
+  if (compositorRuns()) {
     GTEST_SKIP() << "a compositing manager runs on this display";
   }
-  Show(1);
-  EXPECT_TRUE(BecomesAt(1, 1, 0, 255, 0));
-  EXPECT_TRUE(BecomesAt(198, 1, 0, 255, 0));
-  EXPECT_TRUE(BecomesAt(1, 118, 0, 255, 0));
-  EXPECT_TRUE(BecomesAt(198, 118, 0, 255, 0));
+  show(1);
+  EXPECT_TRUE(becomesAt(1, 1, 0, 255, 0));
+  EXPECT_TRUE(becomesAt(198, 1, 0, 255, 0));
+  EXPECT_TRUE(becomesAt(1, 118, 0, 255, 0));
+  EXPECT_TRUE(becomesAt(198, 118, 0, 255, 0));
   // No dark fringe where the arc is: every pixel is one of the two colors.
   for (int x = 0; x < 20; x++) {
     for (int y = 0; y < 20; y++) {
@@ -112,26 +112,26 @@ TEST_F(Windows, CornersShowWhatIsBehindWithoutACompositor) {
 }
 
 TEST_F(Windows, CutCornersFollowANewSize) {
-  if (CompositorRuns()) {
+  if (compositorRuns()) {
     GTEST_SKIP() << "a compositing manager runs on this display";
   }
-  Show(1);
+  show(1);
   NSRect frame = [window_ frame];
   frame.size.width = 260;
   [window_ setFrame:frame display:YES];
-  EXPECT_TRUE(BecomesAt(258, 1, 0, 255, 0));
-  EXPECT_TRUE(BecomesAt(198, 1, 255, 255, 255));
+  EXPECT_TRUE(becomesAt(258, 1, 0, 255, 0));
+  EXPECT_TRUE(becomesAt(198, 1, 255, 255, 255));
 }
 
 TEST_F(Windows, CornersAreSmoothWhereACompositorRuns) {
-  if (CompositorRuns()) {
+  if (compositorRuns()) {
     GTEST_SKIP() << "a compositing manager runs on this display already";
   }
-  if (!StartCompositor()) {
+  if (!startCompositor()) {
     GTEST_SKIP() << "picom is not installed or does not start here";
   }
-  Show(1);
-  EXPECT_TRUE(BecomesAt(1, 1, 0, 255, 0));
+  show(1);
+  EXPECT_TRUE(becomesAt(1, 1, 0, 255, 0));
   int mixed = 0;
   for (int x = 0; x < 20; x++) {
     for (int y = 0; y < 20; y++) {
@@ -152,16 +152,16 @@ TEST_F(Windows, OpaqueWindowIsNotCut) {
   window_ = window;
   [window_ setFrameOrigin:NSMakePoint(NSMinX([behind_ frame]) + 50, NSMinY([behind_ frame]) + 50)];
   [window_ orderFront:nil];
-  EXPECT_TRUE(BecomesAt(100, 60, 255, 255, 255));
-  EXPECT_TRUE(BecomesAt(1, 1, 255, 0, 0));
+  EXPECT_TRUE(becomesAt(100, 60, 255, 255, 255));
+  EXPECT_TRUE(becomesAt(1, 1, 255, 0, 0));
 }
 
 TEST_F(Windows, RetainedBackingKeepsWhatWasDrawn) {
-  Show(0.5);
+  show(0.5);
   [behind_ orderFront:nil];
-  ASSERT_TRUE(BecomesAt(100, 60, 0, 255, 0));
+  ASSERT_TRUE(becomesAt(100, 60, 0, 255, 0));
   [window_ orderFront:nil];
-  EXPECT_TRUE(BecomesAt(100, 60, 128, 128, 128));
+  EXPECT_TRUE(becomesAt(100, 60, 128, 128, 128));
   EXPECT_EQ([window_ backingType], NSBackingStoreRetained);
 }
 
@@ -173,7 +173,7 @@ TEST_F(Windows, ApplicationHasTheActivationPolicyThatItWasGiven) {
 }
 
 TEST_F(Windows, BorderlessWindowBecomesKeyAndMain) {
-  Show(1);
+  show(1);
   EXPECT_TRUE(PumpUntil([=] { return [window_ isKeyWindow] && [window_ isMainWindow]; }));
 }
 
@@ -181,7 +181,7 @@ TEST_F(Windows, OnlyOtherWindowBecomesKeyAndMainWhenTheFrontOneLeaves) {
   LookWindow *other = [LookWindow windowWithSize:NSMakeSize(100, 80) white:1];
   [other makeKeyAndOrderFront:nil];
   [behind_ orderOut:nil];
-  Show(1);
+  show(1);
   [window_ makeKeyAndOrderFront:nil];
   ASSERT_TRUE([window_ isKeyWindow] && [window_ isMainWindow]);
   [NSApp look_setRunning:YES];
@@ -193,7 +193,7 @@ TEST_F(Windows, OnlyOtherWindowBecomesKeyAndMainWhenTheFrontOneLeaves) {
 }
 
 TEST_F(Windows, CenterIsInTheMiddleAndAboveIt) {
-  Show(1);
+  show(1);
   [window_ center];
   NSRect visible = [[NSScreen mainScreen] visibleFrame];
   NSRect frame = [window_ frame];

@@ -17,8 +17,8 @@ TEST(ConstraintSystem, SolvesRequiredEquations) {
   ConstraintSystem system;
   const int left = system.addVariable(-HUGE_VAL, HUGE_VAL);
   const int width = system.addVariable(0, HUGE_VAL);
-  system.addConstraint({{{width, 1}}, Relation::Equal, 232});
-  system.addConstraint({{{left, 1}, {width, 0.5}}, Relation::Equal, 278});
+  system.addConstraint({{{width, 1}}, Relation::kEqual, 232});
+  system.addConstraint({{{left, 1}, {width, 0.5}}, Relation::kEqual, 278});
   const auto solution = system.solve();
   EXPECT_TRUE(solution.conflicts.empty());
   EXPECT_NEAR(solution.values[left], 162, kNear);
@@ -28,9 +28,9 @@ TEST(ConstraintSystem, SolvesRequiredEquations) {
 TEST(ConstraintSystem, AHigherPriorityBeatsAnyNumberOfLowerOnes) {
   ConstraintSystem system;
   const int x = system.addVariable(0, HUGE_VAL);
-  system.addConstraint({{{x, 1}}, Relation::Equal, 10, 251});
+  system.addConstraint({{{x, 1}}, Relation::kEqual, 10, 251});
   for (int i = 0; i < 50; ++i) {
-    system.addConstraint({{{x, 1}}, Relation::Equal, 1000, 250});
+    system.addConstraint({{{x, 1}}, Relation::kEqual, 1000, 250});
   }
   EXPECT_NEAR(system.solve().values[x], 10, kNear);
 }
@@ -38,27 +38,27 @@ TEST(ConstraintSystem, AHigherPriorityBeatsAnyNumberOfLowerOnes) {
 TEST(ConstraintSystem, OnePriorityMakesTheSumOfItsViolationsSmallest) {
   ConstraintSystem system;
   const int x = system.addVariable(0, HUGE_VAL);
-  system.addConstraint({{{x, 1}}, Relation::Equal, 10, 500});
-  system.addConstraint({{{x, 1}}, Relation::Equal, 20, 500});
-  system.addConstraint({{{x, 1}}, Relation::Equal, 90, 500});
+  system.addConstraint({{{x, 1}}, Relation::kEqual, 10, 500});
+  system.addConstraint({{{x, 1}}, Relation::kEqual, 20, 500});
+  system.addConstraint({{{x, 1}}, Relation::kEqual, 90, 500});
   EXPECT_NEAR(system.solve().values[x], 20, kNear);
 }
 
 TEST(ConstraintSystem, WeightsCountAmongEquals) {
   ConstraintSystem system;
   const int x = system.addVariable(0, HUGE_VAL);
-  system.addConstraint({{{x, 1}}, Relation::Equal, 10, 500, 3});
-  system.addConstraint({{{x, 1}}, Relation::Equal, 20, 500, 1});
-  system.addConstraint({{{x, 1}}, Relation::Equal, 90, 500, 1});
+  system.addConstraint({{{x, 1}}, Relation::kEqual, 10, 500, 3});
+  system.addConstraint({{{x, 1}}, Relation::kEqual, 20, 500, 1});
+  system.addConstraint({{{x, 1}}, Relation::kEqual, 90, 500, 1});
   EXPECT_NEAR(system.solve().values[x], 10, kNear);
 }
 
 TEST(ConstraintSystem, LowerPrioritiesDecideWhatHigherOnesLeaveOpen) {
   ConstraintSystem system;
   const int x = system.addVariable(0, HUGE_VAL);
-  system.addConstraint({{{x, 1}}, Relation::GreaterOrEqual, 110});
-  system.addConstraint({{{x, 1}}, Relation::GreaterOrEqual, 96, 750});
-  system.addConstraint({{{x, 1}}, Relation::LessOrEqual, 96, 250});
+  system.addConstraint({{{x, 1}}, Relation::kGreaterOrEqual, 110});
+  system.addConstraint({{{x, 1}}, Relation::kGreaterOrEqual, 96, 750});
+  system.addConstraint({{{x, 1}}, Relation::kLessOrEqual, 96, 250});
   EXPECT_NEAR(system.solve().values[x], 110, kNear);
 }
 
@@ -66,10 +66,10 @@ TEST(ConstraintSystem, HoldsInequalitiesOfBothDirections) {
   ConstraintSystem system;
   const int x = system.addVariable(-HUGE_VAL, HUGE_VAL);
   const int y = system.addVariable(-HUGE_VAL, HUGE_VAL);
-  system.addConstraint({{{y, 1}, {x, -1}}, Relation::GreaterOrEqual, 8});
-  system.addConstraint({{{y, 1}}, Relation::LessOrEqual, -5});
-  system.addConstraint({{{x, 1}}, Relation::Equal, 0, 100});
-  system.addConstraint({{{y, 1}}, Relation::Equal, 0, 50});
+  system.addConstraint({{{y, 1}, {x, -1}}, Relation::kGreaterOrEqual, 8});
+  system.addConstraint({{{y, 1}}, Relation::kLessOrEqual, -5});
+  system.addConstraint({{{x, 1}}, Relation::kEqual, 0, 100});
+  system.addConstraint({{{y, 1}}, Relation::kEqual, 0, 50});
   const auto values = system.solve().values;
   EXPECT_NEAR(values[y], -5, kNear);
   EXPECT_NEAR(values[x], -13, kNear);
@@ -78,7 +78,7 @@ TEST(ConstraintSystem, HoldsInequalitiesOfBothDirections) {
 TEST(ConstraintSystem, AddsUpTermsOfOneVariable) {
   ConstraintSystem system;
   const int x = system.addVariable(-HUGE_VAL, HUGE_VAL);
-  system.addConstraint({{{x, 1}, {x, 1}, {x, -0.5}}, Relation::Equal, 30});
+  system.addConstraint({{{x, 1}, {x, 1}, {x, -0.5}}, Relation::kEqual, 30});
   EXPECT_NEAR(system.solve().values[x], 20, kNear);
 }
 
@@ -86,7 +86,7 @@ TEST(ConstraintSystem, RepeatedConstraintsDoNoHarm) {
   ConstraintSystem system;
   const int x = system.addVariable(0, HUGE_VAL);
   for (int i = 0; i < 5; ++i) {
-    system.addConstraint({{{x, 1}}, Relation::Equal, 8});
+    system.addConstraint({{{x, 1}}, Relation::kEqual, 8});
   }
   const auto solution = system.solve();
   EXPECT_TRUE(solution.conflicts.empty());
@@ -97,9 +97,9 @@ TEST(ConstraintSystem, GivesUpTheLastOfContradictingRequiredOnesAndNamesThem) {
   ConstraintSystem system;
   const int x = system.addVariable(0, HUGE_VAL);
   const int y = system.addVariable(0, HUGE_VAL);
-  const int first = system.addConstraint({{{x, 1}}, Relation::Equal, 10});
-  const int other = system.addConstraint({{{y, 1}}, Relation::Equal, 3});
-  const int second = system.addConstraint({{{x, 1}}, Relation::GreaterOrEqual, 20});
+  const int first = system.addConstraint({{{x, 1}}, Relation::kEqual, 10});
+  const int other = system.addConstraint({{{y, 1}}, Relation::kEqual, 3});
+  const int second = system.addConstraint({{{x, 1}}, Relation::kGreaterOrEqual, 20});
   const auto solution = system.solve();
   ASSERT_EQ(solution.conflicts.size(), 1u);
   EXPECT_EQ(solution.conflicts[0].broken, second);
@@ -113,7 +113,7 @@ TEST(ConstraintSystem, GivesUpSeveralWhereSeveralContradict) {
   ConstraintSystem system;
   const int x = system.addVariable(0, HUGE_VAL);
   for (double value : {1.0, 2.0, 3.0}) {
-    system.addConstraint({{{x, 1}}, Relation::Equal, value});
+    system.addConstraint({{{x, 1}}, Relation::kEqual, value});
   }
   const auto solution = system.solve();
   EXPECT_EQ(solution.conflicts.size(), 2u);
@@ -123,8 +123,8 @@ TEST(ConstraintSystem, GivesUpSeveralWhereSeveralContradict) {
 TEST(ConstraintSystem, KeepsRigidOnesInAConflict) {
   ConstraintSystem system;
   const int x = system.addVariable(0, HUGE_VAL);
-  const int loose = system.addConstraint({{{x, 1}}, Relation::Equal, 10});
-  system.addConstraint({{{x, 1}}, Relation::Equal, 20, ConstraintSystem::sRequired, 1, true});
+  const int loose = system.addConstraint({{{x, 1}}, Relation::kEqual, 10});
+  system.addConstraint({{{x, 1}}, Relation::kEqual, 20, ConstraintSystem::sRequired, 1, true});
   const auto solution = system.solve();
   ASSERT_EQ(solution.conflicts.size(), 1u);
   EXPECT_EQ(solution.conflicts[0].broken, loose);
@@ -134,7 +134,7 @@ TEST(ConstraintSystem, KeepsRigidOnesInAConflict) {
 TEST(ConstraintSystem, BoundsAreNeverGivenUp) {
   ConstraintSystem system;
   const int x = system.addVariable(0, HUGE_VAL);
-  const int broken = system.addConstraint({{{x, 1}}, Relation::Equal, -4});
+  const int broken = system.addConstraint({{{x, 1}}, Relation::kEqual, -4});
   const auto solution = system.solve();
   ASSERT_EQ(solution.conflicts.size(), 1u);
   EXPECT_EQ(solution.conflicts[0].broken, broken);
@@ -144,7 +144,7 @@ TEST(ConstraintSystem, BoundsAreNeverGivenUp) {
 TEST(ConstraintSystem, AContradictionWithoutVariablesIsAConflictToo) {
   ConstraintSystem system;
   const int x = system.addVariable(4, 4);
-  const int broken = system.addConstraint({{{x, 1}, {x, -1}}, Relation::Equal, 5});
+  const int broken = system.addConstraint({{{x, 1}, {x, -1}}, Relation::kEqual, 5});
   const auto solution = system.solve();
   ASSERT_EQ(solution.conflicts.size(), 1u);
   EXPECT_EQ(solution.conflicts[0].broken, broken);
@@ -159,21 +159,21 @@ TEST(ConstraintSystem, SolvesNothing) {
 }
 
 /// A row of boxes that share a fixed width at one priority: many equal optima.
-ConstraintSystem sharedRow() {
+ConstraintSystem SharedRow() {
   ConstraintSystem system;
   std::vector<ConstraintSystem::Term> all;
   for (int i = 0; i < 12; ++i) {
     const int width = system.addVariable(0, HUGE_VAL);
     all.push_back({width, 1});
-    system.addConstraint({{{width, 1}}, Relation::LessOrEqual, 20, 250});
-    system.addConstraint({{{width, 1}}, Relation::GreaterOrEqual, 20, 750});
+    system.addConstraint({{{width, 1}}, Relation::kLessOrEqual, 20, 250});
+    system.addConstraint({{{width, 1}}, Relation::kGreaterOrEqual, 20, 750});
   }
-  system.addConstraint({all, Relation::Equal, 500});
+  system.addConstraint({all, Relation::kEqual, 500});
   return system;
 }
 
 TEST(ConstraintSystem, GivesTheSameValuesEveryTime) {
-  const auto first = sharedRow().solve().values;
+  const auto first = SharedRow().solve().values;
   double sum = 0;
   for (double value : first) {
     EXPECT_GE(value, 20 - kNear);
@@ -181,7 +181,7 @@ TEST(ConstraintSystem, GivesTheSameValuesEveryTime) {
   }
   EXPECT_NEAR(sum, 500, kNear);
   for (int i = 0; i < 20; ++i) {
-    EXPECT_EQ(sharedRow().solve().values, first);
+    EXPECT_EQ(SharedRow().solve().values, first);
   }
 }
 
@@ -223,10 +223,10 @@ TEST(ConstraintSystem, FindsASolutionWhereverThereIsOne) {
       for (const auto &term : constraint.terms) {
         sum += term.coefficient * solution.values[term.variable];
       }
-      if (constraint.relation != Relation::LessOrEqual) {
+      if (constraint.relation != Relation::kLessOrEqual) {
         ASSERT_GE(sum, constraint.constant - kNear) << "round " << round;
       }
-      if (constraint.relation != Relation::GreaterOrEqual) {
+      if (constraint.relation != Relation::kGreaterOrEqual) {
         ASSERT_LE(sum, constraint.constant + kNear) << "round " << round;
       }
     }
@@ -236,10 +236,10 @@ TEST(ConstraintSystem, FindsASolutionWhereverThereIsOne) {
 TEST(ConstraintSystem, PrintsNothing) {
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
-  sharedRow().solve();
+  SharedRow().solve();
   ConstraintSystem contradiction;
   const int x = contradiction.addVariable(0, 1);
-  contradiction.addConstraint({{{x, 1}}, Relation::Equal, 2});
+  contradiction.addConstraint({{{x, 1}}, Relation::kEqual, 2});
   contradiction.solve();
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");

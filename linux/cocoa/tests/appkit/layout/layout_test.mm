@@ -11,11 +11,11 @@
 
 namespace {
 
-NSDictionary *entry(NSString *name, id value) {
+NSDictionary *Entry(NSString *name, id value) {
   return [NSDictionary dictionaryWithObject:value forKey:name];
 }
 
-NSArray *visual(NSString *format, NSDictionary *views, NSDictionary *metrics = nil,
+NSArray *Visual(NSString *format, NSDictionary *views, NSDictionary *metrics = nil,
                 NSLayoutFormatOptions options = 0) {
   return [NSLayoutConstraint constraintsWithVisualFormat:format
                                                  options:options
@@ -23,7 +23,7 @@ NSArray *visual(NSString *format, NSDictionary *views, NSDictionary *metrics = n
                                                    views:views];
 }
 
-NSLayoutConstraint *relate(NSView *first, NSLayoutAttribute firstAttribute,
+NSLayoutConstraint *Relate(NSView *first, NSLayoutAttribute firstAttribute,
                            NSLayoutRelation relation, NSView *second,
                            NSLayoutAttribute secondAttribute, CGFloat multiplier = 1,
                            CGFloat constant = 0) {
@@ -36,15 +36,15 @@ NSLayoutConstraint *relate(NSView *first, NSLayoutAttribute firstAttribute,
                                        constant:constant];
 }
 
-NSView *addedView(NSView *superview, Class type = [NSView class]) {
+NSView *AddedView(NSView *superview, Class type = [NSView class]) {
   NSView *view = [[[type alloc] initWithFrame:NSZeroRect] autorelease];
   [view setTranslatesAutoresizingMaskIntoConstraints:NO];
   [superview addSubview:view];
   return view;
 }
 
-NSTextField *addedLabel(NSView *superview, NSString *text, CGFloat size) {
-  NSTextField *field = static_cast<NSTextField *>(addedView(superview, [NSTextField class]));
+NSTextField *AddedLabel(NSView *superview, NSString *text, CGFloat size) {
+  NSTextField *field = static_cast<NSTextField *>(AddedView(superview, [NSTextField class]));
   [field setEditable:NO];
   [field setBordered:NO];
   [field setBezeled:NO];
@@ -58,8 +58,8 @@ NSTextField *addedLabel(NSView *superview, NSString *text, CGFloat size) {
   return field;
 }
 
-NSButton *addedPushButton(NSView *superview, NSString *title) {
-  NSButton *button = static_cast<NSButton *>(addedView(superview, [NSButton class]));
+NSButton *AddedPushButton(NSView *superview, NSString *title) {
+  NSButton *button = static_cast<NSButton *>(AddedView(superview, [NSButton class]));
   [button setBezelStyle:NSRoundedBezelStyle];
   [button setFont:[NSFont systemFontOfSize:13]];
   [button setTitle:title];
@@ -67,24 +67,24 @@ NSButton *addedPushButton(NSView *superview, NSString *title) {
 }
 
 /// What constraints place of the view.
-NSRect aligned(NSView *view) { return [view alignmentRectForFrame:[view frame]]; }
+NSRect Aligned(NSView *view) { return [view alignmentRectForFrame:[view frame]]; }
 
 /// The same, seen from the top left corner of an unflipped superview.
-NSRect fromTop(NSView *view) {
-  NSRect rect = aligned(view);
+NSRect FromTop(NSView *view) {
+  NSRect rect = Aligned(view);
   rect.origin.y = NSHeight([[view superview] bounds]) - NSMaxY(rect);
   return rect;
 }
 
-void expectPlace(NSView *view, CGFloat x, CGFloat top, CGFloat width, CGFloat height) {
-  const NSRect rect = fromTop(view);
+void ExpectPlace(NSView *view, CGFloat x, CGFloat top, CGFloat width, CGFloat height) {
+  const NSRect rect = FromTop(view);
   EXPECT_EQ(NSMinX(rect), x);
   EXPECT_EQ(NSMinY(rect), top);
   EXPECT_EQ(NSWidth(rect), width);
   EXPECT_EQ(NSHeight(rect), height);
 }
 
-std::string reasonOf(void (^block)(void), NSString *name) {
+std::string ReasonOf(void (^block)(void), NSString *name) {
   @try {
     block();
   } @catch (NSException *exception) {
@@ -124,7 +124,7 @@ class Layout : public testing::Test {
   }
 
   void add(NSString *format, NSDictionary *views, NSDictionary *metrics = nil) {
-    [content_ addConstraints:visual(format, views, metrics)];
+    [content_ addConstraints:Visual(format, views, metrics)];
   }
 
   NSAutoreleasePool *pool_;
@@ -143,37 +143,37 @@ class Question : public Layout {
       [view setTranslatesAutoresizingMaskIntoConstraints:NO];
       [images_ addSubview:view];
     }
-    NSDictionary *envelope = entry(@"envelope", envelope_);
-    NSDictionary *icon = entry(@"icon", icon_);
-    [images_ addConstraints:visual(@"H:[envelope(width)]|", envelope, entry(@"width", @214))];
-    [images_ addConstraints:visual(@"V:|[envelope(height)]", envelope, entry(@"height", @149))];
-    [images_ addConstraints:visual(@"H:|[icon(width)]", icon, entry(@"width", @110))];
-    [images_ addConstraints:visual(@"V:[icon(height)]|", icon, entry(@"height", @110))];
+    NSDictionary *envelope = Entry(@"envelope", envelope_);
+    NSDictionary *icon = Entry(@"icon", icon_);
+    [images_ addConstraints:Visual(@"H:[envelope(width)]|", envelope, Entry(@"width", @214))];
+    [images_ addConstraints:Visual(@"V:|[envelope(height)]", envelope, Entry(@"height", @149))];
+    [images_ addConstraints:Visual(@"H:|[icon(width)]", icon, Entry(@"width", @110))];
+    [images_ addConstraints:Visual(@"V:[icon(height)]|", icon, Entry(@"height", @110))];
     [images_ setTranslatesAutoresizingMaskIntoConstraints:NO];
     [content_ addSubview:images_];
 
-    title_ = addedLabel(content_, @"Let’s stay in touch!", 32);
-    description_ = addedLabel(content_, description, 14);
-    info_ = addedLabel(content_, @"Your address will be shared with the developers.", 11);
-    invisible_ = static_cast<NSButton *>(addedView(content_, [NSButton class]));
+    title_ = AddedLabel(content_, @"Let’s stay in touch!", 32);
+    description_ = AddedLabel(content_, description, 14);
+    info_ = AddedLabel(content_, @"Your address will be shared with the developers.", 11);
+    invisible_ = static_cast<NSButton *>(AddedView(content_, [NSButton class]));
     close_ = [[[NSButton alloc] initWithFrame:NSMakeRect(0, 0, 12, 12)] autorelease];
     [close_ setBordered:NO];
     [close_ setImage:[[[NSImage alloc] initWithSize:NSMakeSize(12, 12)] autorelease]];
     [close_ setTranslatesAutoresizingMaskIntoConstraints:NO];
     [content_ addSubview:close_];
-    cancel_ = addedPushButton(content_, @"No, Thanks");
-    ok_ = addedPushButton(content_, @"Sure, I’m In");
-    spacer_ = addedView(content_);
+    cancel_ = AddedPushButton(content_, @"No, Thanks");
+    ok_ = AddedPushButton(content_, @"Sure, I’m In");
+    spacer_ = AddedView(content_);
 
-    add(@"H:|-(10.0)-[close(width)]", entry(@"close", close_), entry(@"width", @12));
-    add(@"V:|-(8.0)-[close(height)]", entry(@"close", close_), entry(@"height", @12));
-    add(@"H:|[close(0.0)]", entry(@"close", invisible_));
-    add(@"V:|[close(0.0)]", entry(@"close", invisible_));
-    add(@"H:[icon(width)]", entry(@"icon", images_), entry(@"width", @232));
+    add(@"H:|-(10.0)-[close(width)]", Entry(@"close", close_), Entry(@"width", @12));
+    add(@"V:|-(8.0)-[close(height)]", Entry(@"close", close_), Entry(@"height", @12));
+    add(@"H:|[close(0.0)]", Entry(@"close", invisible_));
+    add(@"V:|[close(0.0)]", Entry(@"close", invisible_));
+    add(@"H:[icon(width)]", Entry(@"icon", images_), Entry(@"width", @232));
     NSArray *centred =
         [NSArray arrayWithObjects:images_, title_, description_, info_, spacer_, nil];
     for (NSView *view in centred) {
-      [content_ addConstraint:relate(view, NSLayoutAttributeCenterX, NSLayoutRelationEqual,
+      [content_ addConstraint:Relate(view, NSLayoutAttributeCenterX, NSLayoutRelationEqual,
                                      content_, NSLayoutAttributeCenterX)];
     }
     add(@"V:|-(35.0)-[icon(i_height)]-(13.0)-[title]-(6.0)-[description][buttons(64.0@251)]-(2.0)-"
@@ -181,17 +181,17 @@ class Question : public Layout {
         [NSDictionary dictionaryWithObjectsAndKeys:images_, @"icon", title_, @"title", description_,
                                                    @"description", spacer_, @"buttons", info_,
                                                    @"info", nil],
-        entry(@"i_height", @148));
-    add(@"H:|-(d)-[title]-(d)-|", entry(@"title", title_), entry(@"d", @8.0));
-    add(@"H:|-(d)-[text]-(d)-|", entry(@"text", description_), entry(@"d", @8.0));
-    add(@"H:|-(d)-[info]-(d)-|", entry(@"info", info_), entry(@"d", @8.0));
+        Entry(@"i_height", @148));
+    add(@"H:|-(d)-[title]-(d)-|", Entry(@"title", title_), Entry(@"d", @8.0));
+    add(@"H:|-(d)-[text]-(d)-|", Entry(@"text", description_), Entry(@"d", @8.0));
+    add(@"H:|-(d)-[info]-(d)-|", Entry(@"info", info_), Entry(@"d", @8.0));
     [description_ setPreferredMaxLayoutWidth:540];
-    add(@"H:|-(8.0)-[info]-(8.0)-|", entry(@"info", info_));
+    add(@"H:|-(8.0)-[info]-(8.0)-|", Entry(@"info", info_));
     add(@"H:[cancel(>=110.0)]-(6.0)-[center(1.0)]-(6.0)-[ok(cancel)]",
         [NSDictionary
             dictionaryWithObjectsAndKeys:cancel_, @"cancel", spacer_, @"center", ok_, @"ok", nil]);
     for (NSView *button in [NSArray arrayWithObjects:cancel_, ok_, nil]) {
-      [content_ addConstraint:relate(button, NSLayoutAttributeCenterY, NSLayoutRelationEqual,
+      [content_ addConstraint:Relate(button, NSLayoutAttributeCenterY, NSLayoutRelationEqual,
                                      spacer_, NSLayoutAttributeCenterY)];
     }
   }
@@ -212,25 +212,25 @@ TEST_F(Question, StandsAsWorkedOutByHand) {
   [window_ layoutIfNeeded];
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 
-  expectPlace(close_, 10, 8, 12, 12);
-  expectPlace(invisible_, 0, 0, 0, 0);
-  expectPlace(images_, 162, 35, 232, 148);  // (556 − 232) / 2
-  expectPlace(envelope_, 18, 0, 214, 149);  // Hangs one point out of the bottom.
-  expectPlace(icon_, 0, 38, 110, 110);
+  ExpectPlace(close_, 10, 8, 12, 12);
+  ExpectPlace(invisible_, 0, 0, 0, 0);
+  ExpectPlace(images_, 162, 35, 232, 148);  // (556 − 232) / 2
+  ExpectPlace(envelope_, 18, 0, 214, 149);  // Hangs one point out of the bottom.
+  ExpectPlace(icon_, 0, 38, 110, 110);
 
   const CGFloat title = lineHeight(title_);
   const CGFloat description = lineHeight(description_);
   const CGFloat info = lineHeight(info_);
   CGFloat top = 35 + 148 + 13;
-  expectPlace(title_, 8, top, 540, title);
+  ExpectPlace(title_, 8, top, 540, title);
   top += title + 6;
-  expectPlace(description_, 8, top, 540, description);
+  ExpectPlace(description_, 8, top, 540, description);
   top += description;
   // A point wide and centred at 278: its edges lie at halves and are rounded up alike.
-  expectPlace(spacer_, 278, top, 1, 64);
+  ExpectPlace(spacer_, 278, top, 1, 64);
   const CGFloat middle = top + 32;
   top += 64 + 2;
-  expectPlace(info_, 8, top, 540, info);
+  ExpectPlace(info_, 8, top, 540, info);
   EXPECT_LE(top + info, 355 - 8);
 
   const CGFloat width =
@@ -239,8 +239,8 @@ TEST_F(Question, StandsAsWorkedOutByHand) {
   EXPECT_GE(height, 20);
   EXPECT_LE(height, 22);
   const CGFloat buttonTop = std::floor(middle - height / 2 + 0.5);
-  expectPlace(cancel_, 278 - 6 - width, buttonTop, width, height);
-  expectPlace(ok_, 279 + 6, buttonTop, width, height);
+  ExpectPlace(cancel_, 278 - 6 - width, buttonTop, width, height);
+  ExpectPlace(ok_, 279 + 6, buttonTop, width, height);
 }
 
 TEST_F(Question, AWrappedDescriptionSqueezesTheSpacer) {
@@ -250,14 +250,14 @@ TEST_F(Question, AWrappedDescriptionSqueezesTheSpacer) {
   }
   build(text);
   [window_ layoutIfNeeded];
-  const NSRect description = fromTop(description_);
+  const NSRect description = FromTop(description_);
   EXPECT_EQ(NSMinX(description), 8);
   EXPECT_EQ(NSWidth(description), 540);
   EXPECT_GE(NSHeight(description), 3 * lineHeight(info_));
-  EXPECT_LT(NSHeight(fromTop(spacer_)), 64);
-  EXPECT_EQ(NSMinY(fromTop(spacer_)), NSMaxY(description));
-  EXPECT_EQ(NSMinY(fromTop(info_)), NSMaxY(fromTop(spacer_)) + 2);
-  EXPECT_EQ(NSMaxY(fromTop(info_)), 355 - 8);
+  EXPECT_LT(NSHeight(FromTop(spacer_)), 64);
+  EXPECT_EQ(NSMinY(FromTop(spacer_)), NSMaxY(description));
+  EXPECT_EQ(NSMinY(FromTop(info_)), NSMaxY(FromTop(spacer_)) + 2);
+  EXPECT_EQ(NSMaxY(FromTop(info_)), 355 - 8);
   EXPECT_TRUE(NSEqualSizes([window_ frame].size, NSMakeSize(556, 355)));
 }
 
@@ -268,10 +268,10 @@ TEST_F(Question, ADescriptionThatTheSpacerLeavesNoRoomMakesTheWindowTaller) {
   }
   build(text);
   [window_ layoutIfNeeded];
-  EXPECT_EQ(NSHeight(fromTop(spacer_)), 0);
-  EXPECT_EQ(NSHeight(fromTop(description_)), [description_ intrinsicContentSize].height);
+  EXPECT_EQ(NSHeight(FromTop(spacer_)), 0);
+  EXPECT_EQ(NSHeight(FromTop(description_)), [description_ intrinsicContentSize].height);
   EXPECT_GT(NSHeight([window_ frame]), 355);
-  EXPECT_EQ(NSMaxY(fromTop(info_)), NSHeight([window_ frame]) - 8);
+  EXPECT_EQ(NSMaxY(FromTop(info_)), NSHeight([window_ frame]) - 8);
   EXPECT_EQ(NSWidth([window_ frame]), 556);
 }
 
@@ -289,14 +289,14 @@ TEST_F(Question, ButtonsStayEquallyWideWhateverTheirTitles) {
   [window_ layoutIfNeeded];
   const CGFloat width = [ok_ intrinsicContentSize].width;
   EXPECT_GT(width, 110);
-  EXPECT_EQ(NSWidth(aligned(ok_)), width);
-  EXPECT_EQ(NSWidth(aligned(cancel_)), width);
+  EXPECT_EQ(NSWidth(Aligned(ok_)), width);
+  EXPECT_EQ(NSWidth(Aligned(cancel_)), width);
 }
 
 TEST_F(Question, IsLaidOutBeforeTheWindowIsOrderedIn) {
   build(@"short");
   [window_ orderFront:nil];
-  expectPlace(images_, 162, 35, 232, 148);
+  ExpectPlace(images_, 162, 35, 232, 148);
 }
 
 TEST_F(Question, AChangedTextIsLaidOutInTheNextRunLoopIteration) {
@@ -337,7 +337,7 @@ TEST_F(Question, FollowsTheSizeOfTheWindow) {
   EXPECT_TRUE(turnUntil(^bool {
     return NSWidth([content_ frame]) == 600 && NSMinX([images_ frame]) == 184;
   }));
-  expectPlace(title_, 8, 196, 584, lineHeight(title_));
+  ExpectPlace(title_, 8, 196, 584, lineHeight(title_));
 }
 
 TEST_F(Question, FramesAreTheSameEveryTime) {
@@ -358,10 +358,10 @@ TEST_F(Question, FramesAreTheSameEveryTime) {
 }
 
 TEST_F(Layout, TheVisualFormatGivesApplesConstraints) {
-  NSView *a = addedView(content_);
-  NSView *b = addedView(content_);
+  NSView *a = AddedView(content_);
+  NSView *b = AddedView(content_);
   NSDictionary *views = [NSDictionary dictionaryWithObjectsAndKeys:a, @"a", b, @"b", nil];
-  NSArray *made = visual(@"H:|-[a(>=m@20)]-[b(==a)]-(-4)-|", views, entry(@"m", @-3));
+  NSArray *made = Visual(@"H:|-[a(>=m@20)]-[b(==a)]-(-4)-|", views, Entry(@"m", @-3));
   ASSERT_EQ([made count], 5u);
   NSLayoutConstraint *leading = [made objectAtIndex:0];
   EXPECT_EQ([leading firstItem], a);
@@ -392,42 +392,42 @@ TEST_F(Layout, TheVisualFormatGivesApplesConstraints) {
 }
 
 TEST_F(Layout, OptionsAlignNeighbours) {
-  NSView *a = addedView(content_);
-  NSView *b = addedView(content_);
+  NSView *a = AddedView(content_);
+  NSView *b = AddedView(content_);
   NSDictionary *views = [NSDictionary dictionaryWithObjectsAndKeys:a, @"a", b, @"b", nil];
   [content_
-      addConstraints:visual(@"H:|-5-[a(20)]-[b(30)]", views, nil, NSLayoutFormatAlignAllBottom)];
+      addConstraints:Visual(@"H:|-5-[a(20)]-[b(30)]", views, nil, NSLayoutFormatAlignAllBottom)];
   add(@"V:|-7-[a(40)]", views);
   add(@"V:[b(10)]", views);
   [window_ layoutIfNeeded];
-  expectPlace(a, 5, 7, 20, 40);
-  expectPlace(b, 33, 37, 30, 10);
+  ExpectPlace(a, 5, 7, 20, 40);
+  ExpectPlace(b, 33, 37, 30, 10);
 }
 
 TEST_F(Layout, OptionsTurnTheDirectionRound) {
-  NSView *a = addedView(content_);
-  NSView *b = addedView(content_);
+  NSView *a = AddedView(content_);
+  NSView *b = AddedView(content_);
   NSDictionary *views = [NSDictionary dictionaryWithObjectsAndKeys:a, @"a", b, @"b", nil];
-  [content_ addConstraints:visual(@"H:|-5-[a(20)]-(>=9)-[b(30)]", views, nil,
+  [content_ addConstraints:Visual(@"H:|-5-[a(20)]-(>=9)-[b(30)]", views, nil,
                                   NSLayoutFormatDirectionRightToLeft)];
   add(@"V:|[a(1)]", views);
   add(@"V:|[b(1)]", views);
-  [content_ addConstraint:relate(b, NSLayoutAttributeRight, NSLayoutRelationEqual, content_,
+  [content_ addConstraint:Relate(b, NSLayoutAttributeRight, NSLayoutRelationEqual, content_,
                                  NSLayoutAttributeRight, 1, -40)];
   [window_ layoutIfNeeded];
-  expectPlace(a, 531, 0, 20, 1);
-  expectPlace(b, 486, 0, 30, 1);
+  ExpectPlace(a, 531, 0, 20, 1);
+  ExpectPlace(b, 486, 0, 30, 1);
 }
 
 TEST_F(Layout, BadFormatsRaise) {
-  NSView *a = addedView(content_);
+  NSView *a = AddedView(content_);
   NSView *alone = [[[NSView alloc] initWithFrame:NSZeroRect] autorelease];
-  NSDictionary *views = entry(@"a", a);
+  NSDictionary *views = Entry(@"a", a);
   const auto reason = [&](NSString *format, NSDictionary *named,
                           NSLayoutFormatOptions options = 0) {
-    return reasonOf(
+    return ReasonOf(
         ^{
-          visual(format, named, nil, options);
+          Visual(format, named, nil, options);
         },
         NSInvalidArgumentException);
   };
@@ -440,7 +440,7 @@ TEST_F(Layout, BadFormatsRaise) {
             std::string::npos);
   EXPECT_NE(reason(@"[a]-w-|", views).find("w is not a key in the metrics"), std::string::npos);
   EXPECT_NE(reason(@"[a(4@1001)]", views).find("Priorities"), std::string::npos);
-  EXPECT_NE(reason(@"|[a]", entry(@"a", alone)).find("doesn't have a superview"),
+  EXPECT_NE(reason(@"|[a]", Entry(@"a", alone)).find("doesn't have a superview"),
             std::string::npos);
   EXPECT_NE(reason(@"H:[a]", views, NSLayoutFormatAlignAllLeft).find("Options mask"),
             std::string::npos);
@@ -448,44 +448,44 @@ TEST_F(Layout, BadFormatsRaise) {
 }
 
 TEST_F(Layout, IllFormedConstraintsRaise) {
-  NSView *a = addedView(content_);
+  NSView *a = AddedView(content_);
   const auto raises = [](void (^block)(void)) {
-    EXPECT_FALSE(reasonOf(block, NSInvalidArgumentException).empty());
+    EXPECT_FALSE(ReasonOf(block, NSInvalidArgumentException).empty());
   };
   raises(^{
-    relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, content_, NSLayoutAttributeTop);
+    Relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, content_, NSLayoutAttributeTop);
   });
   raises(^{
-    relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, nil, NSLayoutAttributeNotAnAttribute);
+    Relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, nil, NSLayoutAttributeNotAnAttribute);
   });
   raises(^{
-    relate(a, NSLayoutAttributeNotAnAttribute, NSLayoutRelationEqual, content_,
+    Relate(a, NSLayoutAttributeNotAnAttribute, NSLayoutRelationEqual, content_,
            NSLayoutAttributeTop);
   });
   raises(^{
-    relate(nil, NSLayoutAttributeWidth, NSLayoutRelationEqual, nil,
+    Relate(nil, NSLayoutAttributeWidth, NSLayoutRelationEqual, nil,
            NSLayoutAttributeNotAnAttribute);
   });
   raises(^{
-    relate(a, NSLayoutAttributeWidth, NSLayoutRelationEqual, nil, NSLayoutAttributeNotAnAttribute,
+    Relate(a, NSLayoutAttributeWidth, NSLayoutRelationEqual, nil, NSLayoutAttributeNotAnAttribute,
            1, NAN);
   });
   raises(^{
-    [relate(a, NSLayoutAttributeWidth, NSLayoutRelationEqual, nil, NSLayoutAttributeNotAnAttribute)
+    [Relate(a, NSLayoutAttributeWidth, NSLayoutRelationEqual, nil, NSLayoutAttributeNotAnAttribute)
         setPriority:0];
   });
 }
 
 TEST_F(Layout, ActivatingAddsToTheNearestCommonAncestor) {
-  NSView *box = addedView(content_);
-  NSView *a = addedView(box);
-  NSView *b = addedView(box);
+  NSView *box = AddedView(content_);
+  NSView *a = AddedView(box);
+  NSView *b = AddedView(box);
   NSLayoutConstraint *gap =
-      relate(b, NSLayoutAttributeLeft, NSLayoutRelationEqual, a, NSLayoutAttributeRight);
-  NSLayoutConstraint *width = relate(a, NSLayoutAttributeWidth, NSLayoutRelationEqual, nil,
+      Relate(b, NSLayoutAttributeLeft, NSLayoutRelationEqual, a, NSLayoutAttributeRight);
+  NSLayoutConstraint *width = Relate(a, NSLayoutAttributeWidth, NSLayoutRelationEqual, nil,
                                      NSLayoutAttributeNotAnAttribute, 1, 5);
   NSLayoutConstraint *outer =
-      relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, content_, NSLayoutAttributeLeft);
+      Relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, content_, NSLayoutAttributeLeft);
   EXPECT_FALSE([gap isActive]);
   [NSLayoutConstraint activateConstraints:[NSArray arrayWithObjects:gap, width, outer, nil]];
   EXPECT_TRUE([gap isActive]);
@@ -498,15 +498,15 @@ TEST_F(Layout, ActivatingAddsToTheNearestCommonAncestor) {
 
   NSView *stranger = [[[NSView alloc] initWithFrame:NSZeroRect] autorelease];
   NSLayoutConstraint *impossible =
-      relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, stranger, NSLayoutAttributeLeft);
-  EXPECT_NE(reasonOf(
+      Relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, stranger, NSLayoutAttributeLeft);
+  EXPECT_NE(ReasonOf(
                 ^{
                   [impossible setActive:YES];
                 },
                 NSGenericException)
                 .find("no common ancestor"),
             std::string::npos);
-  EXPECT_NE(reasonOf(
+  EXPECT_NE(ReasonOf(
                 ^{
                   [content_ addConstraint:impossible];
                 },
@@ -516,9 +516,9 @@ TEST_F(Layout, ActivatingAddsToTheNearestCommonAncestor) {
 }
 
 TEST_F(Layout, EqualConstraintsAreNotOne) {
-  NSView *a = addedView(content_);
-  add(@"H:|[a(5)]", entry(@"a", a));
-  add(@"H:|[a(5)]", entry(@"a", a));
+  NSView *a = AddedView(content_);
+  add(@"H:|[a(5)]", Entry(@"a", a));
+  add(@"H:|[a(5)]", Entry(@"a", a));
   EXPECT_EQ([[content_ constraints] count], 4u);
   NSLayoutConstraint *first = [[content_ constraints] objectAtIndex:0];
   [content_ addConstraint:first];
@@ -528,125 +528,125 @@ TEST_F(Layout, EqualConstraintsAreNotOne) {
 }
 
 TEST_F(Layout, AFlippedSuperviewCountsFromItsTopToo) {
-  NSTableView *table = static_cast<NSTableView *>(addedView(content_, [NSTableView class]));
+  NSTableView *table = static_cast<NSTableView *>(AddedView(content_, [NSTableView class]));
   ASSERT_TRUE([table isFlipped]);
-  NSView *inner = addedView(table);
-  add(@"H:|-10-[table(100)]", entry(@"table", table));
-  add(@"V:|-20-[table(80)]", entry(@"table", table));
-  [table addConstraints:visual(@"H:|-3-[inner(4)]", entry(@"inner", inner))];
-  [table addConstraints:visual(@"V:|-5-[inner(6)]", entry(@"inner", inner))];
+  NSView *inner = AddedView(table);
+  add(@"H:|-10-[table(100)]", Entry(@"table", table));
+  add(@"V:|-20-[table(80)]", Entry(@"table", table));
+  [table addConstraints:Visual(@"H:|-3-[inner(4)]", Entry(@"inner", inner))];
+  [table addConstraints:Visual(@"V:|-5-[inner(6)]", Entry(@"inner", inner))];
   [window_ layoutIfNeeded];
-  expectPlace(table, 10, 20, 100, 80);
+  ExpectPlace(table, 10, 20, 100, 80);
   EXPECT_TRUE(NSEqualRects([inner frame], NSMakeRect(3, 5, 4, 6)));
 }
 
 TEST_F(Layout, TheFrameOfATranslatingViewStands) {
   NSView *fixed = [[[NSView alloc] initWithFrame:NSMakeRect(50, 60, 70, 80)] autorelease];
   [content_ addSubview:fixed];
-  NSView *a = addedView(content_);
-  [content_ addConstraints:visual(@"H:[fixed]-4-[a(fixed)]",
+  NSView *a = AddedView(content_);
+  [content_ addConstraints:Visual(@"H:[fixed]-4-[a(fixed)]",
                                   [NSDictionary
                                       dictionaryWithObjectsAndKeys:fixed, @"fixed", a, @"a", nil],
                                   nil, NSLayoutFormatAlignAllTop)];
-  add(@"V:[a(9)]", entry(@"a", a));
+  add(@"V:[a(9)]", Entry(@"a", a));
   [window_ layoutIfNeeded];
   EXPECT_TRUE(NSEqualRects([fixed frame], NSMakeRect(50, 60, 70, 80)));
-  expectPlace(a, 124, 215, 70, 9);  // 355 − 60 − 80
+  ExpectPlace(a, 124, 215, 70, 9);  // 355 − 60 − 80
   [fixed setFrameOrigin:NSMakePoint(10, 60)];
   [window_ layoutIfNeeded];
-  expectPlace(a, 84, 215, 70, 9);
+  ExpectPlace(a, 84, 215, 70, 9);
 }
 
 TEST_F(Layout, TheMaskOfATranslatingViewFollowsALaidOutSuperview) {
-  NSView *box = addedView(content_);
+  NSView *box = AddedView(content_);
   [box setFrame:NSMakeRect(0, 0, 100, 100)];
   NSView *inner = [[[NSView alloc] initWithFrame:NSMakeRect(10, 20, 80, 70)] autorelease];
   [inner setAutoresizingMask:NSViewWidthSizable | NSViewMinYMargin];
   [box addSubview:inner];
-  NSView *a = addedView(box);
-  [box addConstraints:visual(@"H:[a(inner)]|",
+  NSView *a = AddedView(box);
+  [box addConstraints:Visual(@"H:[a(inner)]|",
                              [NSDictionary
                                  dictionaryWithObjectsAndKeys:a, @"a", inner, @"inner", nil])];
-  [box addConstraints:visual(@"V:|[a(5)]", entry(@"a", a))];
-  add(@"H:|[box(300)]", entry(@"box", box));
-  add(@"V:|[box(200)]", entry(@"box", box));
+  [box addConstraints:Visual(@"V:|[a(5)]", Entry(@"a", a))];
+  add(@"H:|[box(300)]", Entry(@"box", box));
+  add(@"V:|[box(200)]", Entry(@"box", box));
   [window_ layoutIfNeeded];
-  expectPlace(inner, 10, 10, 280, 70);
-  expectPlace(a, 20, 0, 280, 5);
+  ExpectPlace(inner, 10, 10, 280, 70);
+  ExpectPlace(a, 20, 0, 280, 5);
 }
 
 TEST_F(Layout, AViewThatIsLaidOutIsNotAutoresizedToo) {
-  NSView *a = addedView(content_);
+  NSView *a = AddedView(content_);
   [a setAutoresizingMask:NSViewWidthSizable | NSViewHeightSizable];
-  add(@"H:|-10-[a(20)]", entry(@"a", a));
-  add(@"V:|-10-[a(20)]", entry(@"a", a));
+  add(@"H:|-10-[a(20)]", Entry(@"a", a));
+  add(@"V:|-10-[a(20)]", Entry(@"a", a));
   [window_ layoutIfNeeded];
   [content_ setFrameSize:NSMakeSize(700, 500)];
   EXPECT_EQ(NSWidth([a frame]), 20);
   [window_ layoutIfNeeded];
-  expectPlace(a, 10, 10, 20, 20);
+  ExpectPlace(a, 10, 10, 20, 20);
 }
 
 TEST_F(Layout, MultipliersCountFromTheHolder) {
-  NSView *a = addedView(content_);
-  [content_ addConstraint:relate(a, NSLayoutAttributeWidth, NSLayoutRelationEqual, content_,
+  NSView *a = AddedView(content_);
+  [content_ addConstraint:Relate(a, NSLayoutAttributeWidth, NSLayoutRelationEqual, content_,
                                  NSLayoutAttributeWidth, 0.25, 1)];
-  [content_ addConstraint:relate(a, NSLayoutAttributeRight, NSLayoutRelationEqual, content_,
+  [content_ addConstraint:Relate(a, NSLayoutAttributeRight, NSLayoutRelationEqual, content_,
                                  NSLayoutAttributeCenterX, 1.5, 0)];
-  add(@"V:|[a(5)]", entry(@"a", a));
+  add(@"V:|[a(5)]", Entry(@"a", a));
   [window_ layoutIfNeeded];
-  expectPlace(a, 277, 0, 140, 5);  // 556 / 4 + 1, right edge at 417
+  ExpectPlace(a, 277, 0, 140, 5);  // 556 / 4 + 1, right edge at 417
 }
 
 TEST_F(Layout, HuggingDecidesWhichNeighbourGrows) {
-  NSTextField *a = addedLabel(content_, @"one", 12);
-  NSTextField *b = addedLabel(content_, @"two", 12);
+  NSTextField *a = AddedLabel(content_, @"one", 12);
+  NSTextField *b = AddedLabel(content_, @"two", 12);
   NSDictionary *views = [NSDictionary dictionaryWithObjectsAndKeys:a, @"a", b, @"b", nil];
   add(@"H:|[a][b]|", views);
   add(@"V:|[a]", views);
   add(@"V:|[b]", views);
   [a setContentHuggingPriority:251 forOrientation:NSLayoutConstraintOrientationHorizontal];
   [window_ layoutIfNeeded];
-  EXPECT_EQ(NSWidth(aligned(a)), [a intrinsicContentSize].width);
-  EXPECT_EQ(NSMaxX(aligned(b)), 556);
+  EXPECT_EQ(NSWidth(Aligned(a)), [a intrinsicContentSize].width);
+  EXPECT_EQ(NSMaxX(Aligned(b)), 556);
   [b setContentHuggingPriority:252 forOrientation:NSLayoutConstraintOrientationHorizontal];
   [window_ layoutIfNeeded];
-  EXPECT_EQ(NSWidth(aligned(b)), [b intrinsicContentSize].width);
+  EXPECT_EQ(NSWidth(Aligned(b)), [b intrinsicContentSize].width);
 }
 
 TEST_F(Layout, CompressionResistanceDecidesWhichNeighbourShrinks) {
-  NSTextField *a = addedLabel(content_, @"something rather long", 12);
-  NSTextField *b = addedLabel(content_, @"something rather long", 12);
+  NSTextField *a = AddedLabel(content_, @"something rather long", 12);
+  NSTextField *b = AddedLabel(content_, @"something rather long", 12);
   NSDictionary *views = [NSDictionary dictionaryWithObjectsAndKeys:a, @"a", b, @"b", nil];
   const CGFloat natural = [a intrinsicContentSize].width;
-  NSDictionary *room = entry(@"room", [NSNumber numberWithDouble:natural + 20]);
-  NSView *box = addedView(content_);
-  add(@"H:|[box(room)]", entry(@"box", box), room);
-  add(@"V:|[box(50)]", entry(@"box", box));
+  NSDictionary *room = Entry(@"room", [NSNumber numberWithDouble:natural + 20]);
+  NSView *box = AddedView(content_);
+  add(@"H:|[box(room)]", Entry(@"box", box), room);
+  add(@"V:|[box(50)]", Entry(@"box", box));
   [box addSubview:a];
   [box addSubview:b];
-  [box addConstraints:visual(@"H:|[a][b]|", views)];
+  [box addConstraints:Visual(@"H:|[a][b]|", views)];
   [a setContentCompressionResistancePriority:749
                               forOrientation:NSLayoutConstraintOrientationHorizontal];
   [window_ layoutIfNeeded];
-  EXPECT_EQ(NSWidth(aligned(a)), 20);
-  EXPECT_EQ(NSWidth(aligned(b)), natural);
+  EXPECT_EQ(NSWidth(Aligned(a)), 20);
+  EXPECT_EQ(NSWidth(Aligned(b)), natural);
 }
 
 TEST_F(Layout, WhatNothingDecidesIsSmallAndInTheCorner) {
-  NSView *a = addedView(content_);
+  NSView *a = AddedView(content_);
   [a setFrame:NSMakeRect(30, 40, 50, 60)];
   [content_ setNeedsLayout:YES];
   [window_ layoutIfNeeded];
-  expectPlace(a, 0, 0, 0, 0);
+  ExpectPlace(a, 0, 0, 0, 0);
 }
 
 TEST_F(Layout, PrioritiesAndConstantsMayChange) {
-  NSView *a = addedView(content_);
-  add(@"V:|[a(5)]", entry(@"a", a));
-  add(@"H:|[a]", entry(@"a", a));
-  NSLayoutConstraint *small = [visual(@"[a(10@300)]", entry(@"a", a)) objectAtIndex:0];
-  NSLayoutConstraint *large = [visual(@"[a(90@301)]", entry(@"a", a)) objectAtIndex:0];
+  NSView *a = AddedView(content_);
+  add(@"V:|[a(5)]", Entry(@"a", a));
+  add(@"H:|[a]", Entry(@"a", a));
+  NSLayoutConstraint *small = [Visual(@"[a(10@300)]", Entry(@"a", a)) objectAtIndex:0];
+  NSLayoutConstraint *large = [Visual(@"[a(90@301)]", Entry(@"a", a)) objectAtIndex:0];
   [content_ addConstraint:small];
   [content_ addConstraint:large];
   [window_ layoutIfNeeded];
@@ -663,10 +663,10 @@ TEST_F(Layout, PrioritiesAndConstantsMayChange) {
 }
 
 TEST_F(Layout, AConflictIsLoggedOnceAndOneConstraintBroken) {
-  NSView *a = addedView(content_);
-  add(@"H:|-3-[a(10)]", entry(@"a", a));
-  add(@"V:|[a(5)]", entry(@"a", a));
-  NSLayoutConstraint *wide = [visual(@"[a(>=90)]", entry(@"a", a)) objectAtIndex:0];
+  NSView *a = AddedView(content_);
+  add(@"H:|-3-[a(10)]", Entry(@"a", a));
+  add(@"V:|[a(5)]", Entry(@"a", a));
+  NSLayoutConstraint *wide = [Visual(@"[a(>=90)]", Entry(@"a", a)) objectAtIndex:0];
   [wide setIdentifier:@"too wide"];
   [content_ addConstraint:wide];
   testing::internal::CaptureStderr();
@@ -678,19 +678,19 @@ TEST_F(Layout, AConflictIsLoggedOnceAndOneConstraintBroken) {
   EXPECT_NE(log.find("(10)]"), std::string::npos) << log;
   EXPECT_EQ(log.find("-(3)-"), std::string::npos) << log;
   EXPECT_NE(log.find("breaking constraint \n<NSLayoutConstraint:0x"), std::string::npos) << log;
-  expectPlace(a, 3, 0, 10, 5);
+  ExpectPlace(a, 3, 0, 10, 5);
   [content_ setNeedsLayout:YES];
   testing::internal::CaptureStderr();
   [window_ layoutIfNeeded];
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  expectPlace(a, 3, 0, 10, 5);
+  ExpectPlace(a, 3, 0, 10, 5);
 }
 
 TEST_F(Layout, DescriptionsReadLikeTheVisualFormat) {
-  NSView *a = addedView(content_);
-  NSView *b = addedView(content_);
+  NSView *a = AddedView(content_);
+  NSView *b = AddedView(content_);
   NSDictionary *views = [NSDictionary dictionaryWithObjectsAndKeys:a, @"a", b, @"b", nil];
-  NSArray *made = visual(@"V:|-(>=8)-[a(b)]-6-[b(4@20)]|", views);
+  NSArray *made = Visual(@"V:|-(>=8)-[a(b)]-6-[b(4@20)]|", views);
   const auto has = [&](NSUInteger index, NSString *part) {
     NSString *text = [[made objectAtIndex:index] description];
     EXPECT_NE([text rangeOfString:part].location, static_cast<NSUInteger>(NSNotFound))
@@ -707,13 +707,13 @@ TEST_F(Layout, DescriptionsReadLikeTheVisualFormat) {
 }
 
 TEST_F(Layout, AViewThatLeavesTakesItsConstraintsAway) {
-  NSView *box = addedView(content_);
-  NSView *a = addedView(box);
-  add(@"H:|[box(40)]", entry(@"box", box));
-  [content_ addConstraint:relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, content_,
+  NSView *box = AddedView(content_);
+  NSView *a = AddedView(box);
+  add(@"H:|[box(40)]", Entry(@"box", box));
+  [content_ addConstraint:Relate(a, NSLayoutAttributeLeft, NSLayoutRelationEqual, content_,
                                  NSLayoutAttributeLeft)];
-  [box addConstraints:visual(@"H:[a(7)]|", entry(@"a", a))];
-  add(@"V:[other(4)]", entry(@"other", addedView(content_)));
+  [box addConstraints:Visual(@"H:[a(7)]|", Entry(@"a", a))];
+  add(@"V:[other(4)]", Entry(@"other", AddedView(content_)));
   EXPECT_EQ([[content_ constraints] count], 4u);
   [[box retain] autorelease];
   [box removeFromSuperview];
@@ -727,9 +727,9 @@ TEST_F(Layout, StateAndConstraintsGoWithTheirViews) {
   const void *address = nullptr;
   {
     NSAutoreleasePool *inner = [[NSAutoreleasePool alloc] init];
-    NSView *a = addedView(content_);
+    NSView *a = AddedView(content_);
     address = a;
-    add(@"H:|[a(10)]", entry(@"a", a));
+    add(@"H:|[a(10)]", Entry(@"a", a));
     kept = [[[content_ constraints] objectAtIndex:0] retain];
     EXPECT_NE(platform::layout::ExistingState(a), nullptr);
     [window_ layoutIfNeeded];
@@ -754,8 +754,8 @@ TEST_F(Layout, AWholeWindowGoesWithoutTraces) {
                                                      backing:NSBackingStoreBuffered
                                                        defer:NO];
     [window setReleasedWhenClosed:NO];
-    NSView *a = addedView([window contentView]);
-    kept = [[visual(@"H:|[a]", entry(@"a", a)) objectAtIndex:0] retain];
+    NSView *a = AddedView([window contentView]);
+    kept = [[Visual(@"H:|[a]", Entry(@"a", a)) objectAtIndex:0] retain];
     [[window contentView] addConstraint:kept];
     [window orderFront:nil];
     [window orderOut:nil];
@@ -771,29 +771,29 @@ TEST_F(Layout, AWholeWindowGoesWithoutTraces) {
 
 TEST_F(Layout, ViewsBuiltOutsideAWindowAreLaidOutInIt) {
   NSView *box = [[[NSView alloc] initWithFrame:NSMakeRect(0, 0, 10, 10)] autorelease];
-  NSView *a = addedView(box);
-  [box addConstraints:visual(@"H:|-2-[a]-2-|", entry(@"a", a))];
-  [box addConstraints:visual(@"V:|-2-[a(3)]", entry(@"a", a))];
+  NSView *a = AddedView(box);
+  [box addConstraints:Visual(@"H:|-2-[a]-2-|", Entry(@"a", a))];
+  [box addConstraints:Visual(@"V:|-2-[a(3)]", Entry(@"a", a))];
   [box layoutSubtreeIfNeeded];
-  expectPlace(a, 2, 2, 6, 3);
+  ExpectPlace(a, 2, 2, 6, 3);
   [window_ setContentView:box];
   [window_ layoutIfNeeded];
-  expectPlace(a, 2, 2, 552, 3);
+  ExpectPlace(a, 2, 2, 552, 3);
 }
 
 TEST_F(Layout, FittingSizeIsTheSmallestThatConstraintsAllow) {
   NSView *box = [[[NSView alloc] initWithFrame:NSMakeRect(0, 0, 500, 500)] autorelease];
-  NSView *a = addedView(box);
-  [box addConstraints:visual(@"H:|-[a(>=30)]-(>=4)-|", entry(@"a", a))];
-  [box addConstraints:visual(@"V:|-[a(7)]-|", entry(@"a", a))];
+  NSView *a = AddedView(box);
+  [box addConstraints:Visual(@"H:|-[a(>=30)]-(>=4)-|", Entry(@"a", a))];
+  [box addConstraints:Visual(@"V:|-[a(7)]-|", Entry(@"a", a))];
   EXPECT_TRUE(NSEqualSizes([box fittingSize], NSMakeSize(54, 47)));
   EXPECT_TRUE(NSEqualSizes([box frame].size, NSMakeSize(500, 500)));
-  NSButton *button = addedPushButton(content_, @"Title");
+  NSButton *button = AddedPushButton(content_, @"Title");
   EXPECT_TRUE(NSEqualSizes([button fittingSize], [[button cell] cellSize]));
 }
 
 TEST_F(Layout, TextFieldsKnowTheirNaturalSize) {
-  NSTextField *field = addedLabel(content_, @"some words that take a line", 13);
+  NSTextField *field = AddedLabel(content_, @"some words that take a line", 13);
   const NSSize line = [field intrinsicContentSize];
   EXPECT_GT(line.width, 100);
   EXPECT_GE(line.height, 13);
@@ -814,15 +814,15 @@ TEST_F(Layout, TextFieldsKnowTheirNaturalSize) {
 }
 
 TEST_F(Layout, TextFieldsWantOneLineUntilToldHowWideTheyMayBe) {
-  NSTextField *field = addedLabel(content_, @"some words that take a line", 13);
+  NSTextField *field = AddedLabel(content_, @"some words that take a line", 13);
   const NSSize line = [field intrinsicContentSize];
-  NSDictionary *views = entry(@"field", field);
-  [content_ addConstraints:visual(@"H:|[field]", views)];
-  [content_ addConstraints:visual(@"V:|[field]", views)];
+  NSDictionary *views = Entry(@"field", field);
+  [content_ addConstraints:Visual(@"H:|[field]", views)];
+  [content_ addConstraints:Visual(@"V:|[field]", views)];
   const CGFloat narrow = line.width / 2 + 20;
-  [content_ addConstraints:visual(@"H:[field(narrow)]", views, entry(@"narrow", @(narrow)))];
+  [content_ addConstraints:Visual(@"H:[field(narrow)]", views, Entry(@"narrow", @(narrow)))];
   [window_ layoutIfNeeded];
-  EXPECT_NEAR(NSWidth(aligned(field)), narrow, 1);
+  EXPECT_NEAR(NSWidth(Aligned(field)), narrow, 1);
   EXPECT_EQ(NSHeight([field frame]), line.height);
   EXPECT_TRUE(NSEqualSizes([field intrinsicContentSize], line));
 
@@ -838,30 +838,30 @@ TEST_F(Layout, TextFieldsWantOneLineUntilToldHowWideTheyMayBe) {
 TEST_F(Layout, AWindowGrowsForWhatIsMoreUrgentThanItsSize) {
   [window_ setFrameOrigin:NSMakePoint(100, 200)];
   const NSRect before = [window_ frame];
-  NSView *a = addedView(content_);
-  add(@"H:|-20-[a(>=600@499)]-20-|", entry(@"a", a));
-  add(@"V:|-20-[a(>=400@499)]-20-|", entry(@"a", a));
+  NSView *a = AddedView(content_);
+  add(@"H:|-20-[a(>=600@499)]-20-|", Entry(@"a", a));
+  add(@"V:|-20-[a(>=400@499)]-20-|", Entry(@"a", a));
   [window_ layoutIfNeeded];
   EXPECT_TRUE(NSEqualRects([window_ frame], before));
 
-  add(@"H:[a(>=600@501)]", entry(@"a", a));
+  add(@"H:[a(>=600@501)]", Entry(@"a", a));
   [window_ layoutIfNeeded];
   EXPECT_TRUE(NSEqualRects([window_ frame], NSMakeRect(100, 200, 640, 355)));
-  expectPlace(a, 20, 20, 600, 315);
+  ExpectPlace(a, 20, 20, 600, 315);
 
-  add(@"V:[a(>=400)]", entry(@"a", a));
+  add(@"V:[a(>=400)]", Entry(@"a", a));
   testing::internal::CaptureStderr();
   [window_ layoutIfNeeded];
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   // Its top left corner stays where it is.
   EXPECT_TRUE(NSEqualRects([window_ frame], NSMakeRect(100, 200 - 85, 640, 440)));
-  expectPlace(a, 20, 20, 600, 400);
+  ExpectPlace(a, 20, 20, 600, 400);
 }
 
 TEST_F(Layout, AWindowKeepsTheSizeThatItHasGrownTo) {
-  NSTextField *field = addedLabel(content_, @"short", 13);
-  add(@"H:|-20-[field]-20-|", entry(@"field", field));
-  add(@"V:|[field]", entry(@"field", field));
+  NSTextField *field = AddedLabel(content_, @"short", 13);
+  add(@"H:|-20-[field]-20-|", Entry(@"field", field));
+  add(@"V:|[field]", Entry(@"field", field));
   // Not on the screen: the window manager may yet report the size at which it was shown.
   [window_ layoutIfNeeded];
   EXPECT_EQ(NSWidth([window_ frame]), 556);
@@ -869,29 +869,29 @@ TEST_F(Layout, AWindowKeepsTheSizeThatItHasGrownTo) {
   const CGFloat wide = [field intrinsicContentSize].width;
   [window_ layoutIfNeeded];
   EXPECT_EQ(NSWidth([window_ frame]), wide + 40);
-  EXPECT_EQ(NSWidth(aligned(field)), wide);
+  EXPECT_EQ(NSWidth(Aligned(field)), wide);
   [field setStringValue:@"short"];
   [window_ layoutIfNeeded];
   EXPECT_EQ(NSWidth([window_ frame]), wide + 40);
-  EXPECT_EQ(NSWidth(aligned(field)), wide);
+  EXPECT_EQ(NSWidth(Aligned(field)), wide);
 }
 
 TEST_F(Layout, AWindowStaysAsItIsForATextThatResistsLess) {
-  NSTextField *field = addedLabel(
+  NSTextField *field = AddedLabel(
       content_, [@"" stringByPaddingToLength:200 withString:@"wide " startingAtIndex:0], 13);
-  add(@"H:|[field]|", entry(@"field", field));
-  add(@"V:|[field]", entry(@"field", field));
+  add(@"H:|[field]|", Entry(@"field", field));
+  add(@"V:|[field]", Entry(@"field", field));
   [field setContentCompressionResistancePriority:NSLayoutPriorityWindowSizeStayPut - 1
                                   forOrientation:NSLayoutConstraintOrientationHorizontal];
   [window_ orderFront:nil];
   EXPECT_EQ(NSWidth([window_ frame]), 556);
-  EXPECT_EQ(NSWidth(aligned(field)), 556);
+  EXPECT_EQ(NSWidth(Aligned(field)), 556);
 }
 
 TEST_F(Layout, AWindowBecomesAsSmallAsItsContentsHaveToBe) {
-  NSView *a = addedView(content_);
-  add(@"H:|[a(300)]|", entry(@"a", a));
-  add(@"V:|[a(<=100)]|", entry(@"a", a));
+  NSView *a = AddedView(content_);
+  add(@"H:|[a(300)]|", Entry(@"a", a));
+  add(@"V:|[a(<=100)]|", Entry(@"a", a));
   const CGFloat top = NSMaxY([window_ frame]);
   [window_ layoutIfNeeded];
   EXPECT_TRUE(NSEqualSizes([window_ frame].size, NSMakeSize(300, 100)));
@@ -899,15 +899,15 @@ TEST_F(Layout, AWindowBecomesAsSmallAsItsContentsHaveToBe) {
 }
 
 TEST_F(Layout, ButtonsAndImageViewsKnowTheirNaturalSize) {
-  NSButton *button = addedPushButton(content_, @"Button");
+  NSButton *button = AddedPushButton(content_, @"Button");
   const CGFloat title = std::ceil([[button attributedTitle] size].width);
   EXPECT_TRUE(NSEqualSizes([button intrinsicContentSize], NSMakeSize(title + 28, 21)));
   NSImage *image = [[[NSImage alloc] initWithSize:NSMakeSize(12, 14)] autorelease];
-  NSButton *mark = static_cast<NSButton *>(addedView(content_, [NSButton class]));
+  NSButton *mark = static_cast<NSButton *>(AddedView(content_, [NSButton class]));
   [mark setBordered:NO];
   [mark setImage:image];
   EXPECT_TRUE(NSEqualSizes([mark intrinsicContentSize], NSMakeSize(12, 14)));
-  NSImageView *picture = static_cast<NSImageView *>(addedView(content_, [NSImageView class]));
+  NSImageView *picture = static_cast<NSImageView *>(AddedView(content_, [NSImageView class]));
   EXPECT_EQ([picture intrinsicContentSize].width, NSViewNoIntrinsicMetric);
   [picture setImage:image];
   EXPECT_TRUE(NSEqualSizes([picture intrinsicContentSize], NSMakeSize(12, 14)));
@@ -915,17 +915,17 @@ TEST_F(Layout, ButtonsAndImageViewsKnowTheirNaturalSize) {
 }
 
 TEST_F(Layout, PushButtonsAndLabelsAreSmallerThanTheirFrames) {
-  NSButton *button = addedPushButton(content_, @"Button");
-  NSTextField *label = addedLabel(content_, @"label", 13);
-  NSView *table = addedView(content_, [NSTableView class]);
+  NSButton *button = AddedPushButton(content_, @"Button");
+  NSTextField *label = AddedLabel(content_, @"label", 13);
+  NSView *table = AddedView(content_, [NSTableView class]);
   ASSERT_TRUE([table isFlipped]);
-  NSButton *inTable = addedPushButton(table, @"Button");
+  NSButton *inTable = AddedPushButton(table, @"Button");
   for (NSView *view in @[ button, label, inTable ]) {
-    NSDictionary *views = entry(@"view", view);
-    [[view superview] addConstraints:visual(@"H:|-20-[view(100)]", views)];
-    [[view superview] addConstraints:visual(@"V:|-30-[view(21)]", views)];
+    NSDictionary *views = Entry(@"view", view);
+    [[view superview] addConstraints:Visual(@"H:|-20-[view(100)]", views)];
+    [[view superview] addConstraints:Visual(@"V:|-30-[view(21)]", views)];
   }
-  NSDictionary *views = entry(@"table", table);
+  NSDictionary *views = Entry(@"table", table);
   add(@"H:|[table(400)]", views);
   add(@"V:|[table(200)]", views);
   [window_ layoutIfNeeded];
@@ -936,37 +936,37 @@ TEST_F(Layout, PushButtonsAndLabelsAreSmallerThanTheirFrames) {
   // Fitted to their contents, they are as large as constraints make them.
   for (NSControl *control in @[ button, label ]) {
     [control sizeToFit];
-    EXPECT_NEAR(NSWidth(aligned(control)), [control intrinsicContentSize].width, 1);
-    EXPECT_NEAR(NSHeight(aligned(control)), [control intrinsicContentSize].height, 1);
+    EXPECT_NEAR(NSWidth(Aligned(control)), [control intrinsicContentSize].width, 1);
+    EXPECT_NEAR(NSHeight(Aligned(control)), [control intrinsicContentSize].height, 1);
   }
 }
 
 TEST_F(Layout, OtherControlsAreAsLargeAsTheirFrames) {
-  NSButton *mark = static_cast<NSButton *>(addedView(content_, [NSButton class]));
+  NSButton *mark = static_cast<NSButton *>(AddedView(content_, [NSButton class]));
   [mark setBezelStyle:NSRoundedBezelStyle];
   [mark setBordered:NO];
-  NSTextField *editable = addedLabel(content_, @"text", 13);
+  NSTextField *editable = AddedLabel(content_, @"text", 13);
   [editable setEditable:YES];
-  NSTextField *bezeled = addedLabel(content_, @"text", 13);
+  NSTextField *bezeled = AddedLabel(content_, @"text", 13);
   [bezeled setBezeled:YES];
-  NSPopUpButton *menu = static_cast<NSPopUpButton *>(addedView(content_, [NSPopUpButton class]));
+  NSPopUpButton *menu = static_cast<NSPopUpButton *>(AddedView(content_, [NSPopUpButton class]));
   [menu setBezelStyle:NSRoundedBezelStyle];
-  NSView *image = addedView(content_, [NSImageView class]);
+  NSView *image = AddedView(content_, [NSImageView class]);
   const NSRect frame = NSMakeRect(10, 20, 30, 40);
-  for (NSView *view in @[ mark, editable, bezeled, menu, image, addedView(content_) ]) {
+  for (NSView *view in @[ mark, editable, bezeled, menu, image, AddedView(content_) ]) {
     EXPECT_TRUE(NSEqualRects([view alignmentRectForFrame:frame], frame))
         << object_getClassName(view);
   }
 }
 
 TEST_F(Layout, BaselinesAlign) {
-  NSTextField *small = addedLabel(content_, @"small", 10);
-  NSTextField *large = addedLabel(content_, @"large", 30);
+  NSTextField *small = AddedLabel(content_, @"small", 10);
+  NSTextField *large = AddedLabel(content_, @"large", 30);
   NSDictionary *views =
       [NSDictionary dictionaryWithObjectsAndKeys:small, @"small", large, @"large", nil];
   add(@"V:|[large]", views);
   [content_
-      addConstraints:visual(@"H:|[small][large]", views, nil, NSLayoutFormatAlignAllLastBaseline)];
+      addConstraints:Visual(@"H:|[small][large]", views, nil, NSLayoutFormatAlignAllLastBaseline)];
   [window_ layoutIfNeeded];
   const CGFloat smallBase = NSMinY([small frame]) + [small baselineOffsetFromBottom];
   const CGFloat largeBase = NSMinY([large frame]) + [large baselineOffsetFromBottom];
@@ -975,17 +975,17 @@ TEST_F(Layout, BaselinesAlign) {
 }
 
 TEST_F(Layout, LeadingIsRightInAViewThatIsLaidOutFromThere) {
-  NSView *first = addedView(content_);
-  NSView *second = addedView(content_);
-  NSView *centred = addedView(content_);
+  NSView *first = AddedView(content_);
+  NSView *second = AddedView(content_);
+  NSView *centred = AddedView(content_);
   NSDictionary *views = @{@"first" : first, @"second" : second};
-  [content_ addConstraints:visual(@"H:|-10-[first(40)]-(>=6)-[second(20)]", views)];
+  [content_ addConstraints:Visual(@"H:|-10-[first(40)]-(>=6)-[second(20)]", views)];
   [content_ addConstraints:@[
-    relate(second, NSLayoutAttributeLeading, NSLayoutRelationLessThanOrEqual, content_,
+    Relate(second, NSLayoutAttributeLeading, NSLayoutRelationLessThanOrEqual, content_,
            NSLayoutAttributeLeading, 1, 56),
-    relate(centred, NSLayoutAttributeCenterX, NSLayoutRelationEqual, content_,
+    Relate(centred, NSLayoutAttributeCenterX, NSLayoutRelationEqual, content_,
            NSLayoutAttributeCenterX, 1, 30),
-    relate(centred, NSLayoutAttributeTrailing, NSLayoutRelationEqual, content_,
+    Relate(centred, NSLayoutAttributeTrailing, NSLayoutRelationEqual, content_,
            NSLayoutAttributeTrailing, 1, -200),
   ]];
   [content_ layoutSubtreeIfNeeded];
@@ -1012,7 +1012,7 @@ TEST_F(Layout, ViewsAreLaidOutLikeTheApplicationUntilToldOtherwise) {
   [defaults setVolatileDomain:@{@"NSForceRightToLeftWritingDirection" : @"YES"}
                       forName:NSArgumentDomain];
   EXPECT_EQ([NSApp userInterfaceLayoutDirection], NSUserInterfaceLayoutDirectionRightToLeft);
-  NSView *told = addedView(content_);
+  NSView *told = AddedView(content_);
   told.userInterfaceLayoutDirection = NSUserInterfaceLayoutDirectionLeftToRight;
   EXPECT_EQ(content_.userInterfaceLayoutDirection, NSUserInterfaceLayoutDirectionRightToLeft);
   EXPECT_EQ(told.userInterfaceLayoutDirection, NSUserInterfaceLayoutDirectionLeftToRight);
@@ -1022,8 +1022,8 @@ TEST_F(Layout, ViewsAreLaidOutLikeTheApplicationUntilToldOtherwise) {
 }
 
 TEST_F(Layout, DefaultPrioritiesAreApples) {
-  NSView *plain = addedView(content_);
-  NSButton *button = addedPushButton(content_, @"");
+  NSView *plain = AddedView(content_);
+  NSButton *button = AddedPushButton(content_, @"");
   const auto horizontal = NSLayoutConstraintOrientationHorizontal;
   const auto vertical = NSLayoutConstraintOrientationVertical;
   EXPECT_EQ([plain contentHuggingPriorityForOrientation:vertical], 250);
@@ -1051,20 +1051,20 @@ TEST_F(Layout, AWindowWithoutConstraintsIsLeftAlone) {
 /// Counts what Auto Layout sends, and sets a subview's frame by hand.
 @interface LayoutTestView : NSView {
  @public
-  int updates;
-  int layouts;
+  int _updates;
+  int _layouts;
 }
 @end
 
 @implementation LayoutTestView
 
 - (void)updateConstraints {
-  ++updates;
+  ++_updates;
   [super updateConstraints];
 }
 
 - (void)layout {
-  ++layouts;
+  ++_layouts;
   [super layout];
   for (NSView *subview in [self subviews]) {
     [subview setFrame:NSMakeRect(0, 0, 1, 2)];
@@ -1084,27 +1084,27 @@ TEST_F(Layout, AWindowWithoutConstraintsIsLeftAlone) {
 namespace {
 
 TEST_F(Layout, SubclassesTakePart) {
-  LayoutTestView *view = static_cast<LayoutTestView *>(addedView(content_, [LayoutTestView class]));
+  LayoutTestView *view = static_cast<LayoutTestView *>(AddedView(content_, [LayoutTestView class]));
   NSView *inner = [[[NSView alloc] initWithFrame:NSZeroRect] autorelease];
   [view addSubview:inner];
-  add(@"H:|-10-[view]", entry(@"view", view));
-  add(@"V:|-10-[view]", entry(@"view", view));
+  add(@"H:|-10-[view]", Entry(@"view", view));
+  add(@"V:|-10-[view]", Entry(@"view", view));
   [window_ layoutIfNeeded];
-  EXPECT_EQ(view->updates, 1);
-  EXPECT_EQ(view->layouts, 1);
+  EXPECT_EQ(view->_updates, 1);
+  EXPECT_EQ(view->_layouts, 1);
   EXPECT_TRUE(NSEqualRects([inner frame], NSMakeRect(0, 0, 1, 2)));
   // Constraints place the alignment rectangle; the frame lies around it.
-  expectPlace(view, 10, 10, 50, 60);
+  ExpectPlace(view, 10, 10, 50, 60);
   EXPECT_TRUE(NSEqualRects([view frame], NSMakeRect(9, 355 - 73, 53, 67)));
   [window_ layoutIfNeeded];
-  EXPECT_EQ(view->layouts, 1);
+  EXPECT_EQ(view->_layouts, 1);
   [view setNeedsLayout:YES];
   EXPECT_TRUE([view needsLayout]);
   [view setNeedsUpdateConstraints:YES];
   [window_ layoutIfNeeded];
   EXPECT_FALSE([view needsLayout]);
-  EXPECT_EQ(view->updates, 2);
-  EXPECT_EQ(view->layouts, 2);
+  EXPECT_EQ(view->_updates, 2);
+  EXPECT_EQ(view->_layouts, 2);
 }
 
 }  // namespace

@@ -31,8 +31,8 @@ class XPCFaults : public ::testing::Test {
   void TearDown() override { [pool_ release]; }
 
   /// Waits for what must not happen.
-  static void ExpectNothing(Counter *counter, unsigned before) {
-    EXPECT_FALSE(counter->Wait(before + 1, std::chrono::milliseconds(150)));
+  static void expectNothing(Counter *counter, unsigned before) {
+    EXPECT_FALSE(counter->wait(before + 1, std::chrono::milliseconds(150)));
   }
 
   ServiceDirectory directory_;
@@ -40,7 +40,7 @@ class XPCFaults : public ::testing::Test {
 };
 
 Bytes Finished(Writer *writer) {
-  EXPECT_TRUE(writer->Finish());
+  EXPECT_TRUE(writer->finish());
   return Bytes(writer->data(), writer->data() + writer->size());
 }
 
@@ -48,24 +48,24 @@ Bytes Finished(Writer *writer) {
 Bytes MessageFrame(const char *selector, uint64_t request, const char *signature, unsigned count,
                    const Bytes &arguments) {
   Writer writer;
-  writer.Begin(FrameKind::kMessage);
-  writer.PutNumber(request);
-  writer.PutText(selector);
+  writer.begin(FrameKind::kMessage);
+  writer.putNumber(request);
+  writer.putText(selector);
   if (request) {
-    writer.PutText(signature);
+    writer.putText(signature);
   }
-  writer.PutNumber(count);
-  writer.PutBytes(arguments.data(), arguments.size());
+  writer.putNumber(count);
+  writer.putBytes(arguments.data(), arguments.size());
   return Finished(&writer);
 }
 
 /// The reply to `request` with one argument.
 Bytes ReplyFrame(uint64_t request, const Bytes &argument) {
   Writer writer;
-  writer.Begin(FrameKind::kReply);
-  writer.PutNumber(request);
-  writer.PutNumber(1);
-  writer.PutBytes(argument.data(), argument.size());
+  writer.begin(FrameKind::kReply);
+  writer.putNumber(request);
+  writer.putNumber(1);
+  writer.putBytes(argument.data(), argument.size());
   return Finished(&writer);
 }
 
@@ -108,7 +108,7 @@ std::vector<std::pair<const char *, Bytes>> BadFrames() {
 }  // namespace
 
 TEST_F(XPCFaults, AServiceThatNeverAcceptsKeepsNobodyWaiting) {
-  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 0);
+  RawSocket listener = RawSocket::listen(directory_.socket(kName), 0);
   ASSERT_TRUE(listener.isOpen());
   // More than its queue takes: the others connect once there is room.
   std::vector<std::unique_ptr<Client>> clients;
@@ -116,42 +116,42 @@ TEST_F(XPCFaults, AServiceThatNeverAcceptsKeepsNobodyWaiting) {
   auto start = Clock::now();
   for (int i = 0; i < 5; ++i) {
     clients.emplace_back(new Client(kService));
-    [clients.back()->Proxy(&outcome) echo:nil reply:outcome.onObject()];
+    [clients.back()->proxy(&outcome) echo:nil reply:outcome.onObject()];
   }
   EXPECT_LT(MillisecondsSince(start), 5000);
-  ExpectNothing(&outcome.ended, 0);
+  expectNothing(&outcome.ended, 0);
   for (int i = 0; i < 5; ++i) {
-    RawSocket accepted = listener.Accept();
+    RawSocket accepted = listener.accept();
     ASSERT_TRUE(accepted.isOpen()) << i;
-    EXPECT_FALSE(accepted.ReadFrame().empty()) << i;
-    ASSERT_TRUE(accepted.Write(ReplyFrame(1, {0x25})));
-    ASSERT_TRUE(outcome.ended.Wait(static_cast<unsigned>(i) + 1)) << i;
+    EXPECT_FALSE(accepted.readFrame().empty()) << i;
+    ASSERT_TRUE(accepted.write(ReplyFrame(1, {0x25})));
+    ASSERT_TRUE(outcome.ended.wait(static_cast<unsigned>(i) + 1)) << i;
   }
   EXPECT_EQ(outcome.replies, 5u);
 }
 
 TEST_F(XPCFaults, InvalidatingWhileTheQueueIsFullEndsAll) {
-  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 0);
+  RawSocket listener = RawSocket::listen(directory_.socket(kName), 0);
   Outcome outcome;
   for (int i = 0; i < 5; ++i) {
     Client client(kService);
-    [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
+    [client.proxy(&outcome) echo:nil reply:outcome.onObject()];
   }
-  ASSERT_TRUE(outcome.ended.Wait(5));
+  ASSERT_TRUE(outcome.ended.wait(5));
   EXPECT_EQ(outcome.errors, 5u);
   EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
 }
 
 TEST_F(XPCFaults, AListenerThatGoesWhileOthersWaitForItInvalidatesThem) {
-  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 0);
+  RawSocket listener = RawSocket::listen(directory_.socket(kName), 0);
   std::vector<std::unique_ptr<Client>> clients;
   Outcome outcome;
   for (int i = 0; i < 5; ++i) {
     clients.emplace_back(new Client(kService));
-    [clients.back()->Proxy(&outcome) echo:nil reply:outcome.onObject()];
+    [clients.back()->proxy(&outcome) echo:nil reply:outcome.onObject()];
   }
-  listener.Close();
-  ASSERT_TRUE(outcome.ended.Wait(5));
+  listener.close();
+  ASSERT_TRUE(outcome.ended.wait(5));
   EXPECT_EQ(outcome.errors, 5u);
   unsigned ended = 0;
   for (auto &client : clients) {
@@ -162,17 +162,17 @@ TEST_F(XPCFaults, AListenerThatGoesWhileOthersWaitForItInvalidatesThem) {
 
 TEST_F(XPCFaults, APeerThatHangsAndIsKilledFailsEveryRequestOnce) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Client client(kService);
   Outcome outcome;
   for (int i = 0; i < 100; ++i) {
-    [client.Proxy(&outcome) hangWithReply:outcome.onFlag()];
+    [client.proxy(&outcome) hangWithReply:outcome.onFlag()];
   }
-  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([client.echo(@"x") isEqual:@"x"]);
   EXPECT_EQ(outcome.ended.count(), 0u);
-  peer.Signal(SIGKILL);
-  ASSERT_TRUE(outcome.ended.Wait(100));
-  EXPECT_TRUE(client.interrupted.Wait());
+  peer.signal(SIGKILL);
+  ASSERT_TRUE(outcome.ended.wait(100));
+  EXPECT_TRUE(client.interrupted.wait());
   EXPECT_EQ(outcome.errors, 100u);
   EXPECT_EQ(outcome.replies, 0u);
   EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
@@ -184,33 +184,33 @@ TEST_F(XPCFaults, AfterAnInterruptionTheNextMessageReachesASuccessor) {
   Outcome outcome;
   {
     Peer peer;
-    ASSERT_TRUE(peer.Serve(kName));
+    ASSERT_TRUE(peer.serve(kName));
     client = new Client(kService);
-    EXPECT_TRUE([client->Echo(@"x") isEqual:@"x"]);
+    EXPECT_TRUE([client->echo(@"x") isEqual:@"x"]);
   }
-  EXPECT_TRUE(client->interrupted.Wait());
+  EXPECT_TRUE(client->interrupted.wait());
   {
     Peer successor;
-    ASSERT_TRUE(successor.Serve(kName));
-    EXPECT_TRUE([client->Echo(@"y") isEqual:@"y"]);
+    ASSERT_TRUE(successor.serve(kName));
+    EXPECT_TRUE([client->echo(@"y") isEqual:@"y"]);
     EXPECT_EQ([client->connection() processIdentifier], successor.process());
   }
-  EXPECT_TRUE(client->interrupted.Wait(2));
-  [client->Proxy(&outcome) echo:nil reply:outcome.onObject()];
-  ASSERT_TRUE(outcome.ended.Wait());
+  EXPECT_TRUE(client->interrupted.wait(2));
+  [client->proxy(&outcome) echo:nil reply:outcome.onObject()];
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
-  EXPECT_TRUE(client->invalidated.Wait());
+  EXPECT_TRUE(client->invalidated.wait());
   delete client;
 }
 
 TEST_F(XPCFaults, APeerThatDiesMidRequestInterrupts) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Client client(kService);
   Outcome outcome;
-  [client.Proxy(&outcome) dieWithReply:outcome.onFlag()];
-  ASSERT_TRUE(outcome.ended.Wait());
-  EXPECT_TRUE(client.interrupted.Wait());
+  [client.proxy(&outcome) dieWithReply:outcome.onFlag()];
+  ASSERT_TRUE(outcome.ended.wait());
+  EXPECT_TRUE(client.interrupted.wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
   EXPECT_EQ(outcome.replies, 0u);
 }
@@ -218,48 +218,48 @@ TEST_F(XPCFaults, APeerThatDiesMidRequestInterrupts) {
 TEST_F(XPCFaults, AReplyGivenJustBeforeDeathArrives) {
   for (int i = 0; i < 10; ++i) {
     Peer peer;
-    ASSERT_TRUE(peer.Serve(kName));
+    ASSERT_TRUE(peer.serve(kName));
     Client client(kService);
     Outcome outcome;
-    [client.Proxy(&outcome) answerAndDieWithReply:outcome.onFlag()];
-    ASSERT_TRUE(outcome.ended.Wait());
-    EXPECT_TRUE(client.interrupted.Wait());
+    [client.proxy(&outcome) answerAndDieWithReply:outcome.onFlag()];
+    ASSERT_TRUE(outcome.ended.wait());
+    EXPECT_TRUE(client.interrupted.wait());
     EXPECT_EQ(outcome.replies, 1u);
     EXPECT_EQ(outcome.errors, 0u);
   }
 }
 
 TEST_F(XPCFaults, APeerThatGoesBeforeReadingInterrupts) {
-  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+  RawSocket listener = RawSocket::listen(directory_.socket(kName), 8);
   Client client(kService);
   Outcome outcome;
-  [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
-  listener.Accept().Close();
-  ASSERT_TRUE(outcome.ended.Wait());
-  EXPECT_TRUE(client.interrupted.Wait());
+  [client.proxy(&outcome) echo:nil reply:outcome.onObject()];
+  listener.accept().close();
+  ASSERT_TRUE(outcome.ended.wait());
+  EXPECT_TRUE(client.interrupted.wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
 }
 
 TEST_F(XPCFaults, ARequestOfAPeerThatWasStoppedIsAnsweredWhenItGoesOn) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Client client(kService);
-  client.Echo(nil);
-  peer.Signal(SIGSTOP);
+  client.echo(nil);
+  peer.signal(SIGSTOP);
   Outcome outcome;
-  [client.Proxy(&outcome) echo:@"x" reply:outcome.onObject()];
-  ExpectNothing(&outcome.ended, 0);
-  peer.Signal(SIGCONT);
-  ASSERT_TRUE(outcome.ended.Wait());
+  [client.proxy(&outcome) echo:@"x" reply:outcome.onObject()];
+  expectNothing(&outcome.ended, 0);
+  peer.signal(SIGCONT);
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.replies, 1u);
 }
 
 TEST_F(XPCFaults, AFullSocketNeverHoldsTheCallerUpAndLosesNothing) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Client client(kService);
-  client.Echo(nil);
-  peer.Signal(SIGSTOP);
+  client.echo(nil);
+  peer.signal(SIGSTOP);
   // Many times what a socket takes.
   constexpr unsigned kCount = 20000;
   NSDictionary *info = [NSDictionary dictionaryWithObject:[@"" stringByPaddingToLength:200
@@ -271,7 +271,7 @@ TEST_F(XPCFaults, AFullSocketNeverHoldsTheCallerUpAndLosesNothing) {
   for (unsigned i = 0; i < kCount; ++i) {
     NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
     NSString *name = [NSString stringWithFormat:@"%u", i];
-    [client.Proxy() reportEvent:name info:info];
+    [client.proxy() reportEvent:name info:info];
     [pool release];
   }
   getrusage(RUSAGE_THREAD, &after);
@@ -279,233 +279,233 @@ TEST_F(XPCFaults, AFullSocketNeverHoldsTheCallerUpAndLosesNothing) {
   // count.
   long waits = after.ru_nvcsw - before.ru_nvcsw;
   EXPECT_LT(waits, 100) << "a lock may be taken at the moment, the peer's socket must not count";
-  peer.Signal(SIGCONT);
+  peer.signal(SIGCONT);
 
   Outcome stored;
   Outcome &outcome = stored;
-  [client.Proxy(&outcome) eventsWithReply:^(NSArray *names) {
+  [client.proxy(&outcome) eventsWithReply:^(NSArray *names) {
     bool inOrder = [names count] == kCount;
     for (unsigned i = 0; inOrder && i < kCount; ++i) {
       inOrder = [[names objectAtIndex:i] intValue] == static_cast<int>(i);
     }
-    outcome.Reply(inOrder);
+    outcome.reply(inOrder);
   }];
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_TRUE(outcome.flag);
 }
 
 TEST_F(XPCFaults, BeyondTheLimitOfWaitingBytesMessagesFailAtOnce) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Client client(kService);
-  client.Echo(nil);
-  peer.Signal(SIGSTOP);
+  client.echo(nil);
+  peer.signal(SIGSTOP);
   NSData *large = [NSMutableData dataWithLength:8 << 20];
   Outcome outcome;
   unsigned sent = 0;
   while (outcome.ended.count() == 0 && sent < 12) {
-    [client.Proxy(&outcome) echo:large reply:outcome.onObject()];
+    [client.proxy(&outcome) echo:large reply:outcome.onObject()];
     ++sent;
-    outcome.ended.Wait(1, std::chrono::milliseconds(50));
+    outcome.ended.wait(1, std::chrono::milliseconds(50));
   }
   EXPECT_EQ(outcome.errors, 1u);
   EXPECT_GE(sent, 8u);
   EXPECT_LT(sent, 12u);
   EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
   unsigned failed = outcome.errors;
-  peer.Signal(SIGCONT);
-  ASSERT_TRUE(outcome.ended.Wait(sent));
+  peer.signal(SIGCONT);
+  ASSERT_TRUE(outcome.ended.wait(sent));
   EXPECT_EQ(outcome.replies, sent - failed) << "what had been taken";
-  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([client.echo(@"x") isEqual:@"x"]);
 }
 
 TEST_F(XPCFaults, ASecondReplyIsIgnored) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Client client(kService);
   Outcome outcome;
-  [client.Proxy(&outcome) twiceWithReply:outcome.onFlag()];
-  ASSERT_TRUE(outcome.ended.Wait());
-  client.Echo(nil);
+  [client.proxy(&outcome) twiceWithReply:outcome.onFlag()];
+  ASSERT_TRUE(outcome.ended.wait());
+  client.echo(nil);
   EXPECT_EQ(outcome.replies, 1u);
   EXPECT_EQ(outcome.errors, 0u);
   EXPECT_TRUE(outcome.flag) << "the first one counts";
 }
 
 TEST_F(XPCFaults, ASecondReplyOnTheWireIsIgnored) {
-  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+  RawSocket listener = RawSocket::listen(directory_.socket(kName), 8);
   Client client(kService);
   Outcome outcome;
-  [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
-  RawSocket peer = listener.Accept();
-  ASSERT_FALSE(peer.ReadFrame().empty());
+  [client.proxy(&outcome) echo:nil reply:outcome.onObject()];
+  RawSocket peer = listener.accept();
+  ASSERT_FALSE(peer.readFrame().empty());
   ASSERT_TRUE(
-      peer.Write(Joined({ReplyFrame(1, {0x25}), ReplyFrame(1, {0x25}), ReplyFrame(77, {0x25})})));
-  ASSERT_TRUE(outcome.ended.Wait());
-  [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
-  ASSERT_FALSE(peer.ReadFrame().empty());
-  ASSERT_TRUE(peer.Write(ReplyFrame(2, {0x25})));
-  ASSERT_TRUE(outcome.ended.Wait(2));
+      peer.write(Joined({ReplyFrame(1, {0x25}), ReplyFrame(1, {0x25}), ReplyFrame(77, {0x25})})));
+  ASSERT_TRUE(outcome.ended.wait());
+  [client.proxy(&outcome) echo:nil reply:outcome.onObject()];
+  ASSERT_FALSE(peer.readFrame().empty());
+  ASSERT_TRUE(peer.write(ReplyFrame(2, {0x25})));
+  ASSERT_TRUE(outcome.ended.wait(2));
   EXPECT_EQ(outcome.replies, 2u);
   EXPECT_EQ(client.interrupted.count(), 0u);
 }
 
 TEST_F(XPCFaults, ADroppedReplySendsNothingAndEndsWithTheConnection) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Outcome outcome;
   {
     Client client(kService);
-    [client.Proxy(&outcome) dropWithReply:outcome.onFlag()];
-    client.Echo(nil);
+    [client.proxy(&outcome) dropWithReply:outcome.onFlag()];
+    client.echo(nil);
     EXPECT_EQ(outcome.ended.count(), 0u);
   }
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
 }
 
 TEST_F(XPCFaults, ALateReplyToAnInvalidatedConnectionIsLost) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Outcome outcome;
   {
     Client client(kService);
-    [client.Proxy(&outcome) after:1000 reply:outcome.onFlag()];
-    client.Echo(nil);
+    [client.proxy(&outcome) after:1000 reply:outcome.onFlag()];
+    client.echo(nil);
   }
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
   Client other(kService);
   Outcome later;
-  [other.Proxy(&later) after:1000 reply:later.onFlag()];
-  ASSERT_TRUE(later.ended.Wait());
+  [other.proxy(&later) after:1000 reply:later.onFlag()];
+  ASSERT_TRUE(later.ended.wait());
   EXPECT_EQ(outcome.ended.count(), 1u);
 }
 
 TEST_F(XPCFaults, AReplyThatCannotBeSentEndsTheConnection) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Client client(kService);
   Outcome outcome;
-  [client.Proxy(&outcome) strangeWithReply:outcome.onObject()];
-  ASSERT_TRUE(outcome.ended.Wait());
+  [client.proxy(&outcome) strangeWithReply:outcome.onObject()];
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
-  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]) << "the process went on";
+  EXPECT_TRUE([client.echo(@"x") isEqual:@"x"]) << "the process went on";
 }
 
 TEST_F(XPCFaults, AnUnknownSelectorEndsThatConnectionOnly) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Client client(kService), other(kService);
-  other.Echo(nil);
+  other.echo(nil);
   Outcome outcome;
-  [client.Proxy(&outcome) unheardOfWithReply:outcome.onFlag()];
-  ASSERT_TRUE(outcome.ended.Wait());
+  [client.proxy(&outcome) unheardOfWithReply:outcome.onFlag()];
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
-  EXPECT_TRUE([other.Echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([other.echo(@"x") isEqual:@"x"]);
   EXPECT_EQ(other.interrupted.count(), 0u);
 }
 
 TEST_F(XPCFaults, AnExceptionEndsThatConnectionOnly) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Client client(kService), other(kService);
-  other.Echo(nil);
+  other.echo(nil);
   Outcome outcome;
-  [client.Proxy(&outcome) raiseWithReply:outcome.onFlag()];
-  ASSERT_TRUE(outcome.ended.Wait());
+  [client.proxy(&outcome) raiseWithReply:outcome.onFlag()];
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
-  EXPECT_TRUE([other.Echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([other.echo(@"x") isEqual:@"x"]);
   EXPECT_EQ(other.interrupted.count(), 0u);
 }
 
 TEST_F(XPCFaults, AReplyBlockThatRaisesHarmsNothing) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Client client(kService);
   Outcome outcome;
-  [client.Proxy(&outcome) echo:nil
+  [client.proxy(&outcome) echo:nil
                          reply:^(id) {
                            [NSException raise:@"TestException" format:@"on purpose"];
                          }];
-  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([client.echo(@"x") isEqual:@"x"]);
   EXPECT_EQ(outcome.errors, 0u);
 }
 
 TEST_F(XPCFaults, BadFramesFromTheServiceInterruptTheClient) {
   for (const auto &[what, bytes] : BadFrames()) {
-    RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+    RawSocket listener = RawSocket::listen(directory_.socket(kName), 8);
     {
       Client client(kService);
       Outcome outcome;
-      [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
-      RawSocket peer = listener.Accept();
-      ASSERT_FALSE(peer.ReadFrame().empty()) << what;
-      ASSERT_TRUE(peer.Write(bytes)) << what;
-      EXPECT_TRUE(outcome.ended.Wait()) << what;
-      EXPECT_TRUE(client.interrupted.Wait()) << what;
-      EXPECT_TRUE(peer.WaitForEnd()) << what;
+      [client.proxy(&outcome) echo:nil reply:outcome.onObject()];
+      RawSocket peer = listener.accept();
+      ASSERT_FALSE(peer.readFrame().empty()) << what;
+      ASSERT_TRUE(peer.write(bytes)) << what;
+      EXPECT_TRUE(outcome.ended.wait()) << what;
+      EXPECT_TRUE(client.interrupted.wait()) << what;
+      EXPECT_TRUE(peer.waitForEnd()) << what;
       EXPECT_EQ(outcome.errors, 1u) << what;
       EXPECT_EQ(outcome.replies, 0u) << what;
     }
-    listener.Close();
-    unlink(directory_.Socket(kName).c_str());
+    listener.close();
+    unlink(directory_.socket(kName).c_str());
   }
 }
 
 TEST_F(XPCFaults, ACutOffFrameFromTheServiceInterruptsTheClient) {
   Bytes whole = ReplyFrame(1, {0x20, 3, 'a', 'b', 'c'});
   for (size_t length = 1; length < whole.size(); ++length) {
-    RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+    RawSocket listener = RawSocket::listen(directory_.socket(kName), 8);
     {
       Client client(kService);
       Outcome outcome;
-      [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
-      RawSocket peer = listener.Accept();
-      ASSERT_FALSE(peer.ReadFrame().empty());
-      ASSERT_TRUE(peer.Write(whole.data(), length));
-      peer.Close();
-      EXPECT_TRUE(outcome.ended.Wait()) << length;
-      EXPECT_TRUE(client.interrupted.Wait()) << length;
+      [client.proxy(&outcome) echo:nil reply:outcome.onObject()];
+      RawSocket peer = listener.accept();
+      ASSERT_FALSE(peer.readFrame().empty());
+      ASSERT_TRUE(peer.write(whole.data(), length));
+      peer.close();
+      EXPECT_TRUE(outcome.ended.wait()) << length;
+      EXPECT_TRUE(client.interrupted.wait()) << length;
       EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted) << length;
     }
-    listener.Close();
-    unlink(directory_.Socket(kName).c_str());
+    listener.close();
+    unlink(directory_.socket(kName).c_str());
   }
 }
 
 TEST_F(XPCFaults, AFrameInSmallPiecesIsPutTogether) {
-  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+  RawSocket listener = RawSocket::listen(directory_.socket(kName), 8);
   Client client(kService);
   Outcome outcome;
-  [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
-  RawSocket peer = listener.Accept();
-  ASSERT_FALSE(peer.ReadFrame().empty());
+  [client.proxy(&outcome) echo:nil reply:outcome.onObject()];
+  RawSocket peer = listener.accept();
+  ASSERT_FALSE(peer.readFrame().empty());
   for (uint8_t byte : ReplyFrame(1, {0x20, 3, 'a', 'b', 'c'})) {
-    ASSERT_TRUE(peer.Write(&byte, 1));
+    ASSERT_TRUE(peer.write(&byte, 1));
     std::this_thread::yield();
   }
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.replies, 1u);
 }
 
 TEST_F(XPCFaults, FramesBeforeABadOneStillCount) {
-  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+  RawSocket listener = RawSocket::listen(directory_.socket(kName), 8);
   Client client(kService);
   Outcome first, second;
-  [client.Proxy(&first) echo:nil reply:first.onObject()];
-  [client.Proxy(&second) echo:nil reply:second.onObject()];
-  RawSocket peer = listener.Accept();
-  ASSERT_FALSE(peer.ReadFrame().empty());
-  ASSERT_TRUE(peer.Write(Joined({ReplyFrame(1, {0x25}), Bytes(20, 0xff)})));
-  ASSERT_TRUE(first.ended.Wait());
-  ASSERT_TRUE(second.ended.Wait());
+  [client.proxy(&first) echo:nil reply:first.onObject()];
+  [client.proxy(&second) echo:nil reply:second.onObject()];
+  RawSocket peer = listener.accept();
+  ASSERT_FALSE(peer.readFrame().empty());
+  ASSERT_TRUE(peer.write(Joined({ReplyFrame(1, {0x25}), Bytes(20, 0xff)})));
+  ASSERT_TRUE(first.ended.wait());
+  ASSERT_TRUE(second.ended.wait());
   EXPECT_EQ(first.replies, 1u);
   EXPECT_EQ(second.errors, 1u);
 }
 
 TEST_F(XPCFaults, AReplyOfTheWrongKindIsAnInvalidReply) {
-  RawSocket listener = RawSocket::Listen(directory_.Socket(kName), 8);
+  RawSocket listener = RawSocket::listen(directory_.socket(kName), 8);
   struct Case {
     const char *what;
     Bytes argument;
@@ -517,12 +517,12 @@ TEST_F(XPCFaults, AReplyOfTheWrongKindIsAnInvalidReply) {
         Case{"a block", {0x01}}}) {
     Client client(kService);
     Outcome outcome;
-    [client.Proxy(&outcome) hangWithReply:outcome.onFlag()];
-    RawSocket peer = listener.Accept();
-    ASSERT_FALSE(peer.ReadFrame().empty()) << one.what;
-    ASSERT_TRUE(peer.Write(ReplyFrame(1, one.argument)));
-    EXPECT_TRUE(outcome.ended.Wait()) << one.what;
-    EXPECT_TRUE(client.interrupted.Wait()) << one.what;
+    [client.proxy(&outcome) hangWithReply:outcome.onFlag()];
+    RawSocket peer = listener.accept();
+    ASSERT_FALSE(peer.readFrame().empty()) << one.what;
+    ASSERT_TRUE(peer.write(ReplyFrame(1, one.argument)));
+    EXPECT_TRUE(outcome.ended.wait()) << one.what;
+    EXPECT_TRUE(client.interrupted.wait()) << one.what;
     EXPECT_EQ(outcome.code, NSXPCConnectionReplyInvalid) << one.what;
     EXPECT_EQ(outcome.replies, 0u) << one.what;
   }
@@ -530,9 +530,9 @@ TEST_F(XPCFaults, AReplyOfTheWrongKindIsAnInvalidReply) {
 
 TEST_F(XPCFaults, BadFramesFromAClientEndItsConnectionOnly) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Client good(kService);
-  good.Echo(nil);
+  good.echo(nil);
   auto bad = BadFrames();
   bad.emplace_back("a selector of NSObject", MessageFrame("release", 0, "", 0, {}));
   bad.emplace_back("another of NSObject", MessageFrame("dealloc", 0, "", 0, {}));
@@ -554,82 +554,82 @@ TEST_F(XPCFaults, BadFramesFromAClientEndItsConnectionOnly) {
   bad.emplace_back("a reply block with a structure",
                    MessageFrame("echo:reply:", 1, "v@?{a=ii}", 2, {0x00, 0x01}));
   for (const auto &[what, bytes] : bad) {
-    RawSocket client = RawSocket::Connect(directory_.Socket(kName));
+    RawSocket client = RawSocket::connect(directory_.socket(kName));
     ASSERT_TRUE(client.isOpen()) << what;
-    client.Write(bytes);
-    EXPECT_TRUE(client.WaitForEnd()) << what;
+    client.write(bytes);
+    EXPECT_TRUE(client.waitForEnd()) << what;
   }
   for (const auto &[what, bytes] : bad) {
-    RawSocket client = RawSocket::Connect(directory_.Socket(kName));
-    client.Write(bytes.data(), bytes.size() - 1);
+    RawSocket client = RawSocket::connect(directory_.socket(kName));
+    client.write(bytes.data(), bytes.size() - 1);
   }
-  EXPECT_TRUE([good.Echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([good.echo(@"x") isEqual:@"x"]);
   EXPECT_EQ(good.interrupted.count(), 0u);
   EXPECT_EQ([good.connection() processIdentifier], peer.process());
 }
 
 TEST_F(XPCFaults, AClientThatDiesWithRequestsOutstandingHarmsNothing) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   for (int i = 0; i < 20; ++i) {
-    RawSocket client = RawSocket::Connect(directory_.Socket(kName));
+    RawSocket client = RawSocket::connect(directory_.socket(kName));
     Bytes request = MessageFrame("after:reply:", 1, "v@?C", 2, {0x11, 20, 0x01});
     for (int k = 0; k < 20; ++k) {
-      ASSERT_TRUE(client.Write(request));
+      ASSERT_TRUE(client.write(request));
     }
   }
   Client good(kService);
   Outcome outcome;
-  [good.Proxy(&outcome) after:100 reply:outcome.onFlag()];
-  ASSERT_TRUE(outcome.ended.Wait());
+  [good.proxy(&outcome) after:100 reply:outcome.onFlag()];
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.replies, 1u);
 }
 
 TEST_F(XPCFaults, AClientThatReadsNothingDoesNotHoldUpOthers) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
-  RawSocket lazy = RawSocket::Connect(directory_.Socket(kName));
+  ASSERT_TRUE(peer.serve(kName));
+  RawSocket lazy = RawSocket::connect(directory_.socket(kName));
   Bytes request = MessageFrame("textOfLength:reply:", 1, "v@?@", 2, {0x11, 0xc0, 0x84, 0x3d, 0x01});
   for (int i = 0; i < 10; ++i) {
-    ASSERT_TRUE(lazy.Write(request));
+    ASSERT_TRUE(lazy.write(request));
   }
   Client good(kService);
-  EXPECT_TRUE([good.Echo(@"x") isEqual:@"x"]);
-  Bytes reply = lazy.ReadFrame();
+  EXPECT_TRUE([good.echo(@"x") isEqual:@"x"]);
+  Bytes reply = lazy.readFrame();
   EXPECT_GT(reply.size(), 1000000u);
 }
 
 TEST_F(XPCFaults, AReplyOf64MiBArrivesAndALargerOneEndsTheConnection) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Client client(kService);
   Outcome stored;
   Outcome &outcome = stored;
   NSUInteger most = NSUInteger{64} << 20;
-  [client.Proxy(&outcome) textOfLength:most
+  [client.proxy(&outcome) textOfLength:most
                                  reply:^(NSString *text) {
-                                   outcome.Reply([text length] == most);
+                                   outcome.reply([text length] == most);
                                  }];
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.errors, 0u);
   EXPECT_TRUE(outcome.flag);
-  [client.Proxy(&outcome) textOfLength:most + 5000 reply:outcome.onObject()];
-  ASSERT_TRUE(outcome.ended.Wait(2));
+  [client.proxy(&outcome) textOfLength:most + 5000 reply:outcome.onObject()];
+  ASSERT_TRUE(outcome.ended.wait(2));
   EXPECT_EQ(outcome.errors, 1u);
   EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
-  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([client.echo(@"x") isEqual:@"x"]);
 }
 
 TEST_F(XPCFaults, AMessageThatIsTooLargeFailsAndHarmsNothing) {
   Peer peer;
-  ASSERT_TRUE(peer.Serve(kName));
+  ASSERT_TRUE(peer.serve(kName));
   Client client(kService);
   Outcome outcome;
-  [client.Proxy(&outcome) echo:[NSMutableData dataWithLength:(64 << 20) + 8192]
+  [client.proxy(&outcome) echo:[NSMutableData dataWithLength:(64 << 20) + 8192]
                          reply:outcome.onObject()];
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.errors, 1u);
-  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([client.echo(@"x") isEqual:@"x"]);
 }
 
 /// Has a process send events and end in the way of `mode`, with `status`; they all arrive in order.
@@ -642,8 +642,8 @@ static void ExpectEventsOfAProcessThatEnds(const char *mode, std::vector<unsigne
   for (unsigned count : counts) {
     NSUInteger before = [[server events] count];
     Peer client;
-    ASSERT_TRUE(client.Start({mode, kName, std::to_string(count)}));
-    EXPECT_EQ(client.WaitForExit(), status);
+    ASSERT_TRUE(client.start({mode, kName, std::to_string(count)}));
+    EXPECT_EQ(client.waitForExit(), status);
     auto end = Clock::now() + kPatience;
     while ([[server events] count] < before + count && Clock::now() < end) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -668,12 +668,12 @@ TEST_F(XPCFaults, EventsJustBeforeAKillArrive) {
 
 TEST_F(XPCFaults, AStoppedServiceHoldsAnExitUpForAMomentAtMost) {
   Peer service;
-  ASSERT_TRUE(service.Serve(kName));
-  service.Signal(SIGSTOP);
+  ASSERT_TRUE(service.serve(kName));
+  service.signal(SIGSTOP);
   Peer client;
   auto start = Clock::now();
-  ASSERT_TRUE(client.Start({"report", kName, "20000"}));
-  EXPECT_EQ(client.WaitForExit(), 0);
+  ASSERT_TRUE(client.start({"report", kName, "20000"}));
+  EXPECT_EQ(client.waitForExit(), 0);
   double spent = MillisecondsSince(start);
   std::printf("process with 20000 unsent events: %.0f ms\n", spent);
   EXPECT_LT(spent, 5000);
@@ -681,24 +681,24 @@ TEST_F(XPCFaults, AStoppedServiceHoldsAnExitUpForAMomentAtMost) {
 
 TEST_F(XPCFaults, TwoProcessesCannotServeOneName) {
   Peer first, second;
-  ASSERT_TRUE(first.Serve(kName));
-  ASSERT_TRUE(second.Serve(kName));
+  ASSERT_TRUE(first.serve(kName));
+  ASSERT_TRUE(second.serve(kName));
   Client client(kService);
-  client.Echo(nil);
+  client.echo(nil);
   EXPECT_EQ([client.connection() processIdentifier], first.process());
-  second.Signal(SIGKILL);
-  second.WaitForExit();
-  EXPECT_TRUE([Client(kService).Echo(@"x") isEqual:@"x"]);
+  second.signal(SIGKILL);
+  second.waitForExit();
+  EXPECT_TRUE([Client(kService).echo(@"x") isEqual:@"x"]);
 }
 
 TEST_F(XPCFaults, ADeadProcessLeavesTheNameFree) {
   {
     Peer first;
-    ASSERT_TRUE(first.Serve(kName));
+    ASSERT_TRUE(first.serve(kName));
   }
-  EXPECT_EQ(access(directory_.Socket(kName).c_str(), F_OK), 0);
+  EXPECT_EQ(access(directory_.socket(kName).c_str(), F_OK), 0);
   Peer second;
-  ASSERT_TRUE(second.Serve(kName));
+  ASSERT_TRUE(second.serve(kName));
   Client client(kService);
-  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([client.echo(@"x") isEqual:@"x"]);
 }

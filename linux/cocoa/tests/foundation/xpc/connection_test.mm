@@ -74,7 +74,7 @@ class XPC : public ::testing::Test {
   return self;
 }
 - (void)dealloc {
-  _gone->Add();
+  _gone->add();
   [super dealloc];
 }
 @end
@@ -98,20 +98,20 @@ TEST_F(XPC, ObjectsComeBackAsTheyWere) {
                        [NSDate dateWithTimeIntervalSinceReferenceDate:123456.789],
                        [NSURL URLWithString:@"https://a.example/b?c=d#e"], nil];
   for (id object in objects) {
-    id answer = client.Echo(object);
+    id answer = client.echo(object);
     EXPECT_TRUE([answer isEqual:object])
         << [[object description] UTF8String] << " became " << [[answer description] UTF8String];
   }
-  EXPECT_TRUE([client.Echo(objects) isEqual:objects]);
-  EXPECT_EQ(client.Echo(nil), nil);
+  EXPECT_TRUE([client.echo(objects) isEqual:objects]);
+  EXPECT_EQ(client.echo(nil), nil);
 }
 
 TEST_F(XPC, BooleansStayBooleans) {
   Client client(kService);
   Class boolean = [[NSNumber numberWithBool:YES] class];
-  EXPECT_EQ([client.Echo([NSNumber numberWithBool:YES]) class], boolean);
-  EXPECT_EQ([client.Echo([NSNumber numberWithBool:NO]) class], boolean);
-  EXPECT_NE([client.Echo([NSNumber numberWithInt:1]) class], boolean);
+  EXPECT_EQ([client.echo([NSNumber numberWithBool:YES]) class], boolean);
+  EXPECT_EQ([client.echo([NSNumber numberWithBool:NO]) class], boolean);
+  EXPECT_NE([client.echo([NSNumber numberWithInt:1]) class], boolean);
 }
 
 TEST_F(XPC, HalfASurrogatePairBecomesTheReplacementCharacter) {
@@ -119,7 +119,7 @@ TEST_F(XPC, HalfASurrogatePairBecomesTheReplacementCharacter) {
   NSMutableString *half = [NSMutableString stringWithString:@"😀"];
   [half deleteCharactersInRange:NSMakeRange(0, 1)];
   ASSERT_EQ([half length], 1u);
-  EXPECT_TRUE([client.Echo(half) isEqual:@"\uFFFD"]);
+  EXPECT_TRUE([client.echo(half) isEqual:@"\uFFFD"]);
 }
 
 TEST_F(XPC, ErrorsKeepWhatCanBeSent) {
@@ -127,13 +127,13 @@ TEST_F(XPC, ErrorsKeepWhatCanBeSent) {
   Outcome stored;
   Outcome &outcome = stored;
   __block NSError *error = nil;
-  [client.Proxy(&outcome) failWithReply:^(NSError *given) {
+  [client.proxy(&outcome) failWithReply:^(NSError *given) {
     error = [given retain];
-    outcome.Reply(YES);
+    outcome.reply(YES);
   }];
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   ASSERT_EQ(outcome.replies, 1u);
-  client.PassQueue();
+  client.passQueue();
   EXPECT_TRUE([[error domain] isEqual:@"TestDomain"]);
   EXPECT_EQ([error code], -7);
   EXPECT_TRUE([[error localizedDescription] isEqual:@"no such thing"]);
@@ -149,7 +149,7 @@ TEST_F(XPC, ScalarsTravelByTheirTypes) {
   Client client(kService);
   Outcome stored;
   Outcome &outcome = stored;
-  [client.Proxy(&outcome)
+  [client.proxy(&outcome)
       character:-5
            flag:YES
           truth:true
@@ -161,11 +161,11 @@ TEST_F(XPC, ScalarsTravelByTheirTypes) {
         twofold:-1e300
           reply:^(char character, BOOL flag, bool truth, short small, unsigned number, int64_t wide,
                   uint64_t positive, float single, double twofold) {
-            outcome.Reply(character == -5 && flag == YES && truth && small == -30000 &&
+            outcome.reply(character == -5 && flag == YES && truth && small == -30000 &&
                           number == 4000000000u && wide == INT64_MIN && positive == UINT64_MAX &&
                           single == 0.25f && twofold == -1e300);
           }];
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.errors, 0u);
   EXPECT_TRUE(outcome.flag);
 }
@@ -174,11 +174,11 @@ TEST_F(XPC, SeveralValuesReachTheReplyBlock) {
   Client client(kService);
   Outcome stored;
   Outcome &outcome = stored;
-  [client.Proxy(&outcome) addresses:@"a@b.example"
+  [client.proxy(&outcome) addresses:@"a@b.example"
                               reply:^(BOOL flag, NSString *text, NSError *error) {
-                                outcome.Reply(flag && [text isEqual:@"a@b.example"] && !error);
+                                outcome.reply(flag && [text isEqual:@"a@b.example"] && !error);
                               }];
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_TRUE(outcome.flag);
 }
 
@@ -232,15 +232,15 @@ TEST_F(XPC, ProtocolsThatCannotBeSentAreRefusedAtOnce) {
 TEST_F(XPC, AnArgumentThatCannotBeEncodedRaisesAndSendsNothing) {
   Client client(kService);
   Outcome outcome;
-  EXPECT_INVALID_ARGUMENT([client.Proxy(&outcome) echo:server_ reply:outcome.onObject()]);
-  EXPECT_INVALID_ARGUMENT([client.Proxy(&outcome) echo:[NSArray arrayWithObject:server_]
+  EXPECT_INVALID_ARGUMENT([client.proxy(&outcome) echo:server_ reply:outcome.onObject()]);
+  EXPECT_INVALID_ARGUMENT([client.proxy(&outcome) echo:[NSArray arrayWithObject:server_]
                                                  reply:outcome.onObject()]);
   NSMutableArray *endless = [NSMutableArray array];
   id element = endless;
   [endless addObject:element];
-  EXPECT_INVALID_ARGUMENT([client.Proxy(&outcome) echo:endless reply:outcome.onObject()]);
+  EXPECT_INVALID_ARGUMENT([client.proxy(&outcome) echo:endless reply:outcome.onObject()]);
   [endless removeAllObjects];
-  EXPECT_TRUE([client.Echo(@"still there") isEqual:@"still there"]);
+  EXPECT_TRUE([client.echo(@"still there") isEqual:@"still there"]);
   EXPECT_EQ(outcome.ended.count(), 0u);
 }
 
@@ -248,12 +248,12 @@ TEST_F(XPC, MessagesOfOneThreadArriveInOrder) {
   Client client(kService);
   constexpr unsigned kCount = 5000;
   for (unsigned i = 0; i < kCount; ++i) {
-    [client.Proxy() reportEvent:[NSString stringWithFormat:@"%u", i] info:nil];
+    [client.proxy() reportEvent:[NSString stringWithFormat:@"%u", i] info:nil];
     if (i % 500 == 0) {
-      client.Echo(nil);
+      client.echo(nil);
     }
   }
-  client.Echo(nil);
+  client.echo(nil);
   NSArray *events = [server_ events];
   ASSERT_EQ([events count], kCount);
   for (unsigned i = 0; i < kCount; ++i) {
@@ -267,7 +267,7 @@ TEST_F(XPC, MessagesJustBeforeTheLastReleaseArrive) {
     NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
     Client client(kService);
     for (unsigned i = 0; i < kCount; ++i) {
-      [client.Proxy() reportEvent:@"e" info:nil];
+      [client.proxy() reportEvent:@"e" info:nil];
     }
     [pool release];
   }
@@ -281,7 +281,7 @@ TEST_F(XPC, MessagesJustBeforeTheLastReleaseArrive) {
 TEST_F(XPC, ProxiesHaveMethodSignatures) {
   Client client(kService);
   NSMethodSignature *signature =
-      [(NSObject *)client.Proxy() methodSignatureForSelector:@selector(echo:reply:)];
+      [(NSObject *)client.proxy() methodSignatureForSelector:@selector(echo:reply:)];
   EXPECT_EQ([signature numberOfArguments], 4u);
 }
 
@@ -297,8 +297,8 @@ TEST_F(XPC, ProxiesHaveMethodSignatures) {
 - (BOOL)listener:(NSXPCListener *)listener shouldAcceptNewConnection:(NSXPCConnection *)connection {
   (void)listener;
   (void)connection;
-  _asked->Add();
-  _mayGoOn->Wait();
+  _asked->add();
+  _mayGoOn->wait();
   return NO;
 }
 @end
@@ -310,12 +310,12 @@ TEST_F(XPC, ADelegateStaysWhileItIsAsked) {
   slow->_mayGoOn = &mayGoOn;
   listener_.delegate = slow;
   Client client(kService);
-  EXPECT_TRUE(asked.Wait());
+  EXPECT_TRUE(asked.wait());
   [listener_ invalidate];
   [slow release];
   EXPECT_EQ(gone.count(), 0u);
-  mayGoOn.Add();
-  EXPECT_TRUE(gone.Wait());
+  mayGoOn.add();
+  EXPECT_TRUE(gone.wait());
 }
 
 @protocol XPCTestChoice <NSObject>
@@ -351,11 +351,11 @@ TEST_F(XPC, OptionalMethodsAreSentAsOthers) {
       [NSXPCInterface interfaceWithProtocol:@protocol(XPCTestChoice)];
   Outcome chosen, leftOut;
   [[connection remoteObjectProxyWithErrorHandler:chosen.onError()] chosenWithReply:chosen.onFlag()];
-  ASSERT_TRUE(chosen.ended.Wait());
+  ASSERT_TRUE(chosen.ended.wait());
   EXPECT_TRUE(chosen.flag);
   [[connection remoteObjectProxyWithErrorHandler:leftOut.onError()]
       leftOutWithReply:leftOut.onFlag()];
-  ASSERT_TRUE(leftOut.ended.Wait());
+  ASSERT_TRUE(leftOut.ended.wait());
   EXPECT_EQ(leftOut.code, NSXPCConnectionInterrupted);
   [listener_ invalidate];
 }
@@ -376,7 +376,7 @@ TEST_F(XPC, OptionalMethodsAreSentAsOthers) {
   _process = [connection processIdentifier];
   _user = [connection effectiveUserIdentifier];
   _group = [connection effectiveGroupIdentifier];
-  _looked->Add();
+  _looked->add();
   return NO;
 }
 @end
@@ -387,7 +387,7 @@ TEST_F(XPC, AnAcceptedConnectionKnowsItsPeerBeforeResume) {
   doorkeeper->_looked = &looked;
   listener_.delegate = doorkeeper;
   Client client(kService);
-  ASSERT_TRUE(looked.Wait());
+  ASSERT_TRUE(looked.wait());
   EXPECT_EQ(doorkeeper->_process, getpid());
   EXPECT_EQ(doorkeeper->_user, geteuid());
   EXPECT_EQ(doorkeeper->_group, getegid());
@@ -431,11 +431,11 @@ TEST_F(XPC, AnExportedObjectMayForward) {
   Client client(connection);
   Outcome stored;
   Outcome &outcome = stored;
-  [client.Proxy(&outcome) callBack:@"and back"
+  [client.proxy(&outcome) callBack:@"and back"
                              reply:^(NSString *text) {
-                               outcome.Reply([text isEqual:@"and back"]);
+                               outcome.reply([text isEqual:@"and back"]);
                              }];
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_TRUE(outcome.flag);
 }
 
@@ -448,18 +448,18 @@ TEST_F(XPC, RepliesRunOnTheConnectionsQueueOneAtATime) {
   std::thread::id here = std::this_thread::get_id();
   std::thread::id *caller = &here;
   for (int i = 0; i < 200; ++i) {
-    [client.Proxy(&outcome) echo:nil
+    [client.proxy(&outcome) echo:nil
                            reply:^(id) {
                              bool alone = ++*running == 1;
                              bool elsewhere = std::this_thread::get_id() != *caller;
                              --*running;
-                             outcome.Reply(alone && elsewhere);
+                             outcome.reply(alone && elsewhere);
                              if (!alone || !elsewhere) {
                                outcome.errors = 1;
                              }
                            }];
   }
-  ASSERT_TRUE(outcome.ended.Wait(200));
+  ASSERT_TRUE(outcome.ended.wait(200));
   EXPECT_EQ(outcome.errors, 0u);
 }
 
@@ -471,11 +471,11 @@ TEST_F(XPC, TenThousandRequestsFromEightThreadsAllEndOnce) {
   for (int t = 0; t < 8; ++t) {
     threads.emplace_back([&] {
       NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
-      id<XPCTestService> proxy = client.Proxy(&outcome);
+      id<XPCTestService> proxy = client.proxy(&outcome);
       for (int i = 0; i < 1250; ++i) {
         [proxy echo:[NSNumber numberWithInt:i]
               reply:^(id answer) {
-                outcome.Reply([answer intValue] == i);
+                outcome.reply([answer intValue] == i);
                 if ([answer intValue] != i) {
                   outcome.errors = 1;
                 }
@@ -487,8 +487,8 @@ TEST_F(XPC, TenThousandRequestsFromEightThreadsAllEndOnce) {
   for (auto &thread : threads) {
     thread.join();
   }
-  ASSERT_TRUE(outcome.ended.Wait(10000));
-  client.Echo(nil);
+  ASSERT_TRUE(outcome.ended.wait(10000));
+  client.echo(nil);
   EXPECT_EQ(outcome.replies, 10000u);
   EXPECT_EQ(outcome.errors, 0u);
 }
@@ -500,9 +500,9 @@ TEST_F(XPC, ManyClientsAreServedAtOnce) {
     clients.emplace_back(new Client(kService));
   }
   for (auto &client : clients) {
-    [client->Proxy(&outcome) after:20 reply:outcome.onFlag()];
+    [client->proxy(&outcome) after:20 reply:outcome.onFlag()];
   }
-  ASSERT_TRUE(outcome.ended.Wait(64));
+  ASSERT_TRUE(outcome.ended.wait(64));
   EXPECT_EQ(outcome.replies, 64u);
 }
 
@@ -512,12 +512,12 @@ TEST_F(XPC, TheCurrentConnectionIsTheCallers) {
   EXPECT_EQ([NSXPCConnection currentConnection], nil);
   Outcome stored;
   Outcome &outcome = stored;
-  [client.Proxy(&outcome)
+  [client.proxy(&outcome)
       isFromProcess:getpid()
               reply:^(BOOL flag) {
-                outcome.Reply(flag && [NSXPCConnection currentConnection] == mine);
+                outcome.reply(flag && [NSXPCConnection currentConnection] == mine);
               }];
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_TRUE(outcome.flag);
   EXPECT_EQ([client.connection() processIdentifier], getpid());
   EXPECT_EQ([client.connection() effectiveUserIdentifier], geteuid());
@@ -533,11 +533,11 @@ TEST_F(XPC, TheServiceCanCallItsClient) {
   Client client(connection);
   Outcome stored;
   Outcome &outcome = stored;
-  [client.Proxy(&outcome) callBack:@"and back"
+  [client.proxy(&outcome) callBack:@"and back"
                              reply:^(NSString *text) {
-                               outcome.Reply([text isEqual:@"and back"]);
+                               outcome.reply([text isEqual:@"and back"]);
                              }];
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_TRUE(outcome.flag);
 }
 
@@ -549,19 +549,19 @@ TEST_F(XPC, AnAnonymousListenerIsReachedThroughItsEndpoint) {
   [anonymous resume];
   EXPECT_EQ(early.connection().endpoint, endpoint);
   EXPECT_EQ(early.connection().serviceName, nil);
-  EXPECT_TRUE([early.Echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([early.echo(@"x") isEqual:@"x"]);
   [anonymous invalidate];
-  EXPECT_TRUE([early.Echo(@"x") isEqual:@"x"]) << "accepted connections stay";
+  EXPECT_TRUE([early.echo(@"x") isEqual:@"x"]) << "accepted connections stay";
   Client late([[[NSXPCConnection alloc] initWithListenerEndpoint:endpoint] autorelease]);
-  EXPECT_TRUE(late.invalidated.Wait());
+  EXPECT_TRUE(late.invalidated.wait());
 }
 
 TEST_F(XPC, ARefusedConnectionEnds) {
   server_.refuses = YES;
   Client client(kService);
   Outcome outcome;
-  [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
-  ASSERT_TRUE(outcome.ended.Wait());
+  [client.proxy(&outcome) echo:nil reply:outcome.onObject()];
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
 }
 
@@ -578,17 +578,17 @@ TEST_F(XPC, TheInvalidationHandlerIsTheLastToRun) {
     Counter *ended = &invalidated[i];
     connection.interruptionHandler = ^{
       if (ended->count()) {
-        late->Add();
+        late->add();
       }
     };
     connection.invalidationHandler = ^{
-      ended->Add();
+      ended->add();
     };
     [connection resume];
     // About as long as it takes to be refused.
     std::this_thread::sleep_for(std::chrono::microseconds(i % 200));
     [connection invalidate];
-    EXPECT_TRUE(ended->Wait());
+    EXPECT_TRUE(ended->wait());
     [connection release];
     [pool release];
   }
@@ -601,18 +601,18 @@ TEST_F(XPC, SuspensionHoldsRepliesBackAndLosesNone) {
   [client.connection() suspend];
   [client.connection() suspend];
   for (int i = 0; i < 10; ++i) {
-    [client.Proxy(&outcome) echo:nil reply:outcome.onObject()];
+    [client.proxy(&outcome) echo:nil reply:outcome.onObject()];
   }
   Client other(kService);
   // The service has answered all of them by then.
   while ([[server_ events] count] < 1) {
-    [client.Proxy() reportEvent:@"e" info:nil];
-    other.Echo(nil);
+    [client.proxy() reportEvent:@"e" info:nil];
+    other.echo(nil);
   }
   [client.connection() resume];
   EXPECT_EQ(outcome.ended.count(), 0u);
   [client.connection() resume];
-  EXPECT_TRUE(outcome.ended.Wait(10));
+  EXPECT_TRUE(outcome.ended.wait(10));
 }
 
 TEST_F(XPC, SuspensionInsideAReplyLosesNone) {
@@ -622,28 +622,28 @@ TEST_F(XPC, SuspensionInsideAReplyLosesNone) {
   Outcome &outcome = stored;
   [connection suspend];
   for (int i = 0; i < 10; ++i) {
-    [client.Proxy() echo:nil
+    [client.proxy() echo:nil
                    reply:^(id) {
                      if (outcome.replies == 1) {
                        [connection suspend];
                      }
-                     outcome.Reply(YES);
+                     outcome.reply(YES);
                    }];
   }
-  [client.Proxy() reportEvent:@"e" info:nil];
+  [client.proxy() reportEvent:@"e" info:nil];
   Client other(kService);
   while ([[server_ events] count] < 1) {
-    other.Echo(nil);
+    other.echo(nil);
   }
   [connection resume];
-  ASSERT_TRUE(outcome.ended.Wait(2));
+  ASSERT_TRUE(outcome.ended.wait(2));
   // Fails at once, on the queue: the queue has left the replies then.
   Outcome without;
-  [client.Proxy(&without) echo:nil reply:(void (^_Nonnull)(id))nil];
-  ASSERT_TRUE(without.ended.Wait());
+  [client.proxy(&without) echo:nil reply:(void (^_Nonnull)(id))nil];
+  ASSERT_TRUE(without.ended.wait());
   EXPECT_EQ(outcome.ended.count(), 2u);
   [connection resume];
-  EXPECT_TRUE(outcome.ended.Wait(10));
+  EXPECT_TRUE(outcome.ended.wait(10));
 }
 
 TEST_F(XPC, MessagesBeforeResumeAreSentAfterIt) {
@@ -656,7 +656,7 @@ TEST_F(XPC, MessagesBeforeResumeAreSentAfterIt) {
                                                                    reply:outcome.onObject()];
   EXPECT_EQ(outcome.ended.count(), 0u);
   Client client(connection);
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.replies, 1u);
 }
 
@@ -678,31 +678,31 @@ TEST_F(XPC, OnlyTheClassesSetAreLetThrough) {
   Client client(connection);
   connection.remoteObjectInterface = interface;
   id allowed = [NSArray arrayWithObject:@"x"];
-  EXPECT_TRUE([client.Echo(allowed) isEqual:allowed]);
+  EXPECT_TRUE([client.echo(allowed) isEqual:allowed]);
   Outcome outcome;
-  [client.Proxy(&outcome) echo:[NSArray arrayWithObject:[NSNumber numberWithInt:1]]
+  [client.proxy(&outcome) echo:[NSArray arrayWithObject:[NSNumber numberWithInt:1]]
                          reply:outcome.onObject()];
-  ASSERT_TRUE(outcome.ended.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionReplyInvalid);
-  EXPECT_TRUE(client.interrupted.Wait());
+  EXPECT_TRUE(client.interrupted.wait());
 }
 
 TEST_F(XPC, InvalidationFailsWhatIsOutstandingOnceAndThenAllElse) {
   Client client(kService);
   Outcome outcome;
-  [client.Proxy(&outcome) hangWithReply:outcome.onFlag()];
-  id<XPCTestFutureService> proxy = client.Proxy(&outcome);
+  [client.proxy(&outcome) hangWithReply:outcome.onFlag()];
+  id<XPCTestFutureService> proxy = client.proxy(&outcome);
   [client.connection() invalidate];
   [client.connection() invalidate];
-  ASSERT_TRUE(outcome.ended.Wait());
-  ASSERT_TRUE(client.invalidated.Wait());
+  ASSERT_TRUE(outcome.ended.wait());
+  ASSERT_TRUE(client.invalidated.wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
   outcome.code = 0;
   [proxy hangWithReply:outcome.onFlag()];
-  ASSERT_TRUE(outcome.ended.Wait(2));
+  ASSERT_TRUE(outcome.ended.wait(2));
   EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
   [proxy reportEvent:nil info:nil];
-  ASSERT_TRUE(outcome.ended.Wait(3)) << "a message without a reply, too";
+  ASSERT_TRUE(outcome.ended.wait(3)) << "a message without a reply, too";
   EXPECT_EQ(outcome.replies, 0u);
   EXPECT_EQ(client.invalidated.count(), 1u);
   EXPECT_EQ(client.interrupted.count(), 0u);
@@ -722,7 +722,7 @@ TEST_F(XPC, AReleasedConnectionGoesAndFailsWhatIsOutstanding) {
     connection.exportedObject = [[[XPCTestWitness alloc] initWithCounter:&objectGone] autorelease];
     connection.invalidationHandler = ^{
       (void)captured;
-      seen->Add();
+      seen->add();
     };
     connection.interruptionHandler = ^{
       (void)captured;
@@ -733,11 +733,11 @@ TEST_F(XPC, AReleasedConnectionGoesAndFailsWhatIsOutstanding) {
     [connection release];
     [pool release];
   }
-  EXPECT_TRUE(outcome.ended.Wait());
+  EXPECT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
-  EXPECT_TRUE(invalidated.Wait());
-  EXPECT_TRUE(handlersGone.Wait());
-  EXPECT_TRUE(objectGone.Wait());
+  EXPECT_TRUE(invalidated.wait());
+  EXPECT_TRUE(handlersGone.wait());
+  EXPECT_TRUE(objectGone.wait());
 }
 
 TEST_F(XPC, InvalidatingBreaksACycleThroughTheHandlers) {
@@ -756,17 +756,17 @@ TEST_F(XPC, InvalidatingBreaksACycleThroughTheHandlers) {
     [connection invalidate];
     [pool release];
   }
-  EXPECT_TRUE(gone.Wait());
+  EXPECT_TRUE(gone.wait());
 }
 
 TEST_F(XPC, ReleasedConnectionsGiveTheirSocketsBack) {
   {
-    Client(kService).Echo(nil);
+    Client(kService).echo(nil);
   }
   unsigned before = OpenDescriptors();
   for (int i = 0; i < 50; ++i) {
     NSAutoreleasePool *pool = [[NSAutoreleasePool alloc] init];
-    Client(kService).Echo(nil);
+    Client(kService).echo(nil);
     [pool release];
   }
   // Both ends lie in this process, and are closed by its threads.
@@ -787,13 +787,13 @@ TEST_F(XPC, ANameNobodyServesInvalidatesSoonButNotInsideResume) {
   std::thread::id here = std::this_thread::get_id();
   std::thread::id *caller = &here;
   connection.invalidationHandler = ^{
-    outcome.Reply(std::this_thread::get_id() != *caller);
+    outcome.reply(std::this_thread::get_id() != *caller);
   };
   auto start = Clock::now();
   [connection resume];
   [[connection remoteObjectProxyWithErrorHandler:outcome.onError()] echo:nil
                                                                    reply:outcome.onObject()];
-  ASSERT_TRUE(outcome.ended.Wait(2));
+  ASSERT_TRUE(outcome.ended.wait(2));
   EXPECT_LT(MillisecondsSince(start), 5000);
   EXPECT_EQ(outcome.replies, 1u) << "the invalidation";
   EXPECT_TRUE(outcome.flag);
@@ -803,7 +803,7 @@ TEST_F(XPC, ANameNobodyServesInvalidatesSoonButNotInsideResume) {
 
 TEST_F(XPC, ErrorsHaveADomainACodeAndAText) {
   Client client(@"nobody");
-  NSError *error = client.Echo(nil);
+  NSError *error = client.echo(nil);
   ASSERT_TRUE([error isKindOfClass:[NSError class]]);
   EXPECT_TRUE([[error domain] isEqual:NSCocoaErrorDomain]);
   EXPECT_EQ([error code], NSXPCConnectionInvalid);
@@ -813,7 +813,7 @@ TEST_F(XPC, ErrorsHaveADomainACodeAndAText) {
 TEST_F(XPC, NamesThatAreNoneInvalidate) {
   for (NSString *name in @[ @"", @".", @"..", @"../x", @"a/b", @".com.example.test.lock" ]) {
     Client client(name);
-    EXPECT_TRUE(client.invalidated.Wait()) << [name UTF8String];
+    EXPECT_TRUE(client.invalidated.wait()) << [name UTF8String];
     NSXPCListener *listener = [[NSXPCListener alloc] initWithMachServiceName:name];
     [listener resume];
     [listener release];
@@ -826,41 +826,41 @@ TEST_F(XPC, TheSecondListenerOfANameFails) {
   second.delegate = other;
   [second resume];
   Client client(kService);
-  [client.Proxy() reportEvent:@"for the first" info:nil];
-  client.Echo(nil);
+  [client.proxy() reportEvent:@"for the first" info:nil];
+  client.echo(nil);
   EXPECT_EQ([[server_ events] count], 1u);
   EXPECT_EQ([[other events] count], 0u);
   [second invalidate];
-  EXPECT_TRUE([client.Echo(@"x") isEqual:@"x"]);
-  EXPECT_TRUE([Client(kService).Echo(@"x") isEqual:@"x"]) << "the socket must not have gone";
+  EXPECT_TRUE([client.echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([Client(kService).echo(@"x") isEqual:@"x"]) << "the socket must not have gone";
 }
 
 TEST_F(XPC, ANameCanBeServedAgain) {
   [listener_ invalidate];
   {
     Client client(kService);
-    EXPECT_TRUE(client.invalidated.Wait());
+    EXPECT_TRUE(client.invalidated.wait());
   }
   NSXPCListener *second = [[[NSXPCListener alloc] initWithMachServiceName:kService] autorelease];
   second.delegate = server_;
   [second resume];
-  EXPECT_TRUE([Client(kService).Echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([Client(kService).echo(@"x") isEqual:@"x"]);
   [second invalidate];
 }
 
 TEST_F(XPC, ASocketThatADeadProcessLeftIsReplaced) {
   {
-    RawSocket dead = RawSocket::Listen(directory_.Socket("stale"), 1);
+    RawSocket dead = RawSocket::listen(directory_.socket("stale"), 1);
   }
-  ASSERT_TRUE(std::filesystem::exists(directory_.Socket("stale")));
+  ASSERT_TRUE(std::filesystem::exists(directory_.socket("stale")));
   {
     Client client(@"stale");
-    EXPECT_TRUE(client.invalidated.Wait());
+    EXPECT_TRUE(client.invalidated.wait());
   }
   NSXPCListener *listener = [[[NSXPCListener alloc] initWithMachServiceName:@"stale"] autorelease];
   listener.delegate = server_;
   [listener resume];
-  EXPECT_TRUE([Client(@"stale").Echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([Client(@"stale").echo(@"x") isEqual:@"x"]);
   [listener invalidate];
 }
 
@@ -873,7 +873,7 @@ bool Works(const std::string &path, XPCTestServer *server) {
       [[[NSXPCListener alloc] initWithMachServiceName:@"elsewhere"] autorelease];
   listener.delegate = server;
   [listener resume];
-  bool works = [Client(@"elsewhere").Echo(@"x") isEqual:@"x"];
+  bool works = [Client(@"elsewhere").echo(@"x") isEqual:@"x"];
   [listener invalidate];
   return works;
 }
@@ -950,13 +950,13 @@ TEST_F(XPC, TheRuntimeDirectoryAndTheTemporaryOneAreUsedWithoutAnyOther) {
 TEST_F(XPC, NewConnectionsNeedNoThreadsOfTheirOwn) {
   // The threads that stay, and one that handlers can run on.
   Client client(kService);
-  client.Echo(nil);
+  client.echo(nil);
   Counter worked;
   Counter *done = &worked;
   dispatch_async(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0), ^{
-    done->Add();
+    done->add();
   });
-  ASSERT_TRUE(worked.Wait());
+  ASSERT_TRUE(worked.wait());
 
   pthread_attr_t before, impossible;
   ASSERT_EQ(pthread_getattr_default_np(&before), 0);
@@ -967,8 +967,8 @@ TEST_F(XPC, NewConnectionsNeedNoThreadsOfTheirOwn) {
   {
     Client starved(kService);
     Outcome outcome;
-    [starved.Proxy(&outcome) echo:@"x" reply:outcome.onObject()];
-    EXPECT_TRUE(outcome.ended.Wait());
+    [starved.proxy(&outcome) echo:@"x" reply:outcome.onObject()];
+    EXPECT_TRUE(outcome.ended.wait());
     EXPECT_EQ(outcome.replies, 1u);
   }
   ASSERT_EQ(pthread_setattr_default_np(&before), 0);
@@ -978,8 +978,8 @@ TEST_F(XPC, NewConnectionsNeedNoThreadsOfTheirOwn) {
 
 TEST_F(XPC, WithoutDescriptorsNothingSpinsAndServingGoesOnAfterwards) {
   Client client(kService);
-  client.Echo(nil);
-  RawSocket waiting = RawSocket::Connect(directory_.Socket([kService UTF8String]));
+  client.echo(nil);
+  RawSocket waiting = RawSocket::connect(directory_.socket([kService UTF8String]));
   ASSERT_TRUE(waiting.isOpen());
   rlimit before;
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
@@ -992,22 +992,22 @@ TEST_F(XPC, WithoutDescriptorsNothingSpinsAndServingGoesOnAfterwards) {
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  directory_.Socket([kService UTF8String]).copy(address.sun_path, sizeof address.sun_path - 1);
+  directory_.socket([kService UTF8String]).copy(address.sun_path, sizeof address.sun_path - 1);
   for (auto &caller : callers) {
     EXPECT_EQ(connect(caller.fd(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
   }
   timespec start, end;
   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &start);
   Outcome outcome;
-  [client.Proxy(&outcome) after:300 reply:outcome.onFlag()];
-  EXPECT_TRUE(outcome.ended.Wait());
+  [client.proxy(&outcome) after:300 reply:outcome.onFlag()];
+  EXPECT_TRUE(outcome.ended.wait());
   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &end);
   Client starved(kService);
-  EXPECT_TRUE(starved.invalidated.Wait()) << "no descriptor for it";
+  EXPECT_TRUE(starved.invalidated.wait()) << "no descriptor for it";
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 
   double spent = static_cast<double>(end.tv_sec - start.tv_sec) +
                  static_cast<double>(end.tv_nsec - start.tv_nsec) / 1e9;
   EXPECT_LT(spent, 0.1);
-  EXPECT_TRUE([Client(kService).Echo(@"x") isEqual:@"x"]);
+  EXPECT_TRUE([Client(kService).echo(@"x") isEqual:@"x"]);
 }

@@ -7,11 +7,11 @@ using namespace platform::xpc;
 namespace {
 
 std::unique_ptr<Signature> Method(const char *encoding) {
-  return Signature::Parse(Signature::Form::kMethod, encoding);
+  return Signature::parse(Signature::Form::kMethod, encoding);
 }
 
 std::unique_ptr<Signature> Block(const char *encoding) {
-  return Signature::Parse(Signature::Form::kBlock, encoding);
+  return Signature::parse(Signature::Form::kBlock, encoding);
 }
 
 }  // namespace

@@ -25,49 +25,49 @@ Bytes Message(const Bytes &value) {
 /// A message with every kind of value.
 Bytes FullMessage() {
   Writer writer;
-  writer.Begin(FrameKind::kMessage);
-  writer.PutNumber(300);
-  writer.PutText("do:with:");
-  writer.PutText("v@?C@");
-  writer.PutNumber(9);
-  writer.PutTag(Tag::kNil);
-  writer.PutTag(Tag::kBlock);
-  writer.PutTag(Tag::kSigned);
-  writer.PutSigned(INT64_MIN);
-  writer.PutTag(Tag::kUnsigned);
-  writer.PutNumber(UINT64_MAX);
-  writer.PutTag(Tag::kFloating);
-  writer.PutDouble(-0.5);
-  writer.PutTag(Tag::kString);
-  writer.PutText("gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80");
-  writer.PutTag(Tag::kArray);
-  writer.PutNumber(8);
-  writer.PutTag(Tag::kNull);
-  writer.PutTag(Tag::kTrue);
-  writer.PutTag(Tag::kFalse);
-  writer.PutTag(Tag::kSignedNumber);
-  writer.PutSigned(-1);
-  writer.PutTag(Tag::kUnsignedNumber);
-  writer.PutNumber(1);
-  writer.PutTag(Tag::kFloatingNumber);
-  writer.PutDouble(1e300);
-  writer.PutTag(Tag::kDate);
-  writer.PutDouble(1);
-  writer.PutTag(Tag::kURL);
-  writer.PutText("http://a.example/");
-  writer.PutTag(Tag::kDictionary);
-  writer.PutNumber(1);
-  writer.PutTag(Tag::kString);
-  writer.PutText("key");
-  writer.PutTag(Tag::kData);
-  writer.PutText(std::string("\0\xff", 2));
-  writer.PutTag(Tag::kError);
-  writer.PutTag(Tag::kString);
-  writer.PutText("domain");
-  writer.PutTag(Tag::kSigned);
-  writer.PutSigned(-7);
-  writer.PutTag(Tag::kNil);
-  EXPECT_TRUE(writer.Finish());
+  writer.begin(FrameKind::kMessage);
+  writer.putNumber(300);
+  writer.putText("do:with:");
+  writer.putText("v@?C@");
+  writer.putNumber(9);
+  writer.putTag(Tag::kNil);
+  writer.putTag(Tag::kBlock);
+  writer.putTag(Tag::kSigned);
+  writer.putSigned(INT64_MIN);
+  writer.putTag(Tag::kUnsigned);
+  writer.putNumber(UINT64_MAX);
+  writer.putTag(Tag::kFloating);
+  writer.putDouble(-0.5);
+  writer.putTag(Tag::kString);
+  writer.putText("gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80");
+  writer.putTag(Tag::kArray);
+  writer.putNumber(8);
+  writer.putTag(Tag::kNull);
+  writer.putTag(Tag::kTrue);
+  writer.putTag(Tag::kFalse);
+  writer.putTag(Tag::kSignedNumber);
+  writer.putSigned(-1);
+  writer.putTag(Tag::kUnsignedNumber);
+  writer.putNumber(1);
+  writer.putTag(Tag::kFloatingNumber);
+  writer.putDouble(1e300);
+  writer.putTag(Tag::kDate);
+  writer.putDouble(1);
+  writer.putTag(Tag::kURL);
+  writer.putText("http://a.example/");
+  writer.putTag(Tag::kDictionary);
+  writer.putNumber(1);
+  writer.putTag(Tag::kString);
+  writer.putText("key");
+  writer.putTag(Tag::kData);
+  writer.putText(std::string("\0\xff", 2));
+  writer.putTag(Tag::kError);
+  writer.putTag(Tag::kString);
+  writer.putText("domain");
+  writer.putTag(Tag::kSigned);
+  writer.putSigned(-7);
+  writer.putTag(Tag::kNil);
+  EXPECT_TRUE(writer.finish());
   return Bytes(writer.data() + kHeaderSize, writer.data() + writer.size());
 }
 
@@ -84,9 +84,9 @@ Bytes Nested(unsigned depth) {
 
 TEST(XPCWire, HeaderSaysLengthAndKind) {
   Writer writer;
-  writer.Begin(FrameKind::kReply);
-  writer.PutBytes("abc", 3);
-  ASSERT_TRUE(writer.Finish());
+  writer.begin(FrameKind::kReply);
+  writer.putBytes("abc", 3);
+  ASSERT_TRUE(writer.finish());
   ASSERT_EQ(writer.size(), kHeaderSize + 3);
   uint32_t length = 0;
   FrameKind kind;
@@ -125,12 +125,12 @@ TEST(XPCWire, EveryKindOfValueIsRead) {
   EXPECT_EQ(frame.items[2].asSigned, INT64_MIN);
   EXPECT_EQ(frame.items[3].asUnsigned, UINT64_MAX);
   EXPECT_EQ(frame.items[4].asFloating, -0.5);
-  EXPECT_EQ(frame.items[5].Text(), "gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80");
+  EXPECT_EQ(frame.items[5].text(), "gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80");
   EXPECT_EQ(frame.items[6].size, 8u);
   EXPECT_EQ(frame.items[10].asSigned, -1);
   EXPECT_EQ(frame.items[12].asFloating, 1e300);
   EXPECT_EQ(frame.items[15].size, 1u);
-  EXPECT_EQ(frame.items[17].Text(), std::string("\0\xff", 2));
+  EXPECT_EQ(frame.items[17].text(), std::string("\0\xff", 2));
   EXPECT_EQ(frame.items[20].asSigned, -7);
 }
 
@@ -234,18 +234,18 @@ TEST(XPCWire, ManySmallValuesAreLimited) {
 
 TEST(XPCWire, OnlyPayloadsUpToTheLimitAreFinished) {
   Writer writer;
-  writer.Begin(FrameKind::kReply);
+  writer.begin(FrameKind::kReply);
   std::string most(kMaximumPayload, 'x');
-  writer.PutBytes(most.data(), most.size());
-  EXPECT_TRUE(writer.Finish());
-  writer.PutByte(0);
-  EXPECT_FALSE(writer.Finish());
+  writer.putBytes(most.data(), most.size());
+  EXPECT_TRUE(writer.finish());
+  writer.putByte(0);
+  EXPECT_FALSE(writer.finish());
 }
 
 TEST(XPCWire, UTF16BecomesUTF8) {
   const uint16_t units[] = {'a', 0xe4, 0x20ac, 0xd83d, 0xde00, 0xd800, 'b', 0xdc00, 0, 0xd83d};
   Writer writer;
-  writer.PutUTF16(units, sizeof units / sizeof *units);
+  writer.putUtF16(units, sizeof units / sizeof *units);
   std::string expected(
       "a\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80\xef\xbf\xbd"
       "b\xef\xbf\xbd\0\xef\xbf\xbd",

@@ -20,29 +20,29 @@ struct Outcome {
   std::atomic<long> code{0};
   std::atomic<bool> flag{false};
 
-  void Reply(BOOL value) {
+  void reply(BOOL value) {
     flag = value;
     ++replies;
-    ended.Add();
+    ended.add();
   }
-  void Fail(NSError *error) {
+  void fail(NSError *error) {
     code = [[error domain] isEqual:NSCocoaErrorDomain] ? static_cast<long>([error code]) : -1;
     ++errors;
-    ended.Add();
+    ended.add();
   }
   void (^onError())(NSError *) {
     return [[^(NSError *error) {
-      this->Fail(error);
+      this->fail(error);
     } copy] autorelease];
   }
   void (^onFlag())(BOOL) {
     return [[^(BOOL value) {
-      this->Reply(value);
+      this->reply(value);
     } copy] autorelease];
   }
   void (^onObject())(id) {
     return [[^(id object) {
-      this->Reply(object != nil);
+      this->reply(object != nil);
     } copy] autorelease];
   }
 };
@@ -57,10 +57,10 @@ class Client {
     fresh.remoteObjectInterface =
         [NSXPCInterface interfaceWithProtocol:@protocol(XPCTestFutureService)];
     fresh.interruptionHandler = ^{
-      interrupted.Add();
+      interrupted.add();
     };
     fresh.invalidationHandler = ^{
-      invalidated.Add();
+      invalidated.add();
     };
     [fresh resume];
   }
@@ -69,24 +69,24 @@ class Client {
   ~Client() {
     [connection_ invalidate];
     [connection_ release];
-    invalidated.Wait();
+    invalidated.wait();
   }
 
   NSXPCConnection *connection() { return connection_; }
-  id<XPCTestFutureService> Proxy(Outcome *outcome) {
+  id<XPCTestFutureService> proxy(Outcome *outcome) {
     return [connection_ remoteObjectProxyWithErrorHandler:outcome->onError()];
   }
-  id<XPCTestFutureService> Proxy() { return [connection_ remoteObjectProxy]; }
+  id<XPCTestFutureService> proxy() { return [connection_ remoteObjectProxy]; }
 
   /// Waits until the connection's queue has done with what it was at: GNUstep counts references
   /// with instructions that ThreadSanitizer does not see, so that an object must not lose its last
   /// one there while a test still looks at it.
-  void PassQueue() { RoundTrip(nil); }
+  void passQueue() { roundTrip(nil); }
 
   /// Sends `object` and returns what comes back, or an error.
-  id Echo(id object) {
-    id result = RoundTrip(object);
-    PassQueue();
+  id echo(id object) {
+    id result = roundTrip(object);
+    passQueue();
     return result;
   }
 
@@ -94,20 +94,20 @@ class Client {
   Counter invalidated;
 
  private:
-  id RoundTrip(id object) {
+  id roundTrip(id object) {
     __block id result = nil;
     Counter done;
     Counter *ended = &done;
     id<XPCTestService> proxy = [connection_ remoteObjectProxyWithErrorHandler:^(NSError *error) {
       result = [error retain];
-      ended->Add();
+      ended->add();
     }];
     [proxy echo:object
           reply:^(id answer) {
             result = [answer retain];
-            ended->Add();
+            ended->add();
           }];
-    if (!done.Wait()) {
+    if (!done.wait()) {
       abort();
     }
     return [result autorelease];

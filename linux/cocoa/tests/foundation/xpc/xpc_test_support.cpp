@@ -51,13 +51,13 @@ double MillisecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-void Counter::Add() {
+void Counter::add() {
   std::lock_guard<std::mutex> lock(mutex_);
   ++count_;
   changed_.notify_all();
 }
 
-bool Counter::Wait(unsigned count, std::chrono::milliseconds limit) {
+bool Counter::wait(unsigned count, std::chrono::milliseconds limit) {
   std::unique_lock<std::mutex> lock(mutex_);
   return changed_.wait_for(lock, limit, [&] { return count_ >= count; });
 }
@@ -92,7 +92,7 @@ Peer::~Peer() {
   }
 }
 
-bool Peer::Start(const std::vector<std::string> &arguments) {
+bool Peer::start(const std::vector<std::string> &arguments) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
     return false;
@@ -118,15 +118,15 @@ bool Peer::Start(const std::vector<std::string> &arguments) {
   return error == 0;
 }
 
-bool Peer::Serve(const std::string &name) {
-  if (!Start({"serve", name})) {
+bool Peer::serve(const std::string &name) {
+  if (!start({"serve", name})) {
     return false;
   }
   char line[16];
   return WaitReadable(output_, Clock::now() + kPatience) && read(output_, line, sizeof line) > 0;
 }
 
-void Peer::Signal(int signal) {
+void Peer::signal(int signal) {
   if (process_ <= 0) {
     return;
   }
@@ -138,7 +138,7 @@ void Peer::Signal(int signal) {
   }
 }
 
-int Peer::WaitForExit() {
+int Peer::waitForExit() {
   Clock::time_point end = Clock::now() + kPatience;
   // The pipe closes when the process ends.
   char rest[64];
@@ -155,39 +155,39 @@ int Peer::WaitForExit() {
 }
 
 RawSocket &RawSocket::operator=(RawSocket &&other) {
-  Close();
+  close();
   fd_ = other.fd_;
   other.fd_ = -1;
   return *this;
 }
 
-RawSocket RawSocket::Listen(const std::string &path, int backlog) {
+RawSocket RawSocket::listen(const std::string &path, int backlog) {
   RawSocket made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un address = Address(path);
   if (bind(made.fd_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
-      listen(made.fd_, backlog) != 0) {
-    made.Close();
+      ::listen(made.fd_, backlog) != 0) {
+    made.close();
   }
   return made;
 }
 
-RawSocket RawSocket::Connect(const std::string &path) {
+RawSocket RawSocket::connect(const std::string &path) {
   RawSocket made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un address = Address(path);
-  if (connect(made.fd_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
-    made.Close();
+  if (::connect(made.fd_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+    made.close();
   }
   return made;
 }
 
-RawSocket RawSocket::Accept() {
+RawSocket RawSocket::accept() {
   if (!WaitReadable(fd_, Clock::now() + kPatience)) {
     return RawSocket();
   }
   return RawSocket(accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC));
 }
 
-bool RawSocket::Write(const void *bytes, size_t length) {
+bool RawSocket::write(const void *bytes, size_t length) {
   const char *at = static_cast<const char *>(bytes);
   while (length) {
     ssize_t sent = send(fd_, at, length, MSG_NOSIGNAL);
@@ -200,7 +200,7 @@ bool RawSocket::Write(const void *bytes, size_t length) {
   return true;
 }
 
-std::vector<uint8_t> RawSocket::ReadFrame() {
+std::vector<uint8_t> RawSocket::readFrame() {
   Clock::time_point end = Clock::now() + kPatience;
   std::vector<uint8_t> frame(8);
   for (size_t have = 0; have < frame.size();) {
@@ -219,7 +219,7 @@ std::vector<uint8_t> RawSocket::ReadFrame() {
   return frame;
 }
 
-bool RawSocket::WaitForEnd() {
+bool RawSocket::waitForEnd() {
   Clock::time_point end = Clock::now() + kPatience;
   char rest[4096];
   while (WaitReadable(fd_, end)) {
@@ -230,9 +230,9 @@ bool RawSocket::WaitForEnd() {
   return false;
 }
 
-void RawSocket::Close() {
+void RawSocket::close() {
   if (fd_ >= 0) {
-    close(fd_);
+    ::close(fd_);
   }
   fd_ = -1;
 }

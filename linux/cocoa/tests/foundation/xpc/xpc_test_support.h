@@ -24,9 +24,9 @@ double MillisecondsSince(Clock::time_point start);
 /// Counts events on any thread; another waits for them.
 class Counter {
  public:
-  void Add();
+  void add();
   /// Returns whether the count reached `count` in time.
-  bool Wait(unsigned count = 1, std::chrono::milliseconds limit = kPatience);
+  bool wait(unsigned count = 1, std::chrono::milliseconds limit = kPatience);
   unsigned count();
 
  private:
@@ -41,7 +41,7 @@ class ServiceDirectory {
   ServiceDirectory();
   ~ServiceDirectory();
   const std::string &path() const { return path_; }
-  std::string Socket(const std::string &name) const { return path_ + "/" + name; }
+  std::string socket(const std::string &name) const { return path_ + "/" + name; }
 
  private:
   std::string path_;
@@ -53,11 +53,11 @@ class Peer {
   Peer() = default;
   ~Peer();
   /// Returns once the peer serves `name`.
-  bool Serve(const std::string &name);
-  bool Start(const std::vector<std::string> &arguments);
-  void Signal(int signal);
+  bool serve(const std::string &name);
+  bool start(const std::vector<std::string> &arguments);
+  void signal(int signal);
   /// Returns the exit status, or -1 when it was a signal or did not end in time.
-  int WaitForExit();
+  int waitForExit();
   pid_t process() const { return process_; }
 
  private:
@@ -69,21 +69,21 @@ class Peer {
 class RawSocket {
  public:
   explicit RawSocket(int fd = -1) : fd_(fd) {}
-  ~RawSocket() { Close(); }
+  ~RawSocket() { close(); }
   RawSocket(RawSocket &&other) : fd_(other.fd_) { other.fd_ = -1; }
   RawSocket &operator=(RawSocket &&other);
 
-  static RawSocket Listen(const std::string &path, int backlog);
-  static RawSocket Connect(const std::string &path);
+  static RawSocket listen(const std::string &path, int backlog);
+  static RawSocket connect(const std::string &path);
 
-  RawSocket Accept();
-  bool Write(const void *bytes, size_t length);
-  bool Write(const std::vector<uint8_t> &bytes) { return Write(bytes.data(), bytes.size()); }
+  RawSocket accept();
+  bool write(const void *bytes, size_t length);
+  bool write(const std::vector<uint8_t> &bytes) { return write(bytes.data(), bytes.size()); }
   /// Reads one frame, header included; empty at the end or when nothing comes in time.
-  std::vector<uint8_t> ReadFrame();
+  std::vector<uint8_t> readFrame();
   /// Returns whether the peer closes in time; what it sends before is thrown away.
-  bool WaitForEnd();
-  void Close();
+  bool waitForEnd();
+  void close();
   bool isOpen() const { return fd_ >= 0; }
   int fd() const { return fd_; }
 
