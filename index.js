@@ -1,46 +1,36 @@
-// Loads the build of the module for this system and runtime: the one of the development tree
-// (build/Release/), or else the one that the package brings (prebuilds/). Parses in Node 12.
+// Loads the module's one file. In a clone of the repository scripts/build has put a link to its own build in that
+// place. Parses in Node 12.
 'use strict';
-
-const fs = require('fs');
-const path = require('path');
-const nodeGypBuild = require('node-gyp-build');
-
-const runtime = process.versions.electron
-  ? `Electron ${process.versions.electron}`
-  : `Node ${process.versions.node}`;
-
-/** The module versions that the package has builds for on this system, by the files' names. */
-function packagedVersions() {
-  const prebuilds = path.join(__dirname, 'prebuilds');
-  const list = (folder) => (fs.existsSync(folder) ? fs.readdirSync(folder) : []);
-  return list(prebuilds)
-    .filter((folder) =>
-      nodeGypBuild.matchTuple(process.platform, process.arch)(nodeGypBuild.parseTuple(folder)))
-    .map((folder) => list(path.join(prebuilds, folder)).map(nodeGypBuild.parseTags))
-    .reduce((all, builds) => all.concat(builds), [])
-    .filter((tags) => tags && tags.abi)
-    .map(({ abi, runtime }) => (runtime ? `${abi} (for ${runtime})` : abi));
-}
 
 /** What to tell the application's developer about `error`, or undefined if it says enough. */
 function explain(error) {
+  // There is none where a bundler has made an ES module of this.
+  const folder = typeof __dirname === 'string' ? __dirname : 'its folder';
   const wanted = process.versions.modules;
+  const runtime = process.versions.electron
+    ? `Electron ${process.versions.electron}`
+    : `Node ${process.versions.node}`;
   // The runtime's own message, over several lines.
-  const refused = /NODE_MODULE_VERSION\s+(\d+)[^]*NODE_MODULE_VERSION\s+(\d+)/.exec(error.message);
-  const missing = /^No native build was found/.test(error.message);
-  const versions = refused ? [refused[1]] : missing ? packagedVersions() : [];
-  if (versions.length > 0) {
+  const refused = /NODE_MODULE_VERSION\s+(\d+)[^]*NODE_MODULE_VERSION\s+\d+/.exec(error.message);
+  if (refused) {
     return (
-      `Pellmar: the client in ${__dirname} is built for module version ${versions.join(' and ')}, ` +
+      `Pellmar: the client in ${folder} is built for module version ${refused[1]}, ` +
       `but ${runtime} takes modules of version ${wanted}. Run it in a runtime of its version, ` +
       `or install a release of the client that is built for ${wanted}.`
     );
   }
-  if (missing) {
+  // The runtime's words, and those that bundlers leave in the place of the call.
+  if (/^Cannot find module|^Module parse failed|\brequire\b.*"\.\/pellmar\.node"/.test(error.message)) {
+    return (
+      `Pellmar: there is no pellmar.node in ${folder}. If a bundler has put this code there, ` +
+      `make 'pellmar' external and ship node_modules/pellmar with the application. ` +
+      `In a clone of the repository scripts/build makes the file.`
+    );
+  }
+  if (process.platform !== 'darwin') {
     return (
       `Pellmar: there is no build of the client for ${process.platform} on ${process.arch} ` +
-      `with module version ${wanted} in ${__dirname}.`
+      `with module version ${wanted} in ${folder}.`
     );
   }
   return undefined;
@@ -48,7 +38,8 @@ function explain(error) {
 
 function load() {
   try {
-    return nodeGypBuild(__dirname);
+    // A literal, so that packers and bundlers see which file it is.
+    return require('./pellmar.node');
   } catch (cause) {
     const message = explain(cause);
     if (message === undefined) throw cause;

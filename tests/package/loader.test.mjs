@@ -1,4 +1,4 @@
-// How the package finds its build, and what it says where it has none for the runtime.
+// How the package loads its file, and what it says where that cannot be.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
@@ -23,31 +23,25 @@ function run(session, code, ...options) {
   return JSON.parse(stdout);
 }
 
-const runtime = run(makeSession(), `console.log(JSON.stringify({
-  version: process.versions.node, modules: process.versions.modules,
-  system: process.platform + '-' + process.arch }))`);
+const runtime = run(makeSession(), 'console.log(JSON.stringify(process.versions))');
 
-/** The package as it is installed, with the given builds: `{ 'path in the package': 'file' }`. */
-function install(t, builds) {
+/** The package as it is installed, with `file` in the place of its bundle if one is given. */
+function install(t, file) {
   const session = makeSession(t);
   const folder = path.join(session.folder, 'node_modules/pellmar');
   fs.mkdirSync(folder, { recursive: true });
-  for (const file of ['index.js', 'package.json']) {
-    fs.copyFileSync(path.join(root, file), path.join(folder, file));
+  for (const name of ['index.js', 'package.json']) {
+    fs.copyFileSync(path.join(root, name), path.join(folder, name));
   }
-  fs.cpSync(path.join(root, 'node_modules/node-gyp-build'),
-    path.join(session.folder, 'node_modules/node-gyp-build'), { recursive: true });
-  for (const [name, file] of Object.entries(builds)) {
-    fs.mkdirSync(path.dirname(path.join(folder, name)), { recursive: true });
-    fs.copyFileSync(file, path.join(folder, name));
-  }
+  if (file) fs.copyFileSync(file, path.join(folder, 'pellmar.node'));
   return { session, folder };
 }
 
 /** What requiring that package gives: its functions' names, or the messages of its error. */
-function load(t, builds) {
-  const { session, folder } = install(t, builds);
-  const result = run(session, `
+function load(t, file, { before = '', environment = {} } = {}) {
+  const { session, folder } = install(t, file);
+  const result = run({ env: { ...session.env, ...environment } }, `
+    ${before}
     try {
       console.log(JSON.stringify({ names: Object.keys(require(${JSON.stringify(folder)})) }));
     } catch (error) {
@@ -63,49 +57,60 @@ const names = [
   'PLReportUsageEvent', 'PLGetLastUserEmailSharingResponse', 'PLAskUserToShareEmail',
   'PLEnableDebugLogging',
 ];
-const prebuild = (modules) => `prebuilds/${runtime.system}/node.abi${modules}.node`;
+const pretendToBeAMac = `Object.defineProperty(process, 'platform', { value: 'darwin' });`;
 
-test('the development tree’s own build is found', (t) => {
-  assert.deepEqual(load(t, { 'build/Release/pellmar.node': fits }).names, names);
+test('the package exports the seven functions of its file', (t) => {
+  assert.deepEqual(load(t, fits).names, names);
 });
 
-test('a packaged build for the runtime is found, among others', (t) => {
-  const builds = {
-    [prebuild(runtime.modules)]: fits,
-    [prebuild(85)]: misfit,
-    'prebuilds/darwin-x64+arm64/electron.abi85.node': misfit,
-  };
-  assert.deepEqual(load(t, builds).names, names);
+test('the development tree loads the build that it has made', {
+  skip: buildFolder !== path.join(root, 'build/Release') && 'another build than the tree’s own is tested',
+}, (t) => {
+  const { real, names: found } = run(makeSession(t), `console.log(JSON.stringify({
+    names: Object.keys(require(${JSON.stringify(root)})),
+    real: require('fs').realpathSync(${JSON.stringify(path.join(root, 'pellmar.node'))}) }))`);
+  assert.deepEqual(found, names);
+  assert.equal(real, path.join(root, 'build/Release/pellmar.node'));
+});
+
+test('nothing in the environment decides which file is loaded', (t) => {
+  const session = makeSession(t);
+  const elsewhere = path.join(session.folder, 'elsewhere');
+  fs.mkdirSync(path.join(elsewhere, 'build/Release'), { recursive: true });
+  fs.copyFileSync(misfit, path.join(elsewhere, 'build/Release/pellmar.node'));
+  assert.deepEqual(load(t, fits, { environment: {
+    PELLMAR_PREBUILD: elsewhere, PREBUILDS_ONLY: '1', npm_config_platform: 'win32', npm_config_arch: 'ia32',
+  } }).names, names);
+  // It has no way to know more of the environment than these.
+  const text = fs.readFileSync(path.join(root, 'index.js'), 'utf8');
+  assert.deepEqual(text.match(/(?<=\brequire\()[^)]*/g), [`'./pellmar.node'`]);
+  assert.deepEqual([...new Set(text.match(/(?<=\bprocess\.)\w+/g))].sort(), ['arch', 'platform', 'versions']);
 });
 
 test('an ES module imports the functions by their names', (t) => {
-  const { session, folder } = install(t, { 'build/Release/pellmar.node': fits });
+  const { session, folder } = install(t, fits);
   const code = `import { PLCanShowReleaseNotesWindow as can } from ${JSON.stringify(
     path.join(folder, 'index.js'))}; console.log(can());`;
   assert.equal(run(session, code, '--input-type=module'), true);
 });
 
-test('a system without a build gets one clear error', (t) => {
-  for (const builds of [{}, { 'prebuilds/darwin-x64+arm64/electron.abi85.node': misfit }]) {
-    const { message, cause, isEnumerable, folder } = load(t, builds);
-    const [platform, processor] = runtime.system.split('-');
-    assert.equal(message, `Pellmar: there is no build of the client for ${platform} on ${processor} ` +
-      `with module version ${runtime.modules} in ${folder}.`);
-    assert.match(cause, /^No native build was found/);
-    assert.equal(isEnumerable, false);
-  }
+test('a system that the file is not for gets one clear error', (t) => {
+  const notForLinux = path.join(root, 'package.json');
+  const { message, cause, isEnumerable, folder } = load(t, notForLinux);
+  assert.equal(message, `Pellmar: there is no build of the client for ${process.platform} on ${process.arch} ` +
+    `with module version ${runtime.modules} in ${folder}.`);
+  assert.match(cause, /invalid ELF header|file too short/);
+  assert.equal(isEnumerable, false);
 });
 
-test('a packaged build for another version is named, with the version that is wanted', (t) => {
-  const { message, cause, folder } = load(t, {
-    [`prebuilds/${runtime.system}/electron.abi85.node`]: misfit,
-    [prebuild(1)]: misfit,
-  });
-  assert.equal(message, `Pellmar: the client in ${folder} is built for module version ` +
-    `85 (for electron) and 1 (for node), but Node ${runtime.version} takes modules of version ` +
-    `${runtime.modules}. Run it in a runtime of its version, or install a release of the client ` +
-    `that is built for ${runtime.modules}.`);
-  assert.match(cause, /^No native build was found/);
+test('a package that has lost its file says so, and what may be the reason', (t) => {
+  for (const before of ['', pretendToBeAMac]) {
+    const { message, cause, folder } = load(t, undefined, { before });
+    assert.equal(message, `Pellmar: there is no pellmar.node in ${folder}. If a bundler has put this code ` +
+      `there, make 'pellmar' external and ship node_modules/pellmar with the application. In a clone of ` +
+      'the repository scripts/build makes the file.');
+    assert.match(cause, /^Cannot find module '.\/pellmar.node'/);
+  }
 });
 
 test('a module built for another version is refused by the runtime’s own message', (t) => {
@@ -118,16 +123,15 @@ test('a module built for another version is refused by the runtime’s own messa
 });
 
 test('that message is said again in plain words, and kept as the cause', (t) => {
-  for (const name of ['build/Release/pellmar.node', prebuild(runtime.modules)]) {
-    const { message, cause } = load(t, { [name]: misfit });
-    assert.match(message, new RegExp(`^Pellmar: the client in \\S+ is built for module version 85, ` +
-      `but Node ${runtime.version} takes modules of version ${runtime.modules}\\. Run it`));
-    assert.match(cause, /NODE_MODULE_VERSION 85/);
-  }
+  const { message, cause, folder } = load(t, misfit);
+  assert.equal(message, `Pellmar: the client in ${folder} is built for module version 85, but Node ${
+    runtime.node} takes modules of version ${runtime.modules}. Run it in a runtime of its version, or ` +
+    `install a release of the client that is built for ${runtime.modules}.`);
+  assert.match(cause, /NODE_MODULE_VERSION 85/);
 });
 
-test('what else the runtime refuses keeps the runtime’s own error', (t) => {
-  const { message, cause } = load(t, { [prebuild(runtime.modules)]: path.join(root, 'package.json') });
+test('what else a Mac refuses keeps the runtime’s own error', (t) => {
+  const { message, cause } = load(t, path.join(root, 'package.json'), { before: pretendToBeAMac });
   assert.match(message, /invalid ELF header|file too short/);
   assert.equal(cause, undefined);
 });
