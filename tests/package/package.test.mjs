@@ -6,49 +6,15 @@ import { execFileSync, spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
 import { before, describe, test } from 'node:test';
-import { fileURLToPath } from 'node:url';
 
 import { buildFolder, makeSession } from '../support/agent.mjs';
 import { sanitizerEnvironment } from '../support/sanitizer.mjs';
+import { makeBundle, pack, root, run, skip, symbolsOf } from './tarball.mjs';
 
-const folder = path.dirname(fileURLToPath(import.meta.url));
-const root = path.resolve(folder, '../..');
 const { version } = JSON.parse(fs.readFileSync(path.join(root, 'package.json'), 'utf8'));
 const content = [
   'CHANGELOG.md', 'README.md', 'client/Pellmar.h', 'index.d.ts', 'index.js', 'package.json', 'pellmar.node',
 ];
-
-const run = (command, args, options) =>
-  execFileSync(command, args, { encoding: 'utf8', stdio: 'pipe', ...options });
-
-/** Makes a universal bundle for macOS that holds the module's record alone. */
-function makeBundle(session, { versions = [85, 85], mark } = {}) {
-  const slices = ['x86_64', 'arm64'].map((processor, index) => {
-    const file = path.join(session.folder, processor);
-    run('clang-19', [`--target=${processor}-apple-macosx11.0`, '-fuse-ld=lld', '-bundle', '-nostdlib',
-      '-Wl,-undefined,dynamic_lookup', '-Wl,-adhoc_codesign', `-DVERSION=${versions[index]}`,
-      ...(mark ? [`-DMARK="${mark}"`] : []), '-o', file, path.join(folder, 'record.c')]);
-    return file;
-  });
-  const file = path.join(session.folder, 'pellmar.node');
-  run('llvm-lipo-19', ['-create', ...slices, '-output', file]);
-  // Symbols are told from others by the identifiers of the file, which it has itself.
-  fs.mkdirSync(path.dirname(symbolsOf(file)), { recursive: true });
-  fs.copyFileSync(file, symbolsOf(file));
-  return file;
-}
-
-const symbolsOf = (bundle) => `${bundle}.dSYM/Contents/Resources/DWARF/pellmar.node`;
-
-function pack(session, ...args) {
-  const { status, stdout, stderr } = spawnSync(path.join(root, 'scripts/package'),
-    ['--out', session.folder, ...args], { encoding: 'utf8' });
-  return { status, stdout, stderr };
-}
-
-const missing = ['llvm-lipo-19', 'llvm-objdump-19', 'llvm-nm-19', 'llvm-dwarfdump-19', 'ld64.lld-19'].filter(
-  (tool) => spawnSync(tool, ['--version']).error);
-const skip = missing.length > 0 && `not installed: ${missing.join(', ')}`;
 
 describe('scripts/package', { skip }, () => {
   test('makes a file with exactly what an application needs', (t) => {
@@ -66,8 +32,8 @@ describe('scripts/package', { skip }, () => {
       execFileSync('tar', ['-xzOf', symbols, 'pellmar.node.dSYM/Contents/Resources/DWARF/pellmar.node']),
       fs.readFileSync(symbolsOf(bundle)));
     const packed = JSON.parse(run('tar', ['-xzOf', file, 'package/package.json']));
-    assert.deepEqual([Object.keys(packed.scripts), packed.dependencies, packed.devDependencies],
-      [['prepack'], undefined, undefined]);
+    assert.deepEqual([Object.keys(packed.scripts), packed.dependencies, packed.devDependencies, packed.overrides],
+      [['prepack'], undefined, undefined, undefined]);
     const archive = fs.readFileSync(symbols);
     fs.utimesSync(symbolsOf(bundle), 1, 1);
     pack(session, '--bundle', bundle);
