@@ -1,6 +1,7 @@
 // Calls that must compile.
 
 import pellmar = require('pellmar');
+import fake = require('pellmar/fake');
 import {
   EmailSharingAnswer,
   PLAskUserToShareEmail,
@@ -35,3 +36,12 @@ export function describe(answer: EmailSharingAnswer): string {
 describe(PLGetLastUserEmailSharingResponse());
 const asNumber: number = PLGetLastUserEmailSharingResponse();
 PLReportUsageEvent(String(asNumber));
+
+const standIn: typeof pellmar = fake;
+const agent: fake.Agent = 'asks';
+fake.reset();
+fake.setAgent(agent);
+standIn.PLAskUserToShareEmail();
+if (fake.isAsking()) fake.answer(2);
+const names: string[] = fake.calls.map(([name]) => name);
+names.push(...fake.calls.map(([, first]) => String(first)));

@@ -1,4 +1,4 @@
-// index.d.ts against calls that must compile and calls that must not, and against the functions that
+// The declarations against calls that must compile and calls that must not, and against the functions that
 // there are.
 
 import assert from 'node:assert/strict';
@@ -21,17 +21,30 @@ test('right calls compile and wrong ones do not', () => {
   assert.equal(status, 0);
 });
 
-test('the functions that are declared are those that there are', (t) => {
+/** The names that a file declares for scripts, types left out. */
+function declaredIn(name) {
   const typescript = require('typescript');
-  const file = path.join(folder, '../../../index.d.ts');
+  const file = path.join(folder, '../../..', name);
   const declared = [];
   typescript.createSourceFile(file, typescript.sys.readFile(file), typescript.ScriptTarget.Latest)
     .forEachChild((node) => {
       if (typescript.isFunctionDeclaration(node)) declared.push(node.name.text);
+      if (typescript.isVariableStatement(node)) {
+        declared.push(...node.declarationList.declarations.map((declaration) => declaration.name.text));
+      }
     });
+  return declared;
+}
+
+test('the functions that are declared are those that there are', (t) => {
   const { stdout, stderr } = spawnSync(process.execPath, ['-e', `console.log(JSON.stringify(
     Object.keys(require(${JSON.stringify(path.join(buildFolder, 'pellmar.node'))}))))`],
     { env: { ...process.env, ...sanitizerEnvironment(), ...makeSession(t).env }, encoding: 'utf8' });
   assert.equal(stderr, '');
-  assert.deepEqual(declared.sort(), JSON.parse(stdout).sort());
+  assert.deepEqual(declaredIn('index.d.ts').sort(), JSON.parse(stdout).sort());
+});
+
+test('and so it is with the fake, which has the same besides its own', () => {
+  assert.deepEqual([...declaredIn('index.d.ts'), ...declaredIn('fake.d.ts')].sort(),
+    Object.keys(require('../../../fake.js')).sort());
 });

@@ -1,6 +1,7 @@
 // Calls that must not compile. Where one does, the compiler complains of the line above it.
 
 import * as pellmar from 'pellmar';
+import * as fake from 'pellmar/fake';
 
 // @ts-expect-error: the name is missing
 pellmar.PLReportUsageEvent();
@@ -47,3 +48,10 @@ pellmar.PLEnableDebugLogging(1);
 pellmar.PLRequestAuthorizationCode('client', [], () => {});
 // @ts-expect-error: the functions cannot be replaced
 pellmar.PLCanShowReleaseNotesWindow = () => false;
+
+// @ts-expect-error: there is no such agent
+fake.setAgent('dead');
+// @ts-expect-error: the customer has no such answer
+fake.answer(0);
+// @ts-expect-error: the list is the fake's own
+fake.calls.push(['PLReportUsageEvent', 'event']);
