@@ -7,7 +7,12 @@
  * `reset` before each test.
  */
 
+import promises = require('./promises.js');
+
 export * from './index.js';
+
+/** What stands in for `pellmar/promises`, with the same agent and the same list of calls. */
+export { promises };
 
 /**
  * What the agent does when it is asked about the customer.

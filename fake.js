@@ -1,6 +1,8 @@
 // Stands in for `pellmar` in an application's own tests, on any system. Parses in Node 12.
 'use strict';
 
+const withPromises = require('./with-promises.js');
+
 const agents = ['absent', 'asks', 'answered', 'hangs', 'late'];
 
 const calls = [];
@@ -8,8 +10,11 @@ let agent;
 let hasPostponed;
 /** The question on the screen, as `{ callback }`. */
 let question;
+/** Who waits for its answer by a promise. */
+const waiting = [];
 
 function reset() {
+  for (const settle of waiting.splice(0)) settle('unknown');
   calls.length = 0;
   agent = 'absent';
   hasPostponed = false;
@@ -94,6 +99,7 @@ function PLEnableDebugLogging(...args) {
   calls.push(['PLEnableDebugLogging', args[0]]);
 }
 
+// Spelled out, so that `import { answer } from 'pellmar/fake'` finds them as well.
 module.exports = {
   PLShowReleaseNotesWindowIfNeeded,
   PLShowReleaseNotesWindow,
@@ -108,3 +114,4 @@ module.exports = {
   calls,
   reset,
 };
+module.exports.promises = withPromises(module.exports, waiting);

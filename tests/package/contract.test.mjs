@@ -10,8 +10,9 @@ import { Agent, buildFolder, makeSession } from '../support/agent.mjs';
 import { runHostScript, startDisplay, until } from '../support/display.mjs';
 
 const fake = createRequire(import.meta.url)('../../fake.js');
+const withPromises = new URL('../../with-promises.js', import.meta.url).pathname;
 
-/** Each runs lines of script that find `pellmar` and `print`, and hands out what they print. */
+/** Each runs lines of script that find `pellmar`, `promises` and `print`, and hands out what they print. */
 class Fake {
   #printed = [];
 
@@ -22,7 +23,8 @@ class Fake {
   }
 
   async run(line) {
-    new Function('pellmar', 'print', line)(fake, (value) => this.#printed.push(value));
+    new Function('pellmar', 'promises', 'print', line)(
+      fake, fake.promises, (value) => this.#printed.push(value));
   }
 
   async next() {
@@ -39,6 +41,10 @@ class Fake {
   }
 
   async resumeAgent() {}
+
+  async endAgent() {
+    fake.setAgent('absent');
+  }
 }
 
 let display;
@@ -55,8 +61,9 @@ class Module {
     }
     world.#host = runHostScript(t, `
       const pellmar = require(${JSON.stringify(path.join(buildFolder, 'pellmar.node'))});
+      const promises = require(${JSON.stringify(withPromises)})(pellmar, []);
       require('readline').createInterface({ input: process.stdin }).on('line', (line) =>
-        new Function('pellmar', 'print', line)(pellmar, print));`,
+        new Function('pellmar', 'promises', 'print', line)(pellmar, promises, print));`,
     { display, env: session.env, stdin: 'pipe' });
     if (state === 'hangs' || state === 'late') await world.#agent.suspend();
     return world;
@@ -82,6 +89,10 @@ class Module {
 
   async resumeAgent() {
     this.#agent.process.kill('SIGCONT');
+  }
+
+  async endAgent() {
+    await this.#agent.stop('SIGKILL');
   }
 }
 
@@ -215,6 +226,56 @@ for (const World of [Fake, Module]) {
       assert.deepEqual(await world.events(1), ['kept']);
     });
 
+    for (const [agent, name] of [['absent', 'unknown'], ['answered', 'given'], ['hangs', 'unknown']]) {
+      test(`promises are settled with '${name}', with the agent '${agent}'`, async (t) => {
+        const world = await World.start(t, agent);
+        await world.run('promises.emailSharingAnswer().then(print);');
+        assert.equal(await world.next(), name);
+        await world.run('promises.askToShareEmail().then(print);');
+        assert.equal(await world.next(), name);
+      });
+    }
+
+    test('all who ask by a promise while the window is up get its answer, whatever the agent does', async (t) => {
+      const world = await World.start(t, 'asks');
+      const askOnceMore = (name) =>
+        world.run(`promises.askToShareEmail().then((answer) => print(['${name}', answer])); print('asked');`);
+      await askOnceMore('first');
+      assert.equal(await world.next(), 'asked');
+      await askOnceMore('second');
+      assert.equal(await world.next(), 'asked');
+      await world.endAgent();
+      await askOnceMore('third');
+      assert.equal(await world.next(), 'asked');
+      await world.answer(2);
+      for (const name of ['first', 'second', 'third']) {
+        assert.deepEqual(await world.next(), [name, 'postponed']);
+      }
+      await askOnceMore('fourth');
+      assert.equal(await world.next(), 'asked');
+      assert.deepEqual(await world.next(), ['fourth', 'unknown']);
+    });
+
+    test('a postponed answer has its name', async (t) => {
+      const world = await World.start(t, 'asks');
+      await world.run('promises.askToShareEmail().then(print);');
+      await world.answer(2);
+      assert.equal(await world.next(), 'postponed');
+      await world.run('promises.emailSharingAnswer().then(print);');
+      assert.equal(await world.next(), 'postponed');
+    });
+
+    test('the plain names are those of the same functions', async (t) => {
+      const world = await World.start(t, 'asks');
+      await world.run(`promises.reportUsageEvent('plain'); promises.showReleaseNotes();
+        promises.showReleaseNotesIfNeeded(); promises.enableDebugLogging(true);
+        print([promises.canShowReleaseNotes(), Object.keys(promises).length]);`);
+      assert.deepEqual(await world.next(), [true, 7]);
+      assert.deepEqual(await world.events(1), ['plain']);
+      await world.run(thrown('promises.enableDebugLogging(1)'));
+      assert.deepEqual(await world.next(), ['TypeError', 'Wrong argument type. Should be Boolean.']);
+    });
+
     test('what has no result gives none, and further arguments are ignored', async (t) => {
       const world = await World.start(t, 'absent');
       await world.run(`print([
@@ -259,6 +320,15 @@ describe('the fake besides', () => {
     fake.reset();
     assert.equal(fake.PLGetLastUserEmailSharingResponse(), 0);
     assert.deepEqual(fake.calls, [['PLGetLastUserEmailSharingResponse']]);
+  });
+
+  test('leaves nobody waiting who has asked by a promise', async () => {
+    fake.reset();
+    fake.setAgent('asks');
+    const before = fake.promises.askToShareEmail();
+    fake.reset();
+    assert.equal(await before, 'unknown');
+    assert.equal(await fake.promises.askToShareEmail(), 'unknown');
   });
 
   test('says what a test does wrong', () => {

@@ -30,7 +30,7 @@ function install(t, file) {
   const session = makeSession(t);
   const folder = path.join(session.folder, 'node_modules/pellmar');
   fs.mkdirSync(folder, { recursive: true });
-  for (const name of ['index.js', 'package.json']) {
+  for (const name of fs.readdirSync(root).filter((file) => /\.js$|^package\.json$/.test(file))) {
     fs.copyFileSync(path.join(root, name), path.join(folder, name));
   }
   if (file) fs.copyFileSync(file, path.join(folder, 'pellmar.node'));
@@ -92,6 +92,19 @@ test('an ES module imports the functions by their names', (t) => {
   const code = `import { PLCanShowReleaseNotesWindow as can } from ${JSON.stringify(
     path.join(folder, 'index.js'))}; console.log(can());`;
   assert.equal(run(session, code, '--input-type=module'), true);
+});
+
+test('so does the module with promises, and the stand-in needs no file', (t) => {
+  const { session, folder } = install(t, fits);
+  const file = (name) => JSON.stringify(path.join(folder, name));
+  assert.deepEqual(run(session, `
+    import { canShowReleaseNotes } from ${file('promises.js')};
+    import { answer, promises, setAgent } from ${file('fake.js')};
+    setAgent('asks');
+    const asked = promises.askToShareEmail();
+    answer(2);
+    asked.then((value) => console.log(JSON.stringify([canShowReleaseNotes(), value])));`, '--input-type=module'),
+  [true, 'postponed']);
 });
 
 test('a system that the file is not for gets one clear error', (t) => {

@@ -14,7 +14,7 @@ import { makeBundle, pack, root, run, skip, symbolsOf } from './tarball.mjs';
 const { version } = JSON.parse(fs.readFileSync(path.join(root, 'package.json'), 'utf8'));
 const content = [
   'CHANGELOG.md', 'README.md', 'client/Pellmar.h', 'fake.d.ts', 'fake.js', 'index.d.ts', 'index.js', 'package.json',
-  'pellmar.node',
+  'pellmar.node', 'promises.d.ts', 'promises.js', 'with-promises.js',
 ];
 
 describe('scripts/package', { skip }, () => {

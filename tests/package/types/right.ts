@@ -2,6 +2,7 @@
 
 import pellmar = require('pellmar');
 import fake = require('pellmar/fake');
+import promises = require('pellmar/promises');
 import {
   EmailSharingAnswer,
   PLAskUserToShareEmail,
@@ -45,3 +46,17 @@ standIn.PLAskUserToShareEmail();
 if (fake.isAsking()) fake.answer(2);
 const names: string[] = fake.calls.map(([name]) => name);
 names.push(...fake.calls.map(([, first]) => String(first)));
+
+/** Each name has its branch, and there is no other. */
+export async function describePromised(): Promise<string> {
+  switch (await promises.askToShareEmail()) {
+    case 'unknown': return 'not known';
+    case 'given': return 'answered';
+    case 'postponed': return 'later';
+  }
+}
+const promised: typeof promises = fake.promises;
+promised.emailSharingAnswer().then((answer: promises.EmailSharingAnswer) => promised.reportUsageEvent(answer));
+promises.showReleaseNotes();
+promises.showReleaseNotesIfNeeded();
+promises.enableDebugLogging(promises.canShowReleaseNotes());

@@ -44,7 +44,9 @@ test('the functions that are declared are those that there are', (t) => {
   assert.deepEqual(declaredIn('index.d.ts').sort(), JSON.parse(stdout).sort());
 });
 
-test('and so it is with the fake, which has the same besides its own', () => {
-  assert.deepEqual([...declaredIn('index.d.ts'), ...declaredIn('fake.d.ts')].sort(),
-    Object.keys(require('../../../fake.js')).sort());
+test('and so it is with the fake, which has the same besides its own, and with the promises', () => {
+  const fake = require('../../../fake.js');
+  assert.deepEqual([...declaredIn('index.d.ts'), ...declaredIn('fake.d.ts'), 'promises'].sort(),
+    Object.keys(fake).sort());
+  assert.deepEqual(declaredIn('promises.d.ts').sort(), Object.keys(fake.promises).sort());
 });

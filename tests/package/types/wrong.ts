@@ -2,6 +2,7 @@
 
 import * as pellmar from 'pellmar';
 import * as fake from 'pellmar/fake';
+import * as promises from 'pellmar/promises';
 
 // @ts-expect-error: the name is missing
 pellmar.PLReportUsageEvent();
@@ -55,3 +56,10 @@ fake.setAgent('dead');
 fake.answer(0);
 // @ts-expect-error: the list is the fake's own
 fake.calls.push(['PLReportUsageEvent', 'event']);
+
+// @ts-expect-error: an answer has a name, and is no number
+export const isPromised = async () => (await promises.emailSharingAnswer()) === 1;
+// @ts-expect-error: the answer is promised, not called back
+promises.askToShareEmail(() => {});
+// @ts-expect-error: the name is text
+promises.reportUsageEvent(42);
