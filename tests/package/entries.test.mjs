@@ -46,6 +46,30 @@ describe('the packed package', { skip }, () => {
     }
   });
 
+  test('has documents whose links lead somewhere within it', () => {
+    const folder = path.join(session.folder, 'documents');
+    fs.mkdirSync(folder);
+    run('tar', ['-xzf', tarball, '-C', folder, '--strip-components=1']);
+    const documents = fs.readdirSync(folder, { recursive: true }).filter((name) => name.endsWith('.md'));
+    assert.deepEqual(documents.sort(), ['CHANGELOG.md', 'README.md', 'docs/integrating.md', 'docs/security.md']);
+    const read = (name) => fs.readFileSync(path.join(folder, name), 'utf8');
+    // As the places that show documents make them of headings.
+    const anchors = (name) => [...read(name).matchAll(/^#+ (.*)$/gm)]
+      .map(([, heading]) => heading.toLowerCase().replace(/[^\w\- ]/g, '').replace(/ /g, '-'));
+    let followed = 0;
+    for (const document of documents) {
+      for (const [, link] of read(document).matchAll(/\]\(([^)]+)\)/g)) {
+        assert.doesNotMatch(link, /^\w+:/, `${document}: ${link}`);
+        const [file, anchor] = link.split('#');
+        const target = path.posix.join(path.posix.dirname(document), file || path.posix.basename(document));
+        assert.ok(fs.existsSync(path.join(folder, target)), `${document}: ${link}`);
+        if (anchor !== undefined) assert.ok(anchors(target).includes(anchor), `${document}: ${link}`);
+        followed++;
+      }
+    }
+    assert.ok(followed > 5);
+  });
+
   test('gives what it lists, and nothing else of its folder', () => {
     const application = path.join(session.folder, 'application');
     const folder = path.join(application, 'node_modules/pellmar');

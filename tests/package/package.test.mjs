@@ -13,7 +13,8 @@ import { makeBundle, pack, root, run, skip, symbolsOf } from './tarball.mjs';
 
 const { version } = JSON.parse(fs.readFileSync(path.join(root, 'package.json'), 'utf8'));
 const content = [
-  'CHANGELOG.md', 'README.md', 'client/Pellmar.h', 'fake.d.ts', 'fake.js', 'index.d.ts', 'index.js', 'package.json',
+  'CHANGELOG.md', 'README.md', 'client/Pellmar.h', 'docs/images/consent-window-dark.png',
+  'docs/images/consent-window.png', 'docs/integrating.md', 'docs/security.md', 'fake.d.ts', 'fake.js', 'index.d.ts', 'index.js', 'package.json',
   'pellmar.node', 'promises.d.ts', 'promises.js', 'with-promises.js',
 ];
 

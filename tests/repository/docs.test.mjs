@@ -73,7 +73,7 @@ test('the spellings that are to stay are those of the code', () => {
 test('the version that the documents give is that of the package', () => {
   const { version } = JSON.parse(read('package.json'));
   assert.equal(/^## (\S+)$/m.exec(read('CHANGELOG.md'))[1], version);
-  for (const document of ['README.md', integrating]) {
+  for (const document of ['README.md', 'README.package.md', integrating]) {
     const named = [...read(document).matchAll(/\b(?:pellmar-|Pellmar client )(\d+\.\d+\.\d+)/g)];
     assert.ok(named.length > 0, document);
     for (const [text, found] of named) assert.equal(found, version, `${document}: ${text}`);
