@@ -33,10 +33,11 @@ if(PELLMAR_SANITIZE)
     "LINKER:-rpath,${sanitizer_folder}")
 endif()
 
-# Lets functions of `target` be inlined in other files of a release, and those of others in it.
+# Lets functions of `target` be inlined in other files of a release, and those of others in it. Not by -flto=thin: it
+# names what files share after a digest of their paths, and builds in two folders would differ.
 function(pellmar_optimize_across_files target)
   if(CMAKE_BUILD_TYPE STREQUAL "Release")
-    target_compile_options(${target} PRIVATE -flto=thin)
+    target_compile_options(${target} PRIVATE -flto=full)
     target_link_options(${target} PUBLIC ${PELLMAR_ACROSS_FILES_LINK_OPTIONS})
   endif()
 endfunction()
