@@ -45,6 +45,25 @@ test('on a Mac Electron comes first, and no step that fails hides another', () =
   assert.match(check, /^ {4}if: \$\{\{ !cancelled\(\) \}\}$/m);
 });
 
+test('a tag is released after every other job, and what is attested is what is kept', () => {
+  const text = read('.github/workflows/ci.yml');
+  const [, list] = /^jobs:\n(.*)/ms.exec(text);
+  const jobs = [...list.matchAll(/^ {2}([\w-]+):$/gm)].map(([, name]) => name);
+  const [, release] = /^ {2}release:\n(.*)/ms.exec(text);
+  assert.match(release, /^ {4}if: \$\{\{ startsWith\(github\.ref, 'refs\/tags\/v'\) \}\}$/m);
+  const [, needs] = /^ {4}needs: \[(.*)\]$/m.exec(release);
+  assert.deepEqual([...needs.split(', '), 'release'], jobs);
+  // Nothing else may sign in the repository's name.
+  assert.deepEqual(text.match(/^ *[\w-]+: write$/gm), ['      id-token: write', '      attestations: write']);
+  const [, folder] = /scripts\/release .*--out (\S+)/.exec(release);
+  const steps = [/scripts\/release /, /attest-build-provenance@/, /upload-artifact@/]
+    .map((pattern) => release.search(pattern));
+  assert.ok(!steps.includes(-1));
+  assert.deepEqual(steps, [...steps].sort((a, b) => a - b));
+  assert.match(release, new RegExp(`^ {10}subject-checksums: ${folder}/SHA256SUMS$`, 'm'));
+  assert.match(release, new RegExp(`^ {10}path: ${folder}$`, 'm'));
+});
+
 test('the runtime\'s headers are taken only whole and of the right version', (t) => {
   const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'pellmar-headers-'));
   t.after(() => fs.rmSync(folder, { recursive: true }));
