@@ -70,6 +70,8 @@ std::string optionProblem(int result, char *const arguments[]) {
 
 enum Option : int {
   kShouldAsk = 256,
+  kAlwaysAsk,
+  kState,
   kEmail,
   kNoEmail,
   kReplyDelay,
@@ -88,7 +90,12 @@ enum Option : int {
 }  // namespace
 
 const char *PLDevAgentOptions::help() {
-  return "  --should-ask yes|no             whether the customer is to be asked (yes)\n"
+  return "  --should-ask yes|no             whether the customer is to be asked, until the answer "
+         "yes\n"
+         "                                  or no was reported (yes)\n"
+         "  --always-ask                    after an answer, too\n"
+         "  --state FILE                    remember in FILE, for the next run, that there was "
+         "one\n"
          "  --email ADDRESS | --no-email    the customer's address (customer@example.com)\n"
          "  --auth-code CODE                the authorization code (development-code)\n"
          "  --api-version VERSION           the version of the interface (1.0)\n"
@@ -105,6 +112,8 @@ const char *PLDevAgentOptions::help() {
 std::optional<std::string> PLDevAgentOptions::parse(int count, char *const arguments[]) {
   static const option sOptions[] = {
       {"should-ask", required_argument, nullptr, kShouldAsk},
+      {"always-ask", no_argument, nullptr, kAlwaysAsk},
+      {"state", required_argument, nullptr, kState},
       {"email", required_argument, nullptr, kEmail},
       {"no-email", no_argument, nullptr, kNoEmail},
       {"reply-delay", required_argument, nullptr, kReplyDelay},
@@ -132,7 +141,13 @@ std::optional<std::string> PLDevAgentOptions::parse(int count, char *const argum
         if (value != "yes" && value != "no") {
           return "--should-ask takes yes or no, not: " + value;
         }
-        shouldAsk = value == "yes";
+        asking = value == "yes" ? PLDevAgentAsking::untilAnswered : PLDevAgentAsking::never;
+        continue;
+      case kAlwaysAsk:
+        asking = PLDevAgentAsking::always;
+        continue;
+      case kState:
+        stateFile = value;
         continue;
       case kEmail:
         email = value;

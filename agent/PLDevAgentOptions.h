@@ -26,8 +26,12 @@ struct PLDevAgentFault {
   std::optional<PLDevAgentError> error;
 };
 
+enum class PLDevAgentAsking { untilAnswered, never, always };
+
 struct PLDevAgentOptions {
-  bool shouldAsk = true;
+  PLDevAgentAsking asking = PLDevAgentAsking::untilAnswered;
+  /// Where the customer's answer is kept when the agent has ended.
+  std::optional<std::string> stateFile;
   std::optional<std::string> email = "customer@example.com";
   long replyDelayMilliseconds = 0;
   std::string authorizationCode = "development-code";

@@ -12,10 +12,12 @@ static id PLJournalArgument(id argument) { return argument ?: NSNull.null; }
 @implementation PLDevAgentService
 
 - (instancetype)initWithOptions:(const PLDevAgentOptions &)options
+                         memory:(PLDevAgentMemory &)memory
                         journal:(PLDevAgentJournal *)journal {
   self = [super init];
   if (self) {
     _options = new PLDevAgentOptions(options);
+    _memory = &memory;
     _journal = [journal retain];
   }
   return self;
@@ -39,6 +41,11 @@ static id PLJournalArgument(id argument) { return argument ?: NSNull.null; }
 - (void)serve:(SEL)selector
     arguments:(NSArray *)arguments
         reply:(void (^)(const PLDevAgentFault &fault))reply {
+  [self send:reply fault:[self receive:selector arguments:arguments]];
+}
+
+/// Records the request, and does not return if the options want that for `selector`.
+- (PLDevAgentFault)receive:(SEL)selector arguments:(NSArray *)arguments {
   [_journal recordRequest:selector arguments:arguments];
 
   const auto found = _options->faults.find(NSStringFromSelector(selector).UTF8String);
@@ -49,6 +56,12 @@ static id PLJournalArgument(id argument) { return argument ?: NSNull.null; }
   while (fault.hangs) {
     pause();
   }
+  return fault;
+}
+
+/// Sends the reply, or does with it what `fault` wants.
+- (void)send:(void (^)(const PLDevAgentFault &fault))reply fault:(const PLDevAgentFault &)wanted {
+  const PLDevAgentFault fault = wanted;
   if (fault.dropsReply) {
     return;
   }
@@ -64,6 +77,17 @@ static id PLJournalArgument(id argument) { return argument ?: NSNull.null; }
         dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0), send);
   } else {
     send();
+  }
+}
+
+- (BOOL)shouldAsk {
+  switch (_options->asking) {
+    case PLDevAgentAsking::never:
+      return NO;
+    case PLDevAgentAsking::always:
+      return YES;
+    case PLDevAgentAsking::untilAnswered:
+      return !_memory->hasAnswer();
   }
 }
 
@@ -99,16 +123,21 @@ static id PLJournalArgument(id argument) { return argument ?: NSNull.null; }
       arguments:@[]
           reply:^(const PLDevAgentFault &fault) {
             NSString *email = self->_options->email ? @(self->_options->email->c_str()) : nil;
-            callback(self->_options->shouldAsk, fault.repliesWrongType ? PLWrongObject() : email);
+            callback([self shouldAsk], fault.repliesWrongType ? PLWrongObject() : email);
           }];
 }
 
 - (void)updateAllowedCustomerEmail:(NSString *)email callback:(void (^)(BOOL))callback {
-  [self serve:_cmd
-      arguments:@[ PLJournalArgument(email) ]
-          reply:^(const PLDevAgentFault &) {
-            callback(YES);
-          }];
+  const PLDevAgentFault fault = [self receive:_cmd arguments:@[ PLJournalArgument(email) ]];
+  // Before the reply: whoever has that is not asked again.
+  if (const auto problem = _memory->recordAnswer()) {
+    fprintf(stderr, "pellmar-dev-agent: %s\n", problem->c_str());
+  }
+  [self
+       send:^(const PLDevAgentFault &) {
+         callback(YES);
+       }
+      fault:fault];
 }
 
 - (void)showReleaseNotesForAppWithCallback:(void (^)(NSError *))callback {

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #import "agent/PLDevAgentJournal.h"
+#include "agent/PLDevAgentMemory.h"
 #include "agent/PLDevAgentOptions.h"
 #import "agent/PLDevAgentService.h"
 #include "agent/PLServiceRegistration.h"
@@ -30,6 +31,12 @@ static int Serve(int count, char *const arguments[]) {
   if (const auto problem = PLServiceRegistrationProblem(getppid())) {
     return Refuse(*problem);
   }
+  PLDevAgentMemory memory;
+  if (options.stateFile) {
+    if (const auto problem = memory.open(*options.stateFile)) {
+      return Refuse(*problem);
+    }
+  }
 
   // Blocked before any thread is made, so that the signals wait for sigwait below.
   sigset_t signals;
@@ -39,7 +46,9 @@ static int Serve(int count, char *const arguments[]) {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
   PLDevAgentJournal *journal = [[PLDevAgentJournal alloc] init];
-  PLDevAgentService *service = [[PLDevAgentService alloc] initWithOptions:options journal:journal];
+  PLDevAgentService *service = [[PLDevAgentService alloc] initWithOptions:options
+                                                                   memory:memory
+                                                                  journal:journal];
   NSXPCListener *listener =
       [[NSXPCListener alloc] initWithMachServiceName:AFXProvisioningServiceName];
   listener.delegate = service;

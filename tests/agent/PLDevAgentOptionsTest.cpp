@@ -36,7 +36,8 @@ TEST(DevAgentOptions, AskByDefault) {
   const CommandLine line{"serve"};
   PLDevAgentOptions options;
   EXPECT_FALSE(options.parse(line.count(), line.arguments()));
-  EXPECT_TRUE(options.shouldAsk);
+  EXPECT_EQ(options.asking, PLDevAgentAsking::untilAnswered);
+  EXPECT_FALSE(options.stateFile);
   EXPECT_EQ(options.email, "customer@example.com");
   EXPECT_EQ(options.replyDelayMilliseconds, 0);
   EXPECT_TRUE(options.faults.empty());
@@ -47,11 +48,19 @@ TEST(DevAgentOptions, TakeEachAnswer) {
                          "150",   "--auth-code",  "abc", "--api-version", "7"};
   PLDevAgentOptions options;
   EXPECT_FALSE(options.parse(line.count(), line.arguments()));
-  EXPECT_FALSE(options.shouldAsk);
+  EXPECT_EQ(options.asking, PLDevAgentAsking::never);
   EXPECT_FALSE(options.email);
   EXPECT_EQ(options.replyDelayMilliseconds, 150);
   EXPECT_EQ(options.authorizationCode, "abc");
   EXPECT_EQ(options.apiVersion, "7");
+}
+
+TEST(DevAgentOptions, TakeTheLastWordOnAsking) {
+  const CommandLine line{"serve", "--should-ask", "no", "--always-ask", "--state", "file"};
+  PLDevAgentOptions options;
+  EXPECT_FALSE(options.parse(line.count(), line.arguments()));
+  EXPECT_EQ(options.asking, PLDevAgentAsking::always);
+  EXPECT_EQ(options.stateFile, "file");
 }
 
 TEST(DevAgentOptions, KeepFaultsBySelector) {

@@ -186,7 +186,7 @@ test('a second question while the window is up brings no second window and no se
 
 test('the question can be asked again after each answer', async (t) => {
   const session = makeSession(t);
-  const agent = await Agent.start(t, session);
+  const agent = await Agent.start(t, session, '--always-ask');
   const app = host(t, session, `
     let left = 3;
     const ask = () => pellmar.PLAskUserToShareEmail((answer) => {

@@ -648,7 +648,7 @@ const windows = [
     fault: 'callback asks again', call: 'ask(), Return, Escape', within: soon,
     expected: 'callback(1), callback(2)',
     async run(row) {
-      const { caller } = await row.startWindow({ ask: 'ask(() => ask())' });
+      const { caller } = await row.startWindow({ agent: ['--always-ask'], ask: 'ask(() => ask())' });
       const first = await answer(row, caller);
       await row.display.focused(application);
       const second = await answer(row, caller, 'Escape');

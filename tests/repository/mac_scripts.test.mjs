@@ -197,6 +197,8 @@ describe('scripts/agent on a Mac', () => {
       path.join(mac.tree, 'build/Release/pellmar-dev-agent'), 'serve', '--email',
       '&lt;"Jane" &amp; Joe&gt;', '--should-ask', 'no']);
     assert.match(plist, /<key>MachServices<\/key><dict><key>com\.pellmar\.ProvisioningService<\/key><true\/>/);
+    // A --state FILE is looked for where the script was called.
+    assert.ok(plist.includes(`<key>WorkingDirectory</key><string>${process.cwd()}</string>`));
     // It runs with these options: a client is answered, and the lines come through.
     const client = spawnSync(process.execPath,
       ['-p', `require(${JSON.stringify(root)}).PLGetLastUserEmailSharingResponse()`],

@@ -123,6 +123,7 @@ fs.rmSync(temporary, { recursive: true, force: true });
 if (interruption) process.exit(1);
 
 const answer = appLines.seen.find(({ event }) => event === 'answered')?.detail;
+const known = appLines.seen.find(({ event }) => event === 'known now')?.detail;
 const requests = agentLines.seen.filter(({ event }) => event === 'request');
 const requestsOf = (method) => requests.filter((request) => request.method === method);
 const problems = [
@@ -134,6 +135,7 @@ const problems = [
   [answer !== 1 && answer !== 2, 'the application got no answer'],
   [(answer === 1) !== (requestsOf('updateAllowedCustomerEmail:callback:').length === 1),
     'the agent and the application do not agree on the answer'],
+  [known !== answer, 'the answer is not what is known afterwards'],
 ].filter(([isProblem]) => isProblem).map(([, text]) => text);
 
 for (const problem of problems) tell('demo', problem);
