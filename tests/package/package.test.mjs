@@ -14,8 +14,9 @@ import { makeBundle, pack, root, run, skip, symbolsOf } from './tarball.mjs';
 const { version } = JSON.parse(fs.readFileSync(path.join(root, 'package.json'), 'utf8'));
 const content = [
   'CHANGELOG.md', 'README.md', 'client/Pellmar.h', 'docs/images/consent-window-dark.png',
-  'docs/images/consent-window.png', 'docs/integrating.md', 'docs/security.md', 'fake.d.ts', 'fake.js', 'index.d.ts', 'index.js', 'package.json',
-  'pellmar.node', 'promises.d.ts', 'promises.js', 'with-promises.js',
+  'docs/images/consent-window.png', 'docs/integrating.md', 'docs/security.md', 'fake.d.ts', 'fake.js', 'index.d.ts', 'index.js',
+  ...fs.readdirSync(path.join(root, 'languages')).map((language) => `languages/${language}/Pellmar.strings`),
+  'package.json', 'pellmar.node', 'promises.d.ts', 'promises.js', 'with-promises.js',
 ];
 
 describe('scripts/package', { skip }, () => {

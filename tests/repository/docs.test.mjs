@@ -32,15 +32,29 @@ test('the native example is the one that is compiled', () => {
   assert.deepEqual(shown, [read('docs/examples/ReportsAndCodes.m')]);
 });
 
-test('the translation has the keys that the window looks up, and their placeholders', () => {
-  const window = read('ui/AFXPermissionWindowController.mm');
-  const [shown] = blocks(integrating, '').map(table).filter(({ size }) => size > 0);
-  assert.equal(shown.size, 6);
-  for (const [key, value] of shown) {
-    assert.ok(window.replace(/"\s*@?"/g, '').includes(key), key);
-    assert.equal(placeholders(value), placeholders(key), key);
+test('each translation has the keys that the window looks up, and their placeholders', () => {
+  const window = read('ui/AFXPermissionWindowController.mm').replace(/"\s*@?"/g, '');
+  const languages = fs.readdirSync(path.join(root, 'languages'));
+  assert.equal(languages.length, 15);
+  for (const language of languages) {
+    const text = read(`languages/${language}/Pellmar.strings`);
+    const texts = table(text);
+    assert.equal(texts.size, 6, language);
+    assert.equal(text.match(/" = "/g).length, 6, language);
+    for (const [key, value] of texts) {
+      assert.ok(window.includes(`@"${key}"`), key);
+      assert.equal(placeholders(value), placeholders(key), `${language}: ${value}`);
+      assert.doesNotMatch(value, /['"]|\.\.\./, 'typewriter\'s characters');
+    }
   }
-  assert.deepEqual(shown, table(read('linux/host/German.lproj/Pellmar.strings')));
+  const [shown] = blocks(integrating, '').map(table).filter(({ size }) => size > 0);
+  assert.deepEqual(shown, table(read('languages/de.lproj/Pellmar.strings')));
+});
+
+test('each language has its pictures, which scripts/screenshots takes', () => {
+  const codes = fs.readdirSync(path.join(root, 'languages')).map((folder) => path.parse(folder).name);
+  assert.deepEqual(fs.readdirSync(path.join(root, 'docs/images/languages')).sort(),
+    codes.flatMap((code) => [`${code}-dark.png`, `${code}.png`]).sort());
 });
 
 test('the names that the document gives are those of the code', () => {

@@ -3,12 +3,13 @@
 //
 //   node tests/ui/screenshots.mjs FOLDER
 //
-// Each picture is taken with one and with two pixels a point.
+// Each picture is taken with one and with two pixels a point, those of the languages with one.
 
 import { execFile, spawn } from 'node:child_process';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
+import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 
 import { Agent, buildFolder, makeSession } from '../support/agent.mjs';
@@ -22,12 +23,18 @@ const longName =
   'The Extraordinarily Long-Winded and Thoroughly Comprehensive Document Editor for Professionals';
 const longAddress = 'maximiliane.hohenzollern-sigmaringen+newsletters@post.department.example.com';
 
+const languages = fs.readdirSync(fileURLToPath(new URL('../../languages', import.meta.url)))
+  .map((folder) => path.parse(folder).name);
 const contents = [
-  { name: '' },
-  { name: '-german', env: { LC_ALL: 'de_DE.UTF-8' } },
-  { name: '-right-to-left', args: ['-NSForceRightToLeftWritingDirection', 'YES'] },
-  { name: '-long-name', applicationName: longName },
-  { name: '-long-address', address: longAddress },
+  { name: 'consent-window' },
+  { name: 'consent-window-long-name', applicationName: longName },
+  { name: 'consent-window-long-address', address: longAddress },
+  ...languages.map((language) => ({
+    name: `languages/${language}`,
+    scales: [1],
+    env: { LC_ALL: `${language}.UTF-8` },
+    args: ['ar', 'he'].includes(language) ? ['-NSForceRightToLeftWritingDirection', 'YES'] : [],
+  })),
 ];
 
 /** What a test's context is to the helpers: the place to say what is to be done at the end. */
@@ -137,14 +144,14 @@ async function take(display, content, scale, look, file) {
 }
 
 const folder = process.argv[2];
-fs.mkdirSync(folder, { recursive: true });
+fs.mkdirSync(path.join(folder, 'languages'), { recursive: true });
 for (const scale of [1, 2]) {
   const t = new Context();
   try {
     const display = await startDesktop(t, scale);
-    for (const content of contents) {
+    for (const content of contents.filter(({ scales = [1, 2] }) => scales.includes(scale))) {
       for (const look of ['light', 'dark']) {
-        const name = `consent-window${content.name}${look === 'dark' ? '-dark' : ''}` +
+        const name = `${content.name}${look === 'dark' ? '-dark' : ''}` +
           `${scale === 2 ? '-2x' : ''}.png`;
         await take(display, content, scale, look, path.join(folder, name));
         console.log(path.join(folder, name));
