@@ -3,13 +3,10 @@
 // constants) is read from the slice's bytes at the places they name.
 
 import { execFileSync, spawnSync } from 'node:child_process';
-import { createHash } from 'node:crypto';
 import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
 
-// Apple's <kern/cs_blobs.h>.
-const CODE_DIRECTORY_MAGIC = 0xfade0c02;
-const SHA256_HASH_TYPE = 2;
+import { CodeSignature } from '../../doctor/code_signature.mjs';
 
 /** The command of an LLVM tool: Debian's versioned name, the plain name, or the one of Xcode. */
 function findTool(name) {
@@ -263,39 +260,6 @@ export class Slice {
   /** Faults of the slice's signature: none when every page has the digest that was signed. */
   signatureFaults() {
     const [offset] = this.commandFields(['LC_CODE_SIGNATURE'], 'dataoff').map(Number);
-    if (offset === undefined) {
-      return ['no signature'];
-    }
-    const superBlob = this.bytes.subarray(offset);
-    // Everything in a signature is big-endian.
-    const count = superBlob.readUInt32BE(8);
-    for (let index = 0; index < count; index++) {
-      const directory = superBlob.subarray(superBlob.readUInt32BE(12 + index * 8 + 4));
-      if (directory.readUInt32BE(0) === CODE_DIRECTORY_MAGIC) {
-        return this.#pageFaults(directory);
-      }
-    }
-    return ['no code directory'];
-  }
-
-  #pageFaults(directory) {
-    const digests = directory.readUInt32BE(16);
-    const pageCount = directory.readUInt32BE(28);
-    const signedLength = directory.readUInt32BE(32);
-    const digestSize = directory.readUInt8(36);
-    const pageSize = 2 ** directory.readUInt8(39);
-    const faults = [];
-    if (directory.readUInt8(37) !== SHA256_HASH_TYPE) {
-      return ['digests are not SHA-256'];
-    }
-    for (let page = 0; page < pageCount; page++) {
-      const end = Math.min((page + 1) * pageSize, signedLength);
-      const digest = createHash('sha256').update(this.bytes.subarray(page * pageSize, end)).digest();
-      const signed = directory.subarray(digests + page * digestSize, digests + (page + 1) * digestSize);
-      if (!digest.equals(signed)) {
-        faults.push(`page ${page} differs from what was signed`);
-      }
-    }
-    return faults;
+    return offset === undefined ? ['no signature'] : new CodeSignature(this.bytes, offset).faults();
   }
 }

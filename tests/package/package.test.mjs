@@ -9,12 +9,13 @@ import { before, describe, test } from 'node:test';
 
 import { buildFolder, makeSession } from '../support/agent.mjs';
 import { sanitizerEnvironment } from '../support/sanitizer.mjs';
-import { makeBundle, pack, root, run, skip, symbolsOf } from './tarball.mjs';
+import { makeBundle, makeTarball, pack, root, run, skip, symbolsOf } from './tarball.mjs';
 
 const { version } = JSON.parse(fs.readFileSync(path.join(root, 'package.json'), 'utf8'));
 const content = [
   'CHANGELOG.md', 'README.md', 'client/Pellmar.h', 'docs/images/consent-window-dark.png',
-  'docs/images/consent-window.png', 'docs/integrating.md', 'docs/security.md', 'fake.d.ts', 'fake.js', 'index.d.ts', 'index.js',
+  'docs/images/consent-window.png', 'docs/integrating.md', 'docs/security.md', 'doctor/main.mjs', 'fake.d.ts', 'fake.js',
+  'index.d.ts', 'index.js',
   ...fs.readdirSync(path.join(root, 'languages')).map((language) => `languages/${language}/Pellmar.strings`),
   'package.json', 'pellmar.node', 'promises.d.ts', 'promises.js', 'with-promises.js',
 ];
@@ -72,7 +73,21 @@ describe('scripts/package', { skip }, () => {
     makeBundle(session);
     const { status, stderr } = pack(session, '--bundle', path.join(session.folder, 'arm64'));
     assert.equal(status, 1);
-    assert.match(stderr, /cannot be read as a universal bundle/);
+    assert.match(stderr, /not a bundle of both slices for module version 85, but:\narm64 85/);
+  });
+
+  test('brings a program that needs no other package', (t) => {
+    const session = makeSession(t);
+    run('tar', ['-xzf', makeTarball(session), '-C', session.folder]);
+    const packed = path.join(session.folder, 'package');
+    const { bin } = JSON.parse(fs.readFileSync(path.join(packed, 'package.json'), 'utf8'));
+    const application = path.join(session.folder, 'Editor.app/Contents');
+    fs.mkdirSync(application, { recursive: true });
+    fs.writeFileSync(path.join(application, 'Info.plist'), '<plist><dict></dict></plist>');
+    const { status, stdout, stderr } = spawnSync(path.join(packed, bin.pellmar),
+      ['doctor', path.dirname(application)], { encoding: 'utf8' });
+    assert.deepEqual([status, stderr], [1, '']);
+    assert.match(stdout, /^wrong the client is not in the application/);
   });
 
   test('refuses what is no bundle for macOS, and what is not there', (t) => {

@@ -22,7 +22,7 @@ describe('scripts/release', { skip: skip || (!hasSbom && 'this npm has no sbom')
     process.on('exit', () => fs.rmSync(session.folder, { recursive: true }));
     tree = path.join(session.folder, 'tree');
     const files = execFileSync('git', ['ls-files', '-z', '-co', '--exclude-standard', '--', '*.js', '*.d.ts', '*.md',
-      'package*.json', '.gitignore', 'scripts', 'client/Pellmar.h', 'docs', 'tests/bundle'],
+      'package*.json', '.gitignore', 'scripts', 'client/Pellmar.h', 'doctor', 'docs', 'languages', 'tests/bundle'],
     { cwd: root, encoding: 'utf8' }).split('\0').filter((file) => fs.existsSync(path.join(root, file || '?')));
     for (const file of files) fs.cpSync(path.join(root, file), path.join(tree, file));
     fs.symlinkSync(path.join(root, 'node_modules'), path.join(tree, 'node_modules'));
@@ -120,7 +120,10 @@ describe('scripts/release', { skip: skip || (!hasSbom && 'this npm has no sbom')
     const inside = JSON.parse(fs.readFileSync(path.join(out, `pellmar-${version}.cdx.json`), 'utf8'));
     assert.equal(inside.bomFormat, 'CycloneDX');
     assert.deepEqual([inside.metadata.component.name, inside.metadata.component.version], ['pellmar', version]);
-    assert.deepEqual(inside.components.map((component) => component['bom-ref']), [`nan@${devDependencies.nan}`]);
+    const refs = inside.components.map((component) => component['bom-ref']);
+    for (const name of ['nan', 'plist', 'bplist-parser']) assert.ok(refs.includes(`${name}@${devDependencies[name]}`), name);
+    assert.deepEqual(inside.components.map(({ name }) => name).sort(),
+      ['@xmldom/xmldom', 'big-integer', 'bplist-parser', 'nan', 'plist', 'xmlbuilder']);
 
     const notes = fs.readFileSync(path.join(out, 'NOTES.md'), 'utf8');
     const log = fs.readFileSync(path.join(root, 'CHANGELOG.md'), 'utf8');
