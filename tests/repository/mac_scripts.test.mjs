@@ -137,7 +137,7 @@ test('the scripts keep to the bash of a Mac, which is 3.2', () => {
     /\b(mapfile|readarray|coproc)\b/, /\b(declare|local|typeset) -\w*[Angu]/, /\bwait -n\b/, /\[\[ -v /,
     /\$\{\w+(\[[@*]\])?(\^|,|@)/, /&>>|\|&|;&|;;&/, /\$\{?(EPOCH|BASHPID)/, /%\([^)]*\)T/,
   ].map(({ source }) => source).join('|'));
-  for (const name of ['agent', 'build', 'demo', 'electron', 'electron-headers', 'setup', 'test', 'test-electron']) {
+  for (const name of ['agent', 'build', 'demo', 'electron', 'electron-headers', 'example', 'setup', 'test', 'test-electron']) {
     const script = fs.readFileSync(path.join(root, 'scripts', name), 'utf8');
     assert.doesNotMatch(script, later, name);
   }
