@@ -30,15 +30,16 @@ static const uint64_t sEventsPerCheck = 256;
 
 - (void)reportUsageEvent:(NSString *)event eventInfo:(NSDictionary *)eventInfo {
   pthread_mutex_lock(&_mutex);
-  if (![self isReadyForEvent]) {
+  if (_connection == nil) {
+    [self openConnectionUnlessTooEarly];
+  }
+  if (_connection == nil || _sent - _taken >= sMostOutstanding) {
     pthread_mutex_unlock(&_mutex);
     return;
   }
   id<AFXProvisioningService> service = [_service retain];
-  // The first of a connection is one of them: its reply says that there is an agent.
-  NSXPCConnection *checked = _sent % sEventsPerCheck == 0 ? [_connection retain] : nil;
-  const uint64_t count = ++_sent;
-  const uint64_t generation = _generation;
+  // The first event of a connection is one of them: the reply says that there is an agent.
+  const BOOL isChecked = _sent++ % sEventsPerCheck == 0;
   pthread_mutex_unlock(&_mutex);
 
   @try {
@@ -47,25 +48,32 @@ static const uint64_t sEventsPerCheck = 256;
     // The connection raises for what cannot be sent, such as an application's own objects.
   }
   [service release];
-  if (checked) {
-    id<AFXProvisioningService> checker = [checked remoteObjectProxyWithErrorHandler:^(NSError *) {
-      [self dropConnectionOfGeneration:generation];
-    }];
-    [checker checkConnectionWithCallback:^(BOOL) {
-      [self noteTaken:count ofGeneration:generation];
-    }];
-    [checked release];
+  if (isChecked) {
+    [self checkConnection];
   }
 }
 
-/// Whether an event can be sent now; opens a connection if it is time for one. Call with the mutex
-/// held.
-- (BOOL)isReadyForEvent {
-  if (_connection) {
-    return _sent - _taken < sMostOutstanding;
-  }
+/// Has the agent acknowledge what has been sent so far.
+- (void)checkConnection {
+  pthread_mutex_lock(&_mutex);
+  NSXPCConnection *connection = [_connection retain];
+  const uint64_t count = _sent;
+  const uint64_t generation = _generation;
+  pthread_mutex_unlock(&_mutex);
+
+  id<AFXProvisioningService> service = [connection remoteObjectProxyWithErrorHandler:^(NSError *) {
+    [self dropConnectionOfGeneration:generation];
+  }];
+  [service checkConnectionWithCallback:^(BOOL) {
+    [self noteTaken:count ofGeneration:generation];
+  }];
+  [connection release];
+}
+
+/// Opens a connection, but not before the retry delay is over. Call with the mutex held.
+- (void)openConnectionUnlessTooEarly {
   if (_retryTime && dispatch_time(DISPATCH_TIME_NOW, 0) < _retryTime) {
-    return NO;
+    return;
   }
   const uint64_t generation = ++_generation;
   _sent = 0;
@@ -74,7 +82,6 @@ static const uint64_t sEventsPerCheck = 256;
     [self dropConnectionOfGeneration:generation];
   });
   _service = [[_connection remoteObjectProxy] retain];
-  return YES;
 }
 
 - (void)noteTaken:(uint64_t)count ofGeneration:(uint64_t)generation {
