@@ -1,285 +1,288 @@
-// Measures what the module exists for beside floors of its own, and prints a table. Started by
-// scripts/bench: run.mjs BUILD [--json FILE] [--plots DIR].
+// Counts what the product costs, measures what the customer feels beside floors of the same run, and prints a
+// table. Started by scripts/bench: run.mjs [--json FILE] [--plots DIR] [--record].
 
-import { execFile, spawn } from 'node:child_process';
-import { once } from 'node:events';
+import { execFile } from 'node:child_process';
 import fs from 'node:fs';
+import os from 'node:os';
 import path from 'node:path';
-import { createInterface } from 'node:readline';
+import { setTimeout as delay } from 'node:timers/promises';
 import { fileURLToPath } from 'node:url';
 import { parseArgs, promisify } from 'node:util';
 
-import { Agent, makeSession } from '../tests/support/agent.mjs';
 import { runHost, startDisplay } from '../tests/support/display.mjs';
-import { plot } from './plot.mjs';
+import { buildFolder as build } from '../tests/support/agent.mjs';
+import { figuresOf } from '../tests/bundle/figures.mjs';
+import { costOfCalls } from './callgrind.mjs';
+import { drawGrowth } from './growth.mjs';
+import { repeat, Scope } from './processes.mjs';
+import { median, Table } from './table.mjs';
 
 const run = promisify(execFile);
 const here = path.dirname(fileURLToPath(import.meta.url));
-const { values: options, positionals: [build] } = parseArgs({
-  allowPositionals: true,
-  options: { json: { type: 'string' }, plots: { type: 'string' } },
+const { values: options } = parseArgs({
+  options: { json: { type: 'string' }, plots: { type: 'string' }, record: { type: 'boolean' } },
+});
+try {
+  // What else the machine does is to disturb the less: all processes started from here on inherit it.
+  os.setPriority(-15);
+} catch {
+  // Only root may.
+}
+const event = 'reportUsageEvent:eventInfo:';
+const recordFile = path.join(here, 'recorded.json');
+const table = new Table(JSON.parse(fs.readFileSync(recordFile, 'utf8')));
+
+// --- The product's own cost --------------------------------------------------------------------------
+
+const valgrind = (folder) => ['valgrind', '--tool=callgrind', '--instr-atstart=no',
+  `--callgrind-out-file=${folder}/out`];
+
+/** The desktop host's surroundings. */
+const desktop = { PELLMAR_BUILD_DIR: build, PELLMAR_APPEARANCE: 'light', LC_ALL: 'C.UTF-8' };
+
+/** Runs a program under callgrind; gives the costs of what it counts. */
+const count = (answer, start) => Scope.run(async (scope) => {
+  const folder = path.join(scope.session.folder, 'counts');
+  fs.mkdirSync(folder);
+  await scope.agent('--should-ask', answer);
+  await start(scope, valgrind(folder), path.join(folder, 'methods'));
+  return costOfCalls(folder, fs.realpathSync(`${build}/pellmar.node`));
 });
 
-// --- Measuring ---------------------------------------------------------------------------------------
+const countCalls = () => count('no', (scope, [command, ...args], methods) =>
+  run(command, [...args, process.execPath, path.join(here, 'counted.js'), build, methods], { env: scope.env }));
 
-const sorted = (values) => [...values].sort((a, b) => a - b);
-const median = (values) => sorted(values)[values.length >> 1];
-const least = (values) => Math.min(...values);
-const greatest = (values) => Math.max(...values);
+const countWindow = () => count('yes', async (scope, [command, ...args], methods) => {
+  const display = await startDisplay();
+  scope.after(() => display.stop());
+  const host = `${build}/Pellmar Demo.app`;
+  await run(command, [...args, `${host}/Pellmar Demo`, `${host}/Resources/main.js`, path.join(here, 'windows.js'),
+    build, 'count', methods], { env: { ...scope.env, ...display.env, ...desktop } });
+});
 
-/** What is to be undone at the end of one measurement. */
-class Scope {
-  #ends = [];
-
-  after(end) {
-    this.#ends.unshift(end);
-  }
-
-  async close() {
-    for (const end of this.#ends) await end();
-  }
-}
-
-async function within(work) {
-  const scope = new Scope();
-  try {
-    return await work(scope, makeSession(scope));
-  } finally {
-    await scope.close();
-  }
-}
-
-/** Starts the benchmarks' own agent and waits until it can be reached. */
-async function startPeer(scope, session, ...args) {
-  const child = spawn(`${build}/bench/bench_peer`, [session.folder, ...args], {
-    env: { ...process.env, ...session.env },
-    stdio: ['pipe', 'pipe', 'inherit'],
+/** What events 20 ms apart cost each: of the process alone, and what comes to the agent. */
+function measureSpaced(what, hasAgent) {
+  // All of them between two checks of the connection, of which the second comes with the 257th event.
+  const rounds = 80;
+  // Other threads of the engine would be woken up at any time.
+  const script = [process.execPath, '--single-threaded', path.join(here, 'steady.js'), build, what, String(rounds)];
+  return Scope.run(async (scope) => {
+    const trace = path.join(scope.session.folder, 'trace');
+    const agent = hasAgent && await scope.agent();
+    const traced = run('strace', ['-f', '-qq', '-o', trace, ...script], { env: scope.env });
+    const [{ stdout }] = await Promise.all([
+      Scope.run(async (other) => {
+        if (hasAgent) await other.agent();
+        return run(script[0], script.slice(1), { env: other.env });
+      }), traced]);
+    const calls = (times, pattern) => {
+      const text = fs.readFileSync(trace, 'utf8').split(`/rounds-${times}"`)[1].split('/rounds-end"')[0];
+      return text.split('\n').slice(1, -1).filter((line) => !/resumed>/.test(line) && pattern.test(line)).length;
+    };
+    const isConnection = /^\d+ +connect\(/;
+    const each = (pattern) => (calls(2 * rounds, pattern) - calls(rounds, pattern)) / rounds;
+    const connections = calls(rounds, isConnection) + calls(2 * rounds, isConnection);
+    const { wakeUps, seconds } = JSON.parse(stdout);
+    return {
+      'system calls': each(/^/),
+      'connections opened a second': connections / seconds,
+      'wake-ups': wakeUps,
+      'messages to the agent': hasAgent ? agent.requests.length / (3 * rounds + 10) : 0,
+    };
   });
-  scope.after(async () => {
-    const end = once(child, 'exit');
-    child.kill('SIGCONT');
-    child.stdin.end();
-    await end;
-  });
-  await once(createInterface({ input: child.stdout }), 'line');
-  return child;
 }
 
-async function script(session, file, args, flags = []) {
-  const { stdout } = await run(process.execPath, [...flags, path.join(here, file), ...args.map(String)], {
-    env: { ...process.env, ...session.env },
-    timeout: 120_000,
-  });
-  return JSON.parse(stdout);
-}
-
-/** The calls of a script while the agent is in one of four states. */
-const states = {
-  up: (scope, session) => startPeer(scope, session),
-  absent: () => {},
-  hung: (scope, session) => Agent.start(scope, session, '--hang', 'reportUsageEvent:eventInfo:'),
-  stopped: async (scope, session) => (await startPeer(scope, session)).kill('SIGSTOP'),
+const names = {
+  event: 'an event', events: '256 events', scriptEvent: 'an event of a script', question: 'a question',
+  code: 'a code', notes: 'release notes', relay: 'the relay on and off', window: 'the window, shown and answered',
 };
+const goals = { 'an event: instructions': 120, 'an event: messages': 8 };
 
-function measureCalls() {
-  return within(async (scope) => {
-    const scripts = {};
-    for (const [state, start] of Object.entries(states)) {
-      const session = makeSession(scope);
-      await start(scope, session);
-      const child = spawn(process.execPath,
-        [path.join(here, 'calls.js'), build, 500, ...(state === 'up' ? ['drain'] : [])],
-        { env: { ...process.env, ...session.env }, stdio: ['pipe', 'pipe', 'inherit'] });
-      scope.after(() => child.kill());
-      const lines = createInterface({ input: child.stdout })[Symbol.asyncIterator]();
-      scripts[state] = async () => {
-        child.stdin.write('\n');
-        return JSON.parse((await lines.next()).value);
-      };
+async function countAll() {
+  const [calls, window, timer, present, absent] = await Promise.all([countCalls(), countWindow(),
+    measureSpaced('timer', false), measureSpaced('event', true), measureSpaced('event', false)]);
+  table.group("The product's own cost");
+  for (const [key, name] of Object.entries(names)) {
+    for (const [kind, amount] of Object.entries({ ...calls, ...window }[key])) {
+      table.counted(`${name}: ${kind}`, amount, { most: goals[`${name}: ${kind}`] });
     }
-    // The states are interleaved, a few milliseconds each: the machine is faster or slower for some tens.
-    const all = Object.fromEntries(Object.keys(states).map((state) => [state, {}]));
-    for (let round = 0; round < 200; round++) {
-      for (const [state, measure] of Object.entries(scripts)) {
-        for (const [key, value] of Object.entries(await measure())) (all[state][key] ??= []).push(value);
-      }
+  }
+  for (const [state, found] of Object.entries({ up: present, absent })) {
+    for (const [kind, amount] of Object.entries(found)) {
+      const name = `an event every 20 ms, agent ${state}: ${kind}`;
+      // Attempts to connect come by the clock, and their threads do not meet in the same way each time.
+      if (state === 'up' || /messages/.test(kind)) table.counted(name, amount, { floor: timer[kind] });
+      else if (/connections/.test(kind)) table.limit(name, amount, 4);
+      else table.told(name, amount, timer[kind]);
     }
-    return all;
-  });
+  }
 }
 
-/** Google Benchmark's results as lists of nanoseconds, by name. */
-function measureConnection() {
-  return within(async (scope, session) => {
-    await startPeer(scope, session);
-    const { stdout } = await run(`${build}/bench/connection_benchmark`, [
-      // Short ones, interleaved: what else the machine does changes every few milliseconds.
-      '--benchmark_format=json', '--benchmark_repetitions=60', '--benchmark_min_time=0.005',
-      '--benchmark_enable_random_interleaving=true',
-    ], { env: { ...process.env, ...session.env, PELLMAR_BENCH_FOLDER: session.folder },
-      timeout: 300_000, maxBuffer: 1 << 26 });
-    const times = {};
-    for (const { run_type, run_name, real_time, threads, items_per_second } of JSON.parse(stdout).benchmarks) {
-      if (run_type !== 'iteration') continue;
-      const name = run_name.replace(/\/(real_time|iterations:\d+)/g, '');
-      // A time per thread is divided by the threads there.
-      (times[name] ??= []).push(items_per_second ? 1e9 / items_per_second : real_time * threads);
-    }
-    return times;
+// --- What the customer feels -------------------------------------------------------------------------
+
+/** What ten seconds of calls cost while the agent hangs. */
+const measureHung = () => Scope.run(async (scope) => {
+  const agent = await scope.agent();
+  const process = await scope.process();
+  await agent.suspend();
+  return process('hung()');
+});
+
+async function measureFirst() {
+  const first = await repeat(16, () => Scope.run(async (scope) => {
+    await scope.quietAgent('--should-ask', 'no');
+    return (await scope.process())('first()');
+  }));
+  table.ratio('the first question of a process, ms', first.question, first.floorQuestion, 2);
+  table.ratio('the first event of a process, ms', first.event, first.floorEvent, 2);
+}
+
+const measureQuestions = () => Scope.run(async (scope) => {
+  await scope.quietAgent('--should-ask', 'no');
+  const process = await scope.process();
+  await process('connect()');
+  const call = await repeat(20, () => process('calls()'));
+  table.ratio('a function that asks nobody, ms', call.ours, call.floor, 1.2);
+  const question = await repeat(200, () => process('question()'));
+  table.ratio('a question, ms', question.ours, question.floor, 2);
+  const behind = await repeat(15, () => process('behind(100_000)'));
+  table.ratio('a question behind 100,000 events, ms', behind.ours, behind.floor, 2);
+
+  const hung = await Scope.run(async (other) => {
+    const agent = await other.agent('--should-ask', 'no', '--hang', event);
+    const hungProcess = await other.process();
+    await hungProcess('connect()');
+    await hungProcess('report(1)');
+    await agent.waitFor(event);
+    return repeat(100, async () => ({
+      ours: (await hungProcess('question()')).ours, floor: (await process('question()')).ours }));
   });
+  table.ratio('a question behind a hung event method, ms', hung.ours, hung.floor, 2);
+});
+
+const measureAbsent = () => Scope.run(async (scope) => {
+  const process = await scope.process();
+  const times = await repeat(50, async () => ({ ours: await process('absent()') }));
+  table.limit('a question without an agent, ms', median(times.ours), 5);
+});
+
+const measureSpacedTimes = () => Scope.run(async (scope) => {
+  await scope.quietAgent();
+  const present = await scope.process();
+  await present('connect()');
+  const absent = await Scope.run(async (other) => {
+    const process = await other.process();
+    // Both at once: what slows one slows the other.
+    const [ours, floor] = await Promise.all([repeat(8, () => process('spaced(52, false)')),
+      repeat(8, () => present('spaced(52, true)'))]);
+    table.ratio('an event every 20 ms, ms', floor.ours, floor.floor, 2);
+    return [ours.ours, floor.ours];
+  });
+  table.ratio('  without an agent, ms', ...absent, 2);
+});
+
+const sizes = { '20 B': 20, '1 KiB': 1 << 10, '64 KiB': 1 << 16, '1 MiB': 1 << 20 };
+
+const measureSizes = () => Scope.run(async (scope) => {
+  await scope.quietAgent();
+  const process = await scope.process();
+  await process('connect()');
+  const found = {};
+  for (const [name, size] of Object.entries(sizes)) {
+    const rounds = await repeat(size < 1 << 20 ? 40 : 8, () => process(`size(${size})`));
+    table.ratio(`the longest of 5 events of ${name}, ms`, rounds.ours, rounds.floor, 2);
+    found[name] = rounds;
+  }
+  return found;
+});
+
+/** The most events that an agent gets and the memory in MiB, when `send` is called while it is stopped. */
+const measureStopped = (warmUp, send) => Scope.run(async (scope) => {
+  const agent = await scope.agent();
+  const process = await scope.process();
+  await process(warmUp);
+  // The client has the last of these acknowledged.
+  await agent.waitFor(event, 2049);
+  await delay(500);
+  await agent.suspend();
+  const before = await process('memory()');
+  await process(send);
+  const memory = await process('memory()') - before;
+  agent.process.kill('SIGCONT');
+  for (let heard = 0; heard < agent.requests.length; await delay(1000)) heard = agent.requests.length;
+  return { memory, events: agent.requestsOf(event).length - 2049 };
+});
+
+async function measureWindows() {
+  const kinds = ['empty', 'plain', 'consent'];
+  const rounds = await repeat(5, () => Scope.run(async (scope) => {
+    await scope.agent();
+    const display = await startDisplay({ windowManager: false });
+    scope.after(() => display.stop());
+    const shown = {};
+    for (const kind of kinds) {
+      const host = runHost(path.join(here, 'windows.js'),
+        { display, args: [build, kind, kind === 'consent' ? 10 : 0], env: { ...scope.session.env, ...desktop } });
+      scope.after(() => host.stop());
+      shown[kind] = await host.next(60_000);
+    }
+    return shown;
+  }));
+  const first = (kind) => rounds[kind].map(({ first: { shown } }) => shown);
+  const later = (kind, what) => rounds.consent.flatMap((round) => round[kind].map((one) => one[what]));
+  table.ratio('the first window of a process, ms', first('consent'), first('plain'), 2);
+  table.ratio('  against an empty one, ms', first('consent'), first('empty'));
+  table.ratio('a later window, ms', later('consent', 'shown'), later('plain', 'shown'), 2);
+  table.ratio('  against an empty one, ms', later('consent', 'shown'), later('empty', 'shown'));
+  table.ratio('a click, ms', later('consent', 'clicked'), later('plain', 'clicked'), 4);
 }
 
 async function measureLoad() {
-  const modules = { ours: `${build}/pellmar.node`, empty: `${build}/bench/bench_empty.node` };
-  const all = { ours: [], empty: [] };
-  // A process takes half again as long when the machine is busy, so there are many, first one and
-  // then the other module's.
-  for (let turn = 0; turn < 120; turn++) {
-    const order = Object.entries(modules);
-    for (const [key, file] of turn % 2 ? order.reverse() : order) {
-      // Has the system forget what it has read of the file.
-      await run('dd', [`if=${file}`, 'iflag=nocache', 'count=0']);
-      const load = () => within((_, session) => script(session, 'load.js', [file]));
-      const cold = await load();
-      all[key].push({ ...(await load()), cold: cold.time });
-    }
-  }
-  return all;
+  const script = `
+    const { execPath, hrtime, memoryUsage } = process;
+    const count = () => ['task', 'fd'].reduce((n, folder) => n + fs.readdirSync('/proc/self/' + folder).length, 0);
+    count();
+    const before = [count(), memoryUsage.rss(), hrtime.bigint()];
+    require(process.argv[1]);
+    const time = Number(hrtime.bigint() - before[2]) / 1e6;
+    console.log(JSON.stringify({ time, memory: (memoryUsage.rss() - before[1]) / 2 ** 20, added: count() - before[0] }))`;
+  const load = (file) => Scope.run(async ({ env }) =>
+    JSON.parse((await run(process.execPath, ['-e', script, file], { env })).stdout));
+  const loads = await repeat(12, async () => ({
+    ours: await load(`${build}/pellmar.node`), floor: await load(`${build}/bench/bench_empty.node`) }));
+  const [ours, floor] = [loads.ours, loads.floor].map((list) => (what) => list.map((one) => one[what]));
+  table.ratio('require, ms', ours('time'), floor('time'), 1.2);
+  table.limit('  threads and descriptors added', Math.max(...ours('added')), 0);
+  table.limit('  memory added, MiB', median(ours('memory')), 1, median(floor('memory')));
 }
 
-const measureMemory = () => within(async (scope, session) => {
-  await startPeer(scope, session);
-  return script(session, 'memory.js', [build], ['--expose-gc']);
-});
+// --- All of it ---------------------------------------------------------------------------------------
 
-const measureAbsent = () => within((_, session) => script(session, 'request.js', [build, 50]));
+// Counts are the same on a busy machine, and a call that hangs takes its time on an idle one.
+const [hung] = await Promise.all([measureHung(), countAll()]);
+table.group('What the customer feels');
+await measureFirst();
+await measureQuestions();
+await measureAbsent();
+table.limit('all calls of 10 s to an agent that hangs, ms', hung, 2200);
+await measureSpacedTimes();
+const bySize = await measureSizes();
+const stopped = await measureStopped('report(2049)', 'report(3_000_000)');
+table.limit('events outstanding after 3,000,000 to a stopped agent', stopped.events, 4096);
+const bare = await measureStopped('connect(); sendBare(2049)', 'sendBare(4096)');
+table.limit('  memory that they take, MiB', stopped.memory, 4, bare.memory);
+await measureWindows();
+await measureLoad();
 
-const measureDesktop = () => within(async (scope, session) => {
-  await startPeer(scope, session, '--should-ask');
-  const display = await startDisplay();
-  scope.after(() => display.stop());
-  const host = runHost(path.join(here, 'desktop.js'), {
-    display, args: [build, '80'],
-    env: { ...session.env, PELLMAR_BUILD_DIR: build, PELLMAR_APPEARANCE: 'light' },
-  });
-  scope.after(() => host.stop());
-  return host.next(120_000);
-});
-
-// --- Rows ----------------------------------------------------------------------------------------------
-
-const rows = [];
-
-/**
- * The median of each round's own ratio: on a machine that has two speeds, the medians of ours and of the
- * floor would each jump from one to the other.
- */
-const ratioOf = (ours, floor) => median(ours.map((value, round) => value / floor[round]));
-
-/** A row whose goal is a multiple of the floor, and perhaps more: `also(ours, floor)`. */
-function addRatio(name, unit, ours, floor, most, also = () => true, alsoText = '') {
-  const row = {
-    name, unit,
-    ours: median(ours), oursLeast: least(ours), floor: median(floor), floorLeast: least(floor),
-    goal: `≤ ${most} ×${alsoText}`,
-  };
-  row.ratio = ratioOf(ours, floor);
-  row.held = row.ratio <= most && also(row.ours, row.floor);
-  rows.push(row);
+const bundle = path.join(here, '../build/macos/pellmar.node');
+if (fs.existsSync(bundle)) {
+  table.group('The file for a Mac');
+  for (const [name, figure] of Object.entries(figuresOf(bundle))) table.counted(name, figure);
 }
 
-/** A row whose goal is a number of its own. */
-function addLimit(name, unit, ours, most, floor) {
-  const row = {
-    name, unit, ours: median(ours), oursLeast: least(ours),
-    floor: floor && median(floor), floorLeast: floor && least(floor), ratio: null,
-    goal: floor ? `≤ ${most} ${unit} more` : `≤ ${most} ${unit}`,
-  };
-  row.held = row.ours - (row.floor ?? 0) <= most;
-  rows.push(row);
-}
-
-/** A row that only tells. */
-function addNote(name, unit, ours) {
-  rows.push({ name, unit, ours: median(ours), oursLeast: least(ours), ratio: null, goal: '–', held: true });
-}
-
-const calls = await measureCalls();
-addRatio('PLCanShowReleaseNotesWindow()', 'ns', calls.up.canShow, calls.up.empty, 1.15);
-addRatio('PLReportUsageEvent(), agent up', 'ns', calls.up.event, calls.up.convert, 8,
-  (ours) => ours < 1000, ', < 1000 ns');
-for (const state of ['absent', 'hung', 'stopped']) {
-  addRatio(`PLReportUsageEvent(), agent ${state}`, 'ns', calls[state].event, calls.up.event, 1.3);
-  addLimit(`  longest of 100,000 calls, agent ${state}`, 'ms', [greatest(calls[state].longest)], 5);
-  addNote('  the machine stood still meanwhile', 'ms', [greatest(calls[state].standstill)]);
-}
-
-const connection = await measureConnection();
-const perSecond = (times) => times.map((nanoseconds) => 1e9 / nanoseconds);
-{
-  const ours = perSecond(connection['EventsOurs/20']);
-  const floor = perSecond(connection['EventsFloor/20']);
-  const row = {
-    name: 'usage events through to the agent', unit: '/s', goal: '≥ 0.5 ×',
-    ours: median(ours), oursLeast: least(ours), floor: median(floor), floorLeast: least(floor),
-  };
-  row.ratio = ratioOf(ours, floor);
-  row.held = row.ratio >= 0.5;
-  rows.push(row);
-}
-const microseconds = (times) => times.map((nanoseconds) => nanoseconds / 1000);
-addRatio('PLGetLastUserEmailSharingResponse()', 'µs', microseconds(connection.RoundTripOurs),
-  microseconds(connection.RoundTripFloor), 1.5);
-addLimit('  the same without an agent', 'ms', await measureAbsent(), 5);
-
-const load = await measureLoad();
-const loads = (key, field) => load[key].map((one) => one[field]);
-addRatio('require, cold', 'ms', loads('ours', 'cold'), loads('empty', 'cold'), 1.1);
-addRatio('require, warm', 'ms', loads('ours', 'time'), loads('empty', 'time'), 1.1);
-addLimit('  threads and descriptors added by it', '',
-  load.ours.map((one) => one.threads + one.descriptors), 0);
-
-const desktop = await measureDesktop();
-addRatio('ask to window on screen', 'ms', desktop.window, desktop.empty, 2,
-  (ours, floor) => ours - floor <= 16, ', ≤ 16 ms more');
-addLimit('appearance switch', 'ms', desktop.switch, 8);
-// Hiding the window comes first, and is the toolkit's and the display's.
-const inMicroseconds = (times) => times.map((milliseconds) => milliseconds * 1000);
-addRatio('click to script callback, without orderOut:', 'µs',
-  inMicroseconds(desktop.click.map((time, i) => time - desktop.orderOut[i])),
-  inMicroseconds(desktop.block), 1.5);
-addNote('  its orderOut:', 'µs', inMicroseconds(desktop.orderOut));
-
-addLimit('resident memory added by require', 'MiB', loads('ours', 'resident'), 1,
-  loads('empty', 'resident'));
-const memory = await measureMemory();
-addLimit('resident memory after 1,000,000 events', 'MiB', [memory.after], 4, [memory.before]);
-
-// --- What comes of it ----------------------------------------------------------------------------------
-
-const number = (value) => value === undefined || value === null ? '–'
-  : value >= 1000 ? value.toFixed(0) : value.toPrecision(3);
-const lines = [
-  ['', 'ours (least)', 'floor (least)', 'ratio', 'goal', ''],
-  ...rows.map((row) => [
-    row.name,
-    `${number(row.ours)} ${row.unit} (${number(row.oursLeast)})`,
-    row.floor === undefined ? '–' : `${number(row.floor)} ${row.unit} (${number(row.floorLeast)})`,
-    row.ratio === null ? '–' : row.ratio.toFixed(2),
-    row.goal,
-    row.goal === '–' ? '' : row.held ? 'held' : 'MISSED',
-  ]),
-];
-const widths = lines[0].map((_, column) => Math.max(...lines.map((line) => line[column].length)));
-for (const line of lines) {
-  console.log(line.map((cell, column) => cell.padEnd(widths[column])).join('  ').trimEnd());
-}
-
-if (options.json) {
-  const kept = rows.map(({ name, unit, ours, floor, ratio, goal, held }) => ({
-    name: `${name.trim()}${unit && `, ${unit}`}`, ours, floor: floor ?? null, ratio, goal, held,
-  }));
-  fs.writeFileSync(options.json, `${JSON.stringify({ rows: kept }, null, 2)}\n`);
-}
-if (options.plots) await plot(options.plots, connection);
-process.exitCode = rows.every((row) => row.held) ? 0 : 1;
+console.log(String(table));
+const write = (file, value) => fs.writeFileSync(file, `${JSON.stringify(value, null, 2)}\n`);
+if (options.json) write(options.json, { rows: table.rows });
+if (options.record) write(recordFile, table.lowered());
+if (options.plots) await drawGrowth(build, options.plots, bySize);
+process.exitCode = table.rows.every(({ held }) => held !== false) ? 0 : 1;

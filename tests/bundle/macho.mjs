@@ -76,6 +76,7 @@ export class Slice {
         address: Number(field(head, 'vmaddr')),
         offset: Number(field(head, 'fileoff')),
         size: Number(field(head, 'filesize')),
+        memory: Number(field(head, 'vmsize')),
         maximumProtection: field(head, 'maxprot'),
         protection: field(head, 'initprot'),
         flags: field(head, 'flags'),
