@@ -36,21 +36,21 @@ const calls = {
   }],
 };
 
-/** Lets the threads of the connection come to rest. */
-const rest = () => Atomics.wait(new Int32Array(new SharedArrayBuffer(4)), 0, 0, 200);
-
 floors.watchReplies();
 // The first question has the connection checked before and behind it.
 pellmar.PLGetLastUserEmailSharingResponse();
 floors.awaitReply();
 floors.awaitReply();
+// After eight seconds the client looks whether there was an answer to the first.
+floors.rest(9000);
 floors.event(modulePath);
 floors.awaitReply();
 floors.start();
 for (const [name, [count, call]] of Object.entries(calls)) {
   const repeat = (times) => {
     for (let i = 0; i < times; i++) call(i);
-    rest();
+    // The threads of the connection come to rest.
+    floors.rest(200);
   };
   repeat(count);
   for (const times of [1, 2]) {

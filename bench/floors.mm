@@ -208,6 +208,11 @@ void AwaitReply(const Arguments &) {
   }
 }
 
+/// Sleeps for so many milliseconds.
+void Rest(const Arguments &info) {
+  usleep(static_cast<useconds_t>(info[0].As<v8::Number>()->Value() * 1000));
+}
+
 void Init(Local<Object> exports, Local<Value>, void *) {
   Isolate *isolate = Isolate::GetCurrent();
   Local<Context> context = isolate->GetCurrentContext();
@@ -225,7 +230,8 @@ void Init(Local<Object> exports, Local<Value>, void *) {
                    {"code", Code},
                    {"methods", Methods},
                    {"watchReplies", WatchReplies},
-                   {"awaitReply", AwaitReply}};
+                   {"awaitReply", AwaitReply},
+                   {"rest", Rest}};
   for (const auto &function : functions) {
     exports
         ->Set(
