@@ -34,31 +34,25 @@ const table = new Table(JSON.parse(fs.readFileSync(recordFile, 'utf8')));
 
 // --- The product's own cost --------------------------------------------------------------------------
 
-const valgrind = (folder) => ['valgrind', '--tool=callgrind', '--instr-atstart=no',
-  `--callgrind-out-file=${folder}/out`];
-
 /** The desktop host's surroundings. */
 const desktop = { PELLMAR_BUILD_DIR: build, PELLMAR_APPEARANCE: 'light', LC_ALL: 'C.UTF-8' };
 
-/** Runs a program under callgrind; gives the costs of what it counts. */
-const count = (answer, start) => Scope.run(async (scope) => {
+/** Runs a script under callgrind and gives the costs of what it counts. `answer`: whether to ask the customer. */
+const count = (answer, command, ...args) => Scope.run(async (scope) => {
   const folder = path.join(scope.session.folder, 'counts');
   fs.mkdirSync(folder);
   await scope.agent('--should-ask', answer);
-  await start(scope, valgrind(folder), path.join(folder, 'methods'));
+  const display = await startDisplay();
+  scope.after(() => display.stop());
+  await run('valgrind', ['--tool=callgrind', '--instr-atstart=no', `--callgrind-out-file=${folder}/out`, command,
+    ...args, `${folder}/methods`], { env: { ...scope.env, ...display.env, ...desktop } });
   return costOfCalls(folder, fs.realpathSync(`${build}/pellmar.node`));
 });
 
-const countCalls = () => count('no', (scope, [command, ...args], methods) =>
-  run(command, [...args, process.execPath, path.join(here, 'counted.js'), build, methods], { env: scope.env }));
-
-const countWindow = () => count('yes', async (scope, [command, ...args], methods) => {
-  const display = await startDisplay();
-  scope.after(() => display.stop());
-  const host = `${build}/Pellmar Demo.app`;
-  await run(command, [...args, `${host}/Pellmar Demo`, `${host}/Resources/main.js`, path.join(here, 'windows.js'),
-    build, 'count', methods], { env: { ...scope.env, ...display.env, ...desktop } });
-});
+const countCalls = () => count('no', process.execPath, path.join(here, 'counted.js'), build);
+const host = `${build}/Pellmar Demo.app`;
+const countWindow = () => count('yes', `${host}/Pellmar Demo`, `${host}/Resources/main.js`,
+  path.join(here, 'windows.js'), build, 'count');
 
 /** What events 20 ms apart cost each: of the process alone, and what comes to the agent. */
 function measureSpaced(what, hasAgent) {
@@ -70,11 +64,11 @@ function measureSpaced(what, hasAgent) {
     const trace = path.join(scope.session.folder, 'trace');
     const agent = hasAgent && await scope.agent();
     const traced = run('strace', ['-f', '-qq', '-o', trace, ...script], { env: scope.env });
-    const [{ stdout }] = await Promise.all([
-      Scope.run(async (other) => {
-        if (hasAgent) await other.agent();
-        return run(script[0], script.slice(1), { env: other.env });
-      }), traced]);
+    // Once more without a trace, whose stops would be wake-ups.
+    const printed = (await Promise.all([traced, Scope.run(async (other) => {
+      if (hasAgent) await other.agent();
+      return run(script[0], script.slice(1), { env: other.env });
+    })])).map(({ stdout }) => JSON.parse(stdout));
     const calls = (times, pattern) => {
       const text = fs.readFileSync(trace, 'utf8').split(`/rounds-${times}"`)[1].split('/rounds-end"')[0];
       return text.split('\n').slice(1, -1).filter((line) => !/resumed>/.test(line) && pattern.test(line)).length;
@@ -82,11 +76,10 @@ function measureSpaced(what, hasAgent) {
     const isConnection = /^\d+ +connect\(/;
     const each = (pattern) => (calls(2 * rounds, pattern) - calls(rounds, pattern)) / rounds;
     const connections = calls(rounds, isConnection) + calls(2 * rounds, isConnection);
-    const { wakeUps, seconds } = JSON.parse(stdout);
     return {
       'system calls': each(/^/),
-      'connections opened a second': connections / seconds,
-      'wake-ups': wakeUps,
+      'connections opened a second': connections / printed[0].seconds,
+      'wake-ups': printed[1].wakeUps,
       'messages to the agent': hasAgent ? agent.requests.length / (3 * rounds + 10) : 0,
     };
   });
@@ -215,12 +208,13 @@ const measureStopped = (warmUp, send) => Scope.run(async (scope) => {
 
 async function measureWindows() {
   const kinds = ['empty', 'plain', 'consent'];
-  const rounds = await repeat(9, (i) => Scope.run(async (scope) => {
+  const rounds = await repeat(12, (i) => Scope.run(async (scope) => {
     await scope.agent();
     const display = await startDisplay({ windowManager: false });
     scope.after(() => display.stop());
     const shown = {};
-    for (const kind of kinds) {
+    // In turns: what comes first finds less in the caches.
+    for (const kind of i % 2 ? kinds : kinds.toReversed()) {
       const host = runHost(path.join(here, 'windows.js'),
         { display, args: [build, kind, kind === 'consent' && i < 3 ? 10 : 0], env: { ...scope.session.env, ...desktop } });
       scope.after(() => host.stop());
