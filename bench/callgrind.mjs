@@ -60,7 +60,7 @@ function methodName(symbol) {
   return kind ? `${kind === 'c' ? '+' : '-'}${owner} ${selector.replaceAll('_', ':')}` : symbol;
 }
 
-/** What one call costs in the steady state: by its name `{ instructions, messages, … }`. In `folder`: dumps, methods. */
+/** What one call costs in the steady state, by its name: `{ instructions, messages, … }`. */
 export function costOfCalls(folder, object) {
   const costs = {};
   const methods = readMethods(path.join(folder, 'methods'));

@@ -33,7 +33,7 @@ set xtics (${labels.map((label, i) => `"${label.toLocaleString('en')}" ${i}`).jo
 set grid ytics lc rgb "#dddddd"
 set border ${rightUnit ? 11 : 3} lc rgb "#888888"
 set tics nomirror
-set key ${series.length > 1 ? 'top left Left reverse' : 'off'}
+set key ${series.length > 1 ? 'bottom right Right' : 'off'}
 plot ${lines.join(', ')}
 ${data.join('\n')}
 `);

@@ -215,8 +215,9 @@ async function measureWindows() {
     const shown = {};
     // In turns: what comes first finds less in the caches.
     for (const kind of i % 2 ? kinds : kinds.toReversed()) {
+      const later = kind === 'consent' && i < 3 ? 10 : 0;
       const host = runHost(path.join(here, 'windows.js'),
-        { display, args: [build, kind, kind === 'consent' && i < 3 ? 10 : 0], env: { ...scope.session.env, ...desktop } });
+        { display, args: [build, kind, later], env: { ...scope.session.env, ...desktop } });
       scope.after(() => host.stop());
       shown[kind] = await host.next(60_000);
     }
@@ -239,7 +240,8 @@ async function measureLoad() {
     const before = [count(), memoryUsage.rss(), hrtime.bigint()];
     require(process.argv[1]);
     const time = Number(hrtime.bigint() - before[2]) / 1e6;
-    console.log(JSON.stringify({ time, memory: (memoryUsage.rss() - before[1]) / 2 ** 20, added: count() - before[0] }))`;
+    const memory = (memoryUsage.rss() - before[1]) / 2 ** 20;
+    console.log(JSON.stringify({ time, memory, added: count() - before[0] }))`;
   const load = (file) => Scope.run(async ({ env }) =>
     JSON.parse((await run(process.execPath, ['-e', script, file], { env })).stdout));
   const modules = [['ours', `${build}/pellmar.node`], ['floor', `${build}/bench/bench_empty.node`]];

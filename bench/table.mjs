@@ -29,7 +29,8 @@ export class Table {
   counted(name, ours, { most = Infinity, floor = null } = {}) {
     this.#counted.set(name, ours);
     const limit = Math.min((this.recorded[name] ?? Infinity) * tolerance, most);
-    this.#add(name, ours, floor, null, limit === Infinity ? null : `≤ ${+limit.toPrecision(6)}`, ours <= limit + 1e-9);
+    const goal = limit === Infinity ? null : `≤ ${+limit.toPrecision(6)}`;
+    this.#add(name, ours, floor, null, goal, ours <= limit + 1e-9);
   }
 
   /**
@@ -43,7 +44,8 @@ export class Table {
 
   /** A figure with a limit of its own. */
   limit(name, ours, most, floor = null) {
-    this.#add(name, ours, floor, null, floor === null ? `≤ ${most}` : `≤ ${most} more`, ours - (floor ?? 0) <= most);
+    const goal = `≤ ${most}${floor === null ? '' : ' more'}`;
+    this.#add(name, ours, floor, null, goal, ours - (floor ?? 0) <= most);
   }
 
   /** A figure without a goal. */
