@@ -11,7 +11,7 @@ namespace {
 constexpr char sAnswered[] = "answered\n";
 constexpr char sUnanswered[] = "not answered\n";
 
-std::string systemError(const std::string &file) { return file + ": " + std::strerror(errno); }
+std::string SystemError(const std::string &file) { return file + ": " + std::strerror(errno); }
 
 }  // namespace
 
@@ -27,7 +27,7 @@ std::optional<std::string> PLDevAgentMemory::open(const std::string &file) {
     }
     hasAnswer_ = text.str() == sAnswered;
   } else if (errno != ENOENT) {
-    return systemError(file);
+    return SystemError(file);
   }
   // So that a file that cannot be written is refused now and not when the customer has answered.
   return write();
@@ -51,7 +51,7 @@ std::optional<std::string> PLDevAgentMemory::write() const {
   stream << (hasAnswer_ ? sAnswered : sUnanswered);
   stream.close();
   if (!stream || std::rename(next.c_str(), file_->c_str()) != 0) {
-    return systemError(*file_);
+    return SystemError(*file_);
   }
   return std::nullopt;
 }

@@ -27,7 +27,7 @@ constexpr std::array<Method, 7> sMethods = {{
     {"provideAuthCodeWithClientID:scope:callback:", true, true, true},
 }};
 
-const Method *methodNamed(const std::string &selector) {
+const Method *MethodNamed(const std::string &selector) {
   for (const Method &method : sMethods) {
     if (selector == method.selector) {
       return &method;
@@ -36,7 +36,7 @@ const Method *methodNamed(const std::string &selector) {
   return nullptr;
 }
 
-std::optional<long> wholeNumber(const char *text, long lowest) {
+std::optional<long> WholeNumber(const char *text, long lowest) {
   char *end = nullptr;
   errno = 0;
   const long value = std::strtol(text, &end, 10);
@@ -47,7 +47,7 @@ std::optional<long> wholeNumber(const char *text, long lowest) {
 }
 
 /// Reads DOMAIN:CODE:TEXT.
-std::optional<PLDevAgentError> readError(const std::string &text) {
+std::optional<PLDevAgentError> ReadError(const std::string &text) {
   const std::size_t first = text.find(':');
   const std::size_t second =
       first == std::string::npos ? std::string::npos : text.find(':', first + 1);
@@ -55,7 +55,7 @@ std::optional<PLDevAgentError> readError(const std::string &text) {
     return std::nullopt;
   }
   const std::string number = text.substr(first + 1, second - first - 1);
-  const std::optional<long> code = wholeNumber(number.c_str(), LONG_MIN + 1);
+  const std::optional<long> code = WholeNumber(number.c_str(), LONG_MIN + 1);
   if (!code) {
     return std::nullopt;
   }
@@ -63,7 +63,7 @@ std::optional<PLDevAgentError> readError(const std::string &text) {
 }
 
 /// getopt_long's own complaint would not be one clear line, so `opterr` is off and this stands in.
-std::string optionProblem(int result, char *const arguments[]) {
+std::string OptionProblem(int result, char *const arguments[]) {
   const std::string text = arguments[optind - 1];
   return result == ':' ? "option needs a value: " + text : "unknown option: " + text;
 }
@@ -141,10 +141,10 @@ std::optional<std::string> PLDevAgentOptions::parse(int count, char *const argum
         if (value != "yes" && value != "no") {
           return "--should-ask takes yes or no, not: " + value;
         }
-        asking = value == "yes" ? PLDevAgentAsking::untilAnswered : PLDevAgentAsking::never;
+        asking = value == "yes" ? PLDevAgentAsking::kUntilAnswered : PLDevAgentAsking::kNever;
         continue;
       case kAlwaysAsk:
-        asking = PLDevAgentAsking::always;
+        asking = PLDevAgentAsking::kAlways;
         continue;
       case kState:
         stateFile = value;
@@ -156,7 +156,7 @@ std::optional<std::string> PLDevAgentOptions::parse(int count, char *const argum
         email.reset();
         continue;
       case kReplyDelay: {
-        const std::optional<long> delay = wholeNumber(value.c_str(), 0);
+        const std::optional<long> delay = WholeNumber(value.c_str(), 0);
         if (!delay) {
           return "--reply-delay takes milliseconds, not: " + value;
         }
@@ -171,7 +171,7 @@ std::optional<std::string> PLDevAgentOptions::parse(int count, char *const argum
         continue;
       case ':':
       case '?':
-        return optionProblem(result, arguments);
+        return OptionProblem(result, arguments);
       default:
         break;
     }
@@ -179,7 +179,7 @@ std::optional<std::string> PLDevAgentOptions::parse(int count, char *const argum
     // What is left is about one method.
     const std::size_t equals = result == kError ? value.find('=') : std::string::npos;
     const std::string selector = value.substr(0, equals);
-    const Method *method = methodNamed(selector);
+    const Method *method = MethodNamed(selector);
     if (!method) {
       return "the agent has no method: " + selector;
     }
@@ -209,7 +209,7 @@ std::optional<std::string> PLDevAgentOptions::parse(int count, char *const argum
           return "the method's reply carries no error: " + selector;
         }
         fault.error =
-            equals == std::string::npos ? std::nullopt : readError(value.substr(equals + 1));
+            equals == std::string::npos ? std::nullopt : ReadError(value.substr(equals + 1));
         if (!fault.error) {
           return "--error takes SELECTOR=DOMAIN:CODE:TEXT, not: " + value;
         }
@@ -239,7 +239,7 @@ std::optional<std::string> PLDevAgentMessage::parse(int count, char *const argum
     }
     switch (result) {
       case kPid: {
-        const std::optional<long> number = wholeNumber(optarg, 1);
+        const std::optional<long> number = WholeNumber(optarg, 1);
         if (!number) {
           return std::string("--pid takes the number of a process, not: ") + optarg;
         }
@@ -250,7 +250,7 @@ std::optional<std::string> PLDevAgentMessage::parse(int count, char *const argum
         appName = optarg;
         break;
       default:
-        return optionProblem(result, arguments);
+        return OptionProblem(result, arguments);
     }
   }
   if (pid == 0) {

@@ -26,10 +26,10 @@ struct PLDevAgentFault {
   std::optional<PLDevAgentError> error;
 };
 
-enum class PLDevAgentAsking { untilAnswered, never, always };
+enum class PLDevAgentAsking { kUntilAnswered, kNever, kAlways };
 
 struct PLDevAgentOptions {
-  PLDevAgentAsking asking = PLDevAgentAsking::untilAnswered;
+  PLDevAgentAsking asking = PLDevAgentAsking::kUntilAnswered;
   /// Where the customer's answer is kept when the agent has ended.
   std::optional<std::string> stateFile;
   std::optional<std::string> email = "customer@example.com";

@@ -82,11 +82,11 @@ static id PLJournalArgument(id argument) { return argument ?: NSNull.null; }
 
 - (BOOL)shouldAsk {
   switch (_options->asking) {
-    case PLDevAgentAsking::never:
+    case PLDevAgentAsking::kNever:
       return NO;
-    case PLDevAgentAsking::always:
+    case PLDevAgentAsking::kAlways:
       return YES;
-    case PLDevAgentAsking::untilAnswered:
+    case PLDevAgentAsking::kUntilAnswered:
       return !_memory->hasAnswer();
   }
 }

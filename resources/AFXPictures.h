@@ -4,7 +4,8 @@
 // file stands behind them at run time. `-[NSImage initWithData:]` makes of each an image of the
 // size in points given here.
 
-#pragma once
+#ifndef AFX_PICTURES_H
+#define AFX_PICTURES_H
 
 #include <cstddef>
 
@@ -30,3 +31,5 @@ extern const unsigned char AFXCloseLightPicture[AFXCloseLightPictureLength];
 extern const unsigned char AFXCloseDarkPicture[AFXCloseDarkPictureLength];
 
 #pragma GCC visibility pop
+
+#endif

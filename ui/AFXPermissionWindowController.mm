@@ -65,9 +65,9 @@ static void __AFXKeepFromScreenReaders(NSControl *control) {
   cell.accessibilityElement = NO;
 }
 
-template <std::size_t Length>
-static NSImage *__AFXImage(const unsigned char (&picture)[Length]) {
-  NSData *data = [NSData dataWithBytes:picture length:Length];
+template <std::size_t length>
+static NSImage *__AFXImage(const unsigned char (&picture)[length]) {
+  NSData *data = [NSData dataWithBytes:picture length:length];
   return [[[NSImage alloc] initWithData:data] autorelease];
 }
 

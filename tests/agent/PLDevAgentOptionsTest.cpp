@@ -24,7 +24,7 @@ class CommandLine {
   std::vector<char *> pointers_;
 };
 
-std::string problemOf(std::initializer_list<std::string> words) {
+std::string ProblemOf(std::initializer_list<std::string> words) {
   const CommandLine line(words);
   PLDevAgentOptions options;
   return options.parse(line.count(), line.arguments()).value_or("");
@@ -36,7 +36,7 @@ TEST(DevAgentOptions, AskByDefault) {
   const CommandLine line{"serve"};
   PLDevAgentOptions options;
   EXPECT_FALSE(options.parse(line.count(), line.arguments()));
-  EXPECT_EQ(options.asking, PLDevAgentAsking::untilAnswered);
+  EXPECT_EQ(options.asking, PLDevAgentAsking::kUntilAnswered);
   EXPECT_FALSE(options.stateFile);
   EXPECT_EQ(options.email, "customer@example.com");
   EXPECT_EQ(options.replyDelayMilliseconds, 0);
@@ -48,7 +48,7 @@ TEST(DevAgentOptions, TakeEachAnswer) {
                          "150",   "--auth-code",  "abc", "--api-version", "7"};
   PLDevAgentOptions options;
   EXPECT_FALSE(options.parse(line.count(), line.arguments()));
-  EXPECT_EQ(options.asking, PLDevAgentAsking::never);
+  EXPECT_EQ(options.asking, PLDevAgentAsking::kNever);
   EXPECT_FALSE(options.email);
   EXPECT_EQ(options.replyDelayMilliseconds, 150);
   EXPECT_EQ(options.authorizationCode, "abc");
@@ -59,7 +59,7 @@ TEST(DevAgentOptions, TakeTheLastWordOnAsking) {
   const CommandLine line{"serve", "--should-ask", "no", "--always-ask", "--state", "file"};
   PLDevAgentOptions options;
   EXPECT_FALSE(options.parse(line.count(), line.arguments()));
-  EXPECT_EQ(options.asking, PLDevAgentAsking::always);
+  EXPECT_EQ(options.asking, PLDevAgentAsking::kAlways);
   EXPECT_EQ(options.stateFile, "file");
 }
 
@@ -77,24 +77,24 @@ TEST(DevAgentOptions, KeepFaultsBySelector) {
 }
 
 TEST(DevAgentOptions, RefuseWhatTheyDoNotKnow) {
-  EXPECT_EQ(problemOf({"serve", "--colour"}), "unknown option: --colour");
-  EXPECT_EQ(problemOf({"serve", "--email"}), "option needs a value: --email");
-  EXPECT_EQ(problemOf({"serve", "surplus"}), "unknown argument: surplus");
-  EXPECT_EQ(problemOf({"serve", "--should-ask", "maybe"}),
+  EXPECT_EQ(ProblemOf({"serve", "--colour"}), "unknown option: --colour");
+  EXPECT_EQ(ProblemOf({"serve", "--email"}), "option needs a value: --email");
+  EXPECT_EQ(ProblemOf({"serve", "surplus"}), "unknown argument: surplus");
+  EXPECT_EQ(ProblemOf({"serve", "--should-ask", "maybe"}),
             "--should-ask takes yes or no, not: maybe");
-  EXPECT_EQ(problemOf({"serve", "--reply-delay", "-1"}),
+  EXPECT_EQ(ProblemOf({"serve", "--reply-delay", "-1"}),
             "--reply-delay takes milliseconds, not: -1");
-  EXPECT_EQ(problemOf({"serve", "--hang", "nothing:"}), "the agent has no method: nothing:");
+  EXPECT_EQ(ProblemOf({"serve", "--hang", "nothing:"}), "the agent has no method: nothing:");
 }
 
 TEST(DevAgentOptions, RefuseAFaultThatTheMethodCannotHave) {
-  EXPECT_EQ(problemOf({"serve", "--twice", "reportUsageEvent:eventInfo:"}),
+  EXPECT_EQ(ProblemOf({"serve", "--twice", "reportUsageEvent:eventInfo:"}),
             "the method has no reply: reportUsageEvent:eventInfo:");
-  EXPECT_EQ(problemOf({"serve", "--wrong-type", "checkConnectionWithCallback:"}),
+  EXPECT_EQ(ProblemOf({"serve", "--wrong-type", "checkConnectionWithCallback:"}),
             "the method's reply carries no object: checkConnectionWithCallback:");
-  EXPECT_EQ(problemOf({"serve", "--error", "fetchAskingPermissionStatus:=a:1:b"}),
+  EXPECT_EQ(ProblemOf({"serve", "--error", "fetchAskingPermissionStatus:=a:1:b"}),
             "the method's reply carries no error: fetchAskingPermissionStatus:");
-  EXPECT_EQ(problemOf({"serve", "--error", "xpcAPIVersionWithCallback:=a:b:c"}),
+  EXPECT_EQ(ProblemOf({"serve", "--error", "xpcAPIVersionWithCallback:=a:b:c"}),
             "--error takes SELECTOR=DOMAIN:CODE:TEXT, not: xpcAPIVersionWithCallback:=a:b:c");
 }
 

@@ -32,6 +32,30 @@ test('every source is formatted', () => {
   assert.equal(status, 0);
 });
 
+test('a header that is included has a guard of its name, and another is imported', () => {
+  const guards = new Map();
+  const imported = new Set();
+  for (const file of files('.').filter(isSource)) {
+    if (file.endsWith('.h')) {
+      const [, guard] = /^#ifndef (\w+)\n#define \1$/m.exec(read(file)) ?? [];
+      if (guard) {
+        const name = path.basename(file).toUpperCase().replace(/[^A-Z0-9]/g, '');
+        assert.ok(guard.replaceAll('_', '').endsWith(name), `${file}: ${guard}`);
+        assert.ok(!guards.has(guard), `${file} and ${guards.get(guard)}: ${guard}`);
+        guards.set(guard, file);
+      } else {
+        imported.add(path.basename(file));
+      }
+    }
+  }
+  assert.ok(guards.size > 50);
+  for (const file of files('.').filter(isSource)) {
+    for (const [, name] of read(file).matchAll(/^#\s*include\s*"([^"]+)"/gm)) {
+      assert.ok(!imported.has(path.basename(name)), `${file} includes ${name}, which has no guard`);
+    }
+  }
+});
+
 test('shellcheck finds nothing in the scripts', () => {
   const scripts = files('.').filter((file) => /^#!.*\b(ba)?sh\b/.test(read(file).slice(0, 80)));
   assert.ok(scripts.length > 20);

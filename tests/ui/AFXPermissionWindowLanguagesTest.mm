@@ -25,23 +25,23 @@ namespace {
 
 NSDictionary *sTexts;
 
-NSString *translate(NSBundle *, SEL, NSString *key, NSString *, NSString *) {
+NSString *LookUpTranslation(NSBundle *, SEL, NSString *key, NSString *, NSString *) {
   return [sTexts objectForKey:key] ?: key;
 }
 
-NSString *name(AFXPermissionWindowController *, SEL) { return @"Pellmar Demo"; }
+NSString *ApplicationName(AFXPermissionWindowController *, SEL) { return @"Pellmar Demo"; }
 
-bool isRightToLeft(const std::string &language) { return language == "ar" || language == "he"; }
+bool IsRightToLeft(const std::string &language) { return language == "ar" || language == "he"; }
 
 /// The languages that are laid out in the direction of this process.
-std::vector<std::string> languages() {
+std::vector<std::string> Languages() {
   @autoreleasepool {
     const bool isMirrored =
         [NSUserDefaults.standardUserDefaults boolForKey:@"NSForceRightToLeftWritingDirection"];
     std::vector<std::string> found;
     for (const auto &entry : std::filesystem::directory_iterator(PELLMAR_LANGUAGES)) {
       const std::string language = entry.path().stem().string();
-      if (isRightToLeft(language) == isMirrored) {
+      if (IsRightToLeft(language) == isMirrored) {
         found.push_back(language);
       }
     }
@@ -62,9 +62,10 @@ class PermissionWindowLanguages : public testing::TestWithParam<std::string> {
     ASSERT_EQ(sTexts.count, 6u);
     MethodSwap texts(
         class_getInstanceMethod(NSBundle.class, @selector(localizedStringForKey:value:table:)),
-        translate);
+        LookUpTranslation);
     MethodSwap names(
-        class_getInstanceMethod(AFXPermissionWindowController.class, @selector(_appName)), name);
+        class_getInstanceMethod(AFXPermissionWindowController.class, @selector(_appName)),
+        ApplicationName);
     controller_ = [[AFXPermissionWindowController alloc]
         initWithUserEmail:@"firstname.lastname@department.example.com"
         completionHandler:nil];
@@ -142,5 +143,5 @@ TEST_P(PermissionWindowLanguages, ButtonsShowTheirTitlesBesideEachOther) {
       NSIntersectsRect(AlignmentOf(controller_.okButton), AlignmentOf(controller_.cancelButton)));
 }
 
-INSTANTIATE_TEST_SUITE_P(Languages, PermissionWindowLanguages, testing::ValuesIn(languages()),
+INSTANTIATE_TEST_SUITE_P(Languages, PermissionWindowLanguages, testing::ValuesIn(Languages()),
                          [](const auto &info) { return info.param; });

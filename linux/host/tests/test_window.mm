@@ -22,17 +22,17 @@ class ScriptCall {
     v8::HandleScope scope(isolate_);
     v8::Local<v8::Context> context = context_.Get(isolate_);
     v8::Context::Scope inContext(context);
-    v8::Local<v8::Value> values[] = {Value(argument)};
+    v8::Local<v8::Value> values[] = {value(argument)};
     (void)node::MakeCallback(isolate_, context->Global(), function_.Get(isolate_), 1, values,
                              node::async_context{0, 0});
   }
 
  private:
-  v8::Local<v8::Value> Value(NSString *text) const {
+  v8::Local<v8::Value> value(NSString *text) const {
     return v8::String::NewFromUtf8(isolate_, [text UTF8String]).ToLocalChecked();
   }
-  v8::Local<v8::Value> Value(double number) const { return v8::Number::New(isolate_, number); }
-  v8::Local<v8::Value> Value(bool flag) const { return v8::Boolean::New(isolate_, flag); }
+  v8::Local<v8::Value> value(double number) const { return v8::Number::New(isolate_, number); }
+  v8::Local<v8::Value> value(bool flag) const { return v8::Boolean::New(isolate_, flag); }
 
   v8::Isolate *const isolate_;
   const v8::Global<v8::Context> context_;

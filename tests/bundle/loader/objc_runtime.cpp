@@ -58,7 +58,7 @@ class Registry {
  public:
   explicit Registry(const ObjectiveC &read) : read_(read) {}
 
-  void Register() {
+  void registerAll() {
     for (const ConstantString &string : read_.strings) {
       convert(string);
     }
@@ -201,6 +201,6 @@ class Registry {
 
 }  // namespace
 
-void RegisterObjectiveC(const ObjectiveC &read) { Registry(read).Register(); }
+void RegisterObjectiveC(const ObjectiveC &read) { Registry(read).registerAll(); }
 
 }  // namespace macho

@@ -305,7 +305,7 @@ void ConnectionCore::handleFrame(const std::shared_ptr<Channel> &channel,
         received.kind == FrameKind::kMessage ? handleMessage(channel, frame) : handleReply(frame);
   }
   if (problem) {
-    if (!channel->Break(problem)) {
+    if (!channel->breakOff(problem)) {
       NSLog(@"XPC: a connection has ended: %s", problem);
     }
     Channel::Received dropped;

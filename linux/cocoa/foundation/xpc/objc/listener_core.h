@@ -53,7 +53,7 @@ class ListenerCore : public std::enable_shared_from_this<ListenerCore> {
   bool invalid_ = false;
   id<NSXPCListenerDelegate> delegate_ = nil;
   IoThread *io_ = nullptr;
-  evconnlistener *listener_ = nullptr;  ///< Until `Release`.
+  evconnlistener *listener_ = nullptr;  ///< Until `release`.
   std::shared_ptr<ListenerCore> self_;  ///< While the I/O thread may call.
   ServiceSocket socket_;
   std::vector<Descriptor> waiting_;

@@ -112,7 +112,7 @@ void BlockType::called(ffi_cif *, void *, void **arguments, void *data) {
     problem = "too much waits to be sent already";
   }
   if (!problem.empty()) {
-    state->channel->Break("the reply to " + state->selector + " cannot be sent: " + problem);
+    state->channel->breakOff("the reply to " + state->selector + " cannot be sent: " + problem);
   }
 }
 

@@ -262,7 +262,7 @@ void Channel::finish(End end, std::string problem) {
   }
 }
 
-bool Channel::Break(const std::string &problem) {
+bool Channel::breakOff(const std::string &problem) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (state_ != State::kOpen) {

@@ -19,7 +19,7 @@ namespace platform::xpc {
 
 class Channel : public std::enable_shared_from_this<Channel> {
  public:
-  /// Hears of a channel, on the I/O thread or on the one that calls `Break`.
+  /// Hears of a channel, on the I/O thread or on the one that calls `breakOff`.
   class Client {
    public:
     virtual ~Client() = default;
@@ -46,7 +46,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
     std::vector<uint8_t> payload;
   };
 
-  /// Frames sent before `Connect` or `Adopt` are buffered.
+  /// Frames sent before `connect` or `adopt` are buffered.
   explicit Channel(std::weak_ptr<Client> client);
   ~Channel();
 
@@ -54,7 +54,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
   /// failed and ended the channel.
   bool connect(const std::string &service);
   /// Takes over a connected socket, or none when the peer could not be reached. Returns as
-  /// `Connect`.
+  /// `connect`.
   bool adopt(Descriptor socket);
 
   /// Hands a frame over, behind all that was handed over before. It may be the last thing that a
@@ -72,7 +72,7 @@ class Channel : public std::enable_shared_from_this<Channel> {
 
   /// Ends the channel as one that cannot go on. Frames that have arrived are still there. Returns
   /// false when it had ended already.
-  bool Break(const std::string &problem);
+  bool breakOff(const std::string &problem);
 
   /// Ends the channel without notifying the client. What is buffered still goes out if the peer
   /// takes it soon.
