@@ -3,7 +3,6 @@
 
 import { execFile } from 'node:child_process';
 import fs from 'node:fs';
-import os from 'node:os';
 import path from 'node:path';
 import { setTimeout as delay } from 'node:timers/promises';
 import { fileURLToPath } from 'node:url';
@@ -22,12 +21,6 @@ const here = path.dirname(fileURLToPath(import.meta.url));
 const { values: options } = parseArgs({
   options: { json: { type: 'string' }, plots: { type: 'string' }, record: { type: 'boolean' } },
 });
-try {
-  // What else the machine does is to disturb the less: all processes started from here on inherit it.
-  os.setPriority(-15);
-} catch {
-  // Only root may.
-}
 const event = 'reportUsageEvent:eventInfo:';
 const recordFile = path.join(here, 'recorded.json');
 const table = new Table(JSON.parse(fs.readFileSync(recordFile, 'utf8')));
@@ -37,11 +30,11 @@ const table = new Table(JSON.parse(fs.readFileSync(recordFile, 'utf8')));
 /** The desktop host's surroundings. */
 const desktop = { PELLMAR_BUILD_DIR: build, PELLMAR_APPEARANCE: 'light', LC_ALL: 'C.UTF-8' };
 
-/** Runs a script under callgrind and gives the costs of what it counts. `answer`: whether to ask the customer. */
-const count = (answer, command, ...args) => Scope.run(async (scope) => {
+/** Runs a script under callgrind beside an agent with those options, and gives the costs of what it counts. */
+const count = (options, command, ...args) => Scope.run(async (scope) => {
   const folder = path.join(scope.session.folder, 'counts');
   fs.mkdirSync(folder);
-  await scope.agent('--should-ask', answer);
+  await scope.agent(...options);
   const display = await startDisplay();
   scope.after(() => display.stop());
   await run('valgrind', ['--tool=callgrind', '--instr-atstart=no', `--callgrind-out-file=${folder}/out`, command,
@@ -49,9 +42,9 @@ const count = (answer, command, ...args) => Scope.run(async (scope) => {
   return costOfCalls(folder, fs.realpathSync(`${build}/pellmar.node`));
 });
 
-const countCalls = () => count('no', process.execPath, path.join(here, 'counted.js'), build);
+const countCalls = () => count(['--should-ask', 'no'], process.execPath, path.join(here, 'counted.js'), build);
 const host = `${build}/Pellmar Demo.app`;
-const countWindow = () => count('yes', `${host}/Pellmar Demo`, `${host}/Resources/main.js`,
+const countWindow = () => count(['--always-ask'], `${host}/Pellmar Demo`, `${host}/Resources/main.js`,
   path.join(here, 'windows.js'), build, 'count');
 
 /** What events 20 ms apart cost each: of the process alone, and what comes to the agent. */
@@ -209,12 +202,12 @@ const measureStopped = (warmUp, send) => Scope.run(async (scope) => {
 async function measureWindows() {
   const kinds = ['empty', 'plain', 'consent'];
   const rounds = await repeat(12, (i) => Scope.run(async (scope) => {
-    await scope.agent();
+    await scope.agent('--always-ask');
     const display = await startDisplay({ windowManager: false });
     scope.after(() => display.stop());
     const shown = {};
     // In turns: what comes first finds less in the caches.
-    for (const kind of i % 2 ? kinds : kinds.toReversed()) {
+    for (const kind of i % 2 ? kinds : [...kinds].reverse()) {
       const later = kind === 'consent' && i < 3 ? 10 : 0;
       const host = runHost(path.join(here, 'windows.js'),
         { display, args: [build, kind, later], env: { ...scope.session.env, ...desktop } });

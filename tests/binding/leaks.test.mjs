@@ -86,7 +86,7 @@ test('nothing is leaked by calls to agents that serve, drop, die, hang or are no
 
 test('nothing is leaked by windows that are answered, and by one that is up at the end', async (t) => {
   const session = makeSession(t);
-  await Agent.start(t, session);
+  await Agent.start(t, session, '--always-ask');
   const display = await startDisplay();
   t.after(() => display.stop());
   const host = runHostScript(t, `

@@ -101,7 +101,7 @@ test(`${rounds} questions and answers`, async (t) => {
   const session = makeSession(t);
   const display = await startDisplay();
   t.after(() => display.stop());
-  const agent = await startAgent(t, session);
+  const agent = await startAgent(t, session, '--always-ask');
   const host = runHost(path.join(here, 'questions.js'),
     { display, env: session.env, args: [modulePath, probePath, String(rounds)] });
   t.after(() => host.stop());
