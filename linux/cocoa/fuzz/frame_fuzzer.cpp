@@ -33,15 +33,15 @@ class Walk {
         size_(payload.size()),
         writer_(writer) {}
 
-  void Arguments(uint32_t count) {
+  void arguments(uint32_t count) {
     Expect(count <= kMaximumArguments, "there are too many arguments");
     for (; count; --count) {
-      Value(0, true);
+      value(0, true);
     }
     Expect(next_ == end_, "items follow the last argument");
   }
 
-  void Inside(std::string_view text) {
+  void inside(std::string_view text) {
     if (text.empty()) {
       return;
     }
@@ -50,11 +50,11 @@ class Walk {
   }
 
  private:
-  void Value(unsigned depth, bool isArgument) {
+  void value(unsigned depth, bool isArgument) {
     Expect(next_ != end_, "an item is missing");
     Expect(depth <= kMaximumDepth, "items are nested too deeply");
     const Item &item = *next_++;
-    writer_->PutTag(item.tag);
+    writer_->putTag(item.tag);
     switch (item.tag) {
       case Tag::kNil:
       case Tag::kBlock:
@@ -68,44 +68,44 @@ class Walk {
         Expect(isArgument, "a collection holds a scalar");
         [[fallthrough]];
       case Tag::kSignedNumber:
-        writer_->PutSigned(item.asSigned);
+        writer_->putSigned(item.asSigned);
         break;
       case Tag::kUnsigned:
         Expect(isArgument, "a collection holds a scalar");
         [[fallthrough]];
       case Tag::kUnsignedNumber:
-        writer_->PutNumber(item.asUnsigned);
+        writer_->putNumber(item.asUnsigned);
         break;
       case Tag::kFloating:
         Expect(isArgument, "a collection holds a scalar");
         [[fallthrough]];
       case Tag::kFloatingNumber:
       case Tag::kDate:
-        writer_->PutDouble(item.asFloating);
+        writer_->putDouble(item.asFloating);
         break;
       case Tag::kString:
       case Tag::kURL:
       case Tag::kData:
-        Inside(item.Text());
-        writer_->PutText(item.Text());
+        inside(item.text());
+        writer_->putText(item.text());
         break;
       case Tag::kArray:
       case Tag::kDictionary: {
-        writer_->PutNumber(item.size);
+        writer_->putNumber(item.size);
         uint64_t count = uint64_t{item.size} * (item.tag == Tag::kDictionary ? 2 : 1);
         for (; count; --count) {
-          Value(depth + 1, false);
+          value(depth + 1, false);
         }
         break;
       }
       case Tag::kError:
         Expect(next_ != end_ && next_->tag == Tag::kString, "an error has no domain");
-        Value(depth + 1, false);
+        value(depth + 1, false);
         Expect(next_ != end_ && next_->tag == Tag::kSigned, "an error has no code");
-        Value(depth + 1, true);
+        value(depth + 1, true);
         Expect(next_ != end_ && (next_->tag == Tag::kDictionary || next_->tag == Tag::kNil),
                "an error has no user info");
-        Value(depth + 1, true);
+        value(depth + 1, true);
         break;
       default:
         Expect(false, "an item has an unknown tag");
@@ -123,7 +123,7 @@ bool IsSame(const Item &one, const Item &other) {
   if (one.tag != other.tag || one.size != other.size) {
     return false;
   }
-  return HasBytes(one.tag) ? one.Text() == other.Text() : one.asUnsigned == other.asUnsigned;
+  return HasBytes(one.tag) ? one.text() == other.text() : one.asUnsigned == other.asUnsigned;
 }
 
 void Check(FrameKind kind, const uint8_t *bytes, size_t length) {
@@ -137,24 +137,24 @@ void Check(FrameKind kind, const uint8_t *bytes, size_t length) {
   Expect(frame.kind == kind, "the kind has changed");
   Expect(frame.items.size() <= kMaximumItems, "there are too many items");
   Writer writer;
-  writer.Begin(kind);
-  writer.PutNumber(frame.request);
+  writer.begin(kind);
+  writer.putNumber(frame.request);
   if (kind == FrameKind::kMessage) {
     Expect(!frame.selector.empty(), "a message has no selector");
     Expect(frame.replySignature.empty() == (frame.request == 0), "a reply has no signature");
-    writer.PutText(frame.selector);
+    writer.putText(frame.selector);
     if (frame.request) {
-      writer.PutText(frame.replySignature);
+      writer.putText(frame.replySignature);
     }
   } else {
     Expect(frame.request != 0, "a reply names no request");
   }
-  writer.PutNumber(frame.argumentCount);
+  writer.putNumber(frame.argumentCount);
   Walk walk(frame, payload, &writer);
-  walk.Inside(frame.selector);
-  walk.Inside(frame.replySignature);
-  walk.Arguments(frame.argumentCount);
-  Expect(writer.Finish(), "a frame that was read cannot be written");
+  walk.inside(frame.selector);
+  walk.inside(frame.replySignature);
+  walk.arguments(frame.argumentCount);
+  Expect(writer.finish(), "a frame that was read cannot be written");
 
   uint32_t againLength = 0;
   FrameKind againKind;

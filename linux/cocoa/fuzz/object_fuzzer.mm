@@ -55,11 +55,11 @@ BOOL HasURL(const Frame &frame) {
 /// Every object written must be read again by the same rules.
 void CheckAgain(id object, NSSet *allowed) {
   Writer writer;
-  writer.Begin(FrameKind::kReply);
-  writer.PutNumber(1);
-  writer.PutNumber(1);
+  writer.begin(FrameKind::kReply);
+  writer.putNumber(1);
+  writer.putNumber(1);
   EncodeObject(&writer, object);
-  Expect(writer.Finish(), "an object that was read is too large to be written");
+  Expect(writer.finish(), "an object that was read is too large to be written");
   Frame frame;
   Expect(!DecodePayload(FrameKind::kReply, writer.data() + kHeaderSize, writer.size() - kHeaderSize,
                         &frame),

@@ -38,7 +38,7 @@ void CheckPredicates(const std::vector<VisualPredicate> &predicates, std::string
 }
 
 void CheckConnection(const VisualConnection &connection, std::string_view text) {
-  Expect((connection.kind == VisualConnection::Kind::Measured) == !connection.predicates.empty(),
+  Expect((connection.kind == VisualConnection::Kind::kMeasured) == !connection.predicates.empty(),
          "a gap has no size, or one too many");
   CheckPredicates(connection.predicates, text);
 }
