@@ -22,4 +22,5 @@ set(PELLMAR_MODULE_LINK_OPTIONS LINKER:-undefined,dynamic_lookup,-dead_strip,-de
 
 # Tests run on the system that builds them, whatever the product's oldest one lacks, and use what both
 # toolkits have, even if a Mac has something newer.
-set(PELLMAR_TEST_OPTIONS -Wno-unguarded-availability -Wno-deprecated-declarations)
+set(PELLMAR_TEST_OPTIONS
+  -Wno-unguarded-availability -Wno-deprecated-declarations -D_LIBCPP_DISABLE_AVAILABILITY)

@@ -50,7 +50,7 @@ std::string Number(double value) {
   return digits.UTF8String;
 }
 
-std::string Rect(NSRect value) {
+std::string RectText(NSRect value) {
   return Number(value.origin.x) + " " + Number(value.origin.y) + " " + Number(value.size.width) +
          " " + Number(value.size.height);
 }
@@ -168,7 +168,7 @@ const MethodSwap *sInitWindow;
 id RecordInitWindow(id self, SEL cmd, NSRect contents, NSUInteger style, NSBackingStoreType backing,
                     BOOL defer) {
   if ([self isKindOfClass:AFXPermissionWindow.class]) {
-    sCalls.push_back(Rect(contents) + ", style " + std::to_string(style) + ", backing " +
+    sCalls.push_back(RectText(contents) + ", style " + std::to_string(style) + ", backing " +
                      std::to_string(backing) + ", defer " + (defer ? "YES" : "NO"));
   }
   return sInitWindow->original<InitWindow>()(self, cmd, contents, style, backing, defer);
@@ -205,7 +205,7 @@ static Lines sContents;
 // The toolkit may give a content view a frame and a mask of its own.
 - (void)setContentView:(NSView *)view {
   if (view) {
-    sContents.push_back(Rect(view.frame) + ", mask " + std::to_string(view.autoresizingMask) +
+    sContents.push_back(RectText(view.frame) + ", mask " + std::to_string(view.autoresizingMask) +
                         ", radius " + Number(view.layer.cornerRadius));
   }
   [super setContentView:view];
@@ -219,7 +219,7 @@ TEST_F(PermissionWindowContents, BackgroundIsARoundedLayerThatGrowsWithItsWindow
   EXPECT_EQ(sContents.back(), "0 0 300 200, mask 18, radius 5");
   NSView *background = window.contentView;
   EXPECT_TRUE([background isMemberOfClass:NSView.class]);
-  EXPECT_EQ(Rect(background.frame), "0 0 300 200");
+  EXPECT_EQ(RectText(background.frame), "0 0 300 200");
   EXPECT_EQ(background.autoresizingMask, 18u);
   EXPECT_TRUE(background.wantsLayer);
   EXPECT_EQ(background.layer.cornerRadius, 5.0);
@@ -294,7 +294,7 @@ TEST_F(PermissionWindowContents, TextsHaveTheirFontsColorsAndBackgrounds) {
 TEST_F(PermissionWindowContents, EveryTextStartsFromAPlainLabel) {
   make();
   NSTextField *field = [controller_ _defaultTextField];
-  EXPECT_EQ(Rect(field.frame), "0 0 0 0");
+  EXPECT_EQ(RectText(field.frame), "0 0 0 0");
   EXPECT_FALSE(field.isEditable);
   EXPECT_FALSE([field isBordered]);
   EXPECT_FALSE(field.drawsBackground);
@@ -525,14 +525,14 @@ TEST_F(PermissionWindowContents, IconIsTheApplications) {
   MethodSwap swap(class_getClassMethod(NSImage.class, @selector(imageNamed:)), IconNamed);
   sImageNamed = &swap;
   NSImageView *view = [controller_ _iconView];
-  EXPECT_EQ(Rect(view.frame), "0 0 110 110");
+  EXPECT_EQ(RectText(view.frame), "0 0 110 110");
   EXPECT_EQ(view.image, sIcon);
 }
 
 TEST_F(PermissionWindowContents, EnvelopeIsAsLargeAsItsPicture) {
   make();
   NSImageView *view = [controller_ _envelopeView];
-  EXPECT_EQ(Rect(view.frame), "0 0 214 149");
+  EXPECT_EQ(RectText(view.frame), "0 0 214 149");
   EXPECT_TRUE(NSEqualSizes(view.image.size, NSMakeSize(214, 149)));
 }
 
@@ -564,7 +564,7 @@ TEST_F(PermissionWindowContents, ButtonsHaveTheirKeysActionsAndBezels) {
     Taken();
     NSButton *button = [controller_ performSelector:row.factory];
     const bool isCommandW = row.isTransparent;
-    EXPECT_EQ(Rect(button.frame), row.frame);
+    EXPECT_EQ(RectText(button.frame), row.frame);
     EXPECT_EQ(Text(button.title), row.title);
     EXPECT_EQ(Text(button.keyEquivalent), row.key);
     EXPECT_EQ(button.keyEquivalentModifierMask,

@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -39,8 +38,9 @@ std::vector<std::string> Languages() {
     const bool isMirrored =
         [NSUserDefaults.standardUserDefaults boolForKey:@"NSForceRightToLeftWritingDirection"];
     std::vector<std::string> found;
-    for (const auto &entry : std::filesystem::directory_iterator(PELLMAR_LANGUAGES)) {
-      const std::string language = entry.path().stem().string();
+    for (NSString *name in
+         [NSFileManager.defaultManager contentsOfDirectoryAtPath:@PELLMAR_LANGUAGES error:NULL]) {
+      const std::string language = name.stringByDeletingPathExtension.UTF8String;
       if (IsRightToLeft(language) == isMirrored) {
         found.push_back(language);
       }
