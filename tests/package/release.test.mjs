@@ -6,6 +6,7 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { before, describe, test } from 'node:test';
 
+import { makeUniversal } from '../doctor/macho_files.mjs';
 import { makeSession } from '../support/agent.mjs';
 import { makeBundle, root, run, skip } from './tarball.mjs';
 
@@ -22,7 +23,7 @@ describe('scripts/release', { skip: skip || (!hasSbom && 'this npm has no sbom')
     process.on('exit', () => fs.rmSync(session.folder, { recursive: true }));
     tree = path.join(session.folder, 'tree');
     const files = execFileSync('git', ['ls-files', '-z', '-co', '--exclude-standard', '--', '*.js', '*.d.ts', '*.md',
-      'package*.json', '.gitignore', 'scripts', 'client/Pellmar.h', 'doctor', 'docs', 'languages', 'tests/bundle'],
+      'package*.json', '.gitignore', 'scripts', 'client/Pellmar.h', 'agent/package', 'doctor', 'docs', 'languages', 'tests/bundle'],
     { cwd: root, encoding: 'utf8' }).split('\0').filter((file) => fs.existsSync(path.join(root, file || '?')));
     for (const file of files) fs.cpSync(path.join(root, file), path.join(tree, file));
     fs.symlinkSync(path.join(root, 'node_modules'), path.join(tree, 'node_modules'));
@@ -32,14 +33,17 @@ describe('scripts/release', { skip: skip || (!hasSbom && 'this npm has no sbom')
     const other = path.join(session.folder, 'other');
     fs.mkdirSync(other);
     makeBundle({ folder: other }, { mark: 'other' });
+    const agent = makeUniversal(['x86_64', 'arm64'].map((architecture) => ({ architecture })));
+    fs.writeFileSync(path.join(session.folder, 'pellmar-dev-agent'), agent);
+    fs.writeFileSync(path.join(other, 'pellmar-dev-agent'), Buffer.concat([agent, Buffer.from('other')]));
     standIn('setup', '');
-    // A bundle that tells of the folder it was built in, if there is a file that says so.
+    // A program that tells of the folder it was built in, if there is a file that says which.
     standIn('macos-cross', `
       build=$(cd "$(dirname "$0")/.." && pwd)
-      from=${path.dirname(bundle)}
-      [[ ! -e ${session.folder}/differs || $build != */two-* ]] || from=${other}
       mkdir -p "$build/build/macos"
-      cp -R "$from"/pellmar.node{,.dSYM} "$build/build/macos"`);
+      cp -R ${path.dirname(bundle)}/pellmar{.node,.node.dSYM,-dev-agent} "$build/build/macos"
+      [[ ! -e ${session.folder}/differs || $build != */two-* ]] ||
+        cp -R ${other}/"$(<${session.folder}/differs)"* "$build/build/macos"`);
     git('init', '--quiet');
     commit('all');
     git('tag', `v${version}`);
@@ -98,19 +102,21 @@ describe('scripts/release', { skip: skip || (!hasSbom && 'this npm has no sbom')
     });
   }
 
-  test('refuses two builds that are not the same', (t) => {
-    const mark = path.join(session.folder, 'differs');
-    fs.writeFileSync(mark, '');
-    t.after(() => fs.rmSync(mark));
-    refused(undefined, /differ: .*\nrelease: the two builds are not the same/);
-  });
+  for (const [program, what] of [['pellmar.node', 'builds'], ['pellmar-dev-agent', 'packages']]) {
+    test(`refuses two builds whose ${program} is not the same`, (t) => {
+      const mark = path.join(session.folder, 'differs');
+      fs.writeFileSync(mark, program);
+      t.after(() => fs.rmSync(mark));
+      refused(undefined, new RegExp(`differ.*\nrelease: the two ${what} are not the same`));
+    });
+  }
 
-  test('makes the package, its symbols, a list of what is inside, notes and checksums', () => {
+  test('makes the packages, symbols, a list of what is inside, notes and checksums', () => {
     const { status, stdout, stderr, out } = release();
     assert.equal(status, 0, stderr);
     const names = fs.readdirSync(out).sort();
     assert.deepEqual(names, ['NOTES.md', 'SHA256SUMS', `pellmar-${version}.cdx.json`,
-      `pellmar-${version}.dSYM.tar.gz`, `pellmar-${version}.tgz`]);
+      `pellmar-${version}.dSYM.tar.gz`, `pellmar-${version}.tgz`, `pellmar-dev-agent-${version}.tgz`]);
     run('sha256sum', ['--check', '--strict', 'SHA256SUMS'], { cwd: out });
     const sums = fs.readFileSync(path.join(out, 'SHA256SUMS'), 'utf8');
     assert.deepEqual(sums.match(/(?<= {2}).*/g).sort(), names.filter((name) => name !== 'SHA256SUMS'));
