@@ -32,7 +32,8 @@ function(pellmar_add_test name)
     # CMake writes no run path into programs that it links as Objective-C++.
     set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
     set(arg_COMMAND $<TARGET_FILE:${name}> ${arg_ARGUMENTS})
-    target_compile_options(${name} PRIVATE ${PELLMAR_TEST_OPTIONS})
+    # A test's own code is compiled more often than it is run.
+    target_compile_options(${name} PRIVATE ${PELLMAR_TEST_OPTIONS} -O0)
     if(arg_DISPLAY)
       list(PREPEND arg_COMMAND ${PELLMAR_DISPLAY})
     endif()

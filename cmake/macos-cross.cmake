@@ -37,9 +37,8 @@ add_compile_options(-g "-fdebug-prefix-map=${CMAKE_SOURCE_DIR}=/pellmar"
 # dsymutil goes by the linker's list of objects, to which those belong that optimizing across files makes.
 # scripts/macos-cross sets ZERO_AR_DATE, since the file's UUID is a digest of that list as well.
 cmake_path(GET CMAKE_BINARY_DIR PARENT_PATH builds)
-set(CMAKE_MODULE_LINKER_FLAGS_INIT
-  "-Wl,-object_path_lto,${CMAKE_BINARY_DIR}/lto -Wl,-oso_prefix,${builds}/")
-add_link_options(-fuse-ld=lld)
+set(CMAKE_MODULE_LINKER_FLAGS_INIT "-Wl,-object_path_lto,${CMAKE_BINARY_DIR}/lto")
+add_link_options(-fuse-ld=lld "LINKER:-oso_prefix,${builds}/")
 # A stub of libSystem may name only what the module uses; programs are linked to see that they compile
 # for a Mac, and look up the rest.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-undefined,dynamic_lookup")
