@@ -7,10 +7,12 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #import "client/AFXServiceAccessor.h"
 #import "client/Pellmar.h"
+#include "held_queue.h"
 #include "scripted_connection.h"
 
 @interface AFXServiceAccessor (Private)
@@ -26,8 +28,9 @@ struct Timer {
   dispatch_block_t block;
 };
 
-/// The timers that were set, instead of those of the system, and a clock that tests set.
-std::vector<Timer> sTimers;
+/// The timers that were set, instead of those of the system, and a clock that tests set. Never freed:
+/// tests end the process among its threads.
+std::vector<Timer> &sTimers = *new std::vector<Timer>;
 dispatch_time_t sNow = 1'000'000;
 
 class ServiceAccessor : public testing::Test {
@@ -53,6 +56,16 @@ class ServiceAccessor : public testing::Test {
     Calls *got = &got_;
     [accessor_ accessService:^(id<AFXProvisioningService> service) {
       got->push_back(number + (service ? " has a proxy" : " has none"));
+    }];
+  }
+
+  /// The same, and holds whoever calls the handler.
+  void accessAndHold(Gate *gate) {
+    const std::string number = std::to_string(++accesses_);
+    Calls *got = &got_;
+    [accessor_ accessService:^(id<AFXProvisioningService> service) {
+      got->push_back(number + (service ? " has a proxy" : " has none"));
+      gate->pass();
     }];
   }
 
@@ -278,3 +291,364 @@ TEST_F(ServiceAccessor, TellsOfAMessageThatFails) {
   [connections_.last() fail];
   EXPECT_EQ(errors, 1);
 }
+
+#pragma mark - Races
+
+// Each pair that can meet, in both orders. Replies, failures and the end of a connection come in on
+// its queue, timers on a global one, callers on any thread.
+
+TEST_F(ServiceAccessor, ACheckThatIsAnsweredBeforeTheEndAdmitsThoseWhoWait) {
+  access();
+  access();
+  ScriptedConnection *connection = connections_.last();
+  // 1. The connection's queue is held.
+  HeldQueue queue;
+  // 2. The reply to the check comes in, and behind it 3. the end of the connection.
+  queue.add([=] { [connection replyToCheck:YES]; });
+  queue.add([=] { connection.interruptionHandler(); });
+  // 4. The queue goes on.
+  queue.finish();
+  EXPECT_EQ(got(), (Calls{"1 has a proxy", "2 has a proxy"}));
+  // 5. The check behind the two fails with the connection, and harms none that comes after it.
+  access();
+  connections_.taken();
+  [connection fail];
+  EXPECT_EQ(connections_.taken(), Calls{});
+  [connections_.last() replyToCheck:YES];
+  EXPECT_EQ(got(), Calls{"3 has a proxy"});
+}
+
+TEST_F(ServiceAccessor, ACheckThatIsAnsweredAfterTheEndAdmitsNobodyToTheNextConnection) {
+  access();
+  ScriptedConnection *connection = connections_.last();
+  Gate between;
+  // 1. The connection's queue is held.
+  HeldQueue queue;
+  // 2. Its end comes in, and behind it 3. the reply to the check.
+  queue.add([=] { connection.invalidationHandler(); });
+  queue.add([&] { between.pass(); });
+  queue.add([=] { [connection replyToCheck:YES]; });
+  // 4. The queue goes on as far as the end.
+  queue.go();
+  ASSERT_TRUE(between.isReached());
+  EXPECT_EQ(got(), Calls{"1 has none"});
+  // 5. The next caller waits for the check of the next connection.
+  access();
+  connections_.taken();
+  // 6. The queue goes on with the late reply.
+  between.open();
+  queue.finish();
+  EXPECT_EQ(got(), Calls{});
+  EXPECT_EQ(connections_.taken(), Calls{});
+  [connections_.last() replyToCheck:YES];
+  EXPECT_EQ(got(), Calls{"2 has a proxy"});
+}
+
+TEST_F(ServiceAccessor, ADropLeavesAnAdmissionUnderWayAlone) {
+  Gate inHandler;
+  accessAndHold(&inHandler);
+  access();
+  ScriptedConnection *connection = connections_.last();
+  HeldQueue queue;
+  // 1. The check is answered; the first of the two who wait holds the queue in its handler.
+  queue.add([=] { [connection replyToCheck:YES]; });
+  queue.go();
+  ASSERT_TRUE(inHandler.isReached());
+  // 2. The connection is dropped elsewhere.
+  connection.invalidationHandler();
+  // 3. The next caller waits for the check of the next connection.
+  access();
+  connections_.taken();
+  // 4. The first handler goes on: the second one gets its proxy too, and nobody else. What has been
+  //    dropped is not checked behind them.
+  inHandler.open();
+  queue.finish();
+  EXPECT_EQ(got(), (Calls{"1 has a proxy", "2 has a proxy"}));
+  EXPECT_EQ(connections_.taken(), Calls{});
+  [connections_.last() replyToCheck:YES];
+  EXPECT_EQ(got(), Calls{"3 has a proxy"});
+}
+
+TEST_F(ServiceAccessor, AnAdmissionLeavesADropUnderWayAlone) {
+  Gate inHandler;
+  accessAndHold(&inHandler);
+  access();
+  ScriptedConnection *connection = connections_.last();
+  connections_.taken();
+  HeldQueue queue;
+  // 1. The connection ends; the first of the two who wait holds the queue in its handler.
+  queue.add([=] { connection.interruptionHandler(); });
+  queue.go();
+  ASSERT_TRUE(inHandler.isReached());
+  // 2. The reply to the check comes in elsewhere, and admits nobody.
+  [connection replyToCheck:YES];
+  EXPECT_EQ(got(), Calls{"1 has none"});
+  // 3. The next caller waits for the check of the next connection.
+  access();
+  EXPECT_EQ(connections_.taken(),
+            (Calls{"connect 2 to com.pellmar.ProvisioningService", "resume 2", "check 2"}));
+  // 4. The first handler goes on: the second one is told, and nobody else. The connection that has
+  //    ended is invalidated, and not the next one.
+  inHandler.open();
+  queue.finish();
+  EXPECT_EQ(got(), Calls{"2 has none"});
+  EXPECT_EQ(connections_.taken(), Calls{"invalidate 1"});
+  [connections_.last() replyToCheck:YES];
+  EXPECT_EQ(got(), Calls{"3 has a proxy"});
+}
+
+TEST_F(ServiceAccessor, TheTimeoutOfAFirstCheckLeavesAnAdmissionUnderWayAlone) {
+  Gate inHandler;
+  accessAndHold(&inHandler);
+  access();
+  ScriptedConnection *connection = connections_.last();
+  HeldQueue queue;
+  // 1. The check is answered; the first of the two who wait holds the queue in its handler.
+  queue.add([=] { [connection replyToCheck:YES]; });
+  queue.go();
+  ASSERT_TRUE(inHandler.isReached());
+  // 2. The eight seconds are over.
+  sNow += 8'000'000'000;
+  sTimers[0].block();
+  connections_.taken();
+  // 3. The first handler goes on; the connection stays in use, and is checked behind the two.
+  inHandler.open();
+  queue.finish();
+  EXPECT_EQ(got(), (Calls{"1 has a proxy", "2 has a proxy"}));
+  EXPECT_EQ(connections_.taken(), Calls{"check 1"});
+  access();
+  EXPECT_EQ(got(), Calls{"3 has a proxy"});
+}
+
+TEST_F(ServiceAccessor, AReplyLeavesTheTimeoutOfAFirstCheckUnderWayAlone) {
+  Gate inHandler;
+  accessAndHold(&inHandler);
+  access();
+  ScriptedConnection *connection = connections_.last();
+  HeldQueue timers;
+  // 1. The eight seconds are over; the first of the two who wait holds the timer in its handler.
+  sNow += 8'000'000'000;
+  timers.add([] { sTimers[0].block(); });
+  timers.go();
+  ASSERT_TRUE(inHandler.isReached());
+  connections_.taken();
+  // 2. The reply comes in after all.
+  [connection replyToCheck:YES];
+  EXPECT_EQ(got(), Calls{"1 has none"});
+  EXPECT_EQ(connections_.taken(), Calls{});
+  // 3. The first handler goes on.
+  inHandler.open();
+  timers.finish();
+  EXPECT_EQ(got(), Calls{"2 has none"});
+  EXPECT_EQ(connections_.taken(), Calls{"invalidate 1"});
+  // 4. The agent of that connection counts as hung: nobody waits for the next one's check.
+  access();
+  EXPECT_EQ(got(), Calls{"3 has none"});
+}
+
+TEST_F(ServiceAccessor, AReplyEndsTheTimeoutOfACheckForAllButThoseWhoWereToldOfIt) {
+  access();
+  ScriptedConnection *connection = connections_.last();
+  [connection replyToCheck:YES];
+  got();
+  // 1. The two seconds of the check behind the first request are over; a caller is told so, and is
+  //    held in its handler.
+  sNow += 2'000'000'000;
+  Gate inHandler;
+  HeldQueue caller;
+  caller.add([&] { accessAndHold(&inHandler); });
+  caller.go();
+  ASSERT_TRUE(inHandler.isReached());
+  EXPECT_EQ(got(), Calls{"2 has none"});
+  connections_.taken();
+  // 2. The reply comes in: the next caller is served, and the agent checked behind it.
+  [connection replyToCheck:YES];
+  access();
+  EXPECT_EQ(got(), Calls{"3 has a proxy"});
+  EXPECT_EQ(connections_.taken(), Calls{"check 1"});
+  // 3. The first caller goes on; that check is still outstanding.
+  inHandler.open();
+  caller.finish();
+  EXPECT_EQ(connections_.taken(), Calls{});
+  // 4. In the other order: the reply, then the end of the two seconds that it had.
+  while (connection->_checks.count > 0) {
+    [connection replyToCheck:YES];
+  }
+  sNow += 2'000'000'000;
+  access();
+  EXPECT_EQ(got(), Calls{"4 has a proxy"});
+}
+
+TEST_F(ServiceAccessor, ACallerUnderWayChecksNoConnectionThatIsDroppedMeanwhile) {
+  access();
+  ScriptedConnection *connection = connections_.last();
+  [connection replyToCheck:YES];
+  [connection replyToCheck:YES];
+  got();
+  connections_.taken();
+  // 1. A caller has its proxy, and is held in its handler.
+  Gate inHandler;
+  HeldQueue caller;
+  caller.add([&] { accessAndHold(&inHandler); });
+  caller.go();
+  ASSERT_TRUE(inHandler.isReached());
+  // 2. The connection ends.
+  connection.interruptionHandler();
+  EXPECT_EQ(connections_.taken(), Calls{"invalidate 1"});
+  // 3. The caller goes on.
+  inHandler.open();
+  caller.finish();
+  EXPECT_EQ(connections_.taken(), Calls{});
+  // 4. The next caller's connection is checked, as if nothing had been.
+  access();
+  EXPECT_EQ(connections_.taken(),
+            (Calls{"connect 2 to com.pellmar.ProvisioningService", "resume 2", "check 2"}));
+}
+
+TEST_F(ServiceAccessor, ADropOutlivesTheCheckThatACallerMadeBeforeIt) {
+  access();
+  ScriptedConnection *connection = connections_.last();
+  [connection replyToCheck:YES];
+  [connection replyToCheck:YES];
+  // 1. A caller has gone its way, with a check behind it.
+  access();
+  // 2. The connection ends. 3. The next caller asks. 4. The check behind the first one fails.
+  connection.interruptionHandler();
+  access();
+  got();
+  connections_.taken();
+  HeldQueue queue;
+  queue.add([=] { [connection fail]; });
+  queue.finish();
+  EXPECT_EQ(connections_.taken(), Calls{});
+  [connections_.last() replyToCheck:YES];
+  EXPECT_EQ(got(), Calls{"3 has a proxy"});
+}
+
+TEST_F(ServiceAccessor, AConnectionLivesAsLongAsAnAdmissionOnItIsUnderWay) {
+  Gate inHandler;
+  HeldQueue queue;
+  @autoreleasepool {
+    accessAndHold(&inHandler);
+    access();
+    ScriptedConnection *connection = connections_.last();
+    // 1. The check is answered; the first of the two who wait holds the queue in its handler.
+    queue.add([=] { [connection replyToCheck:YES]; });
+    queue.go();
+    ASSERT_TRUE(inHandler.isReached());
+    connections_.taken();
+    // 2. The connection is dropped, and nobody else has it.
+    connection.invalidationHandler();
+    connections_.forget();
+  }
+  EXPECT_EQ(connections_.taken(), Calls{"invalidate 1"});
+  // 3. The first handler goes on; the second one gets a proxy of the connection.
+  inHandler.open();
+  queue.finish();
+  EXPECT_EQ(got(), (Calls{"1 has a proxy", "2 has a proxy"}));
+  EXPECT_EQ(connections_.taken(), Calls{"free 1"});
+}
+
+TEST_F(ServiceAccessor, AConnectionLivesAsLongAsACallerIsUnderWay) {
+  Gate inHandler;
+  HeldQueue caller;
+  @autoreleasepool {
+    access();
+    ScriptedConnection *connection = connections_.last();
+    [connection replyToCheck:YES];
+    [connection replyToCheck:YES];
+    // 1. A caller has its proxy, and is held in its handler.
+    caller.add([&] { accessAndHold(&inHandler); });
+    caller.go();
+    ASSERT_TRUE(inHandler.isReached());
+    connections_.taken();
+    // 2. The connection is dropped, and nobody else has it.
+    connection.interruptionHandler();
+    connections_.forget();
+  }
+  EXPECT_EQ(connections_.taken(), Calls{"invalidate 1"});
+  // 3. The caller goes on.
+  inHandler.open();
+  caller.finish();
+  EXPECT_EQ(connections_.taken(), Calls{"free 1"});
+}
+
+TEST_F(ServiceAccessor, TheAccessorsLastReleaseLeavesACallbackUnderWayAlone) {
+  Gate inHandler;
+  accessAndHold(&inHandler);
+  ScriptedConnection *connection = connections_.last();
+  HeldQueue queue;
+  // 1. The check is answered; the one who waits holds the queue in its handler.
+  queue.add([=] { [connection replyToCheck:YES]; });
+  queue.go();
+  ASSERT_TRUE(inHandler.isReached());
+  // 2. Whoever made the accessor lets it go.
+  [accessor_ release];
+  accessor_ = nil;
+  // 3. The handler goes on; the check behind it is answered, and the connection ends.
+  inHandler.open();
+  queue.add([=] { [connection replyToCheck:YES]; });
+  queue.add([=] { connection.invalidationHandler(); });
+  queue.finish();
+  EXPECT_EQ(got(), Calls{"1 has a proxy"});
+}
+
+#pragma mark - The end of the process
+
+namespace {
+
+/// What is under way, and whether it goes on while the process ends.
+using UnderWay = std::tuple<const char *, bool>;
+
+class ServiceAccessorAtExit : public ServiceAccessor, public testing::WithParamInterface<UnderWay> {
+ protected:
+  /// Has the queue come to the gate in the middle of it.
+  void begin(const std::string &what) {
+    if (what == "a caller") {
+      access();
+      [connections_.last() replyToCheck:YES];
+      queue_.add([this] { accessAndHold(&gate_); });
+      return;
+    }
+    if (what == "what is about to come in") {
+      queue_.add([this] { gate_.pass(); });
+    }
+    accessAndHold(&gate_);
+    access();
+    ScriptedConnection *connection = connections_.last();
+    if (what == "a drop") {
+      queue_.add([=] { connection.invalidationHandler(); });
+    } else if (what == "the timeout of a first check") {
+      queue_.add([] { sTimers[0].block(); });
+    }
+    // Alone an admission, else late.
+    queue_.add([=] { [connection replyToCheck:YES]; });
+    queue_.add([=] { connection.interruptionHandler(); });
+    if (what == "the last release") {
+      [accessor_ release];
+    }
+  }
+
+  Gate gate_;
+  HeldQueue queue_;
+};
+
+}  // namespace
+
+TEST_P(ServiceAccessorAtExit, NothingHappensToTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto [what, goesOn] = GetParam();
+  SCOPED_TRACE(what);
+  EXPECT_EXIT(
+      {
+        begin(what);
+        ExitWhileHeld(&queue_, &gate_, goesOn);
+      },
+      testing::ExitedWithCode(3), testing::Eq(""));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    While, ServiceAccessorAtExit,
+    testing::Combine(testing::Values("an admission", "a drop", "the timeout of a first check",
+                                     "a caller", "what is about to come in", "the last release"),
+                     testing::Bool()));

@@ -15,6 +15,7 @@
   NSUInteger _number;       ///< The first connection of a test is 1.
   NSMutableArray *_checks;  ///< The callbacks of the checks that wait for their reply.
   NSMutableArray *_errorHandlers;
+  void (^_onEvent)(void);  ///< Runs inside of the sending of an event, if there is one.
  @private
   NSXPCInterface *_remoteObjectInterface;
   void (^_interruptionHandler)(void);
@@ -37,9 +38,12 @@ class ScriptedConnections {
   ScriptedConnections();
   ~ScriptedConnections();
 
-  /// Those that were made, in their order. Retained until this goes.
+  /// Those that were made, in their order. Retained until this goes or forgets them.
   static NSArray<ScriptedConnection *> *made();
   static ScriptedConnection *last() { return made().lastObject; }
+
+  /// Leaves those that were made to whoever else holds them; the next one is 1 again.
+  static void forget();
 
   /// What was asked of connections since the last call, in its order.
   static std::vector<std::string> taken();

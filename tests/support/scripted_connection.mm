@@ -25,6 +25,9 @@ static std::vector<std::string> sConnectionCalls;
 - (void)reportUsageEvent:(NSString *)event eventInfo:(NSDictionary *)eventInfo {
   sConnectionCalls.push_back("event " + std::string(event.UTF8String) + " on " +
                              std::to_string(_connection->_number));
+  if (_connection->_onEvent) {
+    _connection->_onEvent();
+  }
 }
 
 - (void)fetchAskingPermissionStatus:(void (^)(BOOL, NSString *))callback {
@@ -48,11 +51,13 @@ static std::vector<std::string> sConnectionCalls;
 }
 
 - (void)dealloc {
+  sConnectionCalls.push_back("free " + std::to_string(_number));
   [_remoteObjectInterface release];
   [_interruptionHandler release];
   [_invalidationHandler release];
   [_checks release];
   [_errorHandlers release];
+  [_onEvent release];
   [super dealloc];
 }
 
@@ -125,6 +130,8 @@ ScriptedConnections::~ScriptedConnections() {
 }
 
 NSArray<ScriptedConnection *> *ScriptedConnections::made() { return sConnections; }
+
+void ScriptedConnections::forget() { [sConnections removeAllObjects]; }
 
 std::vector<std::string> ScriptedConnections::taken() {
   std::vector<std::string> calls;
