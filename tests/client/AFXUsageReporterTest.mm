@@ -7,10 +7,12 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #import "client/AFXUsageReporter.h"
+#include "held_queue.h"
 #include "scripted_connection.h"
 
 @interface AFXUsageReporter (Private)
@@ -44,6 +46,14 @@ class UsageReporter : public testing::Test {
         report([NSString stringWithFormat:@"%d", i]);
       }
     }
+  }
+
+  /// Holds whoever sends the next event over the connection in use, in the middle of that.
+  void holdNextEvent(Gate *gate) {
+    ScriptedConnection *connection = connections_.last();
+    connection->_onEvent = [^{
+      gate->pass();
+    } copy];
   }
 
   /// The numbers of the events that were sent since the last call, and how many checks.
@@ -183,3 +193,192 @@ TEST_F(UsageReporter, DropsTheConnectionWhoseCheckFails) {
   [connections_.last() fail];
   EXPECT_EQ(connections_.taken(), Calls{"invalidate 1"});
 }
+
+#pragma mark - Races
+
+// Each pair that can meet, in both orders. Replies, failures and the end of a connection come in on
+// its queue; events are reported on any thread.
+
+TEST_F(UsageReporter, AnAcknowledgementBeforeTheEndCounts) {
+  report(0, 4096);
+  ScriptedConnection *connection = connections_.last();
+  // 1. The connection's queue is held.
+  HeldQueue queue;
+  // 2. The reply to the first check comes in, and behind it 3. the end.
+  queue.add([=] { [connection replyToCheck:YES]; });
+  queue.add([=] { connection.interruptionHandler(); });
+  // 4. The queue goes on.
+  queue.finish();
+  sent();
+  // 5. There was an agent: the next event looks for its successor at once.
+  report(5000, 4200);
+  EXPECT_EQ(connections_.made().count, 2u);
+  EXPECT_EQ(sent().first.size(), 4096u);
+}
+
+TEST_F(UsageReporter, AnAcknowledgementAfterTheEndCountsForNoOtherConnection) {
+  report(0, 4096);
+  ScriptedConnection *connection = connections_.last();
+  Gate between;
+  // 1. The connection's queue is held.
+  HeldQueue queue;
+  // 2. Its end comes in, and behind it 3. the replies to all its checks.
+  queue.add([=] { connection.invalidationHandler(); });
+  queue.add([&] { between.pass(); });
+  queue.add([=] {
+    while (connection->_checks.count > 0) {
+      [connection replyToCheck:YES];
+    }
+  });
+  // 4. The queue goes on as far as the end. As far as is known there was no agent.
+  queue.go();
+  ASSERT_TRUE(between.isReached());
+  sent();
+  report(5000, 1);
+  EXPECT_EQ(connections_.made().count, 1u);
+  // 5. After the delay the next connection is full of events.
+  sNow += 20'000'000;
+  report(5000, 5000);
+  EXPECT_EQ(sent().first.size(), 4096u);
+  // 6. The queue goes on with the late replies, which acknowledge none of them.
+  between.open();
+  queue.finish();
+  report(10000, 1);
+  EXPECT_EQ(sent().first.size(), 0u);
+  // 7. Nor do they end the delay.
+  connections_.last().invalidationHandler();
+  sNow += 39'999'999;
+  report(11000, 1);
+  EXPECT_EQ(connections_.made().count, 2u);
+}
+
+TEST_F(UsageReporter, ADropLeavesAnEventUnderWayAlone) {
+  Gate inEvent;
+  HeldQueue caller;
+  @autoreleasepool {
+    report(0, 256);
+    ScriptedConnection *connection = connections_.last();
+    [connection replyToCheck:YES];
+    // 1. A thread is held in the middle of sending an event, behind which there will be a check.
+    holdNextEvent(&inEvent);
+    caller.add([=] { report(256, 1); });
+    caller.go();
+    ASSERT_TRUE(inEvent.isReached());
+    connections_.taken();
+    // 2. The connection is dropped, and nobody else has it.
+    connection.interruptionHandler();
+    EXPECT_EQ(connections_.taken(), Calls{"invalidate 1"});
+    connections_.forget();
+  }
+  // 3. The next event opens another connection.
+  report(@"next");
+  EXPECT_EQ(connections_.taken(), (Calls{"connect 1 to com.pellmar.ProvisioningService", "resume 1",
+                                         "event next on 1", "check 1"}));
+  // 4. The thread goes on: its connection goes then, and what it checks is the one in use.
+  inEvent.open();
+  caller.finish();
+  EXPECT_EQ(connections_.taken(), (Calls{"free 1", "check 1"}));
+}
+
+TEST_F(UsageReporter, AnEventUnderWayLeavesADropAlone) {
+  report(0, 256);
+  ScriptedConnection *connection = connections_.last();
+  [connection replyToCheck:YES];
+  // 1. A thread is held in the middle of sending an event, behind which there will be a check.
+  Gate inEvent;
+  holdNextEvent(&inEvent);
+  HeldQueue caller;
+  caller.add([=] { report(256, 1); });
+  caller.go();
+  ASSERT_TRUE(inEvent.isReached());
+  // 2. The connection is dropped.
+  connection.interruptionHandler();
+  connections_.taken();
+  // 3. The thread goes on: there is no connection to check, and it opens none.
+  inEvent.open();
+  caller.finish();
+  EXPECT_EQ(connections_.taken(), Calls{});
+  // 4. The next event does.
+  report(@"next");
+  EXPECT_EQ(connections_.taken().back(), "check 2");
+}
+
+TEST_F(UsageReporter, TwoEndsOfAConnectionAreOne) {
+  // In either order: the failure of the check, the end of the connection.
+  for (const bool checkFirst : {true, false}) {
+    SCOPED_TRACE(checkFirst);
+    sNow += 250'000'000;
+    report(@"event");
+    ScriptedConnection *connection = connections_.last();
+    Gate between;
+    // 1. The connection's queue is held. 2. The one comes in, and behind it 3. the other.
+    HeldQueue queue;
+    queue.add([=] { checkFirst ? [connection fail] : connection.invalidationHandler(); });
+    queue.add([&] { between.pass(); });
+    queue.add([=] { checkFirst ? connection.invalidationHandler() : [connection fail]; });
+    // 4. The queue goes on as far as the first. 5. After the delay an event opens the next one.
+    queue.go();
+    ASSERT_TRUE(between.isReached());
+    sNow += 250'000'000;
+    report(@"event");
+    connections_.taken();
+    // 6. The queue goes on with the second, which does not end that.
+    between.open();
+    queue.finish();
+    EXPECT_EQ(connections_.taken(), Calls{});
+    connections_.last().invalidationHandler();
+    connections_.taken();
+  }
+}
+
+#pragma mark - The end of the process
+
+namespace {
+
+/// What is under way, and whether it goes on while the process ends.
+using UnderWay = std::tuple<const char *, bool>;
+
+class UsageReporterAtExit : public UsageReporter, public testing::WithParamInterface<UnderWay> {
+ protected:
+  /// Has the queue come to the gate in the middle of it.
+  void begin(const std::string &what) {
+    report(0, 256);
+    ScriptedConnection *connection = connections_.last();
+    holdNextEvent(&gate_);
+    if (what == "an event") {
+      queue_.add([this] { report(256, 1); });
+    } else {
+      queue_.add([this] { gate_.pass(); });
+    }
+    if (what == "the last release") {
+      [reporter_ release];
+    } else if (what == "a drop") {
+      queue_.add([=] { connection.invalidationHandler(); });
+    }
+    // Alone an acknowledgement, else late.
+    queue_.add([=] { [connection replyToCheck:YES]; });
+    queue_.add([=] { connection.interruptionHandler(); });
+  }
+
+  Gate gate_;
+  HeldQueue queue_;
+};
+
+}  // namespace
+
+TEST_P(UsageReporterAtExit, NothingHappensToTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto [what, goesOn] = GetParam();
+  SCOPED_TRACE(what);
+  EXPECT_EXIT(
+      {
+        begin(what);
+        ExitWhileHeld(&queue_, &gate_, goesOn);
+      },
+      testing::ExitedWithCode(3), testing::Eq(""));
+}
+
+INSTANTIATE_TEST_SUITE_P(While, UsageReporterAtExit,
+                         testing::Combine(testing::Values("an event", "a drop",
+                                                          "an acknowledgement", "the last release"),
+                                          testing::Bool()));
