@@ -7,13 +7,16 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #import "client/AFXConsentFlow.h"
 #include "event_loop.h"
+#include "held_queue.h"
 #include "method_swap.h"
 #include "scripted_service.h"
 #import "ui/AFXPermissionWindow.h"
@@ -48,6 +51,8 @@ namespace {
 
 /// What the defaults answer where the client asks.
 BOOL sPostponed;
+/// Holds whoever reads them there, if there is one.
+Gate *sInReading;
 const MethodSwap *sReadDefaults;
 const MethodSwap *sWriteDefaults;
 
@@ -60,6 +65,9 @@ BOOL ReadDefaults(id defaults, SEL cmd, NSString *key) {
   }
   EXPECT_EQ(defaults, NSUserDefaults.standardUserDefaults);
   sCalls.push_back("read " + TextOf(key));
+  if (sInReading) {
+    sInReading->pass();
+  }
   return sPostponed;
 }
 
@@ -71,6 +79,12 @@ void WriteDefaults(id defaults, SEL cmd, BOOL value, NSString *key) {
   EXPECT_EQ(defaults, NSUserDefaults.standardUserDefaults);
   sCalls.push_back("write " + TextOf(key) + (value ? " YES" : " NO"));
 }
+
+/// What a question does instead of waiting, if there is something.
+std::function<intptr_t(dispatch_group_t)> sWait;
+
+/// Whether nobody has to wait for the group.
+bool IsOver(dispatch_group_t group);
 
 class ConsentFlow : public testing::Test {
  protected:
@@ -87,6 +101,7 @@ class ConsentFlow : public testing::Test {
     service_ = [[ScriptedService alloc] init];
     access_ = [this](ServiceHandler handler, ServiceErrorHandler) { handler(service_); };
     sPostponed = NO;
+    sWait = nullptr;
     sCalls.clear();
   }
 
@@ -133,6 +148,9 @@ class ConsentFlow : public testing::Test {
     return (AFXPermissionWindowController *)shownWindow().windowController;
   }
 
+  /// The reply block of the last request.
+  void (^lastReply())(BOOL, NSString *) { return [[service_->_statusReply retain] autorelease]; }
+
   /// Asks, and returns the controller of the window that has come up.
   AFXPermissionWindowController *ask(NSString *email = @"jane@example.com") {
     replyAtOnce(YES, email);
@@ -178,11 +196,24 @@ dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta) {
   return time;
 }
 
-intptr_t dispatch_group_wait(dispatch_group_t group, dispatch_time_t timeout) {
+static intptr_t Wait(dispatch_group_t group, dispatch_time_t timeout) {
   static const auto next =
       reinterpret_cast<decltype(&dispatch_group_wait)>(dlsym(RTLD_NEXT, "dispatch_group_wait"));
+  return next(group, timeout);
+}
+
+namespace {
+
+bool IsOver(dispatch_group_t group) { return Wait(group, DISPATCH_TIME_NOW) == 0; }
+
+}  // namespace
+
+intptr_t dispatch_group_wait(dispatch_group_t group, dispatch_time_t timeout) {
+  if (const auto wait = sWait) {
+    return wait(group);
+  }
   if (!sRecordsWaits) {
-    return next(group, timeout);
+    return Wait(group, timeout);
   }
   sCalls.push_back(timeout == sEnd ? "wait until then" : "wait for something else");
   return 1;
@@ -314,31 +345,6 @@ TEST_F(ConsentFlow, DropsAnAnswerThatNobodyTakes) {
   EXPECT_EQ(TakenCalls(), (Calls{"access", "completion 1"}));
 }
 
-TEST_F(ConsentFlow, ReportsWhatWasAnsweredWhateverIsRepliedMeanwhile) {
-  // 1. The customer answers; the accessor keeps the handler, since it has no connection yet.
-  // 2. A reply to another question brings an address.
-  // 3. The handler gets its proxy.
-  const struct {
-    SEL answer;
-    const char *update;
-  } rows[] = {{@selector(forbidEmailSharing:), "update (nil)"},
-              {@selector(allowEmailSharing:), "update jane@example.com"}};
-  for (const auto &row : rows) {
-    AFXPermissionWindowController *controller = ask();
-    void (^otherReply)(BOOL, NSString *) = [[service_->_statusReply retain] autorelease];
-    ServiceHandler waiting = nil;
-    access_ = [&](ServiceHandler handler, ServiceErrorHandler) {
-      waiting = [[handler copy] autorelease];
-    };
-    [controller performSelector:row.answer withObject:nil];
-    otherReply(YES, @"other@example.com");
-    TakenCalls();
-    waiting(service_);
-    EXPECT_EQ(TakenCalls(), Calls{row.update});
-    access_ = [this](ServiceHandler handler, ServiceErrorHandler) { handler(service_); };
-  }
-}
-
 TEST_F(ConsentFlow, AReplyToTheReportChangesNothing) {
   [ask() allowEmailSharing:nil];
   TakenCalls();
@@ -426,4 +432,296 @@ TEST_F(ConsentFlow, KeepsTheWindowUntilItsActionHasReturned) {
   EXPECT_EQ(TextOf(controller.userEmail), "jane@example.com");
   [pool release];
   EXPECT_TRUE(ComesTrue([=] { return sWindowsFreed.count(window) == 1; }));
+}
+
+#pragma mark - Races
+
+// Each pair that can meet, in both orders. Replies and failures come in on the connection's queue.
+
+TEST_F(ConsentFlow, AReplyCountsUntilTheStatusIsReturned) {
+  sWait = [this](dispatch_group_t group) {
+    void (^reply)(BOOL, NSString *) = lastReply();
+    // 1. The two seconds are over.
+    EXPECT_FALSE(IsOver(group));
+    // 2. The reply comes in. 3. The status is returned.
+    HeldQueue queue;
+    queue.add([=] { reply(NO, nil); });
+    queue.finish();
+    EXPECT_TRUE(IsOver(group));
+    return 1;
+  };
+  EXPECT_EQ(AFXGetPreviousCustomerChoice(), 1u);
+}
+
+TEST_F(ConsentFlow, AReplyAfterTheStatusWasReturnedFindsWhatItNeeds) {
+  // 1. The two seconds are over. 2. The status is returned.
+  sWait = [](dispatch_group_t) { return 1; };
+  EXPECT_EQ(AFXGetPreviousCustomerChoice(), 0x7FFFFFFFFFFFFFFFu);
+  sWait = nullptr;
+  // 3. The reply comes in.
+  void (^reply)(BOOL, NSString *) = lastReply();
+  HeldQueue queue;
+  queue.add([=] { reply(YES, @"late@example.com"); });
+  queue.finish();
+  // 4. A window that comes up now shows what the agent replies next.
+  EXPECT_EQ(TextOf(ask(@"next@example.com").userEmail), "next@example.com");
+}
+
+TEST_F(ConsentFlow, ALateReplyIsNotTheEndOfTheNextQuestion) {
+  for (const bool lateFirst : {true, false}) {
+    SCOPED_TRACE(lateFirst);
+    // 1. Nothing comes in for the first question in time.
+    sWait = [](dispatch_group_t) { return 1; };
+    EXPECT_EQ(AFXGetPreviousCustomerChoice(), 0x7FFFFFFFFFFFFFFFu);
+    void (^late)(BOOL, NSString *) = lastReply();
+    // 2. The next one waits.
+    sWait = [&](dispatch_group_t group) {
+      void (^reply)(BOOL, NSString *) = lastReply();
+      HeldQueue queue;
+      if (lateFirst) {
+        // 3. The late reply comes in, 4. and then its own.
+        queue.add([=] { late(YES, nil); });
+        queue.finish();
+        EXPECT_FALSE(IsOver(group));
+      }
+      queue.add([=] { reply(NO, nil); });
+      queue.finish();
+      EXPECT_TRUE(IsOver(group));
+      if (!lateFirst) {
+        // 3. Its own has come in; 4. the late one does before the status is returned.
+        queue.add([=] { late(YES, nil); });
+        queue.finish();
+      }
+      return 0;
+    };
+    // What was replied last counts, whichever question it was to.
+    EXPECT_EQ(AFXGetPreviousCustomerChoice(), lateFirst ? 1u : 0u);
+  }
+}
+
+TEST_F(ConsentFlow, ALateReplyBeforeTheNextQuestionIsNotItsAnswer) {
+  // 1. Nothing comes in for the first question in time. 2. Its reply comes in late.
+  sWait = [](dispatch_group_t) { return 1; };
+  AFXGetPreviousCustomerChoice();
+  void (^late)(BOOL, NSString *) = lastReply();
+  HeldQueue queue;
+  queue.add([=] { late(NO, nil); });
+  queue.finish();
+  // 3. Nothing comes in for the next one either, as long as it waits.
+  EXPECT_EQ(AFXGetPreviousCustomerChoice(), 0x7FFFFFFFFFFFFFFFu);
+  lastReply()(NO, nil);
+}
+
+TEST_F(ConsentFlow, AReplyThatIsUnderWayWhenTheNextQuestionBeginsIsOneToIt) {
+  // 1. Nothing comes in for the first question in time.
+  sWait = [](dispatch_group_t) { return 1; };
+  AFXGetPreviousCustomerChoice();
+  void (^late)(BOOL, NSString *) = lastReply();
+  // 2. Its reply has begun, and is held where it reads the defaults.
+  Gate inReading;
+  sInReading = &inReading;
+  HeldQueue queue;
+  queue.add([=] { late(YES, nil); });
+  queue.go();
+  ASSERT_TRUE(inReading.isReached());
+  // 3. The next question waits. 4. The reply goes on. 5. The two seconds are over.
+  sWait = [&](dispatch_group_t group) {
+    inReading.open();
+    queue.finish();
+    EXPECT_FALSE(IsOver(group));
+    return 1;
+  };
+  EXPECT_EQ(AFXGetPreviousCustomerChoice(), 0u);
+  sInReading = nullptr;
+  // A connection ends every request in the end.
+  lastReply()(NO, nil);
+}
+
+TEST_F(ConsentFlow, AReplyAndAFailureOfOneQuestionEndItOnce) {
+  // A question is left once, or the process would end.
+  for (const bool replyFirst : {true, false}) {
+    SCOPED_TRACE(replyFirst);
+    ServiceErrorHandler fail = nil;
+    access_ = [&](ServiceHandler handler, ServiceErrorHandler errorHandler) {
+      fail = [[errorHandler copy] autorelease];
+      handler(service_);
+    };
+    sWait = [&](dispatch_group_t group) {
+      void (^reply)(BOOL, NSString *) = lastReply();
+      ServiceErrorHandler failNow = fail;
+      // 1. The connection's queue is held. 2. The one comes in, and behind it 3. the other.
+      HeldQueue queue;
+      for (const bool isReply : {replyFirst, !replyFirst}) {
+        queue.add([=] {
+          isReply ? reply(NO, nil)
+                  : failNow([NSError errorWithDomain:NSCocoaErrorDomain code:4097 userInfo:nil]);
+        });
+      }
+      EXPECT_FALSE(IsOver(group));
+      // 4. The queue goes on.
+      queue.finish();
+      EXPECT_TRUE(IsOver(group));
+      return 0;
+    };
+    EXPECT_EQ(AFXGetPreviousCustomerChoice(), 1u);
+  }
+}
+
+TEST_F(ConsentFlow, QuestionsSideBySideShareOneStatus) {
+  for (const bool firstReturnsFirst : {true, false}) {
+    SCOPED_TRACE(firstReturnsFirst);
+    replyAtOnce(NO, nil);
+    // 1. The first question has its reply, and is held before it returns the status.
+    Gate beforeReturn;
+    sWait = [&](dispatch_group_t) {
+      beforeReturn.pass();
+      return 0;
+    };
+    AFXConsentChoice status = 99;
+    std::thread first([&] {
+      @autoreleasepool {
+        status = AFXGetPreviousCustomerChoice();
+      }
+    });
+    ASSERT_TRUE(beforeReturn.isReached());
+    // 2. It goes on, 3. and there is a second one that nobody answers; or the other way round.
+    access_ = [](ServiceHandler handler, ServiceErrorHandler) { handler(nil); };
+    sWait = [](dispatch_group_t) { return 0; };
+    if (firstReturnsFirst) {
+      beforeReturn.open();
+      first.join();
+    }
+    EXPECT_EQ(AFXGetPreviousCustomerChoice(), 0x7FFFFFFFFFFFFFFFu);
+    if (!firstReturnsFirst) {
+      beforeReturn.open();
+      first.join();
+    }
+    EXPECT_EQ(status, firstReturnsFirst ? 1u : 0x7FFFFFFFFFFFFFFFu);
+    access_ = [this](ServiceHandler handler, ServiceErrorHandler) { handler(service_); };
+  }
+}
+
+TEST_F(ConsentFlow, ShowsAWindowOfItsOwnToWhoeverAskedJustBeforeTheAnswer) {
+  AFXPermissionWindowController *first = ask();
+  // 1. The main queue is held, since this is it. 2. Another thread asks.
+  std::thread([&] {
+    @autoreleasepool {
+      EXPECT_EQ(AFXAskCustomerPermissions(^(AFXConsentChoice) {
+                  sCalls.push_back("completion of the later call");
+                }),
+                YES);
+    }
+  }).join();
+  // 3. The customer answers the first question.
+  TakenCalls();
+  [first forbidEmailSharing:nil];
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "update (nil)", "completion 1"}));
+  // 4. The main queue goes on. In the other order the later caller is forgotten (see above).
+  runMainQueue();
+  ASSERT_NE(controller(), nil);
+  EXPECT_NE(controller(), first);
+  TakenCalls();
+  [controller() forbidEmailSharing:nil];
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "update (nil)", "completion of the later call"}));
+}
+
+TEST_F(ConsentFlow, ReportsWhatWasAnsweredWhateverIsRepliedMeanwhile) {
+  const struct {
+    SEL answer;
+    const char *update;
+  } rows[] = {{@selector(forbidEmailSharing:), "update (nil)"},
+              {@selector(allowEmailSharing:), "update jane@example.com"}};
+  for (const auto &row : rows) {
+    for (const bool replyFirst : {true, false}) {
+      SCOPED_TRACE(std::string(row.update) + (replyFirst ? ", reply first" : ""));
+      AFXPermissionWindowController *controller = ask();
+      void (^otherReply)(BOOL, NSString *) = lastReply();
+      ServiceHandler waiting = nil;
+      access_ = [&](ServiceHandler handler, ServiceErrorHandler) {
+        waiting = [[handler copy] autorelease];
+      };
+      // 1. The connection's queue is held. 2. A reply to another question brings an address.
+      HeldQueue queue;
+      queue.add([=] { otherReply(YES, @"other@example.com"); });
+      if (replyFirst) {
+        // 3. The queue goes on.
+        queue.finish();
+      }
+      // 3 or 4. The customer answers; the accessor keeps the handler, since it has no connection
+      // yet. 4 or 3. The queue goes on.
+      [controller performSelector:row.answer withObject:nil];
+      queue.finish();
+      TakenCalls();
+      // 5. The handler gets its proxy.
+      waiting(service_);
+      EXPECT_EQ(TakenCalls(), Calls{row.update});
+      access_ = [this](ServiceHandler handler, ServiceErrorHandler) { handler(service_); };
+    }
+  }
+}
+
+#pragma mark - The end of the process
+
+namespace {
+
+/// What is under way, and whether it goes on while the process ends.
+using UnderWay = std::tuple<const char *, bool>;
+
+class ConsentFlowAtExit : public ConsentFlow, public testing::WithParamInterface<UnderWay> {
+ protected:
+  /// Has the queue come to the gate in the middle of it.
+  void begin(const std::string &what) {
+    if (what == "a question") {
+      sWait = [this](dispatch_group_t) {
+        gate_.pass();
+        return 1;
+      };
+      queue_.add([] { AFXGetPreviousCustomerChoice(); });
+      return;
+    }
+    if (what == "a question to the customer") {
+      ask();
+    }
+    sWait = [](dispatch_group_t) { return 1; };
+    AFXGetPreviousCustomerChoice();
+    void (^reply)(BOOL, NSString *) = lastReply();
+    sInReading = &gate_;
+    queue_.add([=] { reply(YES, @"late@example.com"); });
+  }
+
+  Gate gate_;
+  HeldQueue queue_;
+};
+
+}  // namespace
+
+TEST_P(ConsentFlowAtExit, NothingHappensToTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto [what, goesOn] = GetParam();
+  SCOPED_TRACE(what);
+  EXPECT_EXIT(
+      {
+        begin(what);
+        ExitWhileHeld(&queue_, &gate_, goesOn);
+      },
+      testing::ExitedWithCode(3), testing::Eq(""));
+}
+
+INSTANTIATE_TEST_SUITE_P(While, ConsentFlowAtExit,
+                         testing::Combine(testing::Values("a question", "a late reply",
+                                                          "a question to the customer"),
+                                          testing::Bool()));
+
+TEST_F(ConsentFlow, MayEndTheProcessInsideTheAnswer) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        replyAtOnce(YES, @"jane@example.com");
+        AFXAskCustomerPermissions(^(AFXConsentChoice) {
+          std::exit(3);
+        });
+        runMainQueue();
+        [controller() forbidEmailSharing:nil];
+      },
+      testing::ExitedWithCode(3), testing::Eq(""));
 }
