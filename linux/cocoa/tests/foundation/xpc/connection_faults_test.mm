@@ -8,8 +8,8 @@
 
 #include <thread>
 
-#include "wire.h"
 #include "xpc_test_client.h"
+#include "xpc_test_frames.h"
 #import "xpc_test_server.h"
 
 using namespace xpc_test;
@@ -19,8 +19,6 @@ using platform::xpc::Tag;
 using platform::xpc::Writer;
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 const char kName[] = "com.example.faults";
 NSString *const kService = @"com.example.faults";
@@ -39,11 +37,6 @@ class XPCFaults : public ::testing::Test {
   NSAutoreleasePool *pool_;
 };
 
-Bytes Finished(Writer *writer) {
-  EXPECT_TRUE(writer->finish());
-  return Bytes(writer->data(), writer->data() + writer->size());
-}
-
 /// A message without arguments, or with `arguments` of which there are `count`.
 Bytes MessageFrame(const char *selector, uint64_t request, const char *signature, unsigned count,
                    const Bytes &arguments) {
@@ -57,24 +50,6 @@ Bytes MessageFrame(const char *selector, uint64_t request, const char *signature
   writer.putNumber(count);
   writer.putBytes(arguments.data(), arguments.size());
   return Finished(&writer);
-}
-
-/// The reply to `request` with one argument.
-Bytes ReplyFrame(uint64_t request, const Bytes &argument) {
-  Writer writer;
-  writer.begin(FrameKind::kReply);
-  writer.putNumber(request);
-  writer.putNumber(1);
-  writer.putBytes(argument.data(), argument.size());
-  return Finished(&writer);
-}
-
-Bytes Joined(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (const Bytes &part : parts) {
-    all.insert(all.end(), part.begin(), part.end());
-  }
-  return all;
 }
 
 /// Frames that are none, for either end.
