@@ -331,6 +331,27 @@ TEST_F(UsageReporter, TwoEndsOfAConnectionAreOne) {
   }
 }
 
+TEST_F(UsageReporter, TheReportersLastReleaseLeavesAnEventUnderWayAlone) {
+  report(@"first");
+  ScriptedConnection *connection = connections_.last();
+  // 1. A thread is held in the middle of sending an event.
+  Gate inEvent;
+  holdNextEvent(&inEvent);
+  HeldQueue caller;
+  caller.add([this] { report(@"second"); });
+  caller.go();
+  ASSERT_TRUE(inEvent.isReached());
+  // 2. Whoever made the reporter lets it go; the connection's handlers have it still. 3. The thread
+  //    goes on. 4. The check is answered, and the connection ends.
+  [reporter_ release];
+  reporter_ = nil;
+  inEvent.open();
+  caller.add([=] { [connection replyToCheck:YES]; });
+  caller.add([=] { connection.invalidationHandler(); });
+  caller.finish();
+  EXPECT_EQ(connections_.taken().back(), "invalidate 1");
+}
+
 #pragma mark - The end of the process
 
 namespace {
