@@ -8,6 +8,9 @@ elseif(PELLMAR_SANITIZE)
 endif()
 set(COCOA_TEST_ENVIRONMENT "${PELLMAR_TEST_ENVIRONMENT}")
 
+# What the build for races has to make: the programs of the tests with the label `thread`.
+add_custom_target(thread_tests)
+
 # Adds a test:
 #
 #   pellmar_add_test(NAME SOURCES … [LIBRARIES …] [DISPLAY] [ARGUMENTS …])  a program of GoogleTest
@@ -36,6 +39,9 @@ function(pellmar_add_test name)
     target_compile_options(${name} PRIVATE ${PELLMAR_TEST_OPTIONS} -O0)
     if(arg_DISPLAY)
       list(PREPEND arg_COMMAND ${PELLMAR_DISPLAY})
+    endif()
+    if("thread" IN_LIST arg_LABELS)
+      add_dependencies(thread_tests ${name})
     endif()
   elseif(arg_SCRIPT)
     set(arg_COMMAND "${NODE_EXECUTABLE}" --test "${CMAKE_CURRENT_SOURCE_DIR}/${arg_SCRIPT}")
