@@ -102,7 +102,7 @@ const char *PLDevAgentOptions::help() {
          "  --reply-delay MS                wait before each reply (0)\n"
          "  --hang SELECTOR                 never return from this method\n"
          "  --die-on SELECTOR               end the agent when this method is called\n"
-         "  --drop SELECTOR                 never reply to this method, but stay up\n"
+         "  --drop SELECTOR                 let this method's reply go unsent\n"
          "  --twice SELECTOR                reply twice to this method\n"
          "  --wrong-type SELECTOR           reply with objects of a wrong class\n"
          "  --error SELECTOR=DOMAIN:CODE:TEXT\n"

@@ -308,7 +308,7 @@ test('with an agent that is stopped they answer 0 after two seconds, and 1 once 
 for (const [name, options] of [
   ['dies before the first check', ['--die-on', 'checkConnectionWithCallback:']],
   ['dies in the middle of a request', ['--die-on', 'fetchAskingPermissionStatus:']],
-  ['never replies', ['--drop', 'fetchAskingPermissionStatus:']],
+  ['lets its reply go', ['--drop', 'fetchAskingPermissionStatus:']],
 ]) {
   test(`with an agent that ${name} the answer is 0 within two seconds`, async (t) => {
     const session = makeSession(t);

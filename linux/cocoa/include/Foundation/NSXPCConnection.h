@@ -41,7 +41,9 @@ enum {
 - (id)remoteObjectProxy;
 
 /// Returns a new proxy. For each message with a reply block either the block or `handler` runs,
-/// once, on the connection's queue; for one without, `handler` runs at most.
+/// once, on the connection's queue; for one without, `handler` runs at most. When the receiver
+/// releases the reply block without having called it, `handler` gets NSXPCConnectionInterrupted;
+/// when the reply does not fit, NSXPCConnectionReplyInvalid. The connection goes on in both cases.
 - (id)remoteObjectProxyWithErrorHandler:(void (^)(NSError *error))handler;
 
 @end
@@ -49,9 +51,10 @@ enum {
 /// A connection. It is set up completely and then resumed. All methods may be called from any
 /// thread; blocks run and messages arrive on a serial queue of its own. Messages are sent in the
 /// order of the calls, never wait for the peer, and raise NSInvalidArgumentException when an
-/// argument cannot be encoded. Besides scalars these can: NSString, NSNumber, NSArray,
-/// NSDictionary, NSError, NSData, NSDate, NSURL, NSNull, nil, and one reply block, whose arguments
-/// are as these.
+/// argument cannot be encoded. Besides scalars these can, up to 64 levels deep: NSString, NSNumber,
+/// NSArray, NSDictionary, NSError (without what cannot of its user info), NSData, NSDate (a finite
+/// one), NSURL (which arrives as an absolute one), NSNull, nil, and one reply block, whose arguments
+/// are as these. A message of more than 64 MiB or 2^20 values fails with NSXPCConnectionInvalid.
 ///
 /// When the last reference goes it is invalidated.
 @interface NSXPCConnection : NSObject <NSXPCProxyCreating>
@@ -85,7 +88,8 @@ enum {
 /// invalidation soon after.
 - (void)resume;
 
-/// Holds back handlers, replies and messages that arrive until `resume`.
+/// Holds back replies, messages that arrive and the peer's end until `resume`. Suspends have to be
+/// balanced before `invalidate`, as on a Mac; here it fails what is outstanding all the same.
 - (void)suspend;
 
 /// Ends the connection: what is outstanding fails with NSXPCConnectionInvalid.

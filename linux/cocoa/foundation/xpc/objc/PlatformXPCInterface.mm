@@ -1,5 +1,8 @@
 #import "PlatformXPCInterface.h"
 
+#import <Foundation/PlatformReplyTypes.h>
+
+#import "PlatformXPCProxy.h"
 #import "wire/object_coding.h"
 
 using platform::xpc::CodableClasses;
@@ -92,6 +95,17 @@ static NSString *KeyOf(const char *selector, NSUInteger index, BOOL ofReply) {
 
 + (NSXPCInterface *)interfaceWithProtocol:(Protocol *)protocol {
   return [[[PlatformXPCInterface alloc] initWithProtocol:protocol] autorelease];
+}
+
+@end
+
+@implementation NSXPCInterface (PlatformReplyTypes)
+
+- (id)replyTypesRecorder {
+  return [PlatformXPCProxy proxyForConnection:nil
+                                         core:nullptr
+                                    interface:(PlatformXPCInterface *)self
+                                 errorHandler:nil];
 }
 
 @end

@@ -14,7 +14,8 @@
 }
 
 /// Returns a proxy with the methods of `interface`.
-/// @param core  The connection's; lives as long as it.
+/// @param core  The connection's; lives as long as it. Without one the proxy sends nothing, but notes
+///              the types of the reply blocks that it is given.
 + (instancetype)proxyForConnection:(NSXPCConnection *)connection
                               core:(platform::xpc::ConnectionCore *)core
                          interface:(PlatformXPCInterface *)interface

@@ -13,10 +13,15 @@ using platform::xpc::ProtocolMethods;
 @implementation PlatformXPCProxy
 
 /// The code of the methods.
-static void Send(ffi_cif *, void *, void **arguments, void *method) {
+static void Send(ffi_cif *, void *, void **arguments, void *data) {
   PlatformXPCProxy *proxy = *static_cast<PlatformXPCProxy **>(arguments[0]);
-  proxy->_core->sendMessage(*static_cast<const platform::xpc::Method *>(method), proxy->_interface,
-                            arguments + 2, proxy->_errorHandler);
+  const auto &method = *static_cast<const platform::xpc::Method *>(data);
+  if (proxy->_core) {
+    proxy->_core->sendMessage(method, proxy->_interface, arguments + 2, proxy->_errorHandler);
+  } else if (method.reply >= 0) {
+    method.replyType =
+        platform::xpc::FindTypeOfBlock(*static_cast<id *>(arguments[2 + method.reply]));
+  }
 }
 
 /// A message that was forwarded would be described by the types that the compiler left in its

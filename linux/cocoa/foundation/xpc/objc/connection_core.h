@@ -89,7 +89,7 @@ class ConnectionCore : public Channel::Client, public std::enable_shared_from_th
   void drain();
   void handleFrame(const std::shared_ptr<Channel> &channel, const Channel::Received &received);
   const char *handleMessage(const std::shared_ptr<Channel> &channel, const Frame &frame);
-  const char *handleReply(const Frame &frame);
+  void handleReply(const Frame &frame);
   const char *decodeArguments(const Frame &frame, const Signature &signature,
                               PlatformXPCInterface *interface, const Method &method, bool ofReply,
                               Slot *slots);

@@ -301,8 +301,11 @@ void ConnectionCore::handleFrame(const std::shared_ptr<Channel> &channel,
   const char *problem =
       DecodePayload(received.kind, received.payload.data(), received.payload.size(), &frame);
   if (!problem) {
-    problem =
-        received.kind == FrameKind::kMessage ? handleMessage(channel, frame) : handleReply(frame);
+    if (received.kind == FrameKind::kMessage) {
+      problem = handleMessage(channel, frame);
+    } else {
+      handleReply(frame);
+    }
   }
   if (problem) {
     if (!channel->breakOff(problem)) {
@@ -315,14 +318,11 @@ void ConnectionCore::handleFrame(const std::shared_ptr<Channel> &channel,
   }
 }
 
-/// Fills `slots`; the objects in it are owned by the caller, on failure too.
+/// Fills `slots`, zeroes before; the objects in it are owned by the caller, on failure too.
 const char *ConnectionCore::decodeArguments(const Frame &frame, const Signature &signature,
                                             PlatformXPCInterface *interface, const Method &method,
                                             bool ofReply, Slot *slots) {
   const auto &types = signature.arguments();
-  for (size_t i = 0; i < types.size(); ++i) {
-    slots[i].asUnsigned = 0;
-  }
   if (frame.argumentCount != types.size()) {
     return "the number of arguments is wrong";
   }
@@ -379,15 +379,17 @@ const char *ConnectionCore::handleMessage(const std::shared_ptr<Channel> &channe
   } else if ((method->reply >= 0) != (frame.request != 0)) {
     problem = "a message has a reply block too many or too few";
   } else if (method->reply >= 0) {
-    type = FindBlockType(frame.replySignature, true);
+    type = method->replyType;
     if (!type) {
-      problem = "a reply block has types that cannot be sent";
+      problem = "what the reply block takes is not known here: see PlatformReplyTypes.h";
+    } else if (frame.replySignature != SignatureOf(type).text()) {
+      problem = "a reply block has other types than the method's";
     }
   }
 
   if (!problem) {
     const Signature &signature = *method->signature;
-    Slot slots[kMaximumArguments];
+    Slot slots[kMaximumArguments] = {};
     @try {
       problem = decodeArguments(frame, signature, interface, *method, false, slots);
       if (!problem && type) {
@@ -418,7 +420,7 @@ const char *ConnectionCore::handleMessage(const std::shared_ptr<Channel> &channe
   return problem;
 }
 
-const char *ConnectionCore::handleReply(const Frame &frame) {
+void ConnectionCore::handleReply(const Frame &frame) {
   Request request;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -428,36 +430,39 @@ const char *ConnectionCore::handleReply(const Frame &frame) {
         NSLog(@"XPC: replies to no outstanding request are ignored");
       }
       unexpectedReplyLogged_ = true;
-      return nullptr;
+      return;
     }
     request = found->second;
     requests_.erase(found);
   }
   id owner = owner_.retain();
   const Signature &signature = SignatureOf(request.type);
-  Slot slots[kMaximumArguments];
-  const char *problem = nullptr;
-  bool decoded = false;
+  const char *name = request.method->name.c_str();
+  Slot slots[kMaximumArguments] = {};
+  NSInteger code = NSXPCConnectionInterrupted;
+  const char *problem = "the receiver has released its reply block";
   @try {
-    problem = decodeArguments(frame, signature, request.interface, *request.method, true, slots);
-    decoded = true;
+    if (frame.kind == FrameKind::kReply) {
+      code = NSXPCConnectionReplyInvalid;
+      problem = decodeArguments(frame, signature, request.interface, *request.method, true, slots);
+    }
+  } @catch (id) {
+    problem = "an object cannot be made";
+  } @
+  try {
     CurrentConnection current(owner);
     if (problem) {
-      RunErrorHandler(request.errorHandler, MakeError(NSXPCConnectionReplyInvalid, serviceName()));
+      NSLog(@"XPC: there is no reply to %s: %s", name, problem);
+      RunErrorHandler(request.errorHandler, MakeError(code, serviceName()));
     } else {
       CallBlock(request.block, request.type, slots);
     }
   } @catch (id exception) {
-    NSLog(@"XPC: handling the reply to %s raised %@", request.method->name.c_str(), exception);
-  }
-  if (!decoded) {
-    problem = "an object cannot be made";
-    RunErrorHandler(request.errorHandler, MakeError(NSXPCConnectionReplyInvalid, serviceName()));
+    NSLog(@"XPC: handling the reply to %s raised %@", name, exception);
   }
   ReleaseArguments(signature, slots);
   request.release();
   [owner release];
-  return problem;
 }
 
 /// Queue.

@@ -2,6 +2,7 @@
 
 #include <objc/runtime.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -13,6 +14,8 @@
 
 namespace platform::xpc {
 
+class BlockType;
+
 struct Method {
   SEL selector;
   /// The types as this runtime reads them: it ends the process at the '?' of a block when a message
@@ -22,6 +25,8 @@ struct Method {
   std::unique_ptr<Signature> signature;
   /// Which argument is the reply block, or -1.
   int reply = -1;
+  /// What that takes, once it is known.
+  mutable std::atomic<const BlockType *> replyType{nullptr};
 };
 
 class ProtocolMethods {

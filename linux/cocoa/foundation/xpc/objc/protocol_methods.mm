@@ -4,6 +4,8 @@
 #include <cstring>
 #include <mutex>
 
+#include "wire/wire.h"
+
 namespace platform::xpc {
 
 namespace {
@@ -27,22 +29,24 @@ struct ProtocolRecord {
 
 const ProtocolMethods *ProtocolMethods::of(Protocol *protocol) {
   static std::mutex mutex;
-  static auto *known = new std::unordered_map<void *, const ProtocolMethods *>;
+  // By name: each file that mentions a protocol has its own.
+  static auto *known = new std::unordered_map<std::string_view, const ProtocolMethods *>;
+  if (!protocol) {
+    [NSException raise:NSInvalidArgumentException format:@"An interface needs a protocol"];
+  }
+  const char *name = protocol_getName(protocol);
   {
     std::lock_guard<std::mutex> lock(mutex);
-    auto found = known->find(protocol);
+    auto found = known->find(name);
     if (found != known->end()) {
       return found->second;
     }
-  }
-  if (!protocol) {
-    [NSException raise:NSInvalidArgumentException format:@"An interface needs a protocol"];
   }
   std::unique_ptr<ProtocolMethods> methods(new ProtocolMethods(protocol));
   methods->addProtocol(protocol);
   std::lock_guard<std::mutex> lock(mutex);
   // Of two threads that come here together, one's work is not needed.
-  const ProtocolMethods *&place = (*known)[protocol];
+  const ProtocolMethods *&place = (*known)[name];
   if (!place) {
     place = methods.release();
   }
@@ -91,12 +95,13 @@ void ProtocolMethods::addMethod(const char *name, const char *types) {
       ++blocks;
     }
   }
-  if (!method->signature || blocks > 1) {
+  if (!method->signature || blocks > 1 || method->name.size() > kMaximumName) {
     [NSException
          raise:NSInvalidArgumentException
         format:@"%s of the protocol %s cannot be sent over a connection: it must return void "
-               @"and take objects, scalars and at most one block",
-               method->name.c_str(), protocol_getName(protocol_)];
+               @"and take objects, scalars and at most one block, and its name must not be longer "
+               @"than %zu characters",
+               method->name.c_str(), protocol_getName(protocol_), kMaximumName];
   }
   method->types = method->signature->text();
   method->types.erase(std::remove(method->types.begin(), method->types.end(), '?'),

@@ -12,12 +12,8 @@ namespace platform::xpc {
 
 class BlockType;
 
-/// Returns the type of blocks with this encoding, which lives for ever, or nullptr where it cannot
-/// be a reply block's: malformed, not returning void, taking a block.
-/// @param foreign  The encoding comes from a peer: the number of such that are kept is limited.
-const BlockType *FindBlockType(std::string_view encoding, bool foreign);
-
-/// Returns the type of `block`, or nullptr as above, or where the compiler left no encoding.
+/// Returns the type of `block`, which lives for ever, or nullptr where it cannot be a reply block's
+/// (not returning void, taking a block) or the compiler left no encoding.
 const BlockType *FindTypeOfBlock(id block);
 
 const Signature &SignatureOf(const BlockType *type);
@@ -28,7 +24,7 @@ void CallBlock(id block, const BlockType *type, Slot *slots);
 
 /// Returns a new block, owned by the caller, that sends its arguments over `channel` as the reply
 /// to `request` when it is called. Only the first call does so. It may be called on any thread. One
-/// that is never called sends nothing.
+/// that goes without having been called sends that there is no reply.
 id MakeReplyBlock(const BlockType *type, std::shared_ptr<Channel> channel, uint64_t request,
                   std::string_view selector);
 

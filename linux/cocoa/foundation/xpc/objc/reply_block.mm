@@ -12,9 +12,6 @@ namespace platform::xpc {
 
 namespace {
 
-/// More than any set of protocols has; a peer that makes up types all the time is not let further.
-constexpr size_t kForeignTypes = 1024;
-
 struct ReplyState {
   std::shared_ptr<Channel> channel;
   uint64_t request;
@@ -36,7 +33,31 @@ struct ReplyDescriptor {
 
 void CopyReplyBlock(void *, const void *) {}
 
-void DisposeReplyBlock(const void *block) { delete static_cast<const ReplyBlock *>(block)->state; }
+/// A reply that cannot be sent must not leave the peer waiting: the connection ends then.
+/// @param problem  What is wrong with the frame already, or nothing.
+void Send(const ReplyState &state, Writer *writer, std::string problem) {
+  if (problem.empty() && !writer->finish()) {
+    problem = "it is too large";
+  }
+  if (problem.empty() &&
+      state.channel->send(writer->data(), writer->size()) == Channel::Sent::kFull) {
+    problem = "too much waits to be sent already";
+  }
+  if (!problem.empty()) {
+    state.channel->breakOff("the reply to " + state.selector + " cannot be sent: " + problem);
+  }
+}
+
+void DisposeReplyBlock(const void *block) {
+  const std::unique_ptr<ReplyState> state(static_cast<const ReplyBlock *>(block)->state);
+  if (!state->called) {
+    Writer writer;
+    writer.begin(FrameKind::kNoReply);
+    writer.putNumber(state->request);
+    writer.putNumber(0);
+    Send(*state, &writer, {});
+  }
+}
 
 }  // namespace
 
@@ -100,49 +121,25 @@ void BlockType::called(ffi_cif *, void *, void **arguments, void *data) {
     for (size_t i = 0; i < types.size(); ++i) {
       EncodeArgument(&writer, types[i], arguments[1 + i]);
     }
-    if (!writer.finish()) {
-      problem = "it is too large";
-    }
   } @catch (NSException *exception) {
     problem = [[exception reason] UTF8String];
   }
-  // A reply that cannot be sent must not leave the peer waiting.
-  if (problem.empty() &&
-      state->channel->send(writer.data(), writer.size()) == Channel::Sent::kFull) {
-    problem = "too much waits to be sent already";
-  }
-  if (!problem.empty()) {
-    state->channel->breakOff("the reply to " + state->selector + " cannot be sent: " + problem);
-  }
-}
-
-const BlockType *FindBlockType(std::string_view encoding, bool foreign) {
-  static std::mutex mutex;
-  static auto *types = new std::unordered_map<std::string, const BlockType *>;
-  static size_t foreignTypes = 0;
-  std::string key(encoding);
-  std::lock_guard<std::mutex> lock(mutex);
-  auto found = types->find(key);
-  if (found != types->end()) {
-    return found->second;
-  }
-  if (foreign && foreignTypes >= kForeignTypes) {
-    return nullptr;
-  }
-  const BlockType *type = BlockType::make(encoding);
-  if (!type) {
-    return nullptr;
-  }
-  if (foreign) {
-    ++foreignTypes;
-  }
-  types->emplace(std::move(key), type);
-  return type;
+  Send(*state, &writer, std::move(problem));
 }
 
 const BlockType *FindTypeOfBlock(id block) {
+  static std::mutex mutex;
+  static auto *types = new std::unordered_map<std::string, const BlockType *>;
   const char *encoding = _Block_signature(block);
-  return encoding ? FindBlockType(encoding, false) : nullptr;
+  if (!encoding) {
+    return nullptr;
+  }
+  std::lock_guard<std::mutex> lock(mutex);
+  const BlockType *&type = (*types)[encoding];
+  if (!type) {
+    type = BlockType::make(encoding);
+  }
+  return type;
 }
 
 const Signature &SignatureOf(const BlockType *type) { return type->signature(); }

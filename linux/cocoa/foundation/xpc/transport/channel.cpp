@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 namespace platform::xpc {
 
@@ -174,7 +175,13 @@ void Channel::onReadable() {
       if (evbuffer_get_length(input) - sizeof header < length) {
         break;
       }
-      frame.payload.resize(length);
+      try {
+        frame.payload.resize(length);
+      } catch (const std::bad_alloc &) {
+        finish(End::kBroken, "there is no memory for a frame");
+        changed = true;
+        break;
+      }
       evbuffer_drain(input, sizeof header);
       evbuffer_remove(input, frame.payload.data(), length);
       readySize_ += sizeof header + length;

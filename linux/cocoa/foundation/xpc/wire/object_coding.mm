@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <string>
 #include <vector>
 
 namespace platform::xpc {
@@ -59,8 +60,8 @@ void PutPair(Writer *writer, NSDictionary *dictionary, id key, unsigned depth) {
 
 void PutError(Writer *writer, NSError *error, unsigned depth) {
   writer->putTag(Tag::kError);
-  writer->putTag(Tag::kString);
-  PutString(writer, [error domain]);
+  NSString *domain = [error domain];
+  Put(writer, domain ? domain : @"", depth + 1);
   writer->putTag(Tag::kSigned);
   writer->putSigned([error code]);
   NSDictionary *info = [error userInfo];
@@ -73,7 +74,7 @@ void PutError(Writer *writer, NSError *error, unsigned depth) {
     } @catch (NSException *) {
       continue;
     }
-    pairs.putBytes(pair.data(), pair.size());
+    pairs.putAll(pair);
     ++count;
   }
   if (count == 0) {
@@ -82,7 +83,7 @@ void PutError(Writer *writer, NSError *error, unsigned depth) {
   }
   writer->putTag(Tag::kDictionary);
   writer->putNumber(count);
-  writer->putBytes(pairs.data(), pairs.size());
+  writer->putAll(pairs);
 }
 
 void Put(Writer *writer, id object, unsigned depth) {
@@ -118,10 +119,12 @@ void Put(Writer *writer, id object, unsigned depth) {
     writer->putText({static_cast<const char *>([object bytes]), [(NSData *)object length]});
   } else if ([object isKindOfClass:[NSNull class]]) {
     writer->putTag(Tag::kNull);
-  } else if ([object isKindOfClass:[NSDate class]]) {
+  } else if ([object isKindOfClass:[NSDate class]] &&
+             std::isfinite([object timeIntervalSinceReferenceDate])) {
     writer->putTag(Tag::kDate);
     writer->putDouble([object timeIntervalSinceReferenceDate]);
-  } else if ([object isKindOfClass:[NSURL class]]) {
+  } else if ([object isKindOfClass:[NSURL class]] &&
+             [NSURL URLWithString:[object absoluteString]]) {
     writer->putTag(Tag::kURL);
     PutString(writer, [object absoluteString]);
   } else {
@@ -139,7 +142,17 @@ bool IsAllowed(NSSet *allowed, id object) {
 }
 
 NSString *MakeString(const Item &item) {
-  return [[NSString alloc] initWithBytes:item.bytes length:item.size encoding:NSUTF8StringEncoding];
+  if (item.text().substr(0, 3) != "\xef\xbb\xbf") {
+    return [[NSString alloc] initWithBytes:item.bytes
+                                    length:item.size
+                                  encoding:NSUTF8StringEncoding];
+  }
+  // GNUstep takes U+FEFF at the beginning for a mark of the byte order and drops it.
+  const std::string text = "." + std::string(item.text());
+  NSString *behind = [[[NSString alloc] initWithBytes:text.data()
+                                               length:text.size()
+                                             encoding:NSUTF8StringEncoding] autorelease];
+  return [[behind substringFromIndex:1] retain];
 }
 
 id DecodeArray(const Item **item, uint32_t count, NSSet *allowed, const char **problem) {
@@ -161,10 +174,7 @@ id DecodeDictionary(const Item **item, uint32_t count, NSSet *allowed, const cha
   for (uint32_t i = 0; i < count; ++i) {
     id key = DecodeObject(item, allowed, problem);
     id value = key ? DecodeObject(item, allowed, problem) : nil;
-    if (value && [dictionary objectForKey:key]) {
-      *problem = "a dictionary has a key twice";
-    }
-    if (value && !*problem) {
+    if (value) {
       [dictionary setObject:value forKey:key];
       if (![dictionary objectForKey:key]) {
         *problem = "a dictionary has a key that is no value";

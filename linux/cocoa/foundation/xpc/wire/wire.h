@@ -9,6 +9,7 @@
 //   message: request number (0: no reply), selector, with a reply the signature of its block,
 //            number of arguments, arguments
 //   reply:   request number, number of arguments, arguments
+//   no reply: as a reply without arguments
 // Counts and lengths are LEB128 numbers, texts a length and UTF-8, values a tag and what the tag
 // says (see `Tag`).
 
@@ -31,7 +32,11 @@ constexpr unsigned kMaximumDepth = 64;
 constexpr unsigned kMaximumArguments = 16;
 constexpr size_t kMaximumName = 255;
 
-enum class FrameKind : uint8_t { kMessage = 1, kReply = 2 };
+enum class FrameKind : uint8_t {
+  kMessage = 1,
+  kReply = 2,
+  kNoReply = 3,  ///< In the place of a reply that will never come.
+};
 
 enum class Tag : uint8_t {
   kNil = 0x00,
@@ -90,15 +95,22 @@ const char *DecodePayload(FrameKind kind, const uint8_t *payload, size_t length,
 class Writer {
  public:
   void begin(FrameKind kind);
-  /// Fills in the length. Returns false when the payload is too large to be sent.
+  /// Fills in the length. Returns false when the payload is too large to be sent or has too many
+  /// values.
   bool finish();
 
-  void putTag(Tag tag) { putByte(static_cast<uint8_t>(tag)); }
+  /// Begins a value.
+  void putTag(Tag tag) {
+    putByte(static_cast<uint8_t>(tag));
+    ++items_;
+  }
   void putByte(uint8_t byte) { bytes_.push_back(byte); }
   void putNumber(uint64_t number);
   void putSigned(int64_t number);
   void putDouble(double number);
   void putBytes(const void *bytes, size_t length);
+  /// The values that `other` has written.
+  void putAll(const Writer &other);
   /// A length and the bytes.
   void putText(std::string_view text);
   /// A length and the UTF-8 of UTF-16 units; a half of a surrogate pair becomes U+FFFD.
@@ -109,6 +121,7 @@ class Writer {
 
  private:
   std::vector<uint8_t> bytes_;
+  size_t items_ = 0;
 };
 
 }  // namespace platform::xpc

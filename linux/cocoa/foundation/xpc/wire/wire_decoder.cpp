@@ -1,4 +1,5 @@
 #include <cstring>
+#include <new>
 
 #include "wire.h"
 
@@ -218,7 +219,7 @@ const char *DecodeHeader(const uint8_t *bytes, uint32_t *length, FrameKind *kind
     return "a frame has an unknown version";
   }
   *kind = static_cast<FrameKind>(bytes[7]);
-  if (*kind != FrameKind::kMessage && *kind != FrameKind::kReply) {
+  if (*kind < FrameKind::kMessage || *kind > FrameKind::kNoReply) {
     return "a frame has an unknown kind";
   }
   *length = bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<uint32_t>(bytes[3]) << 24;
@@ -247,6 +248,8 @@ const char *DecodePayload(FrameKind kind, const uint8_t *payload, size_t length,
     frame->argumentCount = static_cast<uint32_t>(count);
   } catch (const Malformed &malformed) {
     return malformed.problem;
+  } catch (const std::bad_alloc &) {
+    return "there is no memory for a frame";
   }
   return nullptr;
 }

@@ -27,7 +27,7 @@ bool Writer::finish() {
   for (unsigned i = 0; i < 4; ++i) {
     bytes_[i] = static_cast<uint8_t>(length >> (8 * i));
   }
-  return length <= kMaximumPayload;
+  return length <= kMaximumPayload && items_ <= kMaximumItems;
 }
 
 void Writer::putNumber(uint64_t number) {
@@ -52,6 +52,11 @@ void Writer::putDouble(double number) {
 void Writer::putBytes(const void *bytes, size_t length) {
   const auto *first = static_cast<const uint8_t *>(bytes);
   bytes_.insert(bytes_.end(), first, first + length);
+}
+
+void Writer::putAll(const Writer &other) {
+  putBytes(other.data(), other.size());
+  items_ += other.items_;
 }
 
 void Writer::putText(std::string_view text) {

@@ -6,6 +6,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdlib>
+#include <new>
 #include <thread>
 
 #include "xpc_test_client.h"
@@ -17,6 +20,20 @@ using platform::xpc::FrameKind;
 using platform::xpc::kHeaderSize;
 using platform::xpc::Tag;
 using platform::xpc::Writer;
+
+/// Larger blocks of memory are refused.
+static std::atomic<size_t> sLargestBlock{SIZE_MAX};
+
+// The library's allocations come here, too.
+void *operator new(size_t size) {
+  void *block = size > sLargestBlock ? nullptr : std::malloc(size);
+  if (!block) {
+    throw std::bad_alloc();
+  }
+  return block;
+}
+void operator delete(void *block) noexcept { std::free(block); }
+void operator delete(void *block, size_t) noexcept { std::free(block); }
 
 namespace {
 
@@ -58,7 +75,7 @@ std::vector<std::pair<const char *, Bytes>> BadFrames() {
   Bytes wrongMagic = good, wrongVersion = good, wrongKind = good, tooLong = good, tooShort = good;
   wrongMagic[4] = 'Q';
   wrongVersion[6] = 9;
-  wrongKind[7] = 3;
+  wrongKind[7] = 4;
   tooLong[3] = 0x7f;
   tooShort[0] -= 1;
   Bytes random(5000);
@@ -325,18 +342,36 @@ TEST_F(XPCFaults, ASecondReplyOnTheWireIsIgnored) {
   EXPECT_EQ(client.interrupted.count(), 0u);
 }
 
-TEST_F(XPCFaults, ADroppedReplySendsNothingAndEndsWithTheConnection) {
+TEST_F(XPCFaults, AReplyBlockThatIsReleasedUncalledFailsItsRequestOnly) {
   Peer peer;
   ASSERT_TRUE(peer.serve(kName));
-  Outcome outcome;
-  {
-    Client client(kService);
-    [client.proxy(&outcome) dropWithReply:outcome.onFlag()];
-    client.echo(nil);
-    EXPECT_EQ(outcome.ended.count(), 0u);
-  }
-  ASSERT_TRUE(outcome.ended.wait());
-  EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
+  Client client(kService);
+  Outcome dropped, kept;
+  [client.proxy(&kept) after:100 reply:kept.onFlag()];
+  [client.proxy(&dropped) dropWithReply:dropped.onFlag()];
+  ASSERT_TRUE(dropped.ended.wait());
+  EXPECT_EQ(dropped.errors, 1u);
+  EXPECT_EQ(dropped.code, NSXPCConnectionInterrupted);
+  ASSERT_TRUE(kept.ended.wait());
+  EXPECT_EQ(kept.replies, 1u);
+  EXPECT_TRUE([client.echo(@"x") isEqual:@"x"]);
+  EXPECT_EQ(client.interrupted.count(), 0u);
+}
+
+TEST_F(XPCFaults, AReplyBlockThatWasCalledIsReleasedWithoutAWord) {
+  RawSocket listener = RawSocket::listen(directory_.socket(kName), 8);
+  NSXPCConnection *connection = [[[NSXPCConnection alloc] initWithMachServiceName:kService
+                                                                          options:0] autorelease];
+  connection.exportedInterface = [NSXPCInterface interfaceWithProtocol:@protocol(XPCTestService)];
+  connection.exportedObject = [[[XPCTestServer alloc] init] autorelease];
+  Client client(connection);
+  RawSocket peer = listener.accept();
+  ASSERT_TRUE(peer.write(Joined({MessageFrame("echo:reply:", 1, "v@?@", 2, {0x25, 0x01}),
+                                 MessageFrame("dropWithReply:", 2, "v@?C", 1, {0x01}),
+                                 MessageFrame("echo:reply:", 3, "v@?@", 2, {0x25, 0x01})})));
+  EXPECT_EQ(peer.readFrame(), ReplyFrame(1, {0x25}));
+  EXPECT_EQ(peer.readFrame(), Bytes({2, 0, 0, 0, 'P', 'X', 1, 3, 2, 0}));
+  EXPECT_EQ(peer.readFrame(), ReplyFrame(3, {0x25}));
 }
 
 TEST_F(XPCFaults, ALateReplyToAnInvalidatedConnectionIsLost) {
@@ -449,6 +484,33 @@ TEST_F(XPCFaults, ACutOffFrameFromTheServiceInterruptsTheClient) {
   }
 }
 
+TEST_F(XPCFaults, AFrameThatThereIsNoMemoryForInterruptsTheClient) {
+  RawSocket listener = RawSocket::listen(directory_.socket(kName), 8);
+  Bytes many = {0x22, 0x80, 0x80, 0x04};  // An array of 2^16 null objects, each an item.
+  many.resize(many.size() + (1 << 16), 0x25);
+  Bytes text = {0x20, 0x80, 0x80, 0x40};  // A text of 2^20 letters.
+  text.resize(text.size() + (1 << 20), 'x');
+  for (const Bytes &reply : {ReplyFrame(1, many), ReplyFrame(1, text)}) {
+    Client client(kService);
+    Outcome outcome;
+    [client.proxy(&outcome) echo:nil reply:outcome.onObject()];
+    RawSocket peer = listener.accept();
+    ASSERT_FALSE(peer.readFrame().empty());
+    sLargestBlock = 1 << 17;
+    ASSERT_TRUE(peer.write(reply));
+    EXPECT_TRUE(outcome.ended.wait());
+    sLargestBlock = SIZE_MAX;
+    EXPECT_EQ(outcome.code, NSXPCConnectionInterrupted);
+    EXPECT_TRUE(client.interrupted.wait());
+    [client.proxy(&outcome) echo:nil reply:outcome.onObject()];
+    peer = listener.accept();
+    ASSERT_FALSE(peer.readFrame().empty());
+    ASSERT_TRUE(peer.write(ReplyFrame(2, {0x25})));
+    EXPECT_TRUE(outcome.ended.wait(2));
+    EXPECT_EQ(outcome.replies, 1u);
+  }
+}
+
 TEST_F(XPCFaults, AFrameInSmallPiecesIsPutTogether) {
   RawSocket listener = RawSocket::listen(directory_.socket(kName), 8);
   Client client(kService);
@@ -497,9 +559,14 @@ TEST_F(XPCFaults, AReplyOfTheWrongKindIsAnInvalidReply) {
     ASSERT_FALSE(peer.readFrame().empty()) << one.what;
     ASSERT_TRUE(peer.write(ReplyFrame(1, one.argument)));
     EXPECT_TRUE(outcome.ended.wait()) << one.what;
-    EXPECT_TRUE(client.interrupted.wait()) << one.what;
     EXPECT_EQ(outcome.code, NSXPCConnectionReplyInvalid) << one.what;
     EXPECT_EQ(outcome.replies, 0u) << one.what;
+    // Only the request fails.
+    [client.proxy(&outcome) hangWithReply:outcome.onFlag()];
+    ASSERT_FALSE(peer.readFrame().empty()) << one.what;
+    ASSERT_TRUE(peer.write(ReplyFrame(2, {0x11, 1})));
+    EXPECT_TRUE(outcome.ended.wait(2)) << one.what;
+    EXPECT_EQ(outcome.replies, 1u) << one.what;
   }
 }
 
@@ -528,6 +595,10 @@ TEST_F(XPCFaults, BadFramesFromAClientEndItsConnectionOnly) {
                    MessageFrame("echo:reply:", 1, "i@?@", 2, {0x00, 0x01}));
   bad.emplace_back("a reply block with a structure",
                    MessageFrame("echo:reply:", 1, "v@?{a=ii}", 2, {0x00, 0x01}));
+  bad.emplace_back("a reply block that takes an object where the method gives a number",
+                   MessageFrame("twiceWithReply:", 1, "v@?@", 1, {0x01}));
+  bad.emplace_back("a reply block that takes more than the method gives",
+                   MessageFrame("twiceWithReply:", 1, "v@?C@", 1, {0x01}));
   for (const auto &[what, bytes] : bad) {
     RawSocket client = RawSocket::connect(directory_.socket(kName));
     ASSERT_TRUE(client.isOpen()) << what;

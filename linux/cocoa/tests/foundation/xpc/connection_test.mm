@@ -1,5 +1,7 @@
 // Connections inside one process, over real sockets.
 
+#import <Foundation/PlatformReplyTypes.h>
+
 #include <gtest/gtest.h>
 #include <objc/runtime.h>
 #include <sys/resource.h>
@@ -114,10 +116,16 @@ TEST_F(XPC, BooleansStayBooleans) {
   EXPECT_NE([client.echo([NSNumber numberWithInt:1]) class], boolean);
 }
 
+/// `text` without its first unit: GNUstep makes no string of such units.
+static NSString *WithoutItsFirst(NSString *text) {
+  NSMutableString *rest = [NSMutableString stringWithString:text];
+  [rest deleteCharactersInRange:NSMakeRange(0, 1)];
+  return rest;
+}
+
 TEST_F(XPC, HalfASurrogatePairBecomesTheReplacementCharacter) {
   Client client(kService);
-  NSMutableString *half = [NSMutableString stringWithString:@"😀"];
-  [half deleteCharactersInRange:NSMakeRange(0, 1)];
+  NSString *half = WithoutItsFirst(@"😀");
   ASSERT_EQ([half length], 1u);
   EXPECT_TRUE([client.echo(half) isEqual:@"\uFFFD"]);
 }
@@ -229,6 +237,14 @@ TEST_F(XPC, ProtocolsThatCannotBeSentAreRefusedAtOnce) {
   EXPECT_INVALID_ARGUMENT([NSXPCInterface interfaceWithProtocol:@protocol(XPCTestTwoBlocks)]);
 }
 
+/// `object` inside `depth` arrays.
+static id Nested(unsigned depth, id object) {
+  for (; depth; --depth) {
+    object = [NSArray arrayWithObject:object];
+  }
+  return object;
+}
+
 TEST_F(XPC, AnArgumentThatCannotBeEncodedRaisesAndSendsNothing) {
   Client client(kService);
   Outcome outcome;
@@ -240,8 +256,85 @@ TEST_F(XPC, AnArgumentThatCannotBeEncodedRaisesAndSendsNothing) {
   [endless addObject:element];
   EXPECT_INVALID_ARGUMENT([client.proxy(&outcome) echo:endless reply:outcome.onObject()]);
   [endless removeAllObjects];
+  for (double moment : {INFINITY, -INFINITY}) {
+    NSDate *never = [NSDate dateWithTimeIntervalSinceReferenceDate:moment];
+    EXPECT_INVALID_ARGUMENT([client.proxy(&outcome) echo:never reply:outcome.onObject()]);
+  }
+  EXPECT_INVALID_ARGUMENT([client.proxy(&outcome) echo:Nested(65, @"deep")
+                                                 reply:outcome.onObject()]);
+  EXPECT_INVALID_ARGUMENT([client.proxy(&outcome) echo:Nested(64, [NSError errorWithDomain:@"d"
+                                                                                      code:1
+                                                                                  userInfo:nil])
+                                                 reply:outcome.onObject()]);
   EXPECT_TRUE([client.echo(@"still there") isEqual:@"still there"]);
   EXPECT_EQ(outcome.ended.count(), 0u);
+}
+
+TEST_F(XPC, WhatIsNestedAsDeeplyAsCanBeArrives) {
+  Client client(kService);
+  id deepest = Nested(64, @"deep");
+  EXPECT_TRUE([client.echo(deepest) isEqual:deepest]);
+  // Of a chain of errors, the last ones are left out.
+  NSError *error = nil;
+  for (int i = 0; i < 100; ++i) {
+    error = [NSError
+        errorWithDomain:@"d"
+                   code:i
+               userInfo:[NSDictionary dictionaryWithObjectsAndKeys:@"text",
+                                                                   NSLocalizedDescriptionKey, error,
+                                                                   NSUnderlyingErrorKey, nil]];
+  }
+  unsigned length = 0;
+  for (NSError *each = client.echo(error); each;
+       each = [[each userInfo] objectForKey:NSUnderlyingErrorKey]) {
+    EXPECT_EQ([each code], 99 - static_cast<int>(length++));
+  }
+  EXPECT_EQ(length, 32u);
+  EXPECT_EQ(client.interrupted.count(), 0u);
+}
+
+TEST_F(XPC, AMessageOfTooManyValuesFails) {
+  Client client(kService);
+  Outcome outcome;
+  const unsigned most = 1 << 20;
+  NSMutableArray *many = [NSMutableArray array];
+  for (unsigned i = 0; i < most; ++i) {
+    [many addObject:[NSNull null]];
+  }
+  [client.proxy(&outcome) echo:many reply:outcome.onObject()];
+  ASSERT_TRUE(outcome.ended.wait());
+  EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
+  // The array and the reply block are values, too.
+  [many removeLastObject];
+  [many removeLastObject];
+  [client.proxy(&outcome) echo:many reply:outcome.onObject()];
+  ASSERT_TRUE(outcome.ended.wait(2));
+  EXPECT_EQ(outcome.replies, 1u);
+}
+
+TEST_F(XPC, KeysThatDifferByALeadingByteOrderMarkArriveAsTwo) {
+  Client client(kService);
+  NSString *marked = WithoutItsFirst(@".\uFEFFkey");
+  ASSERT_EQ([marked length], 4u);
+  id both = [NSDictionary dictionaryWithObjectsAndKeys:@"1", @"key", @"2", marked, nil];
+  ASSERT_EQ([both count], 2u);
+  EXPECT_TRUE([client.echo(both) isEqual:both]);
+}
+
+TEST_F(XPC, KeysThatBecomeOneDoNotEndTheConnection) {
+  Client client(kService);
+  id both = [NSDictionary
+      dictionaryWithObjectsAndKeys:@"1", WithoutItsFirst(@"😀"), @"2", WithoutItsFirst(@"😁"), nil];
+  ASSERT_EQ([both count], 2u);
+  EXPECT_EQ([client.echo(both) count], 1u);
+}
+
+TEST_F(XPC, ARelativeURLArrivesAsAnAbsoluteOne) {
+  Client client(kService);
+  NSURL *base = [NSURL URLWithString:@"https://a.example/b/c"];
+  NSURL *answer = client.echo([NSURL URLWithString:@"d" relativeToURL:base]);
+  EXPECT_TRUE([[answer absoluteString] isEqual:@"https://a.example/b/d"]);
+  EXPECT_EQ([answer baseURL], nil);
 }
 
 TEST_F(XPC, MessagesOfOneThreadArriveInOrder) {
@@ -322,13 +415,25 @@ TEST_F(XPC, ADelegateStaysWhileItIsAsked) {
 @optional
 - (void)chosenWithReply:(void (^_Nonnull)(BOOL flag))reply;
 - (void)leftOutWithReply:(void (^_Nonnull)(BOOL flag))reply;
+/// Whose types nobody has told the layer.
+- (void)unnotedWithReply:(void (^_Nonnull)(BOOL flag))reply;
 @end
 
-/// Serves one of two optional methods.
+/// Serves some of the optional methods.
 @interface XPCTestChooser : NSObject <NSXPCListenerDelegate, XPCTestChoice>
 @end
 
 @implementation XPCTestChooser
++ (void)initialize {
+  const PlatformAnyArgument any;
+  id<XPCTestChoice> choice =
+      [[NSXPCInterface interfaceWithProtocol:@protocol(XPCTestChoice)] replyTypesRecorder];
+  [choice chosenWithReply:any];
+  [choice leftOutWithReply:any];
+}
+- (void)unnotedWithReply:(void (^)(BOOL))reply {
+  reply(YES);
+}
 - (BOOL)listener:(NSXPCListener *)listener shouldAcceptNewConnection:(NSXPCConnection *)connection {
   (void)listener;
   connection.exportedInterface = [NSXPCInterface interfaceWithProtocol:@protocol(XPCTestChoice)];
@@ -340,6 +445,22 @@ TEST_F(XPC, ADelegateStaysWhileItIsAsked) {
   reply(YES);
 }
 @end
+
+TEST_F(XPC, ARequestWhoseReplyTypesAreNotKnownEndsTheConnection) {
+  XPCTestChooser *chooser = [[[XPCTestChooser alloc] init] autorelease];
+  listener_.delegate = chooser;
+  NSXPCConnection *connection = [[[NSXPCConnection alloc] initWithMachServiceName:kService
+                                                                          options:0] autorelease];
+  Client client(connection);
+  connection.remoteObjectInterface =
+      [NSXPCInterface interfaceWithProtocol:@protocol(XPCTestChoice)];
+  Outcome chosen;
+  [[connection remoteObjectProxyWithErrorHandler:chosen.onError()]
+      unnotedWithReply:chosen.onFlag()];
+  ASSERT_TRUE(chosen.ended.wait());
+  EXPECT_EQ(chosen.code, NSXPCConnectionInterrupted);
+  [listener_ invalidate];
+}
 
 TEST_F(XPC, OptionalMethodsAreSentAsOthers) {
   XPCTestChooser *chooser = [[[XPCTestChooser alloc] init] autorelease];
@@ -684,7 +805,8 @@ TEST_F(XPC, OnlyTheClassesSetAreLetThrough) {
                          reply:outcome.onObject()];
   ASSERT_TRUE(outcome.ended.wait());
   EXPECT_EQ(outcome.code, NSXPCConnectionReplyInvalid);
-  EXPECT_TRUE(client.interrupted.wait());
+  EXPECT_TRUE([client.echo(allowed) isEqual:allowed]) << "only the request fails";
+  EXPECT_EQ(client.interrupted.count(), 0u);
 }
 
 TEST_F(XPC, InvalidationFailsWhatIsOutstandingOnceAndThenAllElse) {

@@ -1,5 +1,7 @@
 #import "xpc_test_server.h"
 
+#import <Foundation/PlatformReplyTypes.h>
+
 #include <unistd.h>
 
 #include <cstring>
@@ -7,6 +9,37 @@
 @implementation XPCTestServer
 
 @synthesize refuses = _refuses;
+
++ (void)initialize {
+  const PlatformAnyArgument any;
+  id<XPCTestService> service =
+      [[NSXPCInterface interfaceWithProtocol:@protocol(XPCTestService)] replyTypesRecorder];
+  [service echo:any reply:any];
+  [service eventsWithReply:any];
+  [service character:any
+                flag:any
+               truth:any
+               small:any
+            unsigned:any
+                wide:any
+            positive:any
+              single:any
+             twofold:any
+               reply:any];
+  [service addresses:any reply:any];
+  [service textOfLength:any reply:any];
+  [service failWithReply:any];
+  [service hangWithReply:any];
+  [service dropWithReply:any];
+  [service twiceWithReply:any];
+  [service after:any reply:any];
+  [service dieWithReply:any];
+  [service answerAndDieWithReply:any];
+  [service raiseWithReply:any];
+  [service strangeWithReply:any];
+  [service isFromProcess:any reply:any];
+  [service callBack:any reply:any];
+}
 
 - (instancetype)init {
   self = [super init];
