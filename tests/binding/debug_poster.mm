@@ -43,6 +43,15 @@ int main(int argc, char *argv[]) {
           Post(pid, Message([NSString stringWithFormat:@"message %d of the burst", i]));
         }
       }
+    } else if (kind == "flood") {
+      // For so many seconds, without a pause and without waiting for anybody.
+      const dispatch_time_t end =
+          dispatch_time(DISPATCH_TIME_NOW, atoi(argument) * (int64_t)NSEC_PER_SEC);
+      for (int i = 0; dispatch_time(DISPATCH_TIME_NOW, 0) < end; ++i) {
+        @autoreleasepool {
+          Post(pid, Message([NSString stringWithFormat:@"message %d of the flood", i]));
+        }
+      }
     } else if (kind == "without-message") {
       Post(pid, [NSDictionary dictionaryWithObject:@"text" forKey:@"another key"]);
     } else if (kind == "without-user-info") {

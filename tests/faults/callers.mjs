@@ -68,8 +68,11 @@ export class Caller {
 
   /** Starts plain node with the module loaded. */
   static async inNode(row) {
-    const env = { ...process.env, ...sanitizerEnvironment(), ...row.session.env };
+    const env = { ...process.env, ...sanitizerEnvironment(), ...row.session.env, ...row.environment };
     delete env.DISPLAY;
+    if (row.preload) {
+      env.LD_PRELOAD = [env.LD_PRELOAD, path.join(buildFolder, row.preload)].filter(Boolean).join(':');
+    }
     const caller = Caller.#start(row, process.execPath, [script, modulePath], env);
     await caller.event('ready');
     return caller;
@@ -91,7 +94,7 @@ export class Caller {
   /** Starts the desktop host with the module loaded. */
   static async inHost(row, display) {
     const { process: child } = runHost(script, {
-      display, env: row.session.env, args: [modulePath], stdin: 'pipe',
+      display, env: { ...row.session.env, ...row.environment }, args: [modulePath], stdin: 'pipe',
     });
     const caller = new Caller(child);
     row.after(() => caller.kill());

@@ -5,12 +5,15 @@
 //   codes COUNT THREADS requests that many authorization codes from that many threads together
 //   persist             requests a code, and once more inside the completion of one that failed
 //   unsendable          reports an event and requests a code with objects that cannot be sent
+//   fork                forks a child that ends normally 300 ms later, without another program in it
+//   reap                waits for its end
 //   outcome LIMIT       waits for their completions, LIMIT milliseconds at the most
 //
 // and says what came of each, one JSON object a line. Ends with its input.
 //
 
 #import <Foundation/Foundation.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -156,6 +159,7 @@ int main() {
   }
   setvbuf(stdout, nullptr, _IOLBF, 0);
   Tally *tally = nullptr;
+  pid_t child = -1;
   std::string line;
   while (std::getline(std::cin, line)) {
     std::istringstream words(line);
@@ -180,6 +184,18 @@ int main() {
         command == "persist" ? RequestAgain(tally) : SendUnsendable(tally);
       }
       std::printf("{\"value\":\"requested\",\"ms\":%.1f}\n", MillisecondsSince(start));
+    } else if (command == "fork") {
+      child = fork();
+      if (child == 0) {
+        usleep(300'000);
+        exit(0);
+      }
+      std::printf("{\"value\":\"forked\",\"ms\":%.1f}\n", MillisecondsSince(start));
+    } else if (command == "reap") {
+      int status = -1;
+      waitpid(child, &status, 0);
+      std::printf("{\"value\":\"the child ends with %d\",\"ms\":%.1f}\n", status,
+                  MillisecondsSince(start));
     } else if (command == "outcome" && tally) {
       double limit = 0;
       words >> limit;

@@ -203,6 +203,30 @@ export class Row {
     return problems;
   }
 
+  /**
+   * Has the host be a copy of the application: with `name` as the value of CFBundleName in its property list
+   * or null for none, with `table` as its texts, without an icon.
+   */
+  changeApplication({ name, table, hasIcon = true }) {
+    const build = path.join(this.session.folder, 'build');
+    const bundle = `${application}.app`;
+    fs.cpSync(path.join(buildFolder, bundle), path.join(build, bundle), { recursive: true });
+    fs.copyFileSync(path.join(buildFolder, 'CMakeCache.txt'), path.join(build, 'CMakeCache.txt'));
+    const resources = path.join(build, bundle, 'Resources');
+    const file = path.join(resources, 'Info-gnustep.plist');
+    let text = fs.readFileSync(file, 'utf8');
+    if (name !== undefined) {
+      text = text.replace(/CFBundleName = .*;/, () => (name === null ? '' : `CFBundleName = ${name};`));
+    }
+    if (!hasIcon) {
+      text = text.replace(/NSIcon = .*;/, '');
+      fs.rmSync(path.join(resources, 'Icon.png'));
+    }
+    fs.writeFileSync(file, text);
+    if (table !== undefined) fs.writeFileSync(path.join(resources, 'Pellmar.strings'), table);
+    this.environment = { PELLMAR_BUILD_DIR: build };
+  }
+
   makeUnwritableDefaults() {
     const folder = path.join(this.session.env.HOME, 'GNUstep');
     fs.writeFileSync(folder, 'not a folder');

@@ -59,6 +59,26 @@ Object.assign(globalThis, {
     setInterval(() => app.setAppearance((dark = !dark) ? 'dark' : 'light'), 40).unref();
   },
 
+  /**
+   * The longest time for which the main thread is at work between two turns of the event loop, while
+   * `milliseconds` pass: in milliseconds of processor time, of which other processes take nothing.
+   */
+  longestTurn: (milliseconds) => new Promise((done) => {
+    const worked = () => Number(fs.readFileSync(`/proc/self/task/${process.pid}/schedstat`, 'utf8').split(' ')[0]);
+    const end = performance.now() + milliseconds;
+    let before = worked();
+    let longest = 0;
+    const timer = setInterval(() => {
+      const now = worked();
+      longest = Math.max(longest, now - before);
+      before = now;
+      if (performance.now() > end) {
+        clearInterval(timer);
+        done(longest / 1e6);
+      }
+    }, 1);
+  }),
+
   /** Reads files in all the ways there are, and returns how many. */
   async readFiles(count) {
     const reads = Array.from({ length: count }, () => fs.promises.readFile(__filename));

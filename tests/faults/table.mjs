@@ -7,15 +7,21 @@
 //   caller            'node' (where it is missing), 'native' or 'window'
 //   script            what the caller is told, where `call` is only its description
 //   run               what to do, where it is more than the call; gives { value, ms }
+//   preload           a library of the build that is loaded before all others
+//   environment       what the caller has in its environment besides
 //   never             what standard error must not have
 //   ends              the row itself ends the caller
 //   alone             takes all processors
 
+import { execFileSync, spawn } from 'node:child_process';
+import { once } from 'node:events';
 import fs from 'node:fs';
 import path from 'node:path';
 import { setTimeout as delay } from 'node:timers/promises';
 
+import { buildFolder } from '../support/agent.mjs';
 import { until } from '../support/display.mjs';
+import { isSanitized } from '../support/sanitizer.mjs';
 import { Caller, modulePath } from './callers.mjs';
 import { application, decline } from './row.mjs';
 
@@ -874,6 +880,143 @@ const surroundings = [
   },
 ];
 
+/** The system's wall clock, memory, and a process that is doubled. */
+const systems = [
+  ...[['ahead', 3], ['back', -3]].map(([way, hours]) => ({
+    fault: `wall clock jumps ${way} by ${Math.abs(hours)} hours, again and again`, call: 'status()',
+    within: twoSeconds,
+    expected: '0 of an agent that hangs, 1 of one that answers after 0.5 s',
+    preload: 'clock_jumper.so', environment: { CLOCK_JUMP: String(hours * 3600) },
+    async run(row) {
+      const caller = await row.startCaller();
+      const { value: moved } = await caller.tell(
+        `new Promise((done) => { const times = []; const timer = setInterval(() => {
+          if (times.push(Date.now()) > 20) { clearInterval(timer); done(Math.max(...times) - Math.min(...times)); }
+        }, 20); })`.replace(/\n\s*/g, ' '));
+      if (moved < 3 * 3600_000) throw new Error(`the clock has moved by ${moved} ms only`);
+      const agent = await row.startAgent(...calm, '--hang', check);
+      const hung = await caller.tell('status()');
+      await agent.stop('SIGKILL');
+      await row.startAgent(...calm, '--reply-delay', '500');
+      let late;
+      await until(async () => (late = await caller.tell('status()')).value !== '0', 'it is there again');
+      const isLate = late.ms >= 450 && late.ms < 3800;
+      return {
+        value: `${hung.value} of an agent that hangs, ${late.value} of one that answers after ` +
+          `${isLate ? 0.5 : late.ms / 1000} s`,
+        ms: hung.ms,
+      };
+    },
+  })),
+  {
+    fault: 'the caller forks without exec', call: 'request 20 codes', caller: 'native', within: soon,
+    expected: '20 × code, 20 × code once the child has gone, the child ends with 0',
+    async run(row) {
+      const caller = await row.startCaller();
+      await row.startAgent();
+      await caller.tell('codes 1 1');
+      await caller.tell('outcome 10000');
+      await caller.tell('fork');
+      await caller.tell('codes 20 2');
+      const { value, ms } = await caller.tell('outcome 10000');
+      const end = await caller.tell('reap');
+      await caller.tell('codes 20 2');
+      const after = await caller.tell('outcome 10000');
+      return { value: `${value}, ${after.value} once the child has gone, ${end.value}`, ms };
+    },
+  },
+  // The sanitizers end a process that gets no memory.
+  ...(isSanitized() ? [] : [{
+    fault: 'no memory for a reply of 64 MiB', call: 'request a code', caller: 'native', within: soon,
+    expected: '1 × error 4097, and with memory 1 × code',
+    async run(row) {
+      const caller = await row.startCaller();
+      await row.startPeer('64-MiB', code);
+      const { pid } = caller.process;
+      const [, taken] = /^VmSize:\s*(\d+) kB$/m.exec(fs.readFileSync(`/proc/${pid}/status`, 'utf8'));
+      const limit = (bytes) => execFileSync('prlimit', ['--pid', String(pid), `--as=${bytes}:`]);
+      limit(Number(taken) * 1024 + (40 << 20));
+      await caller.tell('codes 1 1');
+      const { value, ms } = await caller.tell('outcome 10000');
+      limit('unlimited');
+      await caller.tell('codes 1 1');
+      return { value: `${value}, and with memory ${(await caller.tell('outcome 10000')).value}`, ms };
+    },
+  }]),
+];
+
+/** A table with `text` for each of the window's texts; without the mark GNUstep would complain. */
+const texts = (text) => '\ufeff' + ['Let’s stay in touch!', '%@ invites you to receive its newsletters and offers.',
+  'Pellmar will share your %@ email with the developers of %@.', 'No, Thanks', 'Sure, I’m In', 'Ask Me Later']
+  .map((key) => `"${key}" = ${text};\n`).join('');
+
+/** The same with a byte that is no UTF-8 for each question mark. */
+const invalid = (text) => Buffer.from(text).map((byte) => (byte === 0x3f ? 0xff : byte));
+
+/** What the application says of itself: [fault, change, how many texts are English in spite of the table]. */
+const applications = [
+  ...['%n', '%s', '%99$@', '%@ %@ %@'].map((text) => [`each translation ${text}`, { table: texts(`"${text}"`) }, 3]),
+  ['each translation of 10,000 characters', { table: texts(`"${'long '.repeat(2000)}"`) }, 0],
+  ['translations in invalid UTF-8', { table: invalid(texts('"?"')) }, 0],
+  ['translations that are no property list', { table: 'not = (a table' }, 0],
+  ['each translation a list', { table: texts('( "a", "list" )') }, 0],
+  ['name %@ %n %s', { name: '"%@ %n %s %99$@"' }, 0],
+  ['name with line breaks', { name: '"The\\nLong\\nWinded\\nEditor"' }, 0],
+  ['name of 10,000 characters', { name: `"${'Long Name '.repeat(1000)}"` }, 0],
+  ['name a number', { name: '<*I42>' }, 0],
+  ['no name', { name: null }, 0],
+  ['no icon', { hasIcon: false }, 0],
+].map(([fault, change, english]) => ({
+  fault: `application: ${fault}`, call: 'ask(), Return', within: soon,
+  expected: `callback(1)${english ? `, ${english} texts stay English` : ''}`,
+  async run(row) {
+    row.changeApplication(change);
+    const { caller } = await row.startWindow();
+    caller.alsoExpected = [/the placeholders of the translation do not fit/, /strings|property list|parse|plist/i];
+    const { value, ms } = await answer(row, caller);
+    const count = caller.stderr.match(/do not fit/g)?.length ?? 0;
+    return { value: `${value}${count ? `, ${count} texts stay English` : ''}`, ms };
+  },
+}));
+
+// The sanitizers' own allocators keep what is freed for a while.
+const messages = isSanitized() ? [] : [
+  {
+    fault: 'debug messages without a pause for 10 s', call: 'PLEnableDebugLogging(true)', within: [0, 30_000],
+    expected: 'messages come, the script is held up for 50 ms at the most, memory stays',
+    async run(row) {
+      const caller = await Caller.inHost(row, row.display);
+      row.running = caller;
+      caller.alsoExpected = [/message \d+ of the flood/, /are you there\?/];
+      await caller.tell('pellmar.PLEnableDebugLogging(true)');
+      const post = (...words) => spawn(path.join(buildFolder, 'debug_poster'), [String(caller.process.pid), ...words],
+        { env: { ...process.env, ...row.session.env }, stdio: 'ignore' });
+      await until(async () => {
+        await once(post('text', 'are you there?'), 'close');
+        return caller.stderr.includes('are you there?');
+      }, 'the host hears a message', 20_000);
+      const memory = () => Number(/^VmRSS:\s*(\d+) kB$/m.exec(
+        fs.readFileSync(`/proc/${caller.process.pid}/status`, 'utf8'))[1]) / 1024;
+      const start = performance.now();
+      const poster = post('flood', '10');
+      row.after(() => poster.kill('SIGKILL'));
+      await until(() => caller.stderr.includes('of the flood'), 'the flood begins');
+      await caller.tell('longestTurn(1000)');
+      const before = memory();
+      const { value: turn } = await caller.tell('longestTurn(9000)');
+      const grown = memory() - before;
+      const ms = performance.now() - start;
+      poster.kill('SIGKILL');
+      await caller.tell('pellmar.PLEnableDebugLogging(false)');
+      return {
+        value: `messages come, the script is held up for ${turn <= 50 ? '50 ms at the most' : `${turn} ms`}, ` +
+          `memory ${grown < 32 ? 'stays' : `grows by ${grown} MiB`}`,
+        ms,
+      };
+    },
+  },
+];
+
 /** The domain of the application's defaults as it may be found. */
 const defaults = [
   ['truncated', '{ ShouldAskForPermissionLater = YE'],
@@ -895,5 +1038,6 @@ const defaults = [
 
 export const table = [
   ...absent, ...silent, ...dying, ...replacements, ...replies, ...malformed, ...crowds, ...scripts, ...surroundings,
-  ...[...windows, ...restarts, ...defaults].map((row) => ({ caller: 'window', ...row })),
+  ...systems,
+  ...[...windows, ...restarts, ...defaults, ...applications, ...messages].map((row) => ({ caller: 'window', ...row })),
 ];
