@@ -36,7 +36,8 @@ enum {
 
 @protocol NSXPCProxyCreating
 
-/// Returns a new proxy, with which a failure of a message is silent. It keeps the connection.
+/// Returns a new proxy, with which a failure of a message is silent. It keeps the connection, and
+/// makes proxies itself.
 /// Raises NSInvalidArgumentException when the connection has no `remoteObjectInterface`.
 - (id)remoteObjectProxy;
 

@@ -6,7 +6,7 @@
 
 @class PlatformXPCInterface;
 
-@interface PlatformXPCProxy : NSObject {
+@interface PlatformXPCProxy : NSObject <NSXPCProxyCreating> {
   NSXPCConnection *_connection;
   platform::xpc::ConnectionCore *_core;
   PlatformXPCInterface *_interface;

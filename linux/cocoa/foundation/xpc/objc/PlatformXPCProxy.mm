@@ -69,6 +69,14 @@ static Class ClassFor(const ProtocolMethods *methods) {
   return [proxy autorelease];
 }
 
+- (id)remoteObjectProxy {
+  return [_connection remoteObjectProxy];
+}
+
+- (id)remoteObjectProxyWithErrorHandler:(void (^)(NSError *error))handler {
+  return [_connection remoteObjectProxyWithErrorHandler:handler];
+}
+
 - (void)dealloc {
   [_errorHandler release];
   [_interface release];

@@ -472,7 +472,8 @@ void ConnectionCore::handleEnd(const std::shared_ptr<Channel> &channel, Channel:
   if (!problem.empty()) {
     NSLog(@"XPC: %s%s", unreachable ? "" : "a connection ends: ", problem.c_str());
   }
-  bool forGood = unreachable || target_.kind == Target::kAccepted;
+  // Only a service can be there again.
+  bool forGood = unreachable || target_.kind != Target::kService;
   NSInteger code = unreachable ? NSXPCConnectionInvalid : NSXPCConnectionInterrupted;
   end(forGood ? State::kInvalid : State::kInterrupted, code);
 }
