@@ -354,3 +354,16 @@ TEST_F(XPCStatements, AnAcceptedConnectionMayBeResumedLater) {
   [accepted invalidate];
   [accepted release];
 }
+
+/// Where a Mac asks for balanced suspends first.
+TEST_F(XPCStatements, AConnectionThatIsInvalidatedWhileSuspendedFailsWhatIsOutstanding) {
+  [listener_ resume];
+  Client client(connection());
+  Outcome outcome;
+  [client.proxy(&outcome) hangWithReply:outcome.onFlag()];
+  [client.connection() suspend];
+  [client.connection() invalidate];
+  EXPECT_TRUE(outcome.ended.wait());
+  EXPECT_EQ(outcome.code, NSXPCConnectionInvalid);
+  EXPECT_TRUE(client.invalidated.wait());
+}
