@@ -28,6 +28,8 @@ typedef void (^AFXServiceHandler)(id<AFXProvisioningService> _Nullable service);
   BOOL _isChecked;
   // When the outstanding check times out; 0 while there is none.
   dispatch_time_t _checkDeadline;
+  // The same for what was sent behind that check, or waits for it; 0 while there is nothing.
+  dispatch_time_t _nextDeadline;
   // Whether the agent has left a check unanswered, and nothing has been heard of it since.
   BOOL _isHung;
   // Calls that wait for the first check of the connection.

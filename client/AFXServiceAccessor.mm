@@ -60,21 +60,26 @@ static const int64_t sCheckTimeout = 2 * NSEC_PER_SEC;
   } else if (isChecked) {
     waiter(connection);
   }
-  [self check:connection];
+  [self check:connection by:dispatch_time(DISPATCH_TIME_NOW, sCheckTimeout)];
   [connection release];
 }
 
 #pragma mark - Checks
 
-/// Asks the agent over the connection whether it serves, unless it has been asked and has not
-/// answered yet.
-- (void)check:(NSXPCConnection *)connection {
+/// Asks the agent over the connection whether it serves and has dealt with what was sent before,
+/// which somebody waits for until `deadline`. While it has been asked and has not answered yet, or
+/// the requests wait for the first answer, it is asked once more behind that.
+- (void)check:(NSXPCConnection *)connection by:(dispatch_time_t)deadline {
   pthread_mutex_lock(&_mutex);
   const uint64_t generation = _generation;
   const BOOL isFirst = !_isChecked;
-  const BOOL starts = connection == _connection && _checkDeadline == 0;
+  const BOOL isOpen = connection == _connection;
+  const BOOL starts = isOpen && _checkDeadline == 0;
   if (starts) {
-    _checkDeadline = dispatch_time(DISPATCH_TIME_NOW, sCheckTimeout);
+    _checkDeadline = deadline;
+  }
+  if (isOpen && (isFirst || !starts)) {
+    _nextDeadline = _nextDeadline ? MIN(_nextDeadline, deadline) : deadline;
   }
   pthread_mutex_unlock(&_mutex);
   if (!starts) {
@@ -111,13 +116,18 @@ static const int64_t sCheckTimeout = 2 * NSEC_PER_SEC;
   _isChecked = YES;
   _isHung = NO;
   _checkDeadline = 0;
+  const dispatch_time_t nextDeadline = _nextDeadline;
+  _nextDeadline = 0;
   pthread_mutex_unlock(&_mutex);
 
   for (AFXConnectionWaiter waiter in waiters) {
     waiter(connection);
   }
-  if (waiters.count > 0) {
-    [self check:connection];
+  if (nextDeadline) {
+    // A deadline that is over by now says nothing of an agent that has just been heard.
+    const BOOL isOver = dispatch_time(DISPATCH_TIME_NOW, 0) >= nextDeadline;
+    [self check:connection
+             by:isOver ? dispatch_time(DISPATCH_TIME_NOW, sCheckTimeout) : nextDeadline];
   }
   [connection release];
 }
@@ -130,6 +140,7 @@ static const int64_t sCheckTimeout = 2 * NSEC_PER_SEC;
     const uint64_t generation = ++_generation;
     _isChecked = NO;
     _checkDeadline = 0;
+    _nextDeadline = 0;
     _connection = __AFXOpenConnection(^{
       [self dropConnectionOfGeneration:generation];
     });

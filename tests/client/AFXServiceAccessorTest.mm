@@ -130,6 +130,9 @@ TEST_F(ServiceAccessor, ChecksTheAgentBehindEveryRequestOnce) {
   fetch();
   fetch();
   EXPECT_EQ(connections_.taken(), (Calls{"fetch on 1", "fetch on 1"}));
+  // The check before them says nothing of these two.
+  [connections_.last() replyToCheck:YES];
+  EXPECT_EQ(connections_.taken(), Calls{"check 1"});
   [connections_.last() replyToCheck:YES];
   EXPECT_EQ(connections_.taken(), Calls{});
   fetch();
@@ -158,6 +161,63 @@ TEST_F(ServiceAccessor, FailsAtOnceWhileACheckIsUnansweredForTwoSeconds) {
   access();
   EXPECT_EQ(got(), Calls{"6 has a proxy"});
   EXPECT_EQ(connections_.made().count, 1u);
+}
+
+// Whoever has waited two seconds for a request was the one to wait: the check behind it times out
+// with it, although it could only be sent later.
+
+TEST_F(ServiceAccessor, FailsAtOnceAfterARequestThatWaitedForTheFirstCheck) {
+  access();
+  sNow += 500'000'000;
+  [connections_.last() replyToCheck:YES];
+  sNow += 1'499'999'999;
+  access();
+  EXPECT_EQ(got(), (Calls{"1 has a proxy", "2 has a proxy"}));
+  sNow += 1;
+  access();
+  EXPECT_EQ(got(), Calls{"3 has none"});
+}
+
+TEST_F(ServiceAccessor, FailsAtOnceAfterARequestBehindACheckThatWasAnswered) {
+  access();
+  [connections_.last() replyToCheck:YES];
+  [connections_.last() replyToCheck:YES];
+  access();
+  sNow += 100'000'000;
+  access();
+  sNow += 100'000'000;
+  access();
+  [connections_.last() replyToCheck:YES];
+  sNow += 1'899'999'999;
+  access();
+  EXPECT_EQ(got(), (Calls{"1 has a proxy", "2 has a proxy", "3 has a proxy", "4 has a proxy",
+                          "5 has a proxy"}));
+  sNow += 1;
+  access();
+  EXPECT_EQ(got(), Calls{"6 has none"});
+}
+
+TEST_F(ServiceAccessor, GivesAnAgentThatWasHeardLateItsTwoSeconds) {
+  access();
+  sNow += 3'000'000'000;
+  [connections_.last() replyToCheck:YES];
+  sNow += 1'999'999'999;
+  access();
+  EXPECT_EQ(got(), (Calls{"1 has a proxy", "2 has a proxy"}));
+  sNow += 1;
+  access();
+  EXPECT_EQ(got(), Calls{"3 has none"});
+}
+
+TEST_F(ServiceAccessor, ForgetsTheRequestsOfAConnectionThatWentAway) {
+  access();
+  [connections_.last() fail];
+  sNow += 1'000'000'000;
+  access();
+  [connections_.last() replyToCheck:YES];
+  sNow += 1'999'999'999;
+  access();
+  EXPECT_EQ(got(), (Calls{"1 has none", "2 has a proxy", "3 has a proxy"}));
 }
 
 TEST_F(ServiceAccessor, KeepsThoseWaitingForTheFirstCheckWhoCameInTime) {

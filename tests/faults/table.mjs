@@ -208,6 +208,10 @@ const silent = [
     fault: 'hangs over the request', agent: ['--hang', fetch],
     call: 'ask()', expected: 'false, callback(0)', within: twoSeconds,
   }),
+  call({
+    fault: 'hangs over the request', agent: ['--hang', fetch], script: `[status(), status(), ask()].join(', ')`,
+    call: 'status(), status(), ask()', expected: '0, 0, false, callback(0)', within: twoSeconds,
+  }),
   patientCode({ fault: 'hangs over the request', agent: ['--hang', code] }, 4097),
   ...[[1000, '1', [900, 1900]], [3000, '0', twoSeconds]].map(([pause, expected, within]) => ({
     fault: `stopped, continued after ${pause / 1000} s`, call: 'status(), status()', within,
