@@ -36,6 +36,8 @@ export class Caller {
   answersOf = new Map();
   /** Lines of standard error that are expected besides. */
   alsoExpected = [];
+  /** Is given each event as it comes. */
+  onEvent = () => {};
 
   constructor(child) {
     this.process = child;
@@ -60,6 +62,7 @@ export class Caller {
         this.answersOf.set(line.question, this.answersOf.get(line.question) + 1);
       }
       this.#events.push(line);
+      this.onEvent(line);
       this.#check();
     } else {
       this.#waiting.shift()?.resolve(line);
@@ -98,7 +101,8 @@ export class Caller {
     });
     const caller = new Caller(child);
     row.after(() => caller.kill());
-    await caller.event('ready');
+    // Where leaks are looked for, an engine takes its time to start.
+    await caller.event('ready', 120_000);
     return caller;
   }
 

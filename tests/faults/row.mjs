@@ -116,17 +116,18 @@ export class Row {
 
   /** Presses a key, or the button that has none. */
   async press(key) {
-    if (key !== decline) {
-      await this.display.xdotool('key', key);
-      return;
-    }
+    await (key === decline ? this.click(declinePlace) : this.display.xdotool('key', key));
+  }
+
+  /** Clicks into the window, in points from its top left. */
+  async click([right, down]) {
     const [window] = await until(async () => {
       const windows = await this.display.windows(application);
       return windows.length > 0 && windows;
     }, 'the window is on the screen');
     const text = await this.display.xdotool('getwindowgeometry', '--shell', window);
     const [x, y] = ['X', 'Y'].map((name) => Number(new RegExp(`^${name}=(.*)$`, 'm').exec(text)[1]));
-    await this.display.click(x + declinePlace[0], y + declinePlace[1]);
+    await this.display.click(x + right, y + down);
   }
 
   async windowIsGone() {
@@ -139,8 +140,7 @@ export class Row {
    * one moment to the next, whether anybody serves there or not.
    */
   async prepareSuccessor(...options) {
-    const folder = path.join(this.session.folder, 'successor');
-    fs.mkdirSync(folder, { mode: 0o700 });
+    const folder = fs.mkdtempSync(path.join(this.session.folder, 'successor-'));
     const successor = await this.startAgent(...options, { COCOA_SERVICE_DIR: folder });
     return () => {
       fs.renameSync(path.join(folder, service),
