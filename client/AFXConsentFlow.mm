@@ -58,13 +58,12 @@ AFXConsentChoice AFXGetPreviousCustomerChoice(void) {
 
 /// Puts the window's answer on record: a postponement in the defaults, the rest with the agent.
 static void __AFXRecordAnswer(AFXConsentChoice answer, NSString *email) {
-  sCustomerPersonals.setEmail(email);
   if (answer == AFXConsentChoiceAskLater) {
     [NSUserDefaults.standardUserDefaults setBool:YES forKey:sAskLaterDefaultsKey];
     return;
   }
-  // What the window handed over, not what is shared: by the time this runs, the reply to another
-  // question may have put the customer's address in the place of a refusal.
+  // What the window handed over, and nothing that is shared with other questions: a refusal stays
+  // one whatever they reply, and takes no address from a window that is about to come up.
   [__AFXSharedServiceAccessor() accessService:^(id<AFXProvisioningService> service) {
     [service updateAllowedCustomerEmail:email
                                callback:^(BOOL){

@@ -390,6 +390,25 @@ TEST_F(ConsentFlow, BringsTheWindowThatIsUpToTheFrontAndForgetsTheLaterCaller) {
   [other release];
 }
 
+TEST_F(ConsentFlow, AnAnswerTakesNoAddressFromTheNextQuestion) {
+  AFXPermissionWindowController *first = ask();
+  // 1. Another thread asks, and has the agent's reply. 2. The customer refuses in the window that
+  // is up, before the main queue goes on. 3. It goes on, with a window of the later call.
+  std::thread([] {
+    @autoreleasepool {
+      EXPECT_EQ(AFXAskCustomerPermissions(nil), YES);
+    }
+  }).join();
+  TakenCalls();
+  [first forbidEmailSharing:nil];
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "update (nil)", "completion 1"}));
+  runMainQueue();
+  EXPECT_EQ(TextOf(controller().userEmail), "jane@example.com");
+  TakenCalls();
+  [controller() allowEmailSharing:nil];
+  EXPECT_EQ(TakenCalls(), (Calls{"access", "update jane@example.com"}));
+}
+
 TEST_F(ConsentFlow, ShowsAWindowAgainThatSomebodyHid) {
   AFXPermissionWindowController *first = ask();
   [first.window orderOut:nil];

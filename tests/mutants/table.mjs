@@ -81,6 +81,8 @@ export const mutants = [
     ['setBool:YES', 'setBool:NO'],
     ['    [NSUserDefaults.standardUserDefaults setBool:YES forKey:sAskLaterDefaultsKey];\n    return;\n',
       '    [NSUserDefaults.standardUserDefaults setBool:YES forKey:sAskLaterDefaultsKey];\n'],
+    ['  if (answer == AFXConsentChoiceAskLater) {\n',
+      '  sCustomerPersonals.setEmail(email);\n  if (answer == AFXConsentChoiceAskLater) {\n'],
     ['updateAllowedCustomerEmail:email\n', 'updateAllowedCustomerEmail:sCustomerPersonals.email()\n'],
     ['if (status == AFXConsentStatusUnknown || status == AFXConsentStatusAnswered) {',
       'if (status == AFXConsentStatusUnknown) {'],
