@@ -22,6 +22,8 @@ const daemonSockets = 2;
 const restingThreads = 4;
 /** For what takes its time on a busy machine, and must come at last. */
 const generous = 60_000;
+/** For what is given back once nobody needs it: threads that rest go last. */
+const patient = 15_000;
 /** For a window that may come. */
 const soon = 400;
 const lifeLimit = 300_000;
@@ -262,16 +264,15 @@ class Life {
     await until(async () => {
       left = await this.#left();
       return Object.values(left).every((count) => count <= 0);
-    }, '', generous).catch(() => {});
+    }, '', patient).catch(() => {});
     this.#note('quiet', { left });
   }
 
   /** Without an agent, all completions come. */
   async #rest() {
-    const agent = this.#serving?.agent;
     await this.#kill();
     await Promise.all(this.#served.map(({ agent: { process: { stdout } } }) => stdout.closed || once(stdout, 'close')));
-    await until(async () => (await this.#holdings()).completions <= (this.#baseline?.completions ?? 0), '', generous)
+    await until(async () => (await this.#holdings()).completions <= (this.#baseline?.completions ?? 0), '', patient)
       .catch(() => {});
   }
 
@@ -327,9 +328,10 @@ class Life {
     if (status !== 0) throw new Missing('end', `the process ended with ${signal ?? status}`);
   }
 
-  /** What the process wrote that it should not have written. */
+  /** What the process wrote that it should not have written, and all of it. */
   get complaints() {
-    return this.#caller ? this.#row.neverWrong(this.#caller) : [];
+    const texts = this.#caller ? this.#row.neverWrong(this.#caller) : [];
+    return texts.map((text) => ({ rule: 'standard error', text, detail: this.#caller.stderr }));
   }
 
   async go(line) {
@@ -356,7 +358,7 @@ export async function live(line, display) {
     faults.push({ rule: error.rule ?? 'broken', text: error.rule ? error.message : error.stack });
   }
   clearTimeout(timer);
-  for (const text of life.complaints) faults.push({ rule: 'standard error', text });
+  faults.push(...life.complaints);
   await life.cleanUp();
   return { trace: life.trace, faults };
 }

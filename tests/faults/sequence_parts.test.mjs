@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
 import { judge } from './judge.mjs';
-import { generate, parse } from './sequence_steps.mjs';
+import { found, generate, parse } from './sequence_steps.mjs';
 import { shorten } from './shorten.mjs';
 
 test('a seed gives the same sequence again, and another one another', () => {
@@ -25,6 +25,10 @@ test('every sequence can be read back, and ends quiet', () => {
   for (const step of ['replace', 'flap', 'stop', 'continue', 'ask-throw', 'native-ask', 'decline', 'look', 'settle']) {
     assert.ok(steps.has(step), step);
   }
+});
+
+test('the sequences that are kept can be read', () => {
+  for (const line of found) assert.equal(parse(line).at(-1).step, 'quiet');
 });
 
 test('what is no step is refused', () => {

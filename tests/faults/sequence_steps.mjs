@@ -79,6 +79,14 @@ const arguments_ = {
   wait: number, settle: null, quiet: null,
 };
 
+/** Sequences that something was found with; each run goes through them first. */
+export const found = [
+  // A check that was under way answered for a request behind it, which hung.
+  'serve:hangs-over-status notes status status quiet',
+  // The refusal took the address from the window of a question that had been asked before it.
+  'serve:late ask settle wait:1500 native-ask:1 wait:50 status wait:100 decline settle Return quiet',
+];
+
 /** The steps of a line: `{ word, step, argument }` each. Throws where a word is none. */
 export function parse(line) {
   return line.split(/\s+/).filter(Boolean).map((word) => {

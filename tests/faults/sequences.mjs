@@ -3,15 +3,15 @@
 //   sequences.mjs [--seed N] [--count N | --minutes N] [--steps N]
 //   sequences.mjs --repeat 'WORD…' [--trace]      goes through that one, and prints its trace
 //
-// A sequence is drawn from the seed, and the ones after it from the numbers after that; without a seed from one that
-// is printed. The first that fails is shortened, and printed with what is needed to repeat it; the run ends with 1.
+// Those that something was found with come first. A sequence is drawn from the seed, and the ones after it from the
+// numbers after that; without a seed from one that is printed. The first that fails is shortened, and printed with what is needed to repeat it; the run ends with 1.
 
 import { parseArgs } from 'node:util';
 
 import { startDisplay } from '../support/display.mjs';
 import { judge } from './judge.mjs';
 import { live } from './sequence_life.mjs';
-import { generate } from './sequence_steps.mjs';
+import { found, generate } from './sequence_steps.mjs';
 import { shorten } from './shorten.mjs';
 
 /** Sequences mostly wait, each with a display of its own. */
@@ -47,6 +47,8 @@ async function failsBy(rule, words, display) {
 async function report(seed, words, faults, display) {
   const [{ rule, isOfTime }] = faults;
   console.log(`seed ${seed}: ${faults.map(({ text }) => text).join('; ')}\n  ${words.join(' ')}`);
+  const detail = faults.find((fault) => fault.detail)?.detail;
+  if (detail) console.log(detail.slice(0, 6000));
   if (isOfTime && !(await failsBy(rule, words, display))) {
     console.log('  not seen again: the machine was busy');
     return false;
@@ -65,7 +67,7 @@ async function report(seed, words, faults, display) {
 async function repeat(line) {
   const display = await startDisplay();
   const faults = await attempt(line, display).finally(() => display.stop());
-  faults.forEach(({ rule, text }) => console.log(`${rule}: ${text}`));
+  faults.forEach(({ rule, text, detail = '' }) => console.log(`${rule}: ${text}\n${detail}`.trim()));
   return faults.length;
 }
 
@@ -73,21 +75,23 @@ async function runAll() {
   const first = Number(options.seed);
   const limit = options.minutes ? performance.now() + 60_000 * Number(options.minutes) : Infinity;
   const count = options.minutes ? Infinity : Number(options.count);
+  const known = [...found];
   let next = 0;
   let failed = 0;
   console.log(`seed ${first}`);
   await Promise.all(Array.from({ length: atATime }, async () => {
     const display = await startDisplay();
-    while (next < count && performance.now() < limit && failed === 0) {
-      const seed = first + next++;
-      const words = generate(seed, Number(options.steps));
+    while (failed === 0 && (known.length || (next < count && performance.now() < limit))) {
+      const line = known.shift();
+      const seed = line ? 'none' : first + next++;
+      const words = line?.split(' ') ?? generate(seed, Number(options.steps));
       const faults = await attempt(words.join(' '), display);
       // One is enough to look at: the others would only take its time.
       if (faults.length && failed++ === 0 && !(await report(seed, words, faults, display))) failed = 0;
     }
     await display.stop();
   }));
-  console.log(`${next} sequences of ${options.steps} steps, ${failed} failed, ` +
+  console.log(`${found.length} known sequences and ${next} of ${options.steps} steps, ${failed} failed, ` +
     `${(performance.now() / 1000).toFixed()} s`);
   return failed;
 }
