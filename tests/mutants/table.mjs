@@ -121,7 +121,7 @@ export const mutants = [
     ['  if (isHung) {\n    waiter(nil);\n  } else if (isChecked) {', '  if (isChecked) {'],
     ['  [self check:connection by:dispatch_time(DISPATCH_TIME_NOW, sCheckTimeout)];\n', '  if (!isChecked) [self check:connection by:dispatch_time(DISPATCH_TIME_NOW, sCheckTimeout)];\n'],
     ['&& _checkDeadline == 0;', '&& true;'],
-    ['starts = connection == _connection && ', 'starts = '],
+    ['isOpen = connection == _connection;', 'isOpen = YES;'],
     ['  if (generation != _generation || _connection == nil) {', '  if (_connection == nil) {'],
     ['  if (generation != _generation || _connection == nil) {', '  if (generation != _generation) {'],
     ['if (isReady) {', 'if (true) {'],

@@ -1,6 +1,8 @@
 // Two things that meet on a connection, in both orders: its queue is held in a block of it, and
 // what the other end does has come in by then.
 
+#import <Foundation/PlatformReplyTypes.h>
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -337,6 +339,11 @@ using Reply = void (^)(BOOL);
 @end
 
 @implementation XPCTestKeeper
++ (void)initialize {
+  const PlatformAnyArgument any;
+  [[[NSXPCInterface interfaceWithProtocol:@protocol(XPCTestService)] replyTypesRecorder]
+      hangWithReply:any];
+}
 - (BOOL)listener:(NSXPCListener *)listener shouldAcceptNewConnection:(NSXPCConnection *)connection {
   (void)listener;
   _connection = [connection retain];
@@ -358,13 +365,13 @@ using Reply = void (^)(BOOL);
 
 namespace {
 
-/// A client whose requests are answered by the test, in one process and without a name.
+/// A client whose requests are answered by the test, in one process.
 class XPCServerRaces : public ::testing::Test {
  protected:
   void SetUp() override {
     pool_ = [[NSAutoreleasePool alloc] init];
     keeper_ = [[XPCTestKeeper alloc] init];
-    listener_ = [[NSXPCListener anonymousListener] retain];
+    listener_ = [[NSXPCListener alloc] initWithMachServiceName:kService];
     listener_.delegate = keeper_;
     [listener_ resume];
   }
@@ -376,12 +383,13 @@ class XPCServerRaces : public ::testing::Test {
   }
 
   NSXPCConnection *newConnection() {
-    return [[[NSXPCConnection alloc] initWithListenerEndpoint:listener_.endpoint] autorelease];
+    return [[[NSXPCConnection alloc] initWithMachServiceName:kService options:0] autorelease];
   }
 
   XPCTestKeeper *keeper_;
 
  private:
+  ServiceDirectory directory_;
   NSXPCListener *listener_;
   NSAutoreleasePool *pool_;
 };
@@ -442,7 +450,9 @@ class XPCExit : public XPCServerRaces, public ::testing::WithParamInterface<Unde
     [[connection remoteObjectProxy] hangWithReply:^(BOOL) {
       hold->pass();
     }];
-    keeper_->_asked.wait();
+    if (!keeper_->_asked.wait()) {
+      std::exit(4);
+    }
     if (what == "an interruption") {
       [keeper_->_connection invalidate];
     } else if (what == "an invalidation") {
