@@ -556,7 +556,7 @@ constexpr bool kCountsMemory = false;  // it keeps what was freed for a while
 constexpr int kWarmUp = 4;
 #else
 constexpr bool kCountsMemory = true;
-constexpr int kWarmUp = 100;
+constexpr int kWarmUp = 20;
 #endif
 
 }  // namespace

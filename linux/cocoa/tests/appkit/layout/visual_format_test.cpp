@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 
 #include "layout/VisualFormat.h"
@@ -144,29 +143,6 @@ TEST(VisualFormat, TellsAnErrorInThreeLinesWithACaret) {
             "     ^");
   EXPECT_EQ(DescribeVisualFormatError("[ä]x", {"Here", 4}),
             "Unable to parse constraint format: \nHere \n[ä]x \n   ^");
-}
-
-TEST(VisualFormat, SurvivesAnyInput) {
-  const std::string alphabet = "HV:|[]()-,@=<>0189.eab_+ \n";
-  std::mt19937 random(1);
-  size_t taken = 0;
-  for (int i = 0; i < 200000; ++i) {
-    std::string text;
-    for (size_t length = random() % 24; text.size() < length;) {
-      text +=
-          random() % 64 == 0 ? static_cast<char>(random()) : alphabet[random() % alphabet.size()];
-    }
-    const auto result = ParseVisualFormat(text);
-    if (const auto *error = std::get_if<VisualFormatError>(&result)) {
-      ASSERT_LE(error->position, text.size());
-      ASSERT_FALSE(DescribeVisualFormatError(text, *error).empty());
-    } else {
-      const auto &format = std::get<VisualFormat>(result);
-      ASSERT_EQ(format.between.size() + 1, format.views.size()) << text;
-      ++taken;
-    }
-  }
-  EXPECT_GT(taken, 0u);
 }
 
 }  // namespace
