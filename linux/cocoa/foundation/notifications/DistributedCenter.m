@@ -224,11 +224,11 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
     [self serve];
   }
   [_link unregister];
+  [pool release];
   pthread_mutex_lock(&_lock);
   _hasStopped = YES;
   pthread_cond_broadcast(&_stopped);
   pthread_mutex_unlock(&_lock);
-  [pool release];
   // The process exits. Nothing of Foundation may be touched any more.
   for (;;) {
     pause();
