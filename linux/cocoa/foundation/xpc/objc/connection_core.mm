@@ -382,8 +382,11 @@ const char *ConnectionCore::handleMessage(const std::shared_ptr<Channel> &channe
     type = method->replyType;
     if (!type) {
       problem = "what the reply block takes is not known here: see PlatformReplyTypes.h";
-    } else if (frame.replySignature != SignatureOf(type).text()) {
-      problem = "a reply block has other types than the method's";
+    } else {
+      const auto claimed = Signature::parse(Signature::Form::kBlock, frame.replySignature);
+      if (!claimed || !claimed->takesKindsOf(SignatureOf(type))) {
+        problem = "a reply block has other types than the method's";
+      }
     }
   }
 

@@ -121,6 +121,17 @@ std::unique_ptr<Signature> Signature::parse(Form form, std::string_view encoding
   return signature;
 }
 
+bool Signature::takesKindsOf(const Signature &other) const {
+  const auto isInteger = [](const Type &type) {
+    return type.kind == TypeKind::kSigned || type.kind == TypeKind::kUnsigned ||
+           type.kind == TypeKind::kBool;
+  };
+  return std::equal(arguments_.begin(), arguments_.end(), other.arguments_.begin(),
+                    other.arguments_.end(), [&](const Type &one, const Type &another) {
+                      return one.kind == another.kind || (isInteger(one) && isInteger(another));
+                    });
+}
+
 bool StoreSigned(const Type &type, int64_t value, Slot *slot) {
   if (type.kind == TypeKind::kUnsigned || type.kind == TypeKind::kBool) {
     return value >= 0 && StoreUnsigned(type, static_cast<uint64_t>(value), slot);

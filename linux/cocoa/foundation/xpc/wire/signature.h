@@ -48,6 +48,9 @@ class Signature {
   ffi_cif *cif() const { return const_cast<ffi_cif *>(&cif_); }
   /// The encoding without offsets, qualifiers and class names: equal for equal calls.
   const std::string &text() const { return text_; }
+  /// Whether a value for each argument of one can be a value for that of the other. Integers count as
+  /// one: BOOL is another on a Mac's x86_64 than on its arm64 and here.
+  bool takesKindsOf(const Signature &other) const;
 
  private:
   Signature() = default;

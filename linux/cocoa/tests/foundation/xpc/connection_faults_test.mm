@@ -374,6 +374,21 @@ TEST_F(XPCFaults, AReplyBlockThatWasCalledIsReleasedWithoutAWord) {
   EXPECT_EQ(peer.readFrame(), ReplyFrame(3, {0x25}));
 }
 
+// Clang's code for BOOL is B on arm64 and c on x86_64, this compiler's is C.
+TEST_F(XPCFaults, AReplyBlockOfAnotherCompilerTakesTheSameReply) {
+  Peer peer;
+  ASSERT_TRUE(peer.serve(kName));
+  RawSocket client = RawSocket::connect(directory_.socket(kName));
+  Bytes reply;
+  for (const char *types : {"v@?C", "v@?B", "v@?c"}) {
+    ASSERT_TRUE(client.write(MessageFrame("after:reply:", 1, types, 2, {0x11, 0, 0x01})));
+    const Bytes read = client.readFrame();
+    ASSERT_FALSE(read.empty()) << types;
+    EXPECT_EQ(read, reply.empty() ? read : reply) << types;
+    reply = read;
+  }
+}
+
 TEST_F(XPCFaults, ALateReplyToAnInvalidatedConnectionIsLost) {
   Peer peer;
   ASSERT_TRUE(peer.serve(kName));

@@ -54,6 +54,26 @@ TEST(XPCSignature, WhatCannotTravelIsRefused) {
   }
 }
 
+TEST(XPCSignature, OneKindOfArgumentTakesAnotherOfItsKind) {
+  const auto takes = [](const char *one, const char *another) {
+    return Block(one)->takesKindsOf(*Block(another));
+  };
+  for (const char *integer : {"v@?B", "v@?c", "v@?C", "v@?q", "v@?Q"}) {
+    EXPECT_TRUE(takes(integer, "v@?C")) << integer;
+    EXPECT_TRUE(takes("v@?B", integer)) << integer;
+    EXPECT_FALSE(takes(integer, "v@?d")) << integer;
+    EXPECT_FALSE(takes(integer, "v@?@")) << integer;
+    EXPECT_FALSE(takes("v@?@", integer)) << integer;
+  }
+  EXPECT_TRUE(takes("v@?f", "v@?d"));
+  EXPECT_FALSE(takes("v@?d", "v@?@"));
+  EXPECT_FALSE(takes("v@?@", "v@?@?"));
+  EXPECT_TRUE(takes("v@?", "v@?"));
+  EXPECT_FALSE(takes("v@?@", "v@?"));
+  EXPECT_FALSE(takes("v@?", "v@?@"));
+  EXPECT_FALSE(takes("v@?C@", "v@?@C"));
+}
+
 TEST(XPCSignature, ScalarsThatDoNotFitAreRefused) {
   auto signature = Block("v@?BcCsSiIqQfd");
   const auto &types = signature->arguments();
