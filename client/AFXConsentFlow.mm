@@ -58,12 +58,13 @@ AFXConsentChoice AFXGetPreviousCustomerChoice(void) {
 
 /// Puts the window's answer on record: a postponement in the defaults, the rest with the agent.
 static void __AFXRecordAnswer(AFXConsentChoice answer, NSString *email) {
+  sCustomerPersonals.setEmail(email);
   if (answer == AFXConsentChoiceAskLater) {
     [NSUserDefaults.standardUserDefaults setBool:YES forKey:sAskLaterDefaultsKey];
     return;
   }
-  // What the window handed over, and nothing that is shared with other questions: a refusal stays
-  // one whatever they reply, and takes no address from a window that is about to come up.
+  // What the window handed over, not what is shared: by the time this runs, the reply to another
+  // question may have put the customer's address in the place of a refusal.
   [__AFXSharedServiceAccessor() accessService:^(id<AFXProvisioningService> service) {
     [service updateAllowedCustomerEmail:email
                                callback:^(BOOL){
@@ -80,12 +81,14 @@ BOOL AFXAskCustomerPermissions(void (^completion)(AFXConsentChoice)) {
     return NO;
   }
 
+  // For a window that comes up after a refusal in the one before, which empties what is shared.
+  NSString *reported = sCustomerPersonals.email();
   dispatch_async(dispatch_get_main_queue(), ^{
     static AFXPermissionWindowController *controller;
 
     if (controller == nil) {
       controller = [[AFXPermissionWindowController alloc]
-          initWithUserEmail:sCustomerPersonals.email()
+          initWithUserEmail:sCustomerPersonals.email() ?: reported
           completionHandler:^(AFXConsentChoice answer, NSString *email) {
             __AFXRecordAnswer(answer, email);
             // The controller's own action is still on the stack.

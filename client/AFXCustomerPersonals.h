@@ -19,7 +19,7 @@ class AFXCustomerPersonals {
   AFXConsentChoice status() const { return status_.load(); }
   void setStatus(AFXConsentChoice status) { status_.store(status); }
 
-  /// The address that the agent reported last.
+  /// The address that the agent reported, or what the customer's answer made of it.
   NSString *email() const {
     pthread_mutex_lock(&mutex_);
     NSString *email = [email_ retain];

@@ -252,7 +252,7 @@ export const classes = [
       'dealloc',
       'accessService:',
       'accessService:errorHandler:',
-      'check:',
+      'check:by:',
       'admitWaitersOfGeneration:',
       'openedConnection',
       'takenWaiters',

@@ -81,15 +81,15 @@ export const mutants = [
     ['setBool:YES', 'setBool:NO'],
     ['    [NSUserDefaults.standardUserDefaults setBool:YES forKey:sAskLaterDefaultsKey];\n    return;\n',
       '    [NSUserDefaults.standardUserDefaults setBool:YES forKey:sAskLaterDefaultsKey];\n'],
-    ['  if (answer == AFXConsentChoiceAskLater) {\n',
-      '  sCustomerPersonals.setEmail(email);\n  if (answer == AFXConsentChoiceAskLater) {\n'],
+    [' ?: reported', ''],
+    ['sCustomerPersonals.email() ?: reported', 'reported'],
     ['updateAllowedCustomerEmail:email\n', 'updateAllowedCustomerEmail:sCustomerPersonals.email()\n'],
     ['if (status == AFXConsentStatusUnknown || status == AFXConsentStatusAnswered) {',
       'if (status == AFXConsentStatusUnknown) {'],
     ['if (status == AFXConsentStatusUnknown || status == AFXConsentStatusAnswered) {',
       'if (status != AFXConsentStatusToBeAsked) {'],
     ['      completion(status);\n    }\n    return NO;', '      completion(status);\n    }\n    return YES;'],
-    ['initWithUserEmail:sCustomerPersonals.email()', 'initWithUserEmail:nil'],
+    ['initWithUserEmail:sCustomerPersonals.email() ?: reported', 'initWithUserEmail:nil'],
     ['            [controller autorelease];\n            controller = nil;\n            if (completion) {\n' +
       '              completion(__AFXConsentStatusForWindowAnswer(answer));\n            }\n',
       '            if (completion) {\n              completion(__AFXConsentStatusForWindowAnswer(answer));\n' +
