@@ -210,7 +210,8 @@ export class Row {
   changeApplication({ name, table, hasIcon = true }) {
     const build = path.join(this.session.folder, 'build');
     const bundle = `${application}.app`;
-    fs.cpSync(path.join(buildFolder, bundle), path.join(build, bundle), { recursive: true });
+    // A link where the slices run: what is changed must not be what all others use.
+    fs.cpSync(fs.realpathSync(path.join(buildFolder, bundle)), path.join(build, bundle), { recursive: true });
     fs.copyFileSync(path.join(buildFolder, 'CMakeCache.txt'), path.join(build, 'CMakeCache.txt'));
     const resources = path.join(build, bundle, 'Resources');
     const file = path.join(resources, 'Info-gnustep.plist');
