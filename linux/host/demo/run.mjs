@@ -83,6 +83,12 @@ const agent = spawn(path.join(root, 'scripts/agent'), [], { env, stdio: ['ignore
 const agentEnd = once(agent, 'close');
 let app;
 
+// Also where the demo itself fails.
+process.on('exit', () => {
+  app?.kill();
+  agent.kill();
+});
+
 // Whoever ends the demo ends both, and they put away what they have put somewhere.
 let interruption;
 for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) {
