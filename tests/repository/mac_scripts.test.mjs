@@ -23,6 +23,9 @@ const unrecorded = ['uname', 'Electron', 'electron.js'];
 const tools = ['bash', 'basename', 'cat', 'chmod', 'cmp', 'cp', 'dirname', 'env', 'grep', 'id', 'ln', 'mkdir',
   'mktemp', 'perl', 'rm', 'sed', 'shasum', 'sh', 'sleep', 'sort', 'tar', 'gzip'];
 
+/** What GNUstep of Debian 13 calls to find its own programs; without that it aborts. Debian 12 has not all of it. */
+const toolsOfGNUstep = ['dpkg', 'dpkg-architecture'].filter((tool) => fs.existsSync(`/usr/bin/${tool}`));
+
 /** A copy of the tree on a machine that passes for a Mac. */
 class Mac {
   constructor(t, display) {
@@ -51,7 +54,7 @@ class Mac {
     }
     fs.symlinkSync(path.join(standIns, 'uname'), path.join(bin, 'uname'));
     record('node', process.execPath);
-    for (const tool of tools) {
+    for (const tool of [...tools, ...toolsOfGNUstep]) {
       fs.symlinkSync(execFileSync('which', [tool], { encoding: 'utf8' }).trim(), path.join(bin, tool));
     }
     const { DISPLAY, CI, NODE_TEST_CONTEXT, ...environment } = process.env;
@@ -163,14 +166,14 @@ describe('scripts/setup on a Mac', () => {
       "setup: missing: Xcode's command line tools: xcode-select --install",
       'setup: missing: CMake 3.25 or later (this is 3.24.9): brew install cmake, or cmake.org',
       'setup: missing: Ninja: brew install ninja, or ninja-build.org',
-      `setup: missing: Node 20.0 or later with npm (this is ${process.versions.node}): ` +
+      `setup: missing: Node 18.15 or later with npm (this is ${process.versions.node}): ` +
         'brew install node, or nodejs.org',
     ]);
     assert.deepEqual(mac.commands(), ['cmake --version']);
     mac.remove('cmake');
     mac.remove('node');
     assert.deepEqual(mac.run('setup').stderr.match(/(CMake|Node) .*:/g),
-      ['CMake 3.25 or later:', 'Node 20.0 or later with npm:']);
+      ['CMake 3.25 or later:', 'Node 18.15 or later with npm:']);
   });
 });
 
