@@ -129,7 +129,7 @@ export class Agent {
   }
 
   /** Waits until the method was requested `count` times. */
-  async waitFor(method, count = 1, milliseconds = 10_000) {
+  async waitFor(method, count = 1, milliseconds = 60_000) {
     await this.#until(() => this.requestsOf(method).length >= count, milliseconds);
     return this.requestsOf(method);
   }

@@ -16,7 +16,7 @@ const run = promisify(execFile);
 const hostCommand = fileURLToPath(new URL('../../scripts/host', import.meta.url));
 
 /** Waits until `condition()` gives something true, and returns that. */
-export async function until(condition, what, milliseconds = 10_000) {
+export async function until(condition, what, milliseconds = 60_000) {
   const end = performance.now() + milliseconds;
   for (;;) {
     const result = await condition();
@@ -156,7 +156,7 @@ class Host {
    * Waits for the next line on standard output that was not waited for yet, and returns it: as the
    * value that it is as JSON, or else as a string.
    */
-  next(milliseconds = 15_000) {
+  next(milliseconds = 60_000) {
     return new Promise((resolve, reject) => {
       const finish = (settle, value) => {
         clearTimeout(timer);
