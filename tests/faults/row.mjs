@@ -173,9 +173,9 @@ export class Row {
   async #givesBack(caller) {
     const problems = [];
     const { descriptors, threads } = this.#baseline;
-    await until(() => caller.descriptors <= descriptors, '', 5000).catch(() =>
+    await until(() => caller.descriptors <= descriptors, '', 20_000).catch(() =>
       problems.push(`${caller.descriptors - descriptors} descriptors left`));
-    await until(() => caller.threads <= threads + restingThreads, '', 10_000).catch(() =>
+    await until(() => caller.threads <= threads + restingThreads, '', 20_000).catch(() =>
       problems.push(`${caller.threads - threads} threads left`));
     const { value } = await caller.tell(this.caller === 'native' ? 'status' : 'status()');
     if (value !== '0') problems.push(`the call after it gave ${value}`);

@@ -69,7 +69,7 @@ async function sendDebugMessage() {
 }
 
 async function answerByItself() {
-  execFileSync('xdotool', ['search', '--sync', '--onlyvisible', '--classname', 'Pellmar Demo']);
+  execFileSync('xdotool', ['search', '--sync', '--onlyvisible', '--classname', 'Pellmar Demo'], { timeout: 60_000 });
   // Drawn and settled: the last thing before a person would look.
   await wait(1000);
   screenshot('question.png');
