@@ -12,8 +12,32 @@ import { sanitizerEnvironment } from '../support/sanitizer.mjs';
 const modulePath = path.join(buildFolder, 'pellmar.node');
 /** How long a call waits for an agent that hangs, less what clocks may be apart, in milliseconds. */
 const oneWait = 1900;
+
+class LateError extends Error {}
+
+function checkAtOnce(milliseconds) {
+  if (milliseconds >= oneWait) throw new LateError(`${milliseconds} ms`);
+}
+
 /** A machine may be busy, so that only a second wait is told from one. */
-const isOneWait = (milliseconds) => milliseconds >= oneWait && milliseconds < 2 * oneWait;
+function checkOneWait(milliseconds) {
+  assert.ok(milliseconds >= oneWait, `${milliseconds} ms`);
+  if (milliseconds >= 2 * oneWait) throw new LateError(`${milliseconds} ms`);
+}
+
+/** A machine that stands still for a moment is late once, a call that waits too long each time. */
+function timedTest(name, body) {
+  test(name, async (t) => {
+    for (let triesLeft = 2; ; --triesLeft) {
+      try {
+        return await body(t);
+      } catch (error) {
+        if (!(error instanceof LateError) || triesLeft === 0) throw error;
+        t.diagnostic(`late, tried again: ${error.message}`);
+      }
+    }
+  });
+}
 
 function environment(session) {
   const env = { ...process.env, ...sanitizerEnvironment(), ...session.env };
@@ -169,7 +193,7 @@ test('the functions without a result return undefined', async (t) => {
   assert.deepEqual(values, [['undefined', 'undefined'], 'undefined']);
 });
 
-test('without an agent the e-mail functions answer 0 without waiting for one', async (t) => {
+timedTest('without an agent the e-mail functions answer 0 without waiting for one', async (t) => {
   const { values } = await script(makeSession(t), `
     const timed = (call) => { const start = performance.now(); const value = call();
       return [value, performance.now() - start]; };
@@ -180,9 +204,9 @@ test('without an agent the e-mail functions answer 0 without waiting for one', a
     print(answers);`);
   assert.equal(values[0][0], 0);
   assert.equal(values[1][0], false);
-  assert.ok(values[0][1] < oneWait, `${values[0][1]} ms`);
-  assert.ok(values[1][1] < oneWait, `${values[1][1]} ms`);
   assert.deepEqual(values[2], [[0]]);
+  checkAtOnce(values[0][1]);
+  checkAtOnce(values[1][1]);
 });
 
 test('an answer on record is 1, and the callback has run before the call returns', async (t) => {
@@ -271,7 +295,7 @@ test('no call needs an autorelease pool of its caller', async (t) => {
   assert.equal(stderr, '');
 });
 
-test('with an agent that hangs the e-mail functions answer 0 after two seconds', async (t) => {
+timedTest('with an agent that hangs the e-mail functions answer 0 after two seconds', async (t) => {
   const session = makeSession(t);
   await Agent.start(t, session, '--hang', 'fetchAskingPermissionStatus:');
   const { values } = await script(session, `
@@ -279,10 +303,10 @@ test('with an agent that hangs the e-mail functions answer 0 after two seconds',
     const answer = pellmar.PLGetLastUserEmailSharingResponse();
     print([answer, performance.now() - start]);`);
   assert.equal(values[0][0], 0);
-  assert.ok(isOneWait(values[0][1]), `${values[0][1]} ms`);
+  checkOneWait(values[0][1]);
 });
 
-test('with an agent that is stopped they answer 0 after two seconds, and 1 once it goes on', async (t) => {
+timedTest('with an agent that is stopped they answer 0 after two seconds, and 1 once it goes on', async (t) => {
   const session = makeSession(t);
   const agent = await Agent.start(t, session, '--should-ask', 'no');
   await agent.suspend();
@@ -299,10 +323,10 @@ test('with an agent that is stopped they answer 0 after two seconds, and 1 once 
     };
     ask();`);
   assert.equal(values[0][0], 0);
-  assert.ok(isOneWait(values[0][1]), `${values[0][1]} ms`);
   assert.equal(values[1][0], 0);
-  assert.ok(isOneWait(values[1][1]), `${values[1][1]} ms`);
   assert.equal(values[2], 'there again');
+  checkOneWait(values[0][1]);
+  checkOneWait(values[1][1]);
 });
 
 for (const [name, options] of [
@@ -310,7 +334,7 @@ for (const [name, options] of [
   ['dies in the middle of a request', ['--die-on', 'fetchAskingPermissionStatus:']],
   ['lets its reply go', ['--drop', 'fetchAskingPermissionStatus:']],
 ]) {
-  test(`with an agent that ${name} the answer is 0 within two seconds`, async (t) => {
+  timedTest(`with an agent that ${name} the answer is 0 within two seconds`, async (t) => {
     const session = makeSession(t);
     await Agent.start(t, session, ...options);
     const { values } = await script(session, `
@@ -320,7 +344,7 @@ for (const [name, options] of [
       global.gc();
       setTimeout(() => print([answer, elapsed]), 50);`);
     assert.equal(values[0][0], 0);
-    assert.ok(values[0][1] < 2 * oneWait, `${values[0][1]} ms`);
+    if (values[0][1] >= 2 * oneWait) throw new LateError(`${values[0][1]} ms`);
   });
 }
 
@@ -375,7 +399,7 @@ test('events arrive in the order of the calls', async (t) => {
   assert.deepEqual(events.map((event) => Number(event.arguments[0])), [...Array(2000).keys()]);
 });
 
-test('reporting never waits, not for a stopped agent with a full socket either', async (t) => {
+timedTest('reporting never waits, not for a stopped agent with a full socket either', async (t) => {
   const session = makeSession(t);
   const agent = await Agent.start(t, session);
   await agent.suspend();
@@ -389,7 +413,7 @@ test('reporting never waits, not for a stopped agent with a full socket either',
     }
     print(longest);
     process.exit(0);`);
-  assert.ok(values[0] < oneWait, `the longest call took ${values[0]} ms`);
+  checkAtOnce(values[0]);
 });
 
 test('the release notes are asked for until one request succeeded, and always by the plain call', async (t) => {

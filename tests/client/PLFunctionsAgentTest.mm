@@ -111,7 +111,8 @@ TEST_F(Client, GetsTheErrorThatTheAgentGives) {
 TEST_F(Client, IsToldThatThereIsNoAgentToGiveACode) {
   const auto start = Clock::now();
   const Outcome outcome = requestCode();
-  EXPECT_LT(MillisecondsSince(start), 1900.0);
+  // Not after the 8 s of the first check of an agent that is there.
+  EXPECT_LT(MillisecondsSince(start), 7500.0);
   EXPECT_EQ(outcome.calls, 1);
   EXPECT_EQ(outcome.code, nil);
   EXPECT_TRUE([outcome.error.domain isEqualToString:NSCocoaErrorDomain]);
