@@ -13,7 +13,7 @@ import { table } from './table.mjs';
 /** Rows with windows have a display each; the others mostly wait. */
 const displayCount = 2;
 const plainCount = 6;
-const rowLimit = 60_000;
+const rowLimit = 120_000;
 /** From here on the module's own wait for a reply may have run out. */
 const oneWait = 1900;
 /** What the sanitizers cost at the most. */

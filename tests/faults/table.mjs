@@ -68,7 +68,7 @@ function native(row) {
       const caller = await running.startCaller();
       await running.startServer();
       await caller.tell(row.script);
-      return caller.tell('outcome 10000');
+      return caller.tell('outcome 30000');
     },
   };
 }
@@ -92,7 +92,7 @@ function patientCode(row, error) {
       await caller.tell('codes 1 1');
       const before = await caller.tell('outcome 300');
       await server.stop('SIGKILL');
-      const after = await caller.tell('outcome 10000');
+      const after = await caller.tell('outcome 30000');
       return { value: `${before.value}; once the agent is gone ${after.value}`, ms: after.ms };
     },
   };
@@ -200,7 +200,7 @@ const silent = [
       await agent.suspend();
       await caller.tell('codes 1 1');
       setTimeout(() => agent.process.kill('SIGCONT'), 5000);
-      return caller.tell('outcome 10000');
+      return caller.tell('outcome 30000');
     },
   },
   oneCode({ fault: 'not ready', peer: ['not-ready', check], expected: '1 × error 4099' }),
@@ -349,7 +349,7 @@ const replacements = [
       succeed();
       const start = performance.now();
       await agent.stop('SIGKILL');
-      const { value } = await caller.tell('outcome 10000');
+      const { value } = await caller.tell('outcome 30000');
       return { value, ms: performance.now() - start };
     },
   },
@@ -920,19 +920,19 @@ const systems = [
       const caller = await row.startCaller();
       await row.startAgent();
       await caller.tell('codes 1 1');
-      await caller.tell('outcome 10000');
+      await caller.tell('outcome 30000');
       await caller.tell('fork');
       await caller.tell('codes 20 2');
-      const { value, ms } = await caller.tell('outcome 10000');
+      const { value, ms } = await caller.tell('outcome 30000');
       const end = await caller.tell('reap');
       await caller.tell('codes 20 2');
-      const after = await caller.tell('outcome 10000');
+      const after = await caller.tell('outcome 30000');
       return { value: `${value}, ${after.value} once the child has gone, ${end.value}`, ms };
     },
   },
   // The sanitizers end a process that gets no memory.
   ...(isSanitized() ? [] : [{
-    fault: 'no memory for a reply of 64 MiB', call: 'request a code', caller: 'native', within: soon,
+    fault: 'no memory for a reply of 64 MiB', call: 'request a code', caller: 'native', within: [0, 30_000],
     expected: '1 × error 4097, and with memory 1 × code',
     async run(row) {
       const caller = await row.startCaller();
@@ -942,10 +942,10 @@ const systems = [
       const limit = (bytes) => execFileSync('prlimit', ['--pid', String(pid), `--as=${bytes}:`]);
       limit(Number(taken) * 1024 + (40 << 20));
       await caller.tell('codes 1 1');
-      const { value, ms } = await caller.tell('outcome 10000');
+      const { value, ms } = await caller.tell('outcome 30000');
       limit('unlimited');
       await caller.tell('codes 1 1');
-      return { value: `${value}, and with memory ${(await caller.tell('outcome 10000')).value}`, ms };
+      return { value: `${value}, and with memory ${(await caller.tell('outcome 30000')).value}`, ms };
     },
   }]),
 ];
