@@ -25,8 +25,11 @@ using platform::xpc::Writer;
 static std::atomic<size_t> sLargestBlock{SIZE_MAX};
 
 // The library's allocations come here, too.
+void *operator new(size_t size, const std::nothrow_t &) noexcept {
+  return size > sLargestBlock ? nullptr : std::malloc(size);
+}
 void *operator new(size_t size) {
-  void *block = size > sLargestBlock ? nullptr : std::malloc(size);
+  void *block = operator new(size, std::nothrow);
   if (!block) {
     throw std::bad_alloc();
   }
@@ -730,14 +733,18 @@ TEST_F(XPCFaults, EventsJustBeforeAKillArrive) {
 TEST_F(XPCFaults, AStoppedServiceHoldsAnExitUpForAMomentAtMost) {
   Peer service;
   ASSERT_TRUE(service.serve(kName));
+  const auto report = [] {
+    const auto start = Clock::now();
+    Peer client;
+    EXPECT_TRUE(client.start({"report", kName, "20000"}));
+    EXPECT_EQ(client.waitForExit(), 0);
+    return MillisecondsSince(start);
+  };
+  const double baseline = report();
   service.signal(SIGSTOP);
-  Peer client;
-  auto start = Clock::now();
-  ASSERT_TRUE(client.start({"report", kName, "20000"}));
-  EXPECT_EQ(client.waitForExit(), 0);
-  double spent = MillisecondsSince(start);
-  std::printf("process with 20000 unsent events: %.0f ms\n", spent);
-  EXPECT_LT(spent, 5000);
+  const double spent = report();
+  std::printf("20000 events to a service that reads: %.0f ms, stopped: %.0f ms\n", baseline, spent);
+  EXPECT_LT(spent, baseline + 5000);
 }
 
 TEST_F(XPCFaults, TwoProcessesCannotServeOneName) {
