@@ -157,7 +157,8 @@ static void StopAtExit(void) { [[DistributedCenter center] stop]; }
   DistributedPost *post = [DistributedPost new];
   post->_name = [name copy];
   post->_object = [object copy];
-  post->_archive = [archive retain];
+  // The post's alone: who shares it might free it by a count that ThreadSanitizer cannot see.
+  post->_archive = archive ? [[NSData alloc] initWithData:archive] : nil;
   post->_deliverImmediately = deliverImmediately;
   post->_end = [[NSDate alloc] initWithTimeIntervalSinceNow:kPostLife];
   pthread_mutex_lock(&_lock);
