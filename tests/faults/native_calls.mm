@@ -55,11 +55,8 @@ using v8::Value;
 
 void *sModule;
 
-template <typename Function>
-Function *Find(Function *, const char *name) {
-  return reinterpret_cast<Function *>(dlsym(sModule, name));
-}
-#define CLIENT(name) Find(&name, #name)
+// Not by an argument of the function's type: without optimization its address would be a relocation of this library.
+#define CLIENT(name) reinterpret_cast<decltype(&name)>(dlsym(sModule, #name))
 
 double Now() {
   return std::chrono::duration<double, std::milli>(
