@@ -9,6 +9,8 @@ elseif(PELLMAR_SANITIZE)
 endif()
 set(COCOA_TEST_ENVIRONMENT "${PELLMAR_TEST_ENVIRONMENT}")
 
+set(PELLMAR_TEST_TIMEOUT 900 CACHE STRING "Seconds until a test without a limit of its own has hung")
+
 # What the build for races has to make: the programs of the tests with the label `thread`.
 add_custom_target(thread_tests)
 
@@ -53,7 +55,7 @@ function(pellmar_add_test name)
     set(environment ASAN_OPTIONS=detect_leaks=0)
   endif()
   if(NOT arg_TIMEOUT)
-    set(arg_TIMEOUT 900)
+    set(arg_TIMEOUT ${PELLMAR_TEST_TIMEOUT})
   endif()
   add_test(NAME ${name} COMMAND ${arg_COMMAND})
   set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}"

@@ -74,7 +74,8 @@ const ctest = (tests) =>
 refreshCopy();
 if (!fs.existsSync(path.join(build, 'build.ninja'))) {
   console.log('mutants: building the copy, which takes a few minutes …');
-  mustRun('cmake', ['--preset', 'default', '-B', build, '-D', 'CMAKE_BUILD_TYPE=Debug']);
+  // Many a mutant has its test wait for what never comes.
+  mustRun('cmake', ['--preset', 'default', '-B', build, '-D', 'CMAKE_BUILD_TYPE=Debug', '-D', 'PELLMAR_TEST_TIMEOUT=120']);
 }
 mustRun('cmake', ['--build', build]);
 
