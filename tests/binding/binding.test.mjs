@@ -371,7 +371,7 @@ test('an agent that comes back is found by the next call', async (t) => {
   t.after(() => child.kill('SIGKILL'));
   const ask = async () => {
     child.stdin.write('?');
-    const [data] = await once(child.stdout, 'data');
+    const [data] = await once(child.stdout, 'data', { signal: AbortSignal.timeout(60_000) });
     return Number(data);
   };
   assert.equal(await ask(), 1);
@@ -433,7 +433,7 @@ test('the release notes are asked for until one request succeeded, and always by
   // The answer to a later request tells that the earlier ones have been dealt with.
   const settle = async () => {
     child.stdin.write('?');
-    await once(child.stdout, 'data');
+    await once(child.stdout, 'data', { signal: AbortSignal.timeout(60_000) });
   };
 
   child.stdin.write('n');

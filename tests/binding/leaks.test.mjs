@@ -59,7 +59,7 @@ test('nothing is leaked by calls to agents that serve, drop, die, hang or are no
   const lines = createInterface({ input: child.stdout });
   const callAll = async (count) => {
     child.stdin.write(String(count));
-    await once(lines, 'line');
+    await once(lines, 'line', { signal: AbortSignal.timeout(120_000) });
   };
 
   await callAll(10);

@@ -24,7 +24,7 @@ async function startAgent(t, session, ...options) {
   const agent = spawn(agentPath, ['serve', ...options],
     { env: { ...process.env, ...session.env }, stdio: ['ignore', 'pipe', 'inherit'] });
   t.after(() => agent.kill());
-  await once(agent.stdout, 'data');
+  await once(agent.stdout, 'data', { signal: AbortSignal.timeout(60_000) });
   agent.stdout.resume();
 }
 

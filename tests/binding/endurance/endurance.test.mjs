@@ -32,7 +32,7 @@ async function startAgent(t, session, ...options) {
     const { method } = JSON.parse(line);
     counts[method] = (counts[method] ?? 0) + 1;
   });
-  await once(lines, 'line');
+  await once(lines, 'line', { signal: AbortSignal.timeout(60_000) });
   t.after(() => process_.kill());
   return {
     counts,
