@@ -109,8 +109,8 @@ export class Row {
   /** Has the host ask and waits until the window has the keyboard. */
   async shownBy(caller, ask = 'ask()') {
     const { value, ms } = await caller.tell(ask);
-    if (value !== 'true') throw new Error(`asking returned ${value}`);
     if (ms > 1900) throw new Error('asking timed out waiting for the reply');
+    if (value !== 'true') throw new Error(`asking returned ${value}`);
     await this.display.focused(application);
   }
 
