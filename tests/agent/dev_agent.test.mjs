@@ -8,7 +8,7 @@ import { Agent, agentPath, buildFolder, makeSession } from '../support/agent.mjs
 import { runHostScript, startDisplay } from '../support/display.mjs';
 
 function run(...args) {
-  return spawnSync(agentPath, args, { encoding: 'utf8', timeout: 10_000 });
+  return spawnSync(agentPath, args, { encoding: 'utf8', timeout: 120_000 });
 }
 
 test('explains itself', () => {
@@ -104,7 +104,7 @@ describe('with a display', () => {
 test('refuses a state that is none of its own', (t) => {
   const session = makeSession(t);
   const { status, stdout, stderr } = spawnSync(agentPath, ['serve', '--state', '/etc/passwd'],
-    { encoding: 'utf8', env: { ...process.env, ...session.env }, timeout: 10_000 });
+    { encoding: 'utf8', env: { ...process.env, ...session.env }, timeout: 120_000 });
   assert.deepEqual([status, stdout, stderr],
     [2, '', 'pellmar-dev-agent: not a file that --state has written: /etc/passwd (see --help)\n']);
 });

@@ -74,10 +74,10 @@ class Mac {
     return `gui/${process.getuid()}/com.pellmar.ProvisioningService`;
   }
 
-  /** Runs a script to its end, or for a minute. */
+  /** Runs a script to its end; the limit is for one that hangs. */
   run(script, args = [], env = {}) {
     return spawnSync(path.join(this.tree, 'scripts', script), args,
-      { env: { ...this.env, ...env }, encoding: 'utf8', timeout: 240_000 });
+      { env: { ...this.env, ...env }, encoding: 'utf8', timeout: 600_000 });
   }
 
   /** Starts a script; `line` of what it returns waits for a line that begins so. */
