@@ -23,7 +23,7 @@ function run(session, code, ...options) {
   return JSON.parse(stdout);
 }
 
-const runtime = run(makeSession(), 'console.log(JSON.stringify(process.versions))');
+const runtime = run({}, 'console.log(JSON.stringify(process.versions))');
 
 /** The package as it is installed, with `file` in the place of its bundle if one is given. */
 function install(t, file) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <tuple>
 
 #include "xpc_test_client.h"
@@ -386,10 +387,10 @@ class XPCServerRaces : public ::testing::Test {
     return [[[NSXPCConnection alloc] initWithMachServiceName:kService options:0] autorelease];
   }
 
+  ServiceDirectory directory_;
   XPCTestKeeper *keeper_;
 
  private:
-  ServiceDirectory directory_;
   NSXPCListener *listener_;
   NSAutoreleasePool *pool_;
 };
@@ -434,6 +435,9 @@ class XPCExit : public XPCServerRaces, public ::testing::WithParamInterface<Unde
  protected:
   /// Ends the process with 3.
   [[noreturn]] void exitWhile(const std::string &what, bool goesOn) {
+    // No destructor of the fixture runs.
+    static const std::string folder = directory_.path();
+    std::atexit([] { std::filesystem::remove_all(folder); });
     // Neither is given up again.
     static Hold *hold = new Hold;
     NSXPCConnection *connection = [newConnection() retain];
