@@ -12,8 +12,10 @@ namespace platform::xpc {
 
 namespace {
 
-constexpr std::chrono::milliseconds kExitLimit(250);
-constexpr std::chrono::milliseconds kExitWithoutProgress(50);
+constexpr std::chrono::seconds kExitLimit(5);
+/// A peer that reads may get no processor for many times 50 ms: on two cores beside twenty busy
+/// processes it lost what it had not read.
+constexpr std::chrono::seconds kExitWithoutProgress(1);
 
 }  // namespace
 

@@ -308,7 +308,9 @@ TEST_F(XPCStatements, TheDelegateIsAskedOnASerialQueueOfTheListener) {
 TEST_F(XPCStatements, AfterItsInvalidationAListenerMakesNoMoreConnections) {
   [listener_ resume];
   Client client(connection());
+  // Served before the delegate has returned.
   client.echo(nil);
+  ASSERT_TRUE(host_->_asked.wait());
   [listener_ invalidate];
   [listener_ resume];
   Client late(connection());
